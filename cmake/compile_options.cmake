@@ -1,0 +1,35 @@
+# Compiler and linker options, in one place.
+#   KOVA_WARNINGS              for all code of the project, C and C++
+#   KOVA_LIBRARY_OPTIONS       for the library's own sources
+#   KOVA_LIBRARY_LINK_OPTIONS  for the shared library
+
+set(KOVA_WARNINGS
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef -Wvla -Werror)
+
+# No exceptions and no RTTI, so that no C++ run time is needed; only what is marked for export is
+# visible, and calls between our own functions are direct.
+set(KOVA_LIBRARY_OPTIONS
+    -fno-exceptions -fno-rtti
+    -fvisibility=hidden -fvisibility-inlines-hidden -fno-semantic-interposition
+    -ffunction-sections -fdata-sections)
+
+set(KOVA_LIBRARY_LINK_OPTIONS
+    -Wl,-Bsymbolic-functions -Wl,--gc-sections -Wl,--as-needed
+    -Wl,-z,now -Wl,-z,relro
+    "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
+
+if(KOVA_SANITIZE)
+    add_compile_options("-fsanitize=${KOVA_SANITIZE}" -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    add_link_options("-fsanitize=${KOVA_SANITIZE}")
+else()
+    # Under a sanitizer its run time comes from the program, not from the library.
+    list(APPEND KOVA_LIBRARY_LINK_OPTIONS -Wl,-z,defs)
+endif()
+
+if(KOVA_BUILD_FUZZERS)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "KOVA_BUILD_FUZZERS needs clang (preset fuzz)")
+    endif()
+    list(APPEND KOVA_LIBRARY_OPTIONS -fsanitize=fuzzer-no-link)
+endif()
