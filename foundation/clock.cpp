@@ -1,0 +1,33 @@
+#include "foundation/clock.h"
+
+#include <sys/time.h>
+
+#include <ctime>
+
+int32_t RtspGetTime(uint64_t *pTime)
+{
+    struct timeval now;
+    if (pTime == nullptr || gettimeofday(&now, nullptr) != 0)
+        return 0;
+    const uint32_t nMicroseconds =
+        static_cast<uint32_t>(now.tv_sec) * 1000000U + static_cast<uint32_t>(now.tv_usec);
+    *pTime = static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(nMicroseconds)));
+    return 1;
+}
+
+uint64_t KovaClockMilliseconds()
+{
+    uint64_t nMicroseconds = 0;
+    RtspGetTime(&nMicroseconds);
+    return nMicroseconds / 1000;
+}
+
+int32_t KovaClockSeconds()
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(time(nullptr)));
+}
+
+int32_t KovaClockSecondsBetween(int32_t nThen, int32_t nNow)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(nNow) - static_cast<uint32_t>(nThen));
+}

@@ -1,0 +1,35 @@
+#include "foundation/text.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+void KovaTextCopy(char *szField, size_t nCapacity, std::string_view text)
+{
+    if (nCapacity == 0)
+        return;
+    const size_t nCount = text.size() < nCapacity ? text.size() : nCapacity - 1;
+    if (nCount != 0)
+        memcpy(szField, text.data(), nCount);
+    szField[nCount] = '\0';
+}
+
+std::string_view KovaTextField(const char *szField, size_t nCapacity)
+{
+    return std::string_view(szField, strnlen(szField, nCapacity));
+}
+
+bool KovaTextAppend(char *szBuffer, size_t nCapacity, size_t *pLength, const char *szFormat, ...)
+{
+    const size_t nRoom = nCapacity - *pLength;
+    va_list arguments;
+    va_start(arguments, szFormat);
+    const int nWritten = vsnprintf(szBuffer + *pLength, nRoom, szFormat, arguments);
+    va_end(arguments);
+    if (nWritten < 0 || static_cast<size_t>(nWritten) >= nRoom) {
+        szBuffer[*pLength] = '\0';
+        return false;
+    }
+    *pLength += static_cast<size_t>(nWritten);
+    return true;
+}

@@ -1,0 +1,35 @@
+#include "rtp/rtp_header.h"
+
+#include "foundation/byte_order.h"
+
+namespace {
+
+constexpr uint8_t kVersion2 = 0x80;
+constexpr uint8_t kMarker = 0x80;
+
+} // namespace
+
+void KovaRtpHeaderWrite(uint8_t *pHeader, const KovaRtpPacker *pPacker)
+{
+    pHeader[0] = kVersion2;
+    pHeader[1] = static_cast<uint8_t>(pPacker->nPayloadType);
+    if (pPacker->bMarker != 0)
+        pHeader[1] |= kMarker;
+    RtspWriteMB(pHeader + 2, pPacker->nSequence, 16);
+    RtspWriteMB(pHeader + 4, pPacker->nTimestamp, 32);
+    RtspWriteMB(pHeader + 8, pPacker->nSsrc, 32);
+}
+
+uint16_t KovaRtpHeaderSequence(const uint8_t *pHeader)
+{
+    uint32_t nSequence = 0;
+    RtspReadMB(pHeader + 2, &nSequence, 16);
+    return static_cast<uint16_t>(nSequence);
+}
+
+uint32_t KovaRtpHeaderTimestamp(const uint8_t *pHeader)
+{
+    uint32_t nTimestamp = 0;
+    RtspReadMB(pHeader + 4, &nTimestamp, 32);
+    return nTimestamp;
+}

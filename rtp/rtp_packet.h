@@ -1,0 +1,37 @@
+#pragma once
+
+#include "foundation/export.h"
+
+#include <pthread.h>
+
+#include <cstdint>
+
+/// What a packet carries, as far as sending cares.
+enum KovaFrameType : uint32_t {
+    kFrameVideo = 0, ///< video, not a key frame
+    kFrameAudio = 1,
+    kFrameKey = 2, ///< video with (the first part of) an IDR slice
+};
+
+/// One complete RTP packet, shared by everybody who queues it.
+struct KovaRtpPacket {
+    uint8_t *pData;     ///< header and payload; owned
+    uint32_t nSize;     ///< bytes in pData
+    int32_t nRefCount;  ///< references held; 0 when just made
+    uint32_t nFrameType; ///< KovaFrameType
+    uint32_t nPts;      ///< presentation timestamp of the access unit, ms
+    pthread_mutex_t mutex; ///< guards nRefCount only
+};
+
+/// A zeroed packet without data, or null when memory is exhausted.
+KovaRtpPacket *KovaRtpPacketAlloc();
+
+/// Takes one reference. Any thread; null is ignored.
+KOVA_API void KovaRtpPacketAddRef(KovaRtpPacket *pPacket);
+
+/// Gives one reference back; the one that brings the count to 0 frees the
+/// packet. A count that was already 0 goes to -1 and frees nothing.
+KOVA_API void KovaRtpPacketReleaseRef(KovaRtpPacket *pPacket);
+
+/// Frees a packet and its data whatever its count. Null is ignored.
+KOVA_API void KovaRtpFreePacket(KovaRtpPacket *pPacket);

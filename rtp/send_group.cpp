@@ -1,0 +1,137 @@
+#include "rtp/send_group.h"
+
+#include "foundation/heap.h"
+#include "foundation/result.h"
+#include "foundation/scope_guard.h"
+#include "rtp/sending_thread.h"
+
+KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return nullptr;
+    KovaRtpSendGroup *pGroup = KovaHeapNew<KovaRtpSendGroup>();
+    if (pGroup == nullptr)
+        return nullptr;
+    pGroup->pSender = pSender;
+    pthread_mutex_init(&pGroup->packetMutex, nullptr);
+    pthread_mutex_init(&pGroup->clientMutex, nullptr);
+    return pGroup;
+}
+
+void KovaRtpSendGroupDestory(KovaRtpSendGroup *pGroup)
+{
+    if (pGroup == nullptr)
+        return;
+    KovaRtpSendGroupRemoveAllRtpClient(pGroup);
+    KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
+    pthread_mutex_destroy(&pGroup->packetMutex);
+    pthread_mutex_destroy(&pGroup->clientMutex);
+    free(pGroup);
+}
+
+int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup)
+{
+    if (pGroup == nullptr)
+        return KOVA_RESULT_NULL;
+    pGroup->nState = kThreadStarting;
+    pGroup->nState = kThreadRunning;
+    if (KovaThreadStart(nullptr, pSenderProc, pGroup))
+        return KOVA_RESULT_OK;
+    pGroup->nState = kThreadStopped;
+    return KOVA_RESULT_FAILED;
+}
+
+int32_t KovaRtpSendGroupStop(KovaRtpSendGroup *pGroup)
+{
+    if (pGroup == nullptr)
+        return KOVA_RESULT_NULL;
+    KovaThreadRequestStop(pGroup->nState);
+    KovaEventSignal(&pGroup->work);
+    KovaThreadWaitStopped(pGroup->nState);
+    return KOVA_RESULT_OK;
+}
+
+void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
+{
+    if (pGroup != nullptr && pClient != nullptr)
+        KovaRtpSendGroupTakeClient(pGroup, pClient);
+}
+
+bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
+{
+    KovaRtpSendGroupLockClients(pGroup);
+    // A client that comes while a packet is being served starts with the next.
+    pClient->nPass = pGroup->nPass;
+    pClient->nSerial = ++pGroup->nLastSerial;
+    const bool bTaken = KovaListPush(&pGroup->pClientList, pClient);
+    pthread_mutex_unlock(&pGroup->clientMutex);
+    return bTaken;
+}
+
+void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
+{
+    if (pGroup == nullptr || pClient == nullptr)
+        return;
+    KovaRtpSendGroupLockClients(pGroup);
+    KovaListTake(&pGroup->pClientList, nullptr, pClient);
+    pthread_mutex_unlock(&pGroup->clientMutex);
+}
+
+void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
+{
+    if (pGroup == nullptr)
+        return;
+    KovaRtpSendGroupLockClients(pGroup);
+    while (pGroup->pClientList != nullptr)
+        KovaRtpClientDestroy(
+            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr)));
+    pthread_mutex_unlock(&pGroup->clientMutex);
+}
+
+void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+{
+    if (pGroup != nullptr && pPacket != nullptr)
+        KovaRtpSendGroupTakePacket(pGroup, pPacket);
+}
+
+bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+{
+    KovaMutexLock lock(&pGroup->packetMutex);
+    const bool bTaken = KovaListPushTail(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
+    lock.Unlock();
+    KovaEventSignal(&pGroup->work);
+    return bTaken;
+}
+
+void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+{
+    if (pGroup == nullptr || pPacket == nullptr)
+        return;
+    const KovaMutexLock lock(&pGroup->packetMutex);
+    KovaListTake(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
+}
+
+void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup)
+{
+    if (pGroup == nullptr)
+        return;
+    const KovaMutexLock lock(&pGroup->packetMutex);
+    while (pGroup->pPacketList != nullptr)
+        KovaRtpPacketReleaseRef(static_cast<KovaRtpPacket *>(
+            KovaListTakeFirst(&pGroup->pPacketList, &pGroup->pPacketListTail)));
+}
+
+uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup)
+{
+    KovaRtpSendGroupLockClients(pGroup);
+    const uint32_t nCount = KovaListLength(pGroup->pClientList);
+    pthread_mutex_unlock(&pGroup->clientMutex);
+    return nCount;
+}
+
+void KovaRtpSendGroupLockClients(KovaRtpSendGroup *pGroup)
+{
+    pGroup->nClientWaiters++;
+    pthread_mutex_lock(&pGroup->clientMutex);
+    pGroup->nClientWaiters--;
+}

@@ -1,0 +1,79 @@
+#include "rtp/session_tally.h"
+
+#include "foundation/heap.h"
+#include "foundation/list.h"
+#include "foundation/scope_guard.h"
+#include "foundation/text.h"
+#include "rtp/rtp_client.h"
+
+#include <cstdint>
+#include <cstring>
+
+struct KovaSessionTally {
+    const void *pStream;
+    char szSessionId[kSessionIdSize];
+    uint32_t nClients;
+    bool bTaken;
+};
+
+namespace {
+
+pthread_mutex_t g_tallyMutex = PTHREAD_MUTEX_INITIALIZER; // guards the list and its members
+KovaList *g_pTallies = nullptr;
+
+KovaSessionTally *FindTally(const void *pStream, const char *szSessionId)
+{
+    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
+        KovaSessionTally *pTally = static_cast<KovaSessionTally *>(pNode->data);
+        if (pTally->pStream == pStream && strcmp(pTally->szSessionId, szSessionId) == 0)
+            return pTally;
+    }
+    return nullptr;
+}
+
+KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
+{
+    KovaSessionTally *pTally = KovaHeapNew<KovaSessionTally>();
+    if (pTally == nullptr)
+        return nullptr;
+    pTally->pStream = pStream;
+    KovaTextCopy(pTally->szSessionId, sizeof(pTally->szSessionId), szSessionId);
+    if (KovaListPush(&g_pTallies, pTally))
+        return pTally;
+    free(pTally);
+    return nullptr;
+}
+
+} // namespace
+
+KovaSessionTally *KovaSessionTallyJoin(const void *pStream, const char *szSessionId)
+{
+    const KovaMutexLock lock(&g_tallyMutex);
+    KovaSessionTally *pTally = FindTally(pStream, szSessionId);
+    if (pTally == nullptr)
+        pTally = MakeTally(pStream, szSessionId);
+    if (pTally != nullptr)
+        pTally->nClients++;
+    return pTally;
+}
+
+void KovaSessionTallyLeave(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
+        return;
+    const KovaMutexLock lock(&g_tallyMutex);
+    if (--pTally->nClients != 0)
+        return;
+    KovaListTake(&g_pTallies, nullptr, pTally);
+    free(pTally);
+}
+
+bool KovaSessionTallyTake(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
+        return true;
+    const KovaMutexLock lock(&g_tallyMutex);
+    const bool bFirst = !pTally->bTaken;
+    pTally->bTaken = true;
+    return bFirst;
+}

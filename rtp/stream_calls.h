@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+/// What the sending side asks of the stream it belongs to: the only calls from
+/// here up. Implemented by the streamer. Those that reach the server's registries
+/// (refresh, end) are made without holding any lock.
+struct KovaRtspStreamer;
+
+/// What a sending thread needs to know of its payload's packer.
+struct KovaPackerIdentity {
+    uint32_t nPayloadType;
+    uint32_t nSsrc;
+};
+
+/// The common time base of all payloads of a stream.
+struct KovaFirstSend {
+    uint32_t nPts;  ///< presentation timestamp of the first packet sent, ms
+    uint64_t nTime; ///< when that was, ms
+};
+
+/// The identity of the packer of a payload id. Returns false when there is none.
+bool KovaStreamFindPacker(KovaRtspStreamer *pStreamer, uint32_t nPayloadId,
+                          KovaPackerIdentity *pIdentity);
+
+/// Reads the first-send record into *pRecord; makes it from nTime and nPts when
+/// the stream has none yet (either of its values is 0) and returns true then.
+bool KovaStreamFirstSend(KovaRtspStreamer *pStreamer, uint64_t nTime, uint32_t nPts,
+                         KovaFirstSend *pRecord);
+
+/// Wall-clock seconds at which the stream was made.
+uint32_t KovaStreamCreationTime(KovaRtspStreamer *pStreamer);
+
+/// A player's RTCP has arrived: keeps its session alive.
+void KovaStreamRefreshSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
+
+/// A player's connection has broken: removes its session.
+void KovaStreamEndSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
+
+/// Lowers the stream's count of playing clients by one.
+void KovaStreamLowerClientCount(KovaRtspStreamer *pStreamer);
