@@ -31,3 +31,8 @@ int32_t KovaClockSecondsBetween(int32_t nThen, int32_t nNow)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(nNow) - static_cast<uint32_t>(nThen));
 }
+
+int32_t KovaClockSecondsAfter(int32_t tMoment, int32_t nSeconds)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(tMoment) + static_cast<uint32_t>(nSeconds));
+}

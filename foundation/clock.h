@@ -22,3 +22,6 @@ int32_t KovaClockSeconds();
 /// apart, also across the 32-bit limit of 2038 (a camera's clock starts
 /// anywhere and is set later).
 int32_t KovaClockSecondsBetween(int32_t nThen, int32_t nNow);
+
+/// The moment nSeconds after tMoment, modulo 2^32 like every such moment.
+int32_t KovaClockSecondsAfter(int32_t tMoment, int32_t nSeconds);

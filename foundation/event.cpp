@@ -6,7 +6,11 @@
 
 namespace {
 
-enum : uint32_t { kIdle = 0, kSignalled = 1, kWaiting = 2 };
+enum : uint32_t {
+    kIdle = 0,
+    kSignalled = 1,
+    kWaiting = 2
+};
 
 long Futex(std::atomic<uint32_t> *pWord, int nOperation, uint32_t nValue, const void *pTimeout)
 {

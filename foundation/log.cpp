@@ -15,9 +15,9 @@ size_t WriteStamp(char *szLine, size_t nCapacity)
     const time_t tNow = time(nullptr);
     struct tm local = {};
     localtime_r(&tNow, &local);
-    const int nLength = snprintf(szLine, nCapacity, "%04d/%02d/%02d %02d:%02d:%02d ",
-                                 local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                                 local.tm_hour, local.tm_min, local.tm_sec);
+    const int nLength =
+        snprintf(szLine, nCapacity, "%04d/%02d/%02d %02d:%02d:%02d ", local.tm_year + 1900,
+                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
     return nLength > 0 ? static_cast<size_t>(nLength) : 0;
 }
 

@@ -20,10 +20,10 @@ struct KovaAacUnit {
 /// unit per packet, large ones fragmented.
 struct KovaRtpAacPacker {
     KovaRtpPacker head;
-    uint32_t nSampleRate;     ///< Hz, from the last ADTS header
-    uint32_t nFragmentOffset; ///< bytes of the fragmented unit already sent; reset by a push only
-    uint32_t nFragmentSize;   ///< payload size of the fragmented unit
-    uint32_t bWholeUnit;      ///< the packet being built carries one whole unit
+    uint32_t nSampleRate;       ///< Hz, from the last ADTS header
+    uint32_t nFragmentOffset;   ///< bytes of the fragmented unit already sent; reset by a push only
+    uint32_t nFragmentSize;     ///< payload size of the fragmented unit
+    uint32_t bWholeUnit;        ///< the packet being built carries one whole unit
     KovaAacUnit *pFragmentUnit; ///< unit being fragmented; owned
     KovaList *pAuList;          ///< units of the pushed buffer, in order; owned
     KovaList *pAuListTail;

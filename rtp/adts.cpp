@@ -13,7 +13,8 @@ constexpr uint16_t kConfigAacLc = 0x1000;
 int32_t FrameLength(const uint8_t *pHeader)
 {
     const uint32_t nMiddle = static_cast<uint32_t>(static_cast<int8_t>(pHeader[4])) << 3;
-    const uint32_t nLength = (pHeader[3] & 3U) << 11 | nMiddle | static_cast<uint32_t>(pHeader[5]) >> 5;
+    const uint32_t nLength =
+        (pHeader[3] & 3U) << 11 | nMiddle | static_cast<uint32_t>(pHeader[5]) >> 5;
     return static_cast<int32_t>(nLength);
 }
 

@@ -79,8 +79,8 @@ void CloseNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
     }
     const KovaRtpPacker &head = pPacker->head;
     if (head.pfnStreamInfo != nullptr)
-        head.pfnStreamInfo(pData, nSize, nType == kNalSps ? kInfoSps : kInfoPps,
-                           head.nPayloadType, head.pStreamInfoContext);
+        head.pfnStreamInfo(pData, nSize, nType == kNalSps ? kInfoSps : kInfoPps, head.nPayloadType,
+                           head.pStreamInfoContext);
 }
 
 bool IsDropped(uint8_t nHeader)

@@ -22,9 +22,9 @@ struct KovaNalUnit {
 /// stream-info callback instead of into RTP.
 struct KovaRtpH264Packer {
     KovaRtpPacker head;
-    uint32_t nFragmentOffset; ///< bytes of the fragmented unit already sent; 1 before the first
-    uint32_t nPayloadBytes;   ///< size of the fragmented unit, else payload of the packet
-    uint32_t nNalCount;       ///< units that go into the packet being built
+    uint32_t nFragmentOffset;  ///< bytes of the fragmented unit already sent; 1 before the first
+    uint32_t nPayloadBytes;    ///< size of the fragmented unit, else payload of the packet
+    uint32_t nNalCount;        ///< units that go into the packet being built
     KovaNalUnit *pFragmentNal; ///< unit being fragmented; owned
     KovaList *pNalList;        ///< units of the pushed access unit, in order; owned
     KovaList *pNalListTail;
@@ -42,8 +42,7 @@ KOVA_API uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pPacker, const uint8_
 
 /// Decides what goes into the next packet and sets its size and the marker.
 /// Returns kPackerOk or kPackerNothing.
-KOVA_API uint32_t KovaRtpH264PackerPrepareRtpPacket(KovaRtpPacker *pPacker,
-                                                    KovaRtpPacket *pPacket);
+KOVA_API uint32_t KovaRtpH264PackerPrepareRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket *pPacket);
 
 /// Writes the payload that was prepared and sets the frame type. Returns
 /// kPackerOk or kPackerNothing.

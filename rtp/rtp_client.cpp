@@ -45,12 +45,11 @@ void LeaveConnection(KovaRtpClient *pClient)
 
 } // namespace
 
-KovaRtpClient *KovaRtpClientCreate(const char *szSessionId, int32_t nRtpSocket,
-                                   int32_t nRtcpSocket, uint16_t nClientRtpPort,
-                                   uint16_t nClientRtcpPort, sockaddr_in clientAddress,
-                                   int32_t nInterleaved, int *pTcpSocket, uint16_t nRtpChannel,
-                                   uint16_t nRtcpChannel, uint16_t nStartSequence,
-                                   uint32_t nStartTimestamp)
+KovaRtpClient *KovaRtpClientCreate(const char *szSessionId, int32_t nRtpSocket, int32_t nRtcpSocket,
+                                   uint16_t nClientRtpPort, uint16_t nClientRtcpPort,
+                                   sockaddr_in clientAddress, int32_t nInterleaved, int *pTcpSocket,
+                                   uint16_t nRtpChannel, uint16_t nRtcpChannel,
+                                   uint16_t nStartSequence, uint32_t nStartTimestamp)
 {
     if (szSessionId == nullptr || nRtpSocket < 0 || nRtcpSocket < 0)
         return nullptr;

@@ -47,10 +47,10 @@ struct KovaRtpClient {
     uint16_t nRtpChannel; ///< interleaved channels
     uint16_t nRtcpChannel;
 
-    KovaTcpChannel *pChannel;  ///< the connection as a sending path
-    KovaSessionTally *pTally;  ///< the session's clients on this stream; may be null
-    uint32_t nSerial;          ///< tells a client from a later one at the same address
-    uint32_t nPass;            ///< the group's pass in which it was served last
+    KovaTcpChannel *pChannel; ///< the connection as a sending path
+    KovaSessionTally *pTally; ///< the session's clients on this stream; may be null
+    uint32_t nSerial;         ///< tells a client from a later one at the same address
+    uint32_t nPass;           ///< the group's pass in which it was served last
 };
 
 /// Makes a client.

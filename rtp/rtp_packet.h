@@ -15,11 +15,11 @@ enum KovaFrameType : uint32_t {
 
 /// One complete RTP packet, shared by everybody who queues it.
 struct KovaRtpPacket {
-    uint8_t *pData;     ///< header and payload; owned
-    uint32_t nSize;     ///< bytes in pData
-    int32_t nRefCount;  ///< references held; 0 when just made
-    uint32_t nFrameType; ///< KovaFrameType
-    uint32_t nPts;      ///< presentation timestamp of the access unit, ms
+    uint8_t *pData;        ///< header and payload; owned
+    uint32_t nSize;        ///< bytes in pData
+    int32_t nRefCount;     ///< references held; 0 when just made
+    uint32_t nFrameType;   ///< KovaFrameType
+    uint32_t nPts;         ///< presentation timestamp of the access unit, ms
     pthread_mutex_t mutex; ///< guards nRefCount only
 };
 

@@ -30,9 +30,9 @@ struct KovaRtpSendGroup {
     pthread_mutex_t clientMutex; ///< guards the clients' fields as well
     uint32_t nLastPts;           ///< of the previous packet; the thread's own
 
-    KovaEvent work;                        ///< packets or a stop request for the thread
-    uint32_t nPass;                        ///< number of the packet being served (clientMutex)
-    uint32_t nLastSerial;                  ///< last number given to a client (clientMutex)
+    KovaEvent work;                       ///< packets or a stop request for the thread
+    uint32_t nPass;                       ///< number of the packet being served (clientMutex)
+    uint32_t nLastSerial;                 ///< last number given to a client (clientMutex)
     std::atomic<uint32_t> nClientWaiters; ///< threads that wait for clientMutex
 };
 

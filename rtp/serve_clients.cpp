@@ -1,5 +1,5 @@
-#include "foundation/clock.h"
 #include "foundation/byte_order.h"
+#include "foundation/clock.h"
 #include "foundation/error_text.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
@@ -81,8 +81,8 @@ void SendReport(const ServingPass &pass, KovaRtpClient *pClient)
     KovaFrameProgress progress = {};
     KovaSendOutcome outcome;
     if (pClient->bInterleaved == 0) {
-        outcome = KovaUdpSend(pClient->nRtcpSocket, pClient->rtcpAddress, pReport,
-                              kRtcpSenderReportSize);
+        outcome =
+            KovaUdpSend(pClient->nRtcpSocket, pClient->rtcpAddress, pReport, kRtcpSenderReportSize);
     } else {
         WriteInterleavedHeader(frame, pClient->nRtcpChannel, kRtcpSenderReportSize);
         outcome = SendFrame(pClient, frame, sizeof(frame), &progress);

@@ -15,18 +15,18 @@
 #include <cstring>
 
 struct KovaTcpChannel {
-    uint32_t nUsers;               // guarded by the registry's mutex, like pSocket's value
-    pthread_mutex_t mutex;         // guards everything below and every use of the descriptor
-    std::atomic<int> *pSocket;     // the socket field; nGone once its owner has left
+    uint32_t nUsers;           // guarded by the registry's mutex, like pSocket's value
+    pthread_mutex_t mutex;     // guards everything below and every use of the descriptor
+    std::atomic<int> *pSocket; // the socket field; nGone once its owner has left
     std::atomic<int> nGone{-1};
-    KovaList *pReferences;         // of std::atomic<int *>, all pointing at pSocket
-    uint8_t *pTail;                // rest of a frame that was begun; null when none is
+    KovaList *pReferences; // of std::atomic<int *>, all pointing at pSocket
+    uint8_t *pTail;        // rest of a frame that was begun; null when none is
     size_t nTailSize;
     size_t nTailSent;
-    uint32_t nFrame;               // number of the frame that pTail ends
+    uint32_t nFrame; // number of the frame that pTail ends
     bool bReaderWaits;
     bool bReaderWoken;
-    int nLeftToClose;              // descriptor that the waiting reader closes; 0 when none
+    int nLeftToClose; // descriptor that the waiting reader closes; 0 when none
 };
 
 namespace {

@@ -49,18 +49,18 @@ typedef struct KovaRtspStreamer KovaRtspStreamer;
 
 /* Result codes of the calls below. */
 enum {
-    KOVA_OK = 0,                /* success */
-    KOVA_ERROR_FAILED = 1,      /* not found, or could not be made */
-    KOVA_ERROR_NULL = 2,        /* a required argument is null, or an unknown status type */
-    KOVA_ERROR_CREATE = 4,      /* KovaRtspServerInit: the server could not be made */
-    KOVA_ERROR_NO_SESSION = 5,  /* no session has that id */
-    KOVA_ERROR_SOCKET = 7,      /* socket() failed */
-    KOVA_ERROR_SETSOCKOPT = 8,  /* setsockopt(SO_REUSEADDR) failed */
-    KOVA_ERROR_BIND = 9,        /* bind() failed: the port is taken, or the address is not ours */
-    KOVA_ERROR_LISTEN = 10,     /* listen() failed */
-    KOVA_ERROR_THREAD = 11,     /* a service thread could not be created */
-    KOVA_ERROR_OVERFLOW = 12,   /* a stream's input ring had no room */
-    KOVA_ERROR_PUSH = -1        /* KovaRtspServerPushData: null stream or null data */
+    KOVA_OK = 0,               /* success */
+    KOVA_ERROR_FAILED = 1,     /* not found, or could not be made */
+    KOVA_ERROR_NULL = 2,       /* a required argument is null, or an unknown status type */
+    KOVA_ERROR_CREATE = 4,     /* KovaRtspServerInit: the server could not be made */
+    KOVA_ERROR_NO_SESSION = 5, /* no session has that id */
+    KOVA_ERROR_SOCKET = 7,     /* socket() failed */
+    KOVA_ERROR_SETSOCKOPT = 8, /* setsockopt(SO_REUSEADDR) failed */
+    KOVA_ERROR_BIND = 9,       /* bind() failed: the port is taken, or the address is not ours */
+    KOVA_ERROR_LISTEN = 10,    /* listen() failed */
+    KOVA_ERROR_THREAD = 11,    /* a service thread could not be created */
+    KOVA_ERROR_OVERFLOW = 12,  /* a stream's input ring had no room */
+    KOVA_ERROR_PUSH = -1       /* KovaRtspServerPushData: null stream or null data */
 };
 
 /* Media types of a payload type. */
@@ -79,8 +79,8 @@ enum {
 
 /* Limits. */
 enum {
-    KOVA_ADDRESS_SIZE = 16,   /* bytes of the address argument of Init and Create */
-    KOVA_MAX_CLIENTS = 1024,  /* the largest accepted maximum of clients */
+    KOVA_ADDRESS_SIZE = 16,    /* bytes of the address argument of Init and Create */
+    KOVA_MAX_CLIENTS = 1024,   /* the largest accepted maximum of clients */
     KOVA_MAX_URI_LENGTH = 1024 /* characters of the longest URI that can be published */
 };
 

@@ -1,0 +1,68 @@
+#include "server/handler_registry.h"
+
+#include "foundation/scope_guard.h"
+#include "rtsp/server_calls.h"
+
+#include <unistd.h>
+
+int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    if (pServer == nullptr || pHandler == nullptr)
+        return KOVA_ERROR_NULL;
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    return KovaListPush(&pServer->pHandlerList, pHandler) ? KOVA_OK : KOVA_ERROR_FAILED;
+}
+
+int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    if (pServer == nullptr || pHandler == nullptr)
+        return KOVA_ERROR_NULL;
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+    return KOVA_OK;
+}
+
+void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer)
+{
+    if (pServer == nullptr)
+        return;
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    while (pServer->pHandlerList != nullptr) {
+        KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(
+            KovaListTakeFirst(&pServer->pHandlerList, nullptr));
+        KovaRtspServerHandlerStop(pHandler);
+        KovaRtspServerHandlerDestroy(pHandler);
+    }
+}
+
+KovaRtspServerHandler *KovaRtspServerGetHandlerBySessionId(KovaRtspServer *pServer,
+                                                           const char *szSessionId)
+{
+    if (pServer == nullptr || szSessionId == nullptr)
+        return nullptr;
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+        if (pHandler != nullptr && KovaHandlerHasSessionId(pHandler, szSessionId))
+            return pHandler;
+    }
+    return nullptr;
+}
+
+bool KovaServerReleaseHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    // RemoveAll asks for the stop and waits for it under mtxHandler. So this
+    // thread only tries for the mutex, and gives way once it has been claimed.
+    while (KovaThreadRuns(pHandler->nState)) {
+        if (pthread_mutex_trylock(&pServer->mtxHandler) != 0) {
+            usleep(kPollMicroseconds);
+            continue;
+        }
+        const bool bOwn = KovaThreadRuns(pHandler->nState);
+        if (bOwn)
+            KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+        pthread_mutex_unlock(&pServer->mtxHandler);
+        return bOwn;
+    }
+    return false;
+}

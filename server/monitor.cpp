@@ -1,0 +1,144 @@
+#include "server/monitor.h"
+
+#include "foundation/clock.h"
+#include "foundation/log.h"
+#include "foundation/scope_guard.h"
+#include "server/server.h"
+#include "streamer/client_walk.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+
+constexpr char kThreadName[] = "pMonitorProc";
+constexpr unsigned kPassMicroseconds = 1000000;
+
+/// A client's bit rate is the mean since its mark; the mark moves when it is
+/// older than this, ms.
+constexpr uint64_t kMeasureSpan = 10000;
+
+bool IsExpired(const KovaRtspSession *pSession)
+{
+    return KovaClockSecondsBetween(pSession->tExpire, KovaClockSeconds()) > 0;
+}
+
+void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
+{
+    printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName, pSession->szSessionId);
+    KovaRtspServerRemoveRtpClient(pServer, pSession->szSessionId);
+    printf("%s, KovaRtspServerRemoveRtpClient Finish !!!\n", kThreadName);
+    KovaListTake(&pServer->pSessionList, nullptr, pSession);
+    KovaRtspSessionDestroy(pSession);
+}
+
+void ExpireSessions(KovaRtspServer *pServer)
+{
+    const KovaMutexLock lock(&pServer->mtxSession);
+    KovaList *pNode = pServer->pSessionList;
+    while (pNode != nullptr) {
+        KovaRtspSession *pSession = static_cast<KovaRtspSession *>(pNode->data);
+        pNode = pNode->next;
+        if (pSession != nullptr && IsExpired(pSession))
+            ExpireSession(pServer, pSession);
+    }
+}
+
+/// Adds a client's bit rate, kbit/s of 1024 bits, to the stream's sum.
+bool MeasureClient(const KovaClientVisit &visit, void *pContext)
+{
+    KovaRtpClient *pClient = visit.pClient;
+    const uint64_t nNow = KovaClockMilliseconds();
+    const uint64_t nElapsed = nNow - pClient->nMeasureStartTime;
+    if (nElapsed == 0)
+        return false;
+    pClient->nSendBitrate = (pClient->nMeasureBytes >> 7) * 1000U / nElapsed;
+    TimeLog(kLogFigures, "%s, Total Data Sent : %u, Last Data Sent: %u\n", kThreadName,
+            pClient->nOctetCount, pClient->nMeasureBytes);
+    *static_cast<uint64_t *>(pContext) += pClient->nSendBitrate;
+    if (nElapsed > kMeasureSpan) {
+        pClient->nMeasureStartTime = nNow;
+        pClient->nMeasureBytes = 0;
+    }
+    return false;
+}
+
+uint32_t StatusOf(KovaRtspStreamer *pStreamer, int32_t nClients, uint64_t nBitrate)
+{
+    if (nClients > 0 && nBitrate == 0)
+        return kStreamStalled;
+    if (KovaRtspStreamerSdpIsReady(pStreamer) == 0)
+        return kStreamNotReady;
+    if (nClients == 0)
+        return kStreamIdle;
+    return nClients > 0 ? kStreamFlowing : pStreamer->nServerStatus.load();
+}
+
+void MeasureStream(KovaRtspStreamer *pStreamer)
+{
+    uint64_t nBitrate = 0;
+    KovaStreamerWalkClients(pStreamer,
+                            {&pStreamer->packerMutex, nullptr, MeasureClient, &nBitrate});
+    KovaStreamerSetThroughput(pStreamer, nBitrate);
+    const int32_t nClients = pStreamer->nClientCount;
+    pStreamer->nServerStatus = StatusOf(pStreamer, nClients, nBitrate);
+    TimeLog(kLogFigures,
+            "%s, Uri: %.*s, Client Count: %d, Send Bitrate: %llu kbps, Server Status: %d\n",
+            kThreadName, static_cast<int>(kUriSize), pStreamer->szUri, nClients,
+            static_cast<unsigned long long>(nBitrate),
+            static_cast<int>(pStreamer->nServerStatus.load()));
+    TimeLog(kLogFigures, "%s, Audio Ring Buffer Avail: %d, Video Ring Buffer Avail: %d\n",
+            kThreadName, KovaRingbufferAvail(&pStreamer->audioRing),
+            KovaRingbufferAvail(&pStreamer->videoRing));
+}
+
+void MeasureStreams(KovaRtspServer *pServer)
+{
+    const KovaMutexLock lock(&pServer->mtxStreamer);
+    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
+        if (pNode->data != nullptr)
+            MeasureStream(static_cast<KovaRtspStreamer *>(pNode->data));
+    }
+}
+
+} // namespace
+
+void *pMonitorProc(void *pArgument)
+{
+    TimeLog(kLogThread, "%s, Enter thread\n", kThreadName);
+    KovaRtspServer *pServer = static_cast<KovaRtspServer *>(pArgument);
+    if (pServer == nullptr) {
+        TimeLog(kLogThread, "%s, Leave thread(pServer)\n", kThreadName);
+        return nullptr;
+    }
+    while (KovaThreadRuns(pServer->nMonitorState)) {
+        ExpireSessions(pServer);
+        MeasureStreams(pServer);
+        usleep(kPassMicroseconds);
+    }
+    pServer->nMonitorState = kThreadStopped;
+    TimeLog(kLogThread, "%s, Leave thread\n", kThreadName);
+    return nullptr;
+}
+
+int32_t KovaRtspServerRemoveRtpClient(KovaRtspServer *pServer, const char *szSessionId)
+{
+    constexpr char kName[] = "KovaRtspServerRemoveRtpClient";
+    if (pServer == nullptr || szSessionId == nullptr)
+        return KOVA_ERROR_NULL;
+    KovaWalkTrace(kName, "Enter", "Streamer");
+    KovaMutexLock lock(&pServer->mtxStreamer);
+    bool bCounted = false;
+    KovaList *pNode = pServer->pStreamerList;
+    while (pNode != nullptr) {
+        KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pNode->data);
+        pNode = pNode->next;
+        if (pStreamer != nullptr)
+            KovaStreamerWalkSession(pStreamer, szSessionId, kName, KovaVisitRemoveClient,
+                                    &bCounted);
+    }
+    lock.Unlock();
+    KovaWalkTrace(kName, "Leave", "Streamer");
+    return KOVA_OK;
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "foundation/export.h"
+#include "foundation/list.h"
+#include "foundation/thread.h"
+#include "rtsp/connection_handler.h"
+#include "rtsp/session.h"
+#include "server/kova_rtsp_server.h"
+#include "streamer/streamer.h"
+
+#include <netinet/in.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+/// The server: its listening socket, two service threads and three registries.
+/// Lock order, outermost first: a handler's mtxRequest, mtxSession, mtxStreamer,
+/// a stream's senderMutex, its packerMutex, a sender's mutex, a send group's
+/// clientMutex or packetMutex. mtxHandler is held with none of them wanted.
+struct KovaRtspServer {
+    std::atomic<int32_t> nListenSocket; ///< -1 when none is open
+    char szAddr[KOVA_ADDRESS_SIZE];     ///< empty: any address; may lack a terminator
+    uint16_t nPort;
+    int32_t nMaxClient;
+    pthread_t hListenThread;
+    pthread_t hMonitorThread;
+    KovaStateWord nListenState;
+    KovaStateWord nMonitorState;
+    KovaList *pHandlerList;  ///< of KovaRtspServerHandler; guarded by mtxHandler
+    KovaList *pSessionList;  ///< of KovaRtspSession; guarded by mtxSession
+    KovaList *pStreamerList; ///< of KovaRtspStreamer; guarded by mtxStreamer
+    pthread_mutex_t mtxHandler;
+    pthread_mutex_t mtxSession;
+    pthread_mutex_t mtxStreamer;
+
+    pthread_mutex_t mtxListen; ///< held while the listening socket is closed or woken
+};
+
+/// Closes the listening socket if its descriptor is above 0.
+void KovaServerCloseListener(KovaRtspServer *pServer);
+
+/// Ends the listener's wait for a connection.
+void KovaServerWakeListener(KovaRtspServer *pServer);

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "server/server.h"
+
+/// Registry of sessions, beside the calls in rtsp/server_calls.h and
+/// streamer/server_calls.h. Each call takes mtxSession for its own run.
+
+/// Unlinks a session without destroying it. 0; 2 for a null argument.
+KOVA_API int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSession *pSession);
+
+/// Unlinks and destroys every session.
+KOVA_API void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer);
+
+/// The first session with that id, or null. It lives until it is removed.
+KOVA_API KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,
+                                                              const char *szSessionId);

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "foundation/export.h"
+
+#include <cstdint>
+
+/// What a stream asks of its server: the only calls from here up. Implemented
+/// by the server's registries; each takes its registry's mutex for its own run.
+struct KovaRtspServer;
+
+/// 1 if a stream with that URI is published, else 0 (also for null arguments).
+KOVA_API int32_t KovaRtspServerIsUriExist(KovaRtspServer *pServer, const char *szUri);
+
+/// Moves a session's expiry to now + its time-out + 30 s. 0; 2 for a null
+/// argument; 5 when no session has the id.
+KOVA_API int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char *szSessionId);
+
+/// Unlinks and destroys a session. 0; 2 for a null argument; 5 when no session
+/// has the id.
+KOVA_API int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer,
+                                                        const char *szSessionId);
