@@ -181,7 +181,8 @@ bool KovaAacModel::Split(const KovaBytes &unit)
 {
     static const uint32_t kRates[16] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050,
                                         16000, 12000, 11025, 8000,  7350,  0,     0,     0};
-    for (size_t p = 0; p != unit.size();) {
+    size_t p = 0;
+    do {
         while (p + 7 < unit.size() && (unit[p] != 0xFF || unit[p + 1] / 16 != 0xF))
             p++;
         if (p + 7 >= unit.size())
@@ -210,7 +211,7 @@ bool KovaAacModel::Split(const KovaBytes &unit)
         Append(&payload, Slice(unit, p + 7, p + nLength));
         m_payloads.push_back(payload);
         p += nLength;
-    }
+    } while (p != unit.size());
     return true;
 }
 

@@ -113,7 +113,7 @@ KovaBytes RandomAdts(KovaRandom *pRandom)
 KovaBytes RandomAac(KovaRandom *pRandom)
 {
     if (pRandom->OneIn(40))
-        return pRandom->Bytes(1 + pRandom->Below(30));
+        return pRandom->Bytes(pRandom->Below(30));
     KovaBytes unit;
     const uint32_t nFrames = 1 + pRandom->Below(6);
     for (uint32_t n = 0; n < nFrames; n++) {
