@@ -1,0 +1,360 @@
+#include "tests/support/rtsp_client.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point In(int nMilliseconds)
+{
+    return Clock::now() + std::chrono::milliseconds(nMilliseconds);
+}
+
+int Left(Clock::time_point end)
+{
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
+}
+
+bool WaitReadable(int nSocket, int nMilliseconds)
+{
+    struct pollfd entry = {nSocket, POLLIN, 0};
+    const Clock::time_point end = In(nMilliseconds);
+    int nResult = -1;
+    do
+        nResult = poll(&entry, 1, Left(end));
+    while (nResult < 0 && errno == EINTR);
+    return nResult == 1;
+}
+
+sockaddr_in Loopback(uint16_t nPort)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(nPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int OpenUdp(uint16_t nPort)
+{
+    const int nSocket = socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in address = Loopback(nPort);
+    const int nBuffer = 4 << 20;
+    setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
+    if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
+        return nSocket;
+    close(nSocket);
+    return -1;
+}
+
+bool ReceiveFrom(int nSocket, std::string *pPacket, int nMilliseconds)
+{
+    if (!WaitReadable(nSocket, nMilliseconds))
+        return false;
+    pPacket->resize(65536);
+    const ssize_t nGot = recv(nSocket, pPacket->data(), pPacket->size(), MSG_DONTWAIT);
+    pPacket->resize(static_cast<size_t>(std::max<ssize_t>(nGot, 0)));
+    return nGot >= 0;
+}
+
+bool SendTo(int nSocket, uint16_t nPort, std::string_view bytes)
+{
+    const sockaddr_in address = Loopback(nPort);
+    return sendto(nSocket, bytes.data(), bytes.size(), 0,
+                  reinterpret_cast<const sockaddr *>(&address),
+                  sizeof(address)) == static_cast<ssize_t>(bytes.size());
+}
+
+} // namespace
+
+std::string KovaTestResponse::Header(std::string_view name) const
+{
+    const std::string key = "\r\n" + std::string(name) + ": ";
+    const size_t nAt = head.find(key);
+    if (nAt == std::string::npos)
+        return {};
+    const size_t nStart = nAt + key.size();
+    return head.substr(nStart, head.find("\r\n", nStart) - nStart);
+}
+
+KovaRtspTestClient::~KovaRtspTestClient()
+{
+    Close();
+}
+
+bool KovaRtspTestClient::Connect(uint16_t nPort, int nReceiveBuffer)
+{
+    Close();
+    m_nSocket = socket(AF_INET, SOCK_STREAM, 0);
+    if (nReceiveBuffer > 0)
+        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &nReceiveBuffer, sizeof(nReceiveBuffer));
+    // Each Send() is a segment of its own, and so a read of its own at the server.
+    const int nOn = 1;
+    setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
+    const sockaddr_in address = Loopback(nPort);
+    if (connect(m_nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
+        return true;
+    Close();
+    return false;
+}
+
+void KovaRtspTestClient::Adopt(int nSocket)
+{
+    Close();
+    m_nSocket = nSocket;
+}
+
+void KovaRtspTestClient::Close(bool bReset)
+{
+    if (m_nSocket >= 0) {
+        const struct linger reset = {1, 0};
+        if (bReset)
+            setsockopt(m_nSocket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+        close(m_nSocket);
+    }
+    m_nSocket = -1;
+    m_input.clear();
+    m_frames.clear();
+}
+
+uint16_t KovaRtspTestClient::LocalPort() const
+{
+    sockaddr_in address = {};
+    socklen_t nSize = sizeof(address);
+    getsockname(m_nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
+    return ntohs(address.sin_port);
+}
+
+bool KovaRtspTestClient::Send(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t nSent = send(m_nSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (nSent <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<size_t>(nSent));
+    }
+    return true;
+}
+
+bool KovaRtspTestClient::Fill(int nMilliseconds)
+{
+    if (m_nSocket < 0 || !WaitReadable(m_nSocket, nMilliseconds))
+        return false;
+    char chunk[65536];
+    const ssize_t nGot = recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT);
+    if (nGot <= 0)
+        return false;
+    m_input.append(chunk, static_cast<size_t>(nGot));
+    return true;
+}
+
+void KovaRtspTestClient::TakeFrames()
+{
+    while (m_input.size() >= 4 && m_input[0] == '$') {
+        const size_t nLength = static_cast<size_t>(static_cast<uint8_t>(m_input[2]) << 8 |
+                                                   static_cast<uint8_t>(m_input[3]));
+        if (m_input.size() < 4 + nLength)
+            return;
+        m_frames.push_back({static_cast<uint8_t>(m_input[1]), m_input.substr(4, nLength)});
+        m_input.erase(0, 4 + nLength);
+    }
+}
+
+KovaTestResponse KovaRtspTestClient::Receive(int nMilliseconds)
+{
+    KovaTestResponse response;
+    const Clock::time_point end = In(nMilliseconds);
+    do {
+        TakeFrames();
+        const size_t nEnd = m_input.find("\r\n\r\n");
+        if (m_input.empty() || m_input[0] == '$' || nEnd == std::string::npos)
+            continue;
+        response.head = m_input.substr(0, nEnd + 4);
+        if (response.head.compare(0, 9, "RTSP/1.0 ") == 0)
+            response.nStatus = std::atoi(response.head.c_str() + 9);
+        const size_t nBody =
+            static_cast<size_t>(std::atol(response.Header("Content-Length").c_str()));
+        if (m_input.size() < nEnd + 4 + nBody)
+            continue;
+        response.bComplete = true;
+        response.body = m_input.substr(nEnd + 4, nBody);
+        response.text = response.head + response.body;
+        m_input.erase(0, response.text.size());
+        return response;
+    } while (Left(end) > 0 && Fill(Left(end)));
+    response.text = m_input;
+    return response;
+}
+
+KovaTestResponse KovaRtspTestClient::Exchange(std::string_view bytes)
+{
+    if (!Send(bytes))
+        return {};
+    return Receive();
+}
+
+bool KovaRtspTestClient::NextFrame(KovaTestFrame *pFrame, int nMilliseconds)
+{
+    const Clock::time_point end = In(nMilliseconds);
+    TakeFrames();
+    while (m_frames.empty() && Left(end) > 0 && Fill(Left(end)))
+        TakeFrames();
+    if (m_frames.empty())
+        return false;
+    *pFrame = m_frames.front();
+    m_frames.pop_front();
+    return true;
+}
+
+bool KovaRtspTestClient::IsSilent(int nMilliseconds)
+{
+    TakeFrames();
+    return m_input.empty() && m_frames.empty() && !WaitReadable(m_nSocket, nMilliseconds);
+}
+
+bool KovaRtspTestClient::WaitClosed(int nMilliseconds)
+{
+    const Clock::time_point end = In(nMilliseconds);
+    while (Left(end) > 0 && WaitReadable(m_nSocket, Left(end))) {
+        char chunk[65536];
+        if (recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT) <= 0)
+            return true;
+    }
+    return false;
+}
+
+std::string KovaRtspTestClient::Format(std::string_view method, std::string_view path,
+                                       std::string_view lines)
+{
+    std::string text = std::string(method) + " rtsp://127.0.0.1/" + std::string(path) +
+                       " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
+    if (!m_session.empty())
+        text += "Session: " + m_session + "\r\n";
+    return text + std::string(lines) + "\r\n";
+}
+
+KovaTestResponse KovaRtspTestClient::Options(std::string_view stream, std::string_view lines)
+{
+    return Exchange(Format("OPTIONS", stream, lines));
+}
+
+KovaTestResponse KovaRtspTestClient::Describe(std::string_view stream, std::string_view lines)
+{
+    return Exchange(Format("DESCRIBE", stream, lines));
+}
+
+KovaTestResponse KovaRtspTestClient::SetupUdp(std::string_view stream, int nTrack,
+                                              uint16_t nRtpPort)
+{
+    return Setup(stream, nTrack,
+                 "RTP/AVP;unicast;client_port=" + std::to_string(nRtpPort) + "-" +
+                     std::to_string(nRtpPort + 1));
+}
+
+KovaTestResponse KovaRtspTestClient::SetupTcp(std::string_view stream, int nTrack, int nChannel)
+{
+    return Setup(stream, nTrack,
+                 "RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) + "-" +
+                     std::to_string(nChannel + 1));
+}
+
+KovaTestResponse KovaRtspTestClient::Setup(std::string_view stream, int nTrack,
+                                           std::string_view transport)
+{
+    const KovaTestResponse response =
+        Exchange(Format("SETUP", std::string(stream) + "/trackID=" + std::to_string(nTrack),
+                        "Transport: " + std::string(transport) + "\r\n"));
+    const std::string session = response.Header("Session");
+    if (response.nStatus == 200)
+        m_session = session.substr(0, session.find(';'));
+    return response;
+}
+
+KovaTestResponse KovaRtspTestClient::Play(std::string_view stream, std::string_view lines)
+{
+    return Exchange(Format("PLAY", stream, lines));
+}
+
+KovaTestResponse KovaRtspTestClient::GetParameter(std::string_view stream, std::string_view lines)
+{
+    return Exchange(Format("GET_PARAMETER", stream, lines));
+}
+
+KovaTestResponse KovaRtspTestClient::Teardown(std::string_view stream, std::string_view lines)
+{
+    return Exchange(Format("TEARDOWN", stream, lines));
+}
+
+KovaUdpPair::KovaUdpPair()
+{
+    // Away from the ports that servers and the system give out.
+    static uint16_t nNext = static_cast<uint16_t>(12000 + getpid() % 8000 * 2);
+    for (int i = 0; i < 500 && m_nPort == 0; i++) {
+        const uint16_t nPort = nNext;
+        nNext = static_cast<uint16_t>(nNext + 2 < 32000 ? nNext + 2 : 12000);
+        m_nRtp = OpenUdp(nPort);
+        m_nRtcp = m_nRtp < 0 ? -1 : OpenUdp(static_cast<uint16_t>(nPort + 1));
+        if (m_nRtcp >= 0)
+            m_nPort = nPort;
+        else if (m_nRtp >= 0)
+            close(m_nRtp);
+    }
+}
+
+KovaUdpPair::~KovaUdpPair()
+{
+    if (m_nPort == 0)
+        return;
+    close(m_nRtp);
+    close(m_nRtcp);
+}
+
+bool KovaUdpPair::ReceiveRtp(std::string *pPacket, int nMilliseconds)
+{
+    return ReceiveFrom(m_nRtp, pPacket, nMilliseconds);
+}
+
+bool KovaUdpPair::ReceiveRtcp(std::string *pPacket, int nMilliseconds)
+{
+    return ReceiveFrom(m_nRtcp, pPacket, nMilliseconds);
+}
+
+bool KovaUdpPair::SendRtcp(uint16_t nPort, std::string_view bytes)
+{
+    return SendTo(m_nRtcp, nPort, bytes);
+}
+
+bool KovaUdpPair::SendRtp(uint16_t nPort, std::string_view bytes)
+{
+    return SendTo(m_nRtp, nPort, bytes);
+}
+
+std::string KovaReceiverReport(uint32_t nSsrc)
+{
+    std::string packet("\x81\xc9\x00\x07\x11\x22\x33\x44", 8);
+    for (int nShift = 24; nShift >= 0; nShift -= 8)
+        packet += static_cast<char>(nSsrc >> nShift & 0xff);
+    return packet.append(20, '\0');
+}
+
+std::string KovaInterleaved(int nChannel, std::string_view packet)
+{
+    std::string frame = "$";
+    frame += static_cast<char>(nChannel);
+    frame += static_cast<char>(packet.size() >> 8);
+    frame += static_cast<char>(packet.size() & 0xff);
+    return frame + std::string(packet);
+}

@@ -1,0 +1,252 @@
+#include "tests/support/test_server.h"
+
+#include "rtp/rtp_packer.h"
+#include "rtp/tcp_channel.h"
+#include "server/listener.h"
+#include "server/session_registry.h"
+#include "streamer/registries.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kPortAttempts = 20;
+constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
+
+const uint8_t *Bytes(const std::string &text)
+{
+    return reinterpret_cast<const uint8_t *>(text.data());
+}
+
+/// Listens on a free loopback port.
+int Listen(uint16_t *pPort)
+{
+    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = {};
+    socklen_t nSize = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    listen(nSocket, 128);
+    getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
+    *pPort = ntohs(address.sin_port);
+    return nSocket;
+}
+
+} // namespace
+
+uint16_t KovaFreeTcpPort()
+{
+    uint16_t nPort = 0;
+    close(Listen(&nPort));
+    return nPort;
+}
+
+KovaTestServer::KovaTestServer(const KovaTestServerOptions &options) : m_uri(options.uri)
+{
+    if (!options.bStart) {
+        m_nListener = Listen(&m_nPort);
+        m_pServer = KovaRtspServerCreate(kLoopback, m_nPort, options.nMaxClient);
+    }
+    // Somebody else may take the port between the choice and its use.
+    for (int i = 0; i < kPortAttempts && m_pServer == nullptr && options.bStart; i++) {
+        m_nPort = KovaFreeTcpPort();
+        KovaRtspServerInit(&m_pServer, kLoopback, m_nPort, options.nMaxClient);
+    }
+    if (m_pServer != nullptr && !m_uri.empty())
+        m_pStream = AddStream(m_uri);
+}
+
+KovaTestServer::~KovaTestServer()
+{
+    if (m_nListener >= 0) {
+        KovaRtspServerDestroy(m_pServer);
+        close(m_nListener);
+    } else if (m_pServer != nullptr) {
+        KovaRtspServerUninit(m_pServer);
+    }
+}
+
+KovaRtspStreamer *KovaTestServer::AddStream(const std::string &uri)
+{
+    const KovaAudioDescription audio = {64, 44100, 2};
+    const KovaVideoDescription video = {2000};
+    uint32_t nPayloadId = 0;
+    KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, uri.c_str());
+    if (pStream != nullptr) {
+        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nPayloadId, &audio);
+        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nPayloadId, &video);
+    }
+    return pStream;
+}
+
+void KovaTestServer::RemoveStream()
+{
+    KovaRtspServerRemoveUri(m_pServer, m_uri.c_str());
+    m_pStream = nullptr;
+}
+
+void KovaTestServer::MakeReady(KovaRtspStreamer *pStream)
+{
+    const std::string config("\x12\x10", 2);
+    const std::string sps = KovaTestSps();
+    const std::string pps = KovaTestPps();
+    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 96, kInfoAacConfig, Bytes(config),
+                                     static_cast<uint32_t>(config.size()));
+    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoSps, Bytes(sps),
+                                     static_cast<uint32_t>(sps.size()));
+    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoPps, Bytes(pps),
+                                     static_cast<uint32_t>(pps.size()));
+}
+
+bool KovaTestServer::PushReady(uint32_t nTimestamp)
+{
+    const std::string video = KovaTestKeyFrame(100);
+    const std::string audio = KovaTestAacFrame(20);
+    KovaRtspServerPushData(m_pStream, 96, Bytes(audio), static_cast<uint32_t>(audio.size()),
+                           nTimestamp);
+    KovaRtspServerPushData(m_pStream, 97, Bytes(video), static_cast<uint32_t>(video.size()),
+                           nTimestamp);
+    return KovaWaitUntil(5000, [this] { return KovaRtspStreamerSdpIsReady(m_pStream) == 1; });
+}
+
+bool KovaTestServer::Connect(KovaRtspTestClient *pClient, int nReceiveBuffer)
+{
+    if (!pClient->Connect(m_nPort, nReceiveBuffer))
+        return false;
+    if (m_nListener >= 0) {
+        sockaddr_in peer = {};
+        socklen_t nSize = sizeof(peer);
+        const int nSocket = accept(m_nListener, reinterpret_cast<sockaddr *>(&peer), &nSize);
+        return AddNewRtspHandler(m_pServer, nSocket, peer) == 0;
+    }
+    return KovaWaitUntil(5000, [&] { return Handler(*pClient) != nullptr; });
+}
+
+KovaRtspServerHandler *KovaTestServer::Handler(const KovaRtspTestClient &client)
+{
+    KovaRtspServerHandler *pFound = nullptr;
+    const uint16_t nPort = client.LocalPort();
+    pthread_mutex_lock(&m_pServer->mtxHandler);
+    for (KovaList *pNode = m_pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
+        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+        if (pHandler->nPeerPort == nPort)
+            pFound = pHandler;
+    }
+    pthread_mutex_unlock(&m_pServer->mtxHandler);
+    return pFound;
+}
+
+bool KovaTestServer::WaitHandlers(unsigned nCount, int nMilliseconds)
+{
+    return KovaWaitUntil(nMilliseconds, [&] { return HandlerCount() == nCount; });
+}
+
+unsigned KovaTestServer::HandlerCount()
+{
+    pthread_mutex_lock(&m_pServer->mtxHandler);
+    const unsigned nCount = KovaListLength(m_pServer->pHandlerList);
+    pthread_mutex_unlock(&m_pServer->mtxHandler);
+    return nCount;
+}
+
+unsigned KovaTestServer::SessionCount()
+{
+    pthread_mutex_lock(&m_pServer->mtxSession);
+    const unsigned nCount = KovaListLength(m_pServer->pSessionList);
+    pthread_mutex_unlock(&m_pServer->mtxSession);
+    return nCount;
+}
+
+int32_t KovaTestServer::Expiry(const std::string &session)
+{
+    int32_t tExpire = 0;
+    pthread_mutex_lock(&m_pServer->mtxSession);
+    for (KovaList *pNode = m_pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
+        auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
+        if (session == pSession->szSessionId)
+            tExpire = pSession->tExpire.load();
+    }
+    pthread_mutex_unlock(&m_pServer->mtxSession);
+    return tExpire;
+}
+
+std::vector<KovaTestServer::Client> KovaTestServer::Clients(KovaRtspStreamer *pStream,
+                                                            uint32_t nPayloadId)
+{
+    std::vector<Client> clients;
+    KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStream, nPayloadId);
+    if (pSender == nullptr)
+        return clients;
+    pthread_mutex_lock(&pSender->mutex);
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
+        auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
+        KovaRtpSendGroupLockClients(pGroup);
+        for (KovaList *pEntry = pGroup->pClientList; pEntry != nullptr; pEntry = pEntry->next) {
+            auto *pClient = static_cast<KovaRtpClient *>(pEntry->data);
+            int *pTcpSocket = pClient->pTcpSocket.load();
+            const int32_t nTcpSocket =
+                pTcpSocket == nullptr ? 0 : __atomic_load_n(pTcpSocket, __ATOMIC_SEQ_CST);
+            clients.push_back(
+                {pClient->szSessionId, pClient->nState, pClient->nRtpSocket, pClient->nRtcpSocket,
+                 pClient->nClientRtpPort, pClient->nClientRtcpPort, pClient->bInterleaved,
+                 nTcpSocket, pClient->nRtpChannel, pClient->nRtcpChannel, pClient->nStartSequence,
+                 pClient->nStartTimestamp, pClient->rtpAddress, pClient->rtcpAddress});
+        }
+        pthread_mutex_unlock(&pGroup->clientMutex);
+    }
+    pthread_mutex_unlock(&pSender->mutex);
+    return clients;
+}
+
+uint32_t KovaTestServer::Ssrc(uint32_t nPayloadId) const
+{
+    KovaRtpPacker *pPacker = KovaRtspStreamerGetRtpPackerByPayloadId(m_pStream, nPayloadId);
+    return pPacker == nullptr ? 0 : pPacker->nSsrc;
+}
+
+std::string KovaTestSps()
+{
+    return std::string("\x67\x42\xC0\x1E\xD9\x00\xA0\x47\xFE\xC8", 10);
+}
+
+std::string KovaTestPps()
+{
+    return std::string("\x68\xCE\x3C\x80", 4);
+}
+
+std::string KovaTestKeyFrame(size_t nSliceSize)
+{
+    const std::string start("\0\0\0\1", 4);
+    return start + KovaTestSps() + start + KovaTestPps() + start + "\x65" +
+           std::string(nSliceSize, '\x5a');
+}
+
+std::string KovaTestInterFrame(size_t nSliceSize)
+{
+    return std::string("\0\0\0\1\x41", 5) + std::string(nSliceSize, '\x5a');
+}
+
+std::string KovaTestAacFrame(size_t nPayloadSize)
+{
+    const size_t nLength = nPayloadSize + 7;
+    std::string frame("\xFF\xF1\x50", 3);
+    frame += static_cast<char>(0x80 | nLength >> 11);
+    frame += static_cast<char>(nLength >> 3 & 0xff);
+    frame += static_cast<char>((nLength & 7) << 5 | 0x1f);
+    frame += '\xfc';
+    return frame + std::string(nPayloadSize, '\x21');
+}
+
+int KovaOpenDescriptors()
+{
+    int nCount = -1; // the directory itself is open while it is read
+    DIR *pDirectory = opendir("/proc/self/fd");
+    while (const dirent *pEntry = readdir(pDirectory))
+        nCount += pEntry->d_name[0] != '.';
+    closedir(pDirectory);
+    return nCount;
+}
