@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# libcurl goes through a whole session. The curl program can only ask "OPTIONS *", which names no
+# stream and is refused.
+. "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
+need curl curl-config gcc
+start_host
+
+refused=$(curl -s -S -i -m 10 "$url" 2>&1)
+[[ $refused == *'CSeq'* ]] || fail "curl did not miss the CSeq of a refusal: $refused"
+
+read -r -a flags < <(curl-config --cflags --libs | tr '\n' ' ')
+gcc -std=c99 -Wall -Wextra -pedantic -Werror -o "$work/curl_rtsp" "$players/curl_rtsp.c" \
+    "${flags[@]}" || fail "curl_rtsp.c does not compile"
+timeout 40 "$work/curl_rtsp" "$url" || fail "curl_rtsp: status $?"
+await_status '^clients 0, 0 kbit/s, idle$' 10
