@@ -1,0 +1,114 @@
+#include "tests/support/socket_faults.h"
+
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+std::atomic<KovaSocketFaults *> g_pFaults{nullptr};
+
+} // namespace
+
+struct KovaSocketHooks {
+    /// The next scripted send of the descriptor; false when there is none.
+    static bool NextSend(int nSocket, int nFlags, KovaScriptedSend *pSend)
+    {
+        KovaSocketFaults *pFaults = g_pFaults.load();
+        if (pFaults == nullptr)
+            return false;
+        const std::lock_guard<std::mutex> lock(pFaults->m_mutex);
+        if (nSocket != pFaults->m_nSocket)
+            return false;
+        pFaults->m_nFlags = nFlags;
+        if (pFaults->m_sends.empty())
+            return false;
+        *pSend = pFaults->m_sends.front();
+        pFaults->m_sends.pop_front();
+        return true;
+    }
+
+    static void Closing(int nSocket)
+    {
+        KovaSocketFaults *pFaults = g_pFaults.load();
+        if (pFaults == nullptr)
+            return;
+        std::function<void()> action;
+        {
+            const std::lock_guard<std::mutex> lock(pFaults->m_mutex);
+            if (nSocket == pFaults->m_nClosing)
+                action = std::exchange(pFaults->m_onClose, nullptr);
+        }
+        if (action)
+            action();
+    }
+};
+
+// These stand in for the functions of the C library in the whole program.
+
+extern "C" ssize_t sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
+                          const struct sockaddr *pAddress, socklen_t nAddressSize)
+{
+    KovaScriptedSend scripted;
+    if (KovaSocketHooks::NextSend(nSocket, nFlags, &scripted)) {
+        if (scripted.nError > 0) {
+            errno = scripted.nError;
+            return -1;
+        }
+        if (scripted.nMost == 0)
+            return 0;
+        nSize = scripted.nMost < nSize ? scripted.nMost : nSize;
+    }
+    return syscall(SYS_sendto, nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
+}
+
+extern "C" ssize_t send(int nSocket, const void *pData, size_t nSize, int nFlags)
+{
+    return sendto(nSocket, pData, nSize, nFlags, nullptr, 0);
+}
+
+extern "C" int close(int nSocket)
+{
+    KovaSocketHooks::Closing(nSocket);
+    return static_cast<int>(syscall(SYS_close, nSocket));
+}
+
+KovaSocketFaults::KovaSocketFaults()
+{
+    g_pFaults.store(this);
+}
+
+KovaSocketFaults::~KovaSocketFaults()
+{
+    g_pFaults.store(nullptr);
+}
+
+void KovaSocketFaults::Script(int nSocket, std::deque<KovaScriptedSend> sends)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_nSocket = nSocket;
+    m_sends = std::move(sends);
+}
+
+size_t KovaSocketFaults::Left()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sends.size();
+}
+
+int KovaSocketFaults::Flags()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_nFlags;
+}
+
+void KovaSocketFaults::OnClose(int nSocket, std::function<void()> action)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_nClosing = nSocket;
+    m_onClose = std::move(action);
+}
