@@ -1,0 +1,119 @@
+#include "tests/support/stream_host.h"
+
+#include "foundation/scope_guard.h"
+#include "rtp/rtp_packer.h"
+#include "rtsp/server_calls.h"
+#include "streamer/registries.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+/// Tests that go on without their objects would test nothing.
+template <typename Object> Object *Require(Object *pObject, const char *szWhat)
+{
+    if (pObject != nullptr)
+        return pObject;
+    fprintf(stderr, "stream host: no %s\n", szWhat);
+    abort();
+}
+
+KovaRtpSendGroup *FirstGroup(KovaRtpSender *pSender)
+{
+    return static_cast<KovaRtpSendGroup *>(
+        Require(Require(pSender, "sender")->pSendGroupList, "group")->data);
+}
+
+} // namespace
+
+KovaStreamHost::KovaStreamHost(int32_t nMaxClient)
+{
+    const char szAddress[KOVA_ADDRESS_SIZE] = "127.0.0.1";
+    m_pServer = Require(KovaRtspServerCreate(szAddress, 0, nMaxClient), "server");
+}
+
+KovaStreamHost::~KovaStreamHost()
+{
+    KovaRtspServerDestroy(m_pServer);
+}
+
+KovaRtspStreamer *KovaStreamHost::AddStream(const std::string &uri)
+{
+    return Require(KovaRtspServerAddUri(m_pServer, uri.c_str()), "stream");
+}
+
+KovaRtspStreamer *KovaStreamHost::AddAudioVideo(const std::string &uri)
+{
+    KovaRtspStreamer *pStreamer = AddStream(uri);
+    const KovaAudioDescription audio = {64, 44100, 2};
+    const KovaVideoDescription video = {2000};
+    uint32_t nId = 0;
+    if (KovaRtspServerAddPayloadType(pStreamer, KOVA_MEDIA_AUDIO, &nId, &audio) != KOVA_OK ||
+        KovaRtspServerAddPayloadType(pStreamer, KOVA_MEDIA_VIDEO, &nId, &video) != KOVA_OK)
+        abort();
+    return pStreamer;
+}
+
+KovaRtspSession *KovaStreamHost::AddSession(const std::string &id, int32_t nTimeout)
+{
+    char szId[kSessionIdSize] = {};
+    id.copy(szId, sizeof(szId) - 1);
+    KovaRtspSession *pSession = Require(KovaRtspSessionCreate(szId, nTimeout), "session");
+    if (KovaRtspServerAddSession(m_pServer, pSession) != KOVA_OK)
+        abort();
+    return pSession;
+}
+
+KovaRtpClient *KovaAddTestClient(KovaRtspStreamer *pStreamer, uint32_t nPayloadId,
+                                 const std::string &sessionId)
+{
+    KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStreamer, nPayloadId);
+    KovaRtpSendGroup *pGroup = FirstGroup(pSender);
+    KovaRtpSenderAddRtpClient(pSender, sessionId.c_str(), 0, 0, 0, 0, sockaddr_in{}, 1, nullptr, 0,
+                              1, 0, 0);
+    const KovaMutexLock lock(&pGroup->clientMutex);
+    return static_cast<KovaRtpClient *>(Require(KovaListLast(pGroup->pClientList), "client")->data);
+}
+
+std::vector<std::string> KovaClientIds(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
+{
+    KovaRtpSendGroup *pGroup =
+        FirstGroup(KovaRtspStreamerGetRtpSenderByPayloadId(pStreamer, nPayloadId));
+    std::vector<std::string> ids;
+    const KovaMutexLock lock(&pGroup->clientMutex);
+    for (KovaList *pNode = pGroup->pClientList; pNode != nullptr; pNode = pNode->next)
+        ids.emplace_back(static_cast<KovaRtpClient *>(pNode->data)->szSessionId);
+    return ids;
+}
+
+void KovaStopPackers(KovaRtspStreamer *pStreamer)
+{
+    KovaThreadRequestStop(pStreamer->nAudioPackerState);
+    KovaThreadRequestStop(pStreamer->nVideoPackerState);
+    KovaThreadWaitStopped(pStreamer->nAudioPackerState);
+    KovaThreadWaitStopped(pStreamer->nVideoPackerState);
+}
+
+void KovaMakeReady(KovaRtspStreamer *pStreamer)
+{
+    const uint8_t config[] = {0x12, 0x10};
+    const uint8_t sps[] = {0x67, 0x42, 0xC0, 0x1E};
+    const uint8_t pps[] = {0x68, 0xCE};
+    KovaRtspSdpGenerator *pGenerator = pStreamer->pSdpGenerator;
+    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 96, kInfoAacConfig, config, sizeof(config));
+    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 97, kInfoSps, sps, sizeof(sps));
+    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 97, kInfoPps, pps, sizeof(pps));
+}
+
+std::vector<std::string> KovaMessagesOf(const std::vector<std::string> &messages,
+                                        const std::string &name)
+{
+    std::vector<std::string> found;
+    for (const std::string &message : messages) {
+        if (message.rfind(name + ", ", 0) == 0)
+            found.push_back(message);
+    }
+    return found;
+}

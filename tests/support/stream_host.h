@@ -1,0 +1,66 @@
+#pragma once
+
+#include "server/server.h"
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// A server that is not started, for tests of what is in it. Its end destroys
+/// the server with everything that is registered.
+class KovaStreamHost {
+public:
+    explicit KovaStreamHost(int32_t nMaxClient = 16);
+    ~KovaStreamHost();
+    KovaStreamHost(const KovaStreamHost &) = delete;
+    KovaStreamHost &operator=(const KovaStreamHost &) = delete;
+
+    KovaRtspServer *Server() const
+    {
+        return m_pServer;
+    }
+
+    /// Publishes a stream without payload types.
+    KovaRtspStreamer *AddStream(const std::string &uri = "live");
+
+    /// Publishes a stream with an audio (96) and a video payload type (97).
+    KovaRtspStreamer *AddAudioVideo(const std::string &uri = "live");
+
+    /// Makes and registers a session; the server owns it.
+    KovaRtspSession *AddSession(const std::string &id, int32_t nTimeout = 60);
+
+private:
+    KovaRtspServer *m_pServer;
+};
+
+/// Adds an interleaved client that has no connection to a stream's sender.
+/// The sender's group owns it.
+KovaRtpClient *KovaAddTestClient(KovaRtspStreamer *pStreamer, uint32_t nPayloadId,
+                                 const std::string &sessionId);
+
+/// The ids of a sender's clients, in order.
+std::vector<std::string> KovaClientIds(KovaRtspStreamer *pStreamer, uint32_t nPayloadId);
+
+/// Ends both packer threads of a stream: what is pushed stays in the rings.
+void KovaStopPackers(KovaRtspStreamer *pStreamer);
+
+/// Makes the stream's session description complete (audio 96, video 97).
+void KovaMakeReady(KovaRtspStreamer *pStreamer);
+
+/// The messages that begin with a function's name.
+std::vector<std::string> KovaMessagesOf(const std::vector<std::string> &messages,
+                                        const std::string &name);
+
+/// Waits until a condition holds; false when nMilliseconds have passed.
+template <typename Condition> bool KovaWaitUntil(Condition condition, int nMilliseconds = 10000)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(nMilliseconds);
+    while (!condition()) {
+        if (Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
