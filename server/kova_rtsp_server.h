@@ -208,8 +208,9 @@ KOVA_EXPORT int32_t KovaRtspServerRemoveUri(KovaRtspServer *pServer, const char 
  *   pPayloadId    receives the payload id: 96 for the first type, then 97, ...
  *   pDescription  a KovaAudioDescription or KovaVideoDescription; copied
  * Add audio first and video second (see the payload ids above).
- * Results: KOVA_OK; KOVA_ERROR_NULL; KOVA_ERROR_FAILED (unknown media type, no
- * memory, no thread; the payload id is consumed all the same).
+ * Results: KOVA_OK, also when the system has no room for the sending thread and
+ * the track stays silent; KOVA_ERROR_NULL; KOVA_ERROR_FAILED (unknown media
+ * type, no memory; the payload id is consumed all the same).
  */
 KOVA_EXPORT int32_t KovaRtspServerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMediaType,
                                                  uint32_t *pPayloadId, const void *pDescription);
