@@ -14,6 +14,7 @@ size_t WriteStamp(char *szLine, size_t nCapacity)
 {
     const time_t tNow = time(nullptr);
     struct tm local = {};
+    tzset(); // localtime() follows a changed TZ, localtime_r() need not
     localtime_r(&tNow, &local);
     const int nLength =
         snprintf(szLine, nCapacity, "%04d/%02d/%02d %02d:%02d:%02d ", local.tm_year + 1900,

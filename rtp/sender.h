@@ -35,7 +35,9 @@ KOVA_API KovaRtpSender *KovaRtpSenderCreate(KovaRtspStreamer *pStreamer, uint32_
 /// Stops and destroys every group, then the sender. Null is ignored.
 KOVA_API void KovaRtpSenderDestory(KovaRtpSender *pSender);
 
-/// Starts or stops every group. 0; 2 for null.
+/// Starts or stops every group. 0; 2 for null. A sender is stopped when it is out
+/// of its stream's registry: the wait holds its mutex, which walks over the
+/// stream's clients want.
 KOVA_API int32_t KovaRtpSenderStart(KovaRtpSender *pSender);
 KOVA_API int32_t KovaRtpSenderStop(KovaRtpSender *pSender);
 

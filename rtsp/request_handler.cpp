@@ -155,6 +155,13 @@ void TakeClient(Request *pRequest)
         pRequest->bPortsOpened = false;
 }
 
+/// Whether the session has expired, or broken, since the request was checked.
+bool SessionHasEnded(const Request &request)
+{
+    return request.info.szSessionId[0] != '\0' &&
+           KovaRtspServerIsSessionExist(request.pServer, request.info.szSessionId) == 0;
+}
+
 int32_t DoSetup(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
@@ -168,8 +175,11 @@ int32_t DoSetup(Request *pRequest)
     else if (KovaRtspServerIsSessionExist(pRequest->pServer, pInfo->szSessionId) == 0)
         return kStatusSessionNotFound;
     // Without a session nothing would ever end the client.
-    if (bHasSession)
+    if (bHasSession) {
         TakeClient(pRequest);
+        if (SessionHasEnded(*pRequest))
+            KovaStreamDropSession(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, false);
+    }
     RequestSetupResponse(pRequest->pHandler, *pInfo);
     return kGoOn;
 }
@@ -179,6 +189,8 @@ void DoPlay(Request *pRequest)
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     UpdateRtpClientStatus(pRequest->pServer, pInfo->szUri, pInfo->szSessionId);
     GetTrackIdList(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, &pInfo->pTrackList);
+    if (SessionHasEnded(*pRequest))
+        KovaStreamDropSession(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, true);
     RequestPlayResponse(pRequest->pHandler, *pInfo);
 }
 

@@ -121,6 +121,19 @@ int32_t RemoveRtpClient(KovaRtspServer *pServer, const char *szUri, const char *
     return WalkSession(pinned.Get(), szSessionId, KovaVisitRemoveClient, &bCounted);
 }
 
+void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId,
+                           bool bCounted)
+{
+    const PinnedStreamer pinned(pServer, szUri);
+    if (pinned.Get() == nullptr)
+        return;
+    // Only the first client met lowers the count; with none counted, no one does.
+    bool bDone = !bCounted;
+    WalkSession(pinned.Get(), szSessionId, KovaVisitRemoveClient, &bDone);
+    if (!bDone)
+        pinned.Get()->nClientCount--;
+}
+
 int32_t UpdateRtpClientStatus(KovaRtspServer *pServer, const char *szUri, const char *szSessionId)
 {
     if (pServer == nullptr || szUri == nullptr || szSessionId == nullptr)

@@ -46,6 +46,12 @@ KOVA_API void AddNewRtpClient(KovaRtspServer *pServer, const char *szUri, int32_
 KOVA_API int32_t RemoveRtpClient(KovaRtspServer *pServer, const char *szUri,
                                  const char *szSessionId);
 
+/// Takes back what a SETUP or a PLAY did for a session that ended in the middle
+/// of it: removes the session's clients; if there is none and bCounted, lowers
+/// the count that the request has raised.
+void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId,
+                           bool bCounted);
+
 /// Raises the stream's client count by one, then marks every client of the
 /// session playing.
 KOVA_API int32_t UpdateRtpClientStatus(KovaRtspServer *pServer, const char *szUri,

@@ -161,8 +161,8 @@ int32_t KovaRtspSdpGeneratorIsReady(KovaRtspSdpGenerator *pGenerator)
     const KovaMutexLock lock(&pGenerator->sdpMutex);
     for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
         const KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
-        if (pMedia->nMediaType != KOVA_MEDIA_TYPE_AUDIO &&
-            pMedia->nMediaType != KOVA_MEDIA_TYPE_VIDEO)
+        if (pMedia == nullptr || (pMedia->nMediaType != KOVA_MEDIA_TYPE_AUDIO &&
+                                  pMedia->nMediaType != KOVA_MEDIA_TYPE_VIDEO))
             continue;
         if (!KovaSdpMediaIsComplete(pMedia))
             return 0;

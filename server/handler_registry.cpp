@@ -13,6 +13,17 @@ int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHa
     return KovaListPush(&pServer->pHandlerList, pHandler) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
+int32_t KovaServerStartHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    if (!KovaListPush(&pServer->pHandlerList, pHandler))
+        return KOVA_ERROR_FAILED;
+    const int32_t nResult = KovaRtspServerHandlerStart(pHandler);
+    if (nResult != KOVA_OK)
+        KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+    return nResult;
+}
+
 int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
 {
     if (pServer == nullptr || pHandler == nullptr)

@@ -9,6 +9,10 @@
 KOVA_API int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer,
                                                 KovaRtspServerHandler *pHandler);
 
+/// Appends a handler and starts it, in one step: nobody finds a handler that is
+/// neither started nor going to be. After a failure it is the caller's again.
+int32_t KovaServerStartHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler);
+
 /// Unlinks a handler without destroying it.
 KOVA_API int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer,
                                                    KovaRtspServerHandler *pHandler);

@@ -16,10 +16,12 @@
  *
  * The header is plain C99 and C++17 and needs nothing but the C library.
  *
- * Threads. Every call may be made from any thread unless its description says
- * otherwise. Streams are published and withdrawn from one thread. Each of the
- * two input rings of a stream has one writer: one thread pushes the audio and
- * one the video of a stream (the same thread may do both).
+ * Threads. Pushing, reading the status and setting the log level may go on from
+ * any thread at any time while the handles live. Each of the two input rings of
+ * a stream has one writer: one thread pushes the audio and one the video of a
+ * stream (the same thread may do both). Streams and payload types are added and
+ * removed from one thread. The lifecycle calls (Init, Uninit, Create, Destroy,
+ * Start, Stop) of one server are made one at a time.
  *
  * Ownership. Handles belong to the library: a server handle lives until
  * KovaRtspServerUninit or KovaRtspServerDestroy, a stream handle until
@@ -249,8 +251,8 @@ KOVA_EXPORT int32_t KovaRtspServerGetStatus(KovaRtspStreamer *pStreamer, KovaRts
 
 /*
  * Sets the level up to which log lines are printed on standard output:
- * 1 failures, 2 overflow (the default), 4 thread entry and exit and
- * timestamp anomalies, 5 figures every second. KovaRtspServerInit sets it to 2,
+ * 1 failures, 2 overflow (the default), 3 every packet sent, 4 thread entry and
+ * exit and timestamp anomalies, 5 figures every second. KovaRtspServerInit sets it to 2,
  * so call this afterwards.
  */
 KOVA_EXPORT void RTSP_SetLogLevel(uint32_t nLevel);

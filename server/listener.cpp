@@ -18,7 +18,7 @@ namespace {
 constexpr char kThreadName[] = "pListenProc";
 
 /// Connections and a stop request wake the thread; this bounds its wait.
-constexpr int kIdleMilliseconds = 100;
+constexpr int kIdleMilliseconds = 20;
 
 /// Errors that are over when whoever caused them is gone: a shortage of
 /// descriptors, buffers or memory, a connection aborted before it was accepted.
@@ -107,15 +107,8 @@ int32_t AddNewRtspHandler(KovaRtspServer *pServer, int32_t nSocket, sockaddr_in 
             close(nSocket);
         return KOVA_ERROR_NULL;
     }
-    const int32_t nAdded = KovaRtspServerAddServerHandler(pServer, pHandler);
-    if (nAdded != KOVA_OK) {
+    const int32_t nResult = KovaServerStartHandler(pServer, pHandler);
+    if (nResult != KOVA_OK)
         KovaRtspServerHandlerDestroy(pHandler);
-        return nAdded;
-    }
-    const int32_t nStarted = KovaRtspServerHandlerStart(pHandler);
-    if (nStarted != KOVA_OK) {
-        KovaRtspServerRemoveServerHandler(pServer, pHandler);
-        KovaRtspServerHandlerDestroy(pHandler);
-    }
-    return nStarted;
+    return nResult;
 }

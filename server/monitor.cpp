@@ -19,9 +19,12 @@ constexpr unsigned kPassMicroseconds = 1000000;
 /// older than this, ms.
 constexpr uint64_t kMeasureSpan = 10000;
 
+/// The second test is for a clock that was set from before 2038 to after it: the
+/// 32-bit seconds are negative there, and no older session would ever expire.
 bool IsExpired(const KovaRtspSession *pSession)
 {
-    return KovaClockSecondsBetween(pSession->tExpire, KovaClockSeconds()) > 0;
+    const int32_t tNow = KovaClockSeconds();
+    return pSession->tExpire < tNow || KovaClockSecondsBetween(pSession->tExpire, tNow) > 0;
 }
 
 void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)

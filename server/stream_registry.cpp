@@ -17,10 +17,15 @@ KovaRtspStreamer *FindStreamer(const KovaRtspServer *pServer, std::string_view u
     return nullptr;
 }
 
-KovaRtspStreamer *TakeFirstStreamer(KovaRtspServer *pServer)
+/// Unlinks the first stream. Returns false when there is none left.
+bool TakeFirstStreamer(KovaRtspServer *pServer, KovaRtspStreamer **ppStreamer)
 {
     const KovaMutexLock lock(&pServer->mtxStreamer);
-    return static_cast<KovaRtspStreamer *>(KovaListTakeFirst(&pServer->pStreamerList, nullptr));
+    if (pServer->pStreamerList == nullptr)
+        return false;
+    *ppStreamer =
+        static_cast<KovaRtspStreamer *>(KovaListTakeFirst(&pServer->pStreamerList, nullptr));
+    return true;
 }
 
 } // namespace
@@ -48,7 +53,8 @@ void KovaRtspServerRemoveAllStreamer(KovaRtspServer *pServer)
         return;
     // Destroyed outside the mutex: a stream waits for the requests that use it,
     // and those may want the mutex.
-    while (KovaRtspStreamer *pStreamer = TakeFirstStreamer(pServer))
+    KovaRtspStreamer *pStreamer = nullptr;
+    while (TakeFirstStreamer(pServer, &pStreamer))
         KovaRtspStreamerDestroy(pStreamer);
 }
 

@@ -116,10 +116,17 @@ int32_t Add(const Registry &registry, void *pElement)
                                                                         : KOVA_RESULT_FAILED;
 }
 
-int32_t Remove(const Registry &registry, void *pElement)
+void Unlink(const Registry &registry, void *pElement)
 {
     const ChangeLock lock(registry);
     KovaListTake(registry.ppList, registry.ppTail, pElement);
+}
+
+/// Afterwards no packer thread uses the element any more: it is the caller's.
+int32_t Remove(KovaRtspStreamer *pStreamer, const Registry &registry, void *pElement)
+{
+    Unlink(registry, pElement);
+    KovaStreamerAwaitPackerThreads(pStreamer);
     return KOVA_RESULT_OK;
 }
 
@@ -138,10 +145,14 @@ void *Take(const Registry &registry, uint32_t nPayloadId)
     return pElement;
 }
 
-void *TakeFirst(const Registry &registry)
+/// Unlinks the first element. Returns false when there is none left.
+bool TakeFirst(const Registry &registry, void **ppElement)
 {
     const ChangeLock lock(registry);
-    return KovaListTakeFirst(registry.ppList, registry.ppTail);
+    if (*registry.ppList == nullptr)
+        return false;
+    *ppElement = KovaListTakeFirst(registry.ppList, registry.ppTail);
+    return true;
 }
 
 /// Elements are destroyed outside the mutex: a sending thread that is being
@@ -159,7 +170,8 @@ int32_t RemoveById(KovaRtspStreamer *pStreamer, const Registry &registry, uint32
 
 void RemoveAll(KovaRtspStreamer *pStreamer, const Registry &registry)
 {
-    while (void *pElement = TakeFirst(registry)) {
+    void *pElement = nullptr;
+    while (TakeFirst(registry, &pElement)) {
         KovaStreamerAwaitPackerThreads(pStreamer);
         registry.pfnDestroy(pElement);
     }
@@ -193,21 +205,21 @@ int32_t KovaRtspStreamerRemoveRtspMediaInfo(KovaRtspStreamer *pStreamer,
 {
     if (pStreamer == nullptr || pMediaInfo == nullptr)
         return KOVA_RESULT_NULL;
-    return Remove(MediaInfos(pStreamer), pMediaInfo);
+    return Remove(pStreamer, MediaInfos(pStreamer), pMediaInfo);
 }
 
 int32_t KovaRtspStreamerRemoveRtpPacker(KovaRtspStreamer *pStreamer, KovaRtpPacker *pPacker)
 {
     if (pStreamer == nullptr || pPacker == nullptr)
         return KOVA_RESULT_NULL;
-    return Remove(Packers(pStreamer), pPacker);
+    return Remove(pStreamer, Packers(pStreamer), pPacker);
 }
 
 int32_t KovaRtspStreamerRemoveRtpSender(KovaRtspStreamer *pStreamer, KovaRtpSender *pSender)
 {
     if (pStreamer == nullptr || pSender == nullptr)
         return KOVA_RESULT_NULL;
-    return Remove(Senders(pStreamer), pSender);
+    return Remove(pStreamer, Senders(pStreamer), pSender);
 }
 
 void KovaRtspStreamerRemoveAllRtspMediaInfo(KovaRtspStreamer *pStreamer)
