@@ -1,33 +1,62 @@
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "tests/protocol/protocol_fixture.h"
 
 namespace {
 
-TEST(Options, AnswersWithTheMethods)
+using Options = ProtocolTest;
+
+TEST_F(Options, AnswersWithTheMethodsOnly)
 {
-    KovaTestServer server({"live", 64, false});
-    ASSERT_TRUE(server.IsUp());
-    KovaRtspTestClient client;
-    ASSERT_TRUE(server.Connect(&client));
-    EXPECT_EQ(client.Exchange("OPTIONS rtsp://10.0.0.1:554/live RTSP/1.0\r\nCSeq: 1\r\n\r\n").text,
-              "RTSP/1.0 200 OK\r\nCSeq: 1\r\n"
-              "Public: DESCRIBE,SETUP,TEARDOWN,PLAY,GET_PARAMETER\r\n\r\n");
+    EXPECT_EQ(Answer("OPTIONS rtsp://10.0.0.1:554/live RTSP/1.0"), kOptionsAnswer);
+    EXPECT_EQ(Printed(), "");
 }
 
-TEST(Options, StartedServer)
+TEST_F(Options, UnregisteredStreamIsNotFound)
 {
-    KovaTestServer server;
-    ASSERT_TRUE(server.IsUp());
-    KovaRtspTestClient client;
-    ASSERT_TRUE(server.Connect(&client));
-    ASSERT_TRUE(server.PushReady());
-    EXPECT_EQ(client.Options("live").nStatus, 200);
-    EXPECT_NE(client.Describe("live").body, "");
-    EXPECT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
-    EXPECT_EQ(server.Clients(97).size(), 1u);
-    EXPECT_EQ(client.Play("live").nStatus, 200);
-    EXPECT_EQ(client.Teardown("live").nStatus, 200);
+    EXPECT_EQ(Answer("OPTIONS rtsp://10.0.0.1:554/dead RTSP/1.0"), k404);
+    EXPECT_EQ(Printed(), "Can't find Uri !!!\n");
+}
+
+TEST_F(Options, NoPathIsNotFound)
+{
+    EXPECT_EQ(Answer("OPTIONS rtsp://10.0.0.1:554/ RTSP/1.0"), k404);
+    EXPECT_EQ(Printed(), "Parse Track Id or Uri fail\n");
+    EXPECT_EQ(Answer("OPTIONS rtsp://10.0.0.1:554 RTSP/1.0"), k404);
+    EXPECT_EQ(Printed(), "Parse Track Id or Uri fail\n");
+    EXPECT_EQ(Answer("OPTIONS * RTSP/1.0"), k400);
+    EXPECT_EQ(Printed(), "Parse HostPort fail\n");
+}
+
+TEST_F(Options, PathOfOneByteIsNoPath)
+{
+    ASSERT_NE(server.AddStream("x"), nullptr);
+    ASSERT_NE(server.AddStream("xy"), nullptr);
+    EXPECT_EQ(Answer("OPTIONS rtsp://h/x RTSP/1.0"), k404);
+    EXPECT_EQ(Printed(), "Parse Track Id or Uri fail\n");
+    EXPECT_EQ(Answer("OPTIONS rtsp://h/xy RTSP/1.0"), kOptionsAnswer);
+}
+
+TEST_F(Options, LetsTheDescriptionCarryTheConnection)
+{
+    KovaRtspSdpGenerator *pGenerator = server.Stream()->pSdpGenerator;
+    EXPECT_STREQ(pGenerator->szServerIp, "");
+    EXPECT_EQ(pGenerator->nServerPort, 0);
+    EXPECT_EQ(Answer("DESCRIBE rtsp://h/live RTSP/1.0").substr(0, 15), "RTSP/1.0 200 OK");
+    EXPECT_STREQ(pGenerator->szServerIp, "");
+    EXPECT_EQ(Answer("OPTIONS rtsp://10.0.0.1:554/live RTSP/1.0"), kOptionsAnswer);
+    EXPECT_STREQ(pGenerator->szServerIp, "127.0.0.1");
+    EXPECT_EQ(pGenerator->nServerPort, server.Port());
+    EXPECT_STREQ(pGenerator->szClientIp, "127.0.0.1");
+}
+
+TEST_F(Options, NeitherRefreshesNorCreatesSessions)
+{
+    EXPECT_EQ(Answer("OPTIONS rtsp://h/live RTSP/1.0"), kOptionsAnswer);
+    EXPECT_EQ(server.SessionCount(), 0u);
+    ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
+    const int32_t tExpire = server.Expiry(client.Session());
+    EXPECT_EQ(Answer("OPTIONS rtsp://h/live RTSP/1.0", "Session: " + client.Session() + "\r\n"),
+              kOptionsAnswer);
+    EXPECT_EQ(server.Expiry(client.Session()), tExpire);
 }
 
 } // namespace
