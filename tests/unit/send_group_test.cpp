@@ -1,0 +1,251 @@
+#include "rtp/send_group.h"
+#include "tests/support/delivery.h"
+#include "tests/support/failing_heap.h"
+#include "tests/support/net_ends.h"
+#include "tests/support/stdout_capture.h"
+#include "tests/unit/system_shims.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <vector>
+
+namespace {
+
+struct SendGroupTest : testing::Test {
+    KovaDelivery delivery;
+    KovaRtpSendGroup *pGroup = KovaRtpSendGroupCreate(delivery.pSender);
+
+    ~SendGroupTest() override
+    {
+        KovaRtpSendGroupDestory(pGroup);
+    }
+
+    std::vector<KovaRtpClient *> Clients() const
+    {
+        std::vector<KovaRtpClient *> clients;
+        for (KovaList *pNode = pGroup->pClientList; pNode != nullptr; pNode = pNode->next)
+            clients.push_back(static_cast<KovaRtpClient *>(pNode->data));
+        return clients;
+    }
+
+    std::vector<KovaRtpPacket *> Packets() const
+    {
+        std::vector<KovaRtpPacket *> packets;
+        for (KovaList *pNode = pGroup->pPacketList; pNode != nullptr; pNode = pNode->next)
+            packets.push_back(static_cast<KovaRtpPacket *>(pNode->data));
+        return packets;
+    }
+
+    /// A packet with the test's own reference and nMore.
+    static KovaRtpPacket *Packet(int nMore)
+    {
+        KovaRtpPacket *pPacket = KovaMakePacket({});
+        for (int n = 0; n <= nMore; n++)
+            KovaRtpPacketAddRef(pPacket);
+        return pPacket;
+    }
+};
+
+using ClientList = std::vector<KovaRtpClient *>;
+using PacketList = std::vector<KovaRtpPacket *>;
+
+TEST_F(SendGroupTest, StartsEmpty)
+{
+    EXPECT_EQ(pGroup->pSender, delivery.pSender);
+    EXPECT_EQ(pGroup->nState, 0U);
+    EXPECT_EQ(pGroup->pPacketList, nullptr);
+    EXPECT_EQ(pGroup->pPacketListTail, nullptr);
+    EXPECT_EQ(pGroup->pClientList, nullptr);
+    EXPECT_EQ(pGroup->nLastPts, 0U);
+}
+
+TEST_F(SendGroupTest, IsNotMadeWithoutSenderOrMemory)
+{
+    EXPECT_EQ(KovaRtpSendGroupCreate(nullptr), nullptr);
+    const KovaFailingHeap heap;
+    EXPECT_EQ(KovaRtpSendGroupCreate(delivery.pSender), nullptr);
+}
+
+TEST_F(SendGroupTest, IgnoresNull)
+{
+    KovaUdpEnds ends;
+    KovaRtpClient *pClient = ends.Client("1");
+    KovaRtpPacket *pPacket = Packet(0);
+    EXPECT_EQ(KovaRtpSendGroupStart(nullptr), 2);
+    EXPECT_EQ(KovaRtpSendGroupStop(nullptr), 2);
+    KovaRtpSendGroupDestory(nullptr);
+    KovaRtpSendGroupAddRtpClient(nullptr, pClient);
+    KovaRtpSendGroupAddRtpClient(pGroup, nullptr);
+    KovaRtpSendGroupRemoveRtpClient(nullptr, pClient);
+    KovaRtpSendGroupRemoveRtpClient(pGroup, nullptr);
+    KovaRtpSendGroupRemoveAllRtpClient(nullptr);
+    KovaRtpSendGroupAddRtpPacket(nullptr, pPacket);
+    KovaRtpSendGroupAddRtpPacket(pGroup, nullptr);
+    KovaRtpSendGroupRemoveRtpPacket(nullptr, pPacket);
+    KovaRtpSendGroupRemoveRtpPacket(pGroup, nullptr);
+    KovaRtpSendGroupRemoveAllRtpPacket(nullptr);
+    EXPECT_EQ(Clients(), ClientList{});
+    EXPECT_EQ(Packets(), PacketList{});
+    EXPECT_EQ(pPacket->nRefCount, 1);
+    KovaRtpPacketReleaseRef(pPacket);
+    KovaRtpClientDestroy(pClient);
+}
+
+TEST_F(SendGroupTest, StopsAtOnceWhenItNeverRan)
+{
+    EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+    EXPECT_EQ(pGroup->nState, 4U);
+    EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+    EXPECT_EQ(pGroup->nState, 4U);
+    pGroup->nState = 1;
+    EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+    EXPECT_EQ(pGroup->nState, 4U);
+}
+
+TEST_F(SendGroupTest, RunsBetweenStartAndStopAndMayStartAgain)
+{
+    for (int nTurn = 0; nTurn < 2; nTurn++) {
+        EXPECT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+        EXPECT_EQ(pGroup->nState, 2U);
+        EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+        EXPECT_EQ(pGroup->nState, 4U);
+    }
+}
+
+TEST_F(SendGroupTest, CountsAsStoppedWhenItsThreadCannotBeMade)
+{
+    const KovaFailingCall call(kShimThread, EAGAIN);
+    EXPECT_EQ(KovaRtpSendGroupStart(pGroup), 1);
+    EXPECT_EQ(call.Failed(), 1);
+    EXPECT_EQ(pGroup->nState, 4U);
+}
+
+TEST_F(SendGroupTest, KeepsClientsInOrder)
+{
+    KovaUdpEnds ends[3];
+    KovaRtpClient *pFirst = ends[0].Client("1");
+    KovaRtpClient *pSecond = ends[1].Client("2");
+    KovaRtpClient *pThird = ends[2].Client("3");
+    for (KovaRtpClient *pClient : {pFirst, pSecond, pThird})
+        KovaRtpSendGroupAddRtpClient(pGroup, pClient);
+    EXPECT_EQ(Clients(), (ClientList{pFirst, pSecond, pThird}));
+    EXPECT_EQ(KovaRtpSendGroupClientCount(pGroup), 3U);
+    KovaRtpSendGroupRemoveRtpClient(pGroup, pSecond);
+    EXPECT_EQ(Clients(), (ClientList{pFirst, pThird}));
+    EXPECT_TRUE(KovaIsOpen(ends[1].nServerRtp));
+    KovaRtpSendGroupRemoveRtpClient(pGroup, pSecond); // no member any more
+    EXPECT_EQ(Clients(), (ClientList{pFirst, pThird}));
+    KovaRtpClientDestroy(pSecond);
+    KovaRtpSendGroupRemoveAllRtpClient(pGroup);
+    EXPECT_EQ(Clients(), ClientList{});
+    EXPECT_FALSE(KovaIsOpen(ends[0].nServerRtp));
+    EXPECT_FALSE(KovaIsOpen(ends[2].nServerRtcp));
+}
+
+TEST_F(SendGroupTest, TellsWhenThereIsNoMemoryForAMember)
+{
+    KovaUdpEnds ends;
+    KovaRtpClient *pClient = ends.Client("1");
+    KovaRtpPacket *pPacket = Packet(0);
+    {
+        const KovaFailingHeap heap;
+        EXPECT_FALSE(KovaRtpSendGroupTakeClient(pGroup, pClient));
+        EXPECT_FALSE(KovaRtpSendGroupTakePacket(pGroup, pPacket));
+    }
+    EXPECT_EQ(Clients(), ClientList{});
+    EXPECT_EQ(Packets(), PacketList{});
+    KovaRtpPacketReleaseRef(pPacket);
+    KovaRtpClientDestroy(pClient);
+}
+
+TEST_F(SendGroupTest, KeepsPacketsInOrderWithTheReferenceThatTheyCameWith)
+{
+    KovaRtpPacket *pFirst = Packet(1);
+    KovaRtpPacket *pSecond = Packet(1);
+    KovaRtpPacket *pThird = Packet(1);
+    for (KovaRtpPacket *pPacket : {pFirst, pSecond, pThird})
+        KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
+    EXPECT_EQ(Packets(), (PacketList{pFirst, pSecond, pThird}));
+    EXPECT_EQ(pGroup->pPacketListTail->data, pThird);
+    EXPECT_EQ(pFirst->nRefCount, 2);
+    KovaRtpSendGroupRemoveRtpPacket(pGroup, pThird);
+    EXPECT_EQ(Packets(), (PacketList{pFirst, pSecond}));
+    EXPECT_EQ(pGroup->pPacketListTail->data, pSecond);
+    EXPECT_EQ(pThird->nRefCount, 2);
+    KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
+    EXPECT_EQ(Packets(), PacketList{});
+    EXPECT_EQ(pGroup->pPacketListTail, nullptr);
+    EXPECT_EQ(pFirst->nRefCount, 1);
+    EXPECT_EQ(pSecond->nRefCount, 1);
+    KovaRtpPacketReleaseRef(pThird);
+    for (KovaRtpPacket *pPacket : {pFirst, pSecond, pThird})
+        KovaRtpPacketReleaseRef(pPacket);
+}
+
+TEST_F(SendGroupTest, GivesUpEachQueuedPacketOnceInTheEnd)
+{
+    KovaRtpPacket *pFirst = Packet(1);
+    KovaRtpPacket *pSecond = Packet(1);
+    KovaRtpSendGroupAddRtpPacket(pGroup, pFirst);
+    KovaRtpSendGroupAddRtpPacket(pGroup, pSecond);
+    KovaRtpSendGroupDestory(pGroup);
+    pGroup = nullptr;
+    EXPECT_EQ(pFirst->nRefCount, 1);
+    EXPECT_EQ(pSecond->nRefCount, 1);
+    KovaRtpPacketReleaseRef(pFirst);
+    KovaRtpPacketReleaseRef(pSecond);
+}
+
+TEST_F(SendGroupTest, PacketQueuedTwiceSurvivesTheEndOfOneGroup)
+{
+    KovaRtpSendGroup *pOther = KovaRtpSendGroupCreate(delivery.pSender);
+    KovaRtpPacket *pPacket = Packet(1); // one for each group, none for the test
+    KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
+    KovaRtpSendGroupAddRtpPacket(pOther, pPacket);
+    KovaRtpSendGroupDestory(pOther);
+    EXPECT_EQ(pPacket->nRefCount, 1);
+    EXPECT_EQ(Packets(), PacketList{pPacket});
+    EXPECT_EQ(KovaBytes(pPacket->pData, pPacket->pData + pPacket->nSize), KovaPacketBytes({}));
+}
+
+TEST_F(SendGroupTest, DestroysItsClientsInTheEnd)
+{
+    KovaUdpEnds ends;
+    KovaRtpSendGroupAddRtpClient(pGroup, ends.Client("1"));
+    KovaRtpSendGroupDestory(pGroup);
+    pGroup = nullptr;
+    EXPECT_FALSE(KovaIsOpen(ends.nServerRtp));
+    EXPECT_FALSE(KovaIsOpen(ends.nServerRtcp));
+}
+
+TEST_F(SendGroupTest, SendsWhatIsQueuedBeforeItStops)
+{
+    KovaStdoutCapture capture;
+    KovaUdpEnds ends;
+    KovaRtpClient *pClient = ends.Client("1");
+    pClient->nState = 1;
+    KovaRtpSendGroupAddRtpClient(pGroup, pClient);
+    KovaRtpPacket *pFirst = Packet(1);
+    KovaRtpSendGroupAddRtpPacket(pGroup, pFirst);
+    ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+    ASSERT_NE(ends.Rtp(5000), std::nullopt);
+    // While the thread cannot serve, packets and then the stop request come.
+    KovaRtpSendGroupLockClients(pGroup);
+    for (uint16_t n = 10; n < 15; n++) {
+        KovaRtpPacket *pPacket = KovaMakePacket({n});
+        KovaRtpPacketAddRef(pPacket);
+        KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
+    }
+    EXPECT_TRUE(KovaWaitUntil([this] { return delivery.pSender->nLastSequence == 10; }));
+    pGroup->nState = 3;
+    pthread_mutex_unlock(&pGroup->clientMutex);
+    EXPECT_TRUE(KovaWaitUntil([this] { return pGroup->nState == 4; }));
+    EXPECT_EQ(Packets(), PacketList{});
+    for (uint16_t n = 10; n < 15; n++)
+        EXPECT_EQ(ends.Rtp(1000), KovaPacketBytes({n}));
+    EXPECT_EQ(pFirst->nRefCount, 1);
+    KovaRtpPacketReleaseRef(pFirst);
+}
+
+} // namespace
