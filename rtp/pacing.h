@@ -6,7 +6,7 @@
 /// distance in presentation time, nElapsed the time gone by, both in ms.
 /// nElapsed is signed: the clock it comes from wraps, and can be set.
 
-/// A packet at most 3 s early and less than 1 s late is held back.
+/// A packet less than 3 s early and less than 1 s late is held back.
 bool KovaPacingHolds(int64_t nDue, int64_t nElapsed);
 
 /// Whether a packet that is held back stays so: until it is 1 s late, so that

@@ -49,6 +49,7 @@ struct KovaRtpClient {
 
     KovaTcpChannel *pChannel; ///< the connection as a sending path
     KovaSessionTally *pTally; ///< the session's clients on this stream; may be null
+    uint32_t nStrayPasses;    ///< monitor passes since its session was gone; 0 while it has one
     uint32_t nSerial;         ///< tells a client from a later one at the same address
     uint32_t nPass;           ///< the group's pass in which it was served last
 };

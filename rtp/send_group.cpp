@@ -35,9 +35,11 @@ int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup)
         return KOVA_RESULT_NULL;
     pGroup->nState = kThreadStarting;
     pGroup->nState = kThreadRunning;
+    pGroup->bNoThread = false;
     if (KovaThreadStart(nullptr, pSenderProc, pGroup))
         return KOVA_RESULT_OK;
     pGroup->nState = kThreadStopped;
+    pGroup->bNoThread = true;
     return KOVA_RESULT_FAILED;
 }
 

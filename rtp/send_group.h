@@ -34,6 +34,7 @@ struct KovaRtpSendGroup {
     uint32_t nPass;                       ///< number of the packet being served (clientMutex)
     uint32_t nLastSerial;                 ///< last number given to a client (clientMutex)
     std::atomic<uint32_t> nClientWaiters; ///< threads that wait for clientMutex
+    std::atomic<bool> bNoThread;          ///< the last start failed: nobody empties the queue
 };
 
 /// Makes a group without a thread. Null for a null sender or without memory.

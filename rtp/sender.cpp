@@ -126,8 +126,11 @@ bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
     pClient->pTally = KovaSessionTallyJoin(pSender->pStreamer, pClient->szSessionId);
     KovaMutexLock lock(&pSender->mutex);
     KovaRtpSendGroup *pGroup = ChooseGroup(pSender);
-    if (pGroup != nullptr)
+    if (pGroup != nullptr) {
+        if (pGroup->bNoThread)
+            KovaRtpSendGroupStart(pGroup); // the shortage may be over
         return KovaRtpSendGroupTakeClient(pGroup, pClient);
+    }
     lock.Unlock();
     printf("%s, create new sendgroup, then add client\n", kPlacing);
     pGroup = MakeGroup(pSender);
@@ -144,8 +147,8 @@ void KovaRtpSenderAddRtpPacket(KovaRtpSender *pSender, KovaRtpPacket *pPacket)
     const KovaMutexLock lock(&pSender->mutex);
     for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
         KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        // Nobody would ever take a packet out of a queue whose thread has left.
-        if (pGroup->nState == kThreadStopped)
+        // Nobody would ever take a packet out of a queue whose thread was not made.
+        if (pGroup->bNoThread)
             continue;
         KovaRtpPacketAddRef(pPacket);
         if (!KovaRtpSendGroupTakePacket(pGroup, pPacket))
@@ -171,12 +174,16 @@ void KovaRtpSenderRemoveAllRtpSendGroup(KovaRtpSender *pSender)
 {
     if (pSender == nullptr)
         return;
-    const KovaMutexLock lock(&pSender->mutex);
+    // Waited for without the mutex, like every stop of a group: its thread may be
+    // in the middle of a call that somebody who wants the mutex holds up.
+    KovaMutexLock lock(&pSender->mutex);
     while (pSender->pSendGroupList != nullptr) {
         KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(
             KovaListTakeFirst(&pSender->pSendGroupList, &pSender->pSendGroupListTail));
+        lock.Unlock();
         KovaRtpSendGroupStop(pGroup);
         KovaRtpSendGroupDestory(pGroup);
+        lock.Lock();
     }
 }
 
@@ -193,7 +200,11 @@ void KovaRtpSenderStopAllRtpSendGroup(KovaRtpSender *pSender)
 {
     if (pSender == nullptr)
         return;
-    const KovaMutexLock lock(&pSender->mutex);
-    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next)
+    // Groups are only ever added, at the end: a node stays where it is.
+    KovaMutexLock lock(&pSender->mutex);
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
+        lock.Unlock();
         KovaRtpSendGroupStop(static_cast<KovaRtpSendGroup *>(pNode->data));
+        lock.Lock();
+    }
 }

@@ -35,15 +35,14 @@ KOVA_API KovaRtpSender *KovaRtpSenderCreate(KovaRtspStreamer *pStreamer, uint32_
 /// Stops and destroys every group, then the sender. Null is ignored.
 KOVA_API void KovaRtpSenderDestory(KovaRtpSender *pSender);
 
-/// Starts or stops every group. 0; 2 for null. A sender is stopped when it is out
-/// of its stream's registry: the wait holds its mutex, which walks over the
-/// stream's clients want.
+/// Starts or stops every group. 0; 2 for null. A stop waits for the groups'
+/// threads without holding the sender's mutex.
 KOVA_API int32_t KovaRtpSenderStart(KovaRtpSender *pSender);
 KOVA_API int32_t KovaRtpSenderStop(KovaRtpSender *pSender);
 
 /// Makes a client (arguments as for KovaRtpClientCreate) and places it into a
-/// group: the first with fewer clients than the next one, or a new one when all
-/// are full. Null sender is ignored.
+/// group: the first with fewer clients than the next one, else the last one, or
+/// a new one when all are full. Null sender is ignored.
 KOVA_API void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSessionId,
                                         int32_t nRtpSocket, int32_t nRtcpSocket,
                                         uint16_t nClientRtpPort, uint16_t nClientRtcpPort,

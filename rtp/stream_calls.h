@@ -34,7 +34,8 @@ uint32_t KovaStreamCreationTime(KovaRtspStreamer *pStreamer);
 /// A player's RTCP has arrived: keeps its session alive.
 void KovaStreamRefreshSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
 
-/// A player's connection has broken: removes its session.
+/// A player's connection has broken: removes its session, and the clients of it
+/// that could not find out for themselves.
 void KovaStreamEndSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
 
 /// Lowers the stream's count of playing clients by one.

@@ -65,10 +65,13 @@ KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
     return nullptr;
 }
 
+/// Leaves errno as it is: it tells why the tail is dropped.
 void DropTail(KovaTcpChannel *pChannel)
 {
+    const int nError = errno;
     free(pChannel->pTail);
     pChannel->pTail = nullptr;
+    errno = nError;
 }
 
 void CloseLocked(KovaTcpChannel *pChannel)

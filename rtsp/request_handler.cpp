@@ -206,7 +206,7 @@ void DoTeardown(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
     RemoveRtpClient(pRequest->pServer, info.szUri, info.szSessionId);
-    KovaRtspServerRemoveSessionBySessionId(pRequest->pServer, info.szSessionId);
+    KovaServerEndSession(pRequest->pServer, info.szSessionId, false);
     RequestTeardownResponse(pRequest->pHandler, info);
 }
 

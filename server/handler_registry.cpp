@@ -5,6 +5,17 @@
 
 #include <unistd.h>
 
+namespace {
+
+/// Whether somebody has stopped the handler, and so is going to destroy it.
+bool IsClaimed(const KovaRtspServerHandler *pHandler)
+{
+    const uint32_t nState = pHandler->nState;
+    return nState == kThreadStopRequested || nState == kThreadStopped;
+}
+
+} // namespace
+
 int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
 {
     if (pServer == nullptr || pHandler == nullptr)
@@ -64,12 +75,12 @@ bool KovaServerReleaseHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pH
 {
     // RemoveAll asks for the stop and waits for it under mtxHandler. So this
     // thread only tries for the mutex, and gives way once it has been claimed.
-    while (KovaThreadRuns(pHandler->nState)) {
+    while (!IsClaimed(pHandler)) {
         if (pthread_mutex_trylock(&pServer->mtxHandler) != 0) {
             usleep(kPollMicroseconds);
             continue;
         }
-        const bool bOwn = KovaThreadRuns(pHandler->nState);
+        const bool bOwn = !IsClaimed(pHandler);
         if (bOwn)
             KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
         pthread_mutex_unlock(&pServer->mtxHandler);

@@ -3,8 +3,10 @@
 #include "foundation/clock.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
+#include "rtp/session_tally.h"
 #include "server/server.h"
 #include "streamer/client_walk.h"
+#include "streamer/server_calls.h"
 
 #include <unistd.h>
 
@@ -18,6 +20,10 @@ constexpr unsigned kPassMicroseconds = 1000000;
 /// A client's bit rate is the mean since its mark; the mark moves when it is
 /// older than this, ms.
 constexpr uint64_t kMeasureSpan = 10000;
+
+/// A client that outlived its session by so many passes gets no packets that
+/// would tell it.
+constexpr uint32_t kStrayPasses = 3;
 
 /// The second test is for a clock that was set from before 2038 to after it: the
 /// 32-bit seconds are negative there, and no older session would ever expire.
@@ -48,10 +54,13 @@ void ExpireSessions(KovaRtspServer *pServer)
     }
 }
 
-/// Adds a client's bit rate, kbit/s of 1024 bits, to the stream's sum.
+/// Adds a client's bit rate, kbit/s of 1024 bits, to the stream's sum; removes it
+/// when its session is long gone.
 bool MeasureClient(const KovaClientVisit &visit, void *pContext)
 {
     KovaRtpClient *pClient = visit.pClient;
+    if (pClient->nStrayPasses != 0 && ++pClient->nStrayPasses > kStrayPasses)
+        return true;
     const uint64_t nNow = KovaClockMilliseconds();
     const uint64_t nElapsed = nNow - pClient->nMeasureStartTime;
     if (nElapsed == 0)
@@ -65,6 +74,21 @@ bool MeasureClient(const KovaClientVisit &visit, void *pContext)
         pClient->nMeasureBytes = 0;
     }
     return false;
+}
+
+/// Removes a client whose session has ended; pContext says whether because its
+/// connection was lost.
+bool RemoveStray(const KovaClientVisit &visit, void *pContext)
+{
+    KovaRtpClient *pClient = visit.pClient;
+    const bool bConnectionLost = *static_cast<bool *>(pContext);
+    if (bConnectionLost && pClient->bInterleaved != 0 && pClient->nState != kClientSetUp) {
+        pClient->nStrayPasses = 1;
+        return false;
+    }
+    if (pClient->nState == kClientPlaying && KovaSessionTallyTake(pClient->pTally))
+        visit.pStreamer->nClientCount--;
+    return true;
 }
 
 uint32_t StatusOf(KovaRtspStreamer *pStreamer, int32_t nClients, uint64_t nBitrate)
@@ -144,4 +168,16 @@ int32_t KovaRtspServerRemoveRtpClient(KovaRtspServer *pServer, const char *szSes
     lock.Unlock();
     KovaWalkTrace(kName, "Leave", "Streamer");
     return KOVA_OK;
+}
+
+void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost)
+{
+    if (KovaRtspServerRemoveSessionBySessionId(pServer, szSessionId) != KOVA_OK)
+        return;
+    const KovaMutexLock lock(&pServer->mtxStreamer);
+    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
+        if (pNode->data != nullptr)
+            KovaStreamerWalkSession(static_cast<KovaRtspStreamer *>(pNode->data), szSessionId,
+                                    nullptr, RemoveStray, &bConnectionLost);
+    }
 }

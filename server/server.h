@@ -17,7 +17,9 @@
 /// The server: its listening socket, two service threads and three registries.
 /// Lock order, outermost first: a handler's mtxRequest, mtxSession, mtxStreamer,
 /// a stream's senderMutex, its packerMutex, a sender's mutex, a send group's
-/// clientMutex or packetMutex. mtxHandler is held with none of them wanted.
+/// clientMutex or packetMutex. mtxHandler stands outside: whoever removes all
+/// handlers holds it while their threads finish what they do, so nobody who
+/// holds anything waits for it.
 struct KovaRtspServer {
     std::atomic<int32_t> nListenSocket; ///< -1 when none is open
     char szAddr[KOVA_ADDRESS_SIZE];     ///< empty: any address; may lack a terminator

@@ -19,3 +19,10 @@ KOVA_API int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char
 /// has the id.
 KOVA_API int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer,
                                                         const char *szSessionId);
+
+/// Removes a session and then, silently, the clients of it that nobody else
+/// would ever remove, on whatever stream: nothing expires a client without a
+/// session. With bConnectionLost, interleaved clients that play are left to find
+/// out for themselves, for some seconds. A stream whose client played counts one less, if the
+/// session was not counted out there before.
+void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost);

@@ -43,7 +43,7 @@ void KovaStreamRefreshSession(KovaRtspStreamer *pStreamer, const char *szSession
 
 void KovaStreamEndSession(KovaRtspStreamer *pStreamer, const char *szSessionId)
 {
-    KovaRtspServerRemoveSessionBySessionId(pStreamer->pServer, szSessionId);
+    KovaServerEndSession(pStreamer->pServer, szSessionId, true);
 }
 
 void KovaStreamLowerClientCount(KovaRtspStreamer *pStreamer)
