@@ -2,6 +2,7 @@
 
 #include "foundation/byte_order.h"
 #include "foundation/log.h"
+#include "foundation/scope_guard.h"
 #include "rtsp/session.h"
 #include "server/kova_rtsp_server.h"
 #include "server/session_registry.h"
@@ -39,6 +40,12 @@ KovaRtpPacket *KovaMakePacket(const KovaPacketPlan &plan)
     pPacket->nFrameType = plan.nFrameType;
     pPacket->nPts = plan.nPts;
     return pPacket;
+}
+
+int32_t KovaReferences(KovaRtpPacket *pPacket)
+{
+    const KovaMutexLock lock(&pPacket->mutex);
+    return pPacket->nRefCount;
 }
 
 KovaBytes KovaFrameOf(uint8_t nChannel, const KovaBytes &packet)

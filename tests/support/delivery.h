@@ -25,6 +25,9 @@ KovaRtpPacket *KovaMakePacket(const KovaPacketPlan &plan);
 /// Its bytes.
 KovaBytes KovaPacketBytes(const KovaPacketPlan &plan);
 
+/// Its references, whoever counts just now.
+int32_t KovaReferences(KovaRtpPacket *pPacket);
+
 /// The packet as a frame on an RTSP connection.
 KovaBytes KovaFrameOf(uint8_t nChannel, const KovaBytes &packet);
 

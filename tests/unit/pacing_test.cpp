@@ -273,7 +273,7 @@ TEST_F(PacingTest, AllPayloadsOfAStreamShareTheSchedule)
     KovaRtpPacket *pPacket = KovaMakePacket({1, 0, 500, kFrameAudio});
     KovaRtpPacketAddRef(pPacket);
     KovaRtpSenderAddRtpPacket(pAudio, pPacket);
-    EXPECT_TRUE(KovaWaitUntil([&] { return pPacket->nRefCount == 1; }));
+    EXPECT_TRUE(KovaWaitUntil([&] { return KovaReferences(pPacket) == 1; }));
     KovaRtpSenderDestory(pAudio);
     KovaRtpPacketReleaseRef(pPacket);
     EXPECT_EQ(Lines(), Texts{FirstLine(500, kStart)});

@@ -244,7 +244,7 @@ TEST_F(SendGroupTest, SendsWhatIsQueuedBeforeItStops)
     EXPECT_EQ(Packets(), PacketList{});
     for (uint16_t n = 10; n < 15; n++)
         EXPECT_EQ(ends.Rtp(1000), KovaPacketBytes({n}));
-    EXPECT_EQ(pFirst->nRefCount, 1);
+    EXPECT_EQ(KovaReferences(pFirst), 1);
     KovaRtpPacketReleaseRef(pFirst);
 }
 

@@ -30,14 +30,34 @@ struct SendingThreadTest : testing::Test {
     KovaFakeClock clock;
     KovaSocketFaults faults;
     KovaStdoutCapture capture;
+    const bool bLoud = LogEverything();
     KovaDelivery delivery;
     KovaUdpEnds ends;
 
     SendingThreadTest()
     {
         clock.Fix(kStart);
-        RTSP_SetLogLevel(4);
+        // The stream's own threads: two packers, two senders. Their lines would
+        // stand between those that the tests compare.
+        EXPECT_TRUE(KovaWaitUntil([this] { return Ended(", Enter thread") == 4; }));
         capture.Clear();
+    }
+
+    static bool LogEverything()
+    {
+        RTSP_SetLogLevel(4);
+        return true;
+    }
+
+    /// Messages with this end.
+    size_t Ended(const std::string &end)
+    {
+        const Texts messages = capture.Messages();
+        return static_cast<size_t>(
+            std::count_if(messages.begin(), messages.end(), [&end](const std::string &message) {
+                return message.size() > end.size() &&
+                       message.compare(message.size() - end.size(), end.size(), end) == 0;
+            }));
     }
 
     size_t Count(const std::string &message)
@@ -124,7 +144,7 @@ TEST_F(SendingThreadTest, SendsToEveryPlayingClientAndReleasesThePacket)
     KovaRtpPacketAddRef(pPacket);
     KovaRtpSenderAddRtpPacket(delivery.pSender, pPacket);
     KovaRtpSendGroupStart(delivery.Group());
-    ASSERT_TRUE(KovaWaitUntil([&] { return pPacket->nRefCount == 1; }));
+    ASSERT_TRUE(KovaWaitUntil([&] { return KovaReferences(pPacket) == 1; }));
     KovaRtpPacketReleaseRef(pPacket);
     EXPECT_EQ(ends.Rtp(), KovaPacketBytes({0xABCD, 0x12345678}));
     EXPECT_EQ(other.Rtp(), KovaPacketBytes({0xABCD, 0x12345678}));
