@@ -232,11 +232,13 @@ TEST_P(PackerThread, EndsWithoutMemoryForAUnit)
 
 TEST_P(PackerThread, SaysWhenItComesAndGoes)
 {
-    KovaStopPackers(pStreamer);
+    const std::string name = side.szName;
     RTSP_SetLogLevel(4);
+    KovaStopPackers(pStreamer);
+    ASSERT_TRUE(capture.WaitFor(name + ", Leave thread\n", 10000));
+    capture.Clear();
     pStreamer->*side.pState = 3;
     std::thread(side.pfnBody, pStreamer).join();
-    const std::string name = side.szName;
     EXPECT_EQ(Messages(), (Lines{name + ", Enter thread", name + ", Leave thread"}));
     EXPECT_EQ(State(), 4U);
     capture.Clear();
@@ -246,7 +248,7 @@ TEST_P(PackerThread, SaysWhenItComesAndGoes)
     capture.Clear();
     std::thread(side.pfnBody, pStreamer).join();
     std::thread(side.pfnBody, nullptr).join();
-    EXPECT_EQ(capture.Text(), "");
+    EXPECT_EQ(Messages(), Lines{});
 }
 
 TEST_P(PackerThread, CallbacksIgnoreNull)

@@ -1,0 +1,217 @@
+#include "server/listener.h"
+
+#include "foundation/log.h"
+#include "foundation/scope_guard.h"
+#include "server/handler_registry.h"
+#include "system_shims.h"
+#include "tests/support/failing_heap.h"
+#include "tests/support/stdout_capture.h"
+#include "tests/support/stream_host.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/// A listening socket on a free port of the loopback.
+int OpenListening(sockaddr_in *pAddress)
+{
+    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    *pAddress = {};
+    pAddress->sin_family = AF_INET;
+    pAddress->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nSize = sizeof(*pAddress);
+    if (bind(nSocket, reinterpret_cast<sockaddr *>(pAddress), nSize) != 0 ||
+        listen(nSocket, 16) != 0 ||
+        getsockname(nSocket, reinterpret_cast<sockaddr *>(pAddress), &nSize) != 0)
+        abort();
+    return nSocket;
+}
+
+int Connect(const sockaddr_in &address)
+{
+    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
+    if (connect(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
+        abort();
+    return nSocket;
+}
+
+bool IsOpen(int nDescriptor)
+{
+    return fcntl(nDescriptor, F_GETFD) != -1;
+}
+
+/// A server whose listener alone is run, as a thread of the test.
+struct Listener : testing::Test {
+    KovaStdoutCapture capture;
+    KovaStreamHost host;
+    KovaRtspServer *pServer = host.Server();
+    sockaddr_in address = {};
+    std::thread listener;
+    std::vector<int> players;
+
+    Listener()
+    {
+        RTSP_SetLogLevel(0);
+        pServer->nListenSocket = OpenListening(&address);
+    }
+
+    ~Listener() override
+    {
+        Stop();
+        for (const int nPlayer : players)
+            close(nPlayer);
+        RTSP_SetLogLevel(2);
+    }
+
+    void Start()
+    {
+        pServer->nListenState = 2;
+        listener = std::thread(pListenProc, pServer);
+    }
+
+    void Stop()
+    {
+        if (!listener.joinable())
+            return;
+        KovaThreadRequestStop(pServer->nListenState);
+        KovaServerWakeListener(pServer);
+        listener.join();
+    }
+
+    unsigned Handlers()
+    {
+        const KovaMutexLock lock(&pServer->mtxHandler);
+        return KovaListLength(pServer->pHandlerList);
+    }
+
+    /// Whether one more connection, and all before it, get their handlers.
+    bool Accepts()
+    {
+        players.push_back(Connect(address));
+        return KovaWaitUntil([&] { return Handlers() == players.size(); });
+    }
+};
+
+TEST_F(Listener, GivesEachConnectionAHandler)
+{
+    Start();
+    EXPECT_TRUE(Accepts());
+    EXPECT_TRUE(Accepts());
+    const KovaMutexLock lock(&pServer->mtxHandler);
+    const auto *pHandler = static_cast<KovaRtspServerHandler *>(pServer->pHandlerList->data);
+    EXPECT_STREQ(pHandler->szPeerAddr, "127.0.0.1");
+    EXPECT_EQ(pHandler->peerAddr.sin_family, AF_INET);
+    EXPECT_EQ(ntohs(pHandler->peerAddr.sin_port), pHandler->nPeerPort);
+    EXPECT_EQ(pHandler->nLocalPort, ntohs(address.sin_port));
+}
+
+TEST_F(Listener, SurvivesShortagesAndAbortedConnections)
+{
+    Start();
+    for (const int nError : {EMFILE, ENFILE, ENOBUFS, ENOMEM, ECONNABORTED, EINTR, EAGAIN}) {
+        const KovaFailingCall call(kShimAccept, nError, 0, 5);
+        players.push_back(Connect(address));
+        EXPECT_TRUE(KovaWaitUntil([&] { return call.Failed() == 5; })) << nError;
+        EXPECT_TRUE(Accepts()) << nError;
+        EXPECT_EQ(pServer->nListenState.load(), 2U) << nError;
+    }
+    EXPECT_EQ(capture.Text().find("pListenProc"), std::string::npos);
+}
+
+TEST_F(Listener, EndsAtAnyOtherError)
+{
+    const KovaFailingCall call(kShimAccept, EINVAL);
+    Start();
+    listener.join();
+    EXPECT_EQ(pServer->nListenState.load(), 4U);
+    EXPECT_EQ(pServer->nListenSocket.load(), -1);
+    EXPECT_EQ(call.Failed(), 1);
+    // Never filtered, and without a line end.
+    EXPECT_EQ(capture.Text(), "pListenProc, 22(Invalid argument)");
+}
+
+TEST_F(Listener, ClosesItsSocketAndSaysSoAtLevel4)
+{
+    RTSP_SetLogLevel(4);
+    Start();
+    EXPECT_TRUE(capture.WaitFor("pListenProc, Enter thread\n", 10000));
+    const int nSocket = pServer->nListenSocket;
+    EXPECT_TRUE(IsOpen(nSocket));
+    Stop();
+    EXPECT_EQ(pServer->nListenState.load(), 4U);
+    EXPECT_EQ(pServer->nListenSocket.load(), -1);
+    EXPECT_FALSE(IsOpen(nSocket));
+    EXPECT_EQ(capture.Messages(),
+              (Lines{"pListenProc, Enter thread", "pListenProc, Leave thread"}));
+    capture.Clear();
+    std::thread(pListenProc, nullptr).join();
+    EXPECT_EQ(capture.Messages(),
+              (Lines{"pListenProc, Enter thread", "pListenProc, Leave thread(pServer)"}));
+    capture.Clear();
+    RTSP_SetLogLevel(3);
+    std::thread(pListenProc, nullptr).join();
+    EXPECT_EQ(capture.Text(), "");
+}
+
+TEST_F(Listener, NoticesAStopThatNobodyAnnounces)
+{
+    Start();
+    pServer->nListenState = 3;
+    EXPECT_TRUE(KovaWaitUntil([&] { return pServer->nListenState == 4; }));
+}
+
+TEST_F(Listener, FailedHandlersLeaveNothingBehind)
+{
+    sockaddr_in peer = {};
+    EXPECT_EQ(AddNewRtspHandler(nullptr, -1, peer), 2);
+    EXPECT_EQ(AddNewRtspHandler(pServer, 0, peer), 2);
+    int32_t nResult = 1;
+    int nGood = 0;
+    for (; nResult != 0 && nGood < 50; nGood++) {
+        players.push_back(Connect(address));
+        int nSocket = -1;
+        EXPECT_TRUE(KovaWaitUntil([&] {
+            nSocket = accept(pServer->nListenSocket, nullptr, nullptr);
+            return nSocket > 0;
+        }));
+        {
+            const KovaFailingHeap heap(nGood);
+            nResult = AddNewRtspHandler(pServer, nSocket, peer);
+        }
+        EXPECT_EQ(IsOpen(nSocket), nResult == 0) << nGood;
+        EXPECT_EQ(Handlers(), nResult == 0 ? 1U : 0U) << nGood;
+        if (nGood == 0) {
+            EXPECT_EQ(nResult, 2);
+        }
+    }
+    EXPECT_EQ(nResult, 0);
+    EXPECT_GT(nGood, 2);
+}
+
+TEST_F(Listener, HandlersWithoutAThreadLeaveNothingBehind)
+{
+    players.push_back(Connect(address));
+    int nSocket = -1;
+    EXPECT_TRUE(KovaWaitUntil([&] {
+        nSocket = accept(pServer->nListenSocket, nullptr, nullptr);
+        return nSocket > 0;
+    }));
+    const KovaFailingCall threads(kShimThread, EAGAIN);
+    EXPECT_EQ(AddNewRtspHandler(pServer, nSocket, sockaddr_in{}), 1);
+    EXPECT_FALSE(IsOpen(nSocket));
+    EXPECT_EQ(Handlers(), 0U);
+}
+
+} // namespace
