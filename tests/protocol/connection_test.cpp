@@ -1,0 +1,255 @@
+#include "foundation/log.h"
+#include "rtsp/server_calls.h"
+#include "server/handler_registry.h"
+#include "tests/protocol/handler_pair.h"
+#include "tests/protocol/protocol_fixture.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+class Connection : public ProtocolTest {
+protected:
+    void TearDown() override
+    {
+        RTSP_SetLogLevel(2);
+    }
+};
+
+std::string OptionsOf(size_t nSize)
+{
+    const std::string head = "OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\nX: ";
+    return head + std::string(nSize - head.size() - 4, 'x') + "\r\n\r\n";
+}
+
+TEST_F(Connection, OneReadIsOneRequest)
+{
+    const std::string request = "OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n";
+    EXPECT_EQ(client.Exchange(request + request + request).text, kOptionsAnswer);
+    EXPECT_TRUE(client.IsSilent(100));
+}
+
+TEST_F(Connection, PartsOfARequestAreRequestsOfTheirOwn)
+{
+    EXPECT_EQ(client.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\n").text, k400);
+    EXPECT_EQ(Printed(), "Parse CSeq fail\n");
+    EXPECT_EQ(client.Exchange("CSeq: 1\r\n\r\n").text, k400);
+    EXPECT_EQ(Printed(), "Parse CSeq fail\nNot Support Request Command\n");
+}
+
+TEST_F(Connection, RequestOf8192BytesIsHandledAsItIs)
+{
+    RTSP_SetLogLevel(4);
+    EXPECT_EQ(client.Exchange(OptionsOf(8192)).text, kOptionsAnswer);
+    // The line is longer than the log prints; what goes to it is cut, not the request.
+    EXPECT_NE(capture.Text().find(" pHandleRequestProc, Recv: OPTIONS rtsp://h/live RTSP/1.0\r\n"),
+              std::string::npos);
+    EXPECT_TRUE(client.IsSilent(50));
+}
+
+TEST_F(Connection, LongerRequestIsCutAndTheRestIsTheNextOne)
+{
+    ASSERT_TRUE(client.Send(OptionsOf(8192) + "options rest"));
+    EXPECT_EQ(client.Receive().text, kOptionsAnswer);
+    EXPECT_EQ(client.Receive().text, k400);
+    EXPECT_EQ(Printed(), "Not Support Request Command\n");
+    // What would make it complete lies behind the cut.
+    const std::string head = "OPTIONS rtsp://h/live RTSP/1.0\r\nX: ";
+    ASSERT_TRUE(client.Send(head + std::string(8192 - head.size(), 'x') + "\r\nCSeq: 1\r\n\r\n"));
+    EXPECT_EQ(client.Receive().text, k400);
+    EXPECT_EQ(client.Receive().text, k400);
+    EXPECT_TRUE(client.IsSilent(50));
+}
+
+TEST_F(Connection, BytesOfAnEarlierRequestAreGone)
+{
+    EXPECT_EQ(
+        client.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\nSession: 1\r\n\r\n").text,
+        k454);
+    EXPECT_EQ(client.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n").text,
+              kOptionsAnswer);
+}
+
+TEST_F(Connection, EndOfThePeerLeavesSessionAndClients)
+{
+    ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
+    ASSERT_EQ(client.Play("live").nStatus, 200);
+    const std::string session = client.Session();
+    EXPECT_NE(KovaRtspServerGetHandlerBySessionId(server.Server(), session.c_str()), nullptr);
+    capture.Clear();
+    client.Close();
+    ASSERT_TRUE(server.WaitHandlers(0, 5000));
+    EXPECT_TRUE(
+        capture.WaitFor(" pHandleRequestProc, Client RTSP Handler connection closed !!!\n", 2000));
+    EXPECT_EQ(KovaRtspServerGetHandlerBySessionId(server.Server(), session.c_str()), nullptr);
+    EXPECT_EQ(server.SessionCount(), 1u);
+    ASSERT_EQ(server.Clients(97).size(), 1u);
+    EXPECT_EQ(server.Clients(97)[0].nTcpSocket, -1);
+    EXPECT_EQ(ClientCount(), 1);
+    // Another connection can end the session.
+    KovaRtspTestClient other;
+    ASSERT_TRUE(server.Connect(&other));
+    other.SetSession(session);
+    EXPECT_EQ(other.Teardown("live").nStatus, 200);
+    EXPECT_EQ(server.Clients(97).size(), 0u);
+    EXPECT_EQ(ClientCount(), 0);
+}
+
+TEST_F(Connection, ResetOfThePeerIsLoggedWithItsError)
+{
+    client.Close(true);
+    ASSERT_TRUE(server.WaitHandlers(0, 5000));
+    EXPECT_TRUE(capture.WaitFor(" pHandleRequestProc, 104(Connection reset by peer)\n", 2000));
+}
+
+TEST_F(Connection, ThreadTellsItsLifeAtLevelFour)
+{
+    RTSP_SetLogLevel(4);
+    KovaRtspTestClient other;
+    ASSERT_TRUE(server.Connect(&other));
+    EXPECT_TRUE(capture.WaitFor(" pHandleRequestProc, Enter thread\n", 2000));
+    EXPECT_EQ(other.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n").text,
+              kOptionsAnswer);
+    other.Close();
+    EXPECT_TRUE(capture.WaitFor(" pHandleRequestProc, Leave thread\n", 5000));
+    EXPECT_NE(capture.Text().find(" pHandleRequestProc, Recv: OPTIONS rtsp://h/live RTSP/1.0\r\n"
+                                  "CSeq: 1\r\n\r\n, Len: 43\n\n"),
+              std::string::npos);
+}
+
+TEST_F(Connection, ThreadWithoutAHandlerOrServerLeaves)
+{
+    RTSP_SetLogLevel(4);
+    capture.Clear();
+    EXPECT_EQ(pHandleRequestProc(nullptr), nullptr);
+    EXPECT_EQ(capture.Messages(),
+              (std::vector<std::string>{"pHandleRequestProc, Enter thread",
+                                        "pHandleRequestProc, Leave thread(pHandler)"}));
+    KovaHandlerPair pair(server.Server());
+    pair.pHandler->pServer = nullptr;
+    capture.Clear();
+    EXPECT_EQ(pHandleRequestProc(pair.pHandler), nullptr);
+    EXPECT_EQ(capture.Messages(),
+              (std::vector<std::string>{"pHandleRequestProc, Enter thread",
+                                        "pHandleRequestProc, Leave thread(pServer)"}));
+    EXPECT_EQ(pair.pHandler->nState.load(), kThreadStopped);
+    EXPECT_EQ(pair.pHandler->nSocket.load(), -1);
+    EXPECT_TRUE(pair.player.WaitClosed(2000));
+}
+
+TEST_F(Connection, CreationNotesBothEnds)
+{
+    capture.Clear();
+    KovaHandlerPair pair(server.Server());
+    ASSERT_NE(pair.pHandler, nullptr);
+    const KovaRtspServerHandler &handler = *pair.pHandler;
+    EXPECT_EQ(capture.Text(),
+              "Rtsp Server, Addr: 127.0.0.1, Port: " + std::to_string(handler.nLocalPort) +
+                  "\nRtsp Client, Addr: 127.0.0.1, Port: " +
+                  std::to_string(pair.player.LocalPort()) + "\n");
+    EXPECT_EQ(handler.pServer, server.Server());
+    EXPECT_STREQ(handler.szLocalAddr, "127.0.0.1");
+    EXPECT_STREQ(handler.szPeerAddr, "127.0.0.1");
+    EXPECT_EQ(handler.nPeerPort, pair.player.LocalPort());
+    EXPECT_EQ(ntohs(handler.peerAddr.sin_port), pair.player.LocalPort());
+    EXPECT_EQ(handler.nState.load(), 0u);
+    EXPECT_EQ(handler.nSpare, 0);
+    EXPECT_STREQ(handler.szSessionId, "");
+    EXPECT_TRUE(std::all_of(handler.recvBuf, handler.recvBuf + sizeof(handler.recvBuf),
+                            [](uint8_t nByte) { return nByte == 0; }));
+}
+
+TEST_F(Connection, CreationNeedsAServerAndADescriptor)
+{
+    EXPECT_EQ(KovaRtspServerHandlerCreate(nullptr, 5, {}), nullptr);
+    EXPECT_EQ(KovaRtspServerHandlerCreate(server.Server(), 0, {}), nullptr);
+    EXPECT_EQ(KovaRtspServerHandlerCreate(server.Server(), -1, {}), nullptr);
+    EXPECT_EQ(KovaRtspServerHandlerStart(nullptr), 2);
+    EXPECT_EQ(KovaRtspServerHandlerStop(nullptr), 2);
+    EXPECT_EQ(KovaRtspServerHandlerDestroy(nullptr), 2);
+    EXPECT_EQ(KovaRtspServerAddServerHandler(nullptr, server.Handler(client)), 2);
+    EXPECT_EQ(KovaRtspServerAddServerHandler(server.Server(), nullptr), 2);
+}
+
+TEST_F(Connection, StopOfAThreadThatNeverStartedDoesNotWait)
+{
+    for (const uint32_t nState : {0u, 1u}) {
+        KovaHandlerPair pair(server.Server());
+        pair.pHandler->nState = nState;
+        EXPECT_EQ(KovaRtspServerHandlerStop(pair.pHandler), 0);
+        EXPECT_EQ(pair.pHandler->nState.load(), kThreadStopped);
+        EXPECT_EQ(pair.pHandler->nSocket.load(), -1);
+        EXPECT_TRUE(pair.player.WaitClosed(2000));
+    }
+}
+
+TEST_F(Connection, StopEndsTheThreadAndLeavesTheHandler)
+{
+    KovaHandlerPair pair(server.Server());
+    ASSERT_EQ(KovaRtspServerAddServerHandler(server.Server(), pair.pHandler), 0);
+    ASSERT_EQ(KovaRtspServerHandlerStart(pair.pHandler), 0);
+    EXPECT_EQ(pair.player.Options("live").nStatus, 200);
+    EXPECT_NE(fcntl(pair.pHandler->nSocket.load(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(KovaRtspServerRemoveServerHandler(server.Server(), pair.pHandler), 0);
+    EXPECT_EQ(KovaRtspServerHandlerStop(pair.pHandler), 0);
+    EXPECT_EQ(pair.pHandler->nState.load(), kThreadStopped);
+    EXPECT_EQ(pair.pHandler->nSocket.load(), -1);
+    EXPECT_TRUE(pair.player.WaitClosed(2000));
+    EXPECT_EQ(server.HandlerCount(), 1u);
+}
+
+TEST_F(Connection, RemoveAllEndsEveryConnection)
+{
+    KovaRtspTestClient other;
+    ASSERT_TRUE(server.Connect(&other));
+    EXPECT_EQ(server.HandlerCount(), 2u);
+    KovaRtspServerRemoveAllServerHandler(server.Server());
+    EXPECT_EQ(server.HandlerCount(), 0u);
+    EXPECT_TRUE(client.WaitClosed(2000));
+    EXPECT_TRUE(other.WaitClosed(2000));
+}
+
+TEST_F(Connection, ResponseIsSentWhole)
+{
+    KovaHandlerPair pair(server.Server());
+    EXPECT_EQ(RequestResponseSend(pair.pHandler, "abc\r\n\r\n", 7), 1);
+    EXPECT_EQ(pair.player.Receive().text, "abc\r\n\r\n");
+    EXPECT_EQ(RequestResponseSend(pair.pHandler, "abc", 0), 1);
+    EXPECT_TRUE(pair.player.IsSilent(20));
+}
+
+TEST_F(Connection, ResponseThatMeetsAFullSocketIsCut)
+{
+    KovaHandlerPair pair(server.Server());
+    const int nSocket = pair.pHandler->nSocket.load();
+    fcntl(nSocket, F_SETFL, fcntl(nSocket, F_GETFL) | O_NONBLOCK);
+    const std::string filler(64 << 20, 'f');
+    capture.Clear();
+    EXPECT_EQ(
+        RequestResponseSend(pair.pHandler, filler.data(), static_cast<int32_t>(filler.size())), 0);
+    EXPECT_EQ(capture.Text(),
+              "RequestResponseSend, Send Error: 11(Resource temporarily unavailable)\n");
+    EXPECT_NE(pair.pHandler->nSocket.load(), -1);
+}
+
+TEST_F(Connection, ResponseToALostPeerRaisesNoSignal)
+{
+    KovaHandlerPair pair(server.Server());
+    pair.player.Close(true);
+    EXPECT_TRUE(
+        KovaWaitUntil(2000, [&] { return RequestResponseSend(pair.pHandler, "abc", 3) == 0; }));
+    capture.Clear();
+    EXPECT_EQ(RequestResponseSend(pair.pHandler, "abc", 3), 0); // EPIPE
+    EXPECT_EQ(capture.Text(), "RequestResponseSend, Send Error: 32(Broken pipe)\n");
+    KovaRtspServerHandlerStop(pair.pHandler);
+    capture.Clear();
+    EXPECT_EQ(RequestResponseSend(pair.pHandler, "abc", 3), 0);
+    EXPECT_EQ(capture.Text(), "RequestResponseSend, Send Error: 9(Bad file descriptor)\n");
+}
+
+} // namespace
