@@ -14,6 +14,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <deque>
 #include <string>
 #include <thread>
 #include <vector>
