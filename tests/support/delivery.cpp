@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -50,9 +51,12 @@ int32_t KovaReferences(KovaRtpPacket *pPacket)
 
 KovaBytes KovaFrameOf(uint8_t nChannel, const KovaBytes &packet)
 {
-    KovaBytes frame = {0x24, nChannel, static_cast<uint8_t>(packet.size() >> 8),
-                       static_cast<uint8_t>(packet.size())};
-    frame.insert(frame.end(), packet.begin(), packet.end());
+    KovaBytes frame(4 + packet.size());
+    frame[0] = 0x24;
+    frame[1] = nChannel;
+    frame[2] = static_cast<uint8_t>(packet.size() >> 8);
+    frame[3] = static_cast<uint8_t>(packet.size());
+    std::copy(packet.begin(), packet.end(), frame.begin() + 4);
     return frame;
 }
 

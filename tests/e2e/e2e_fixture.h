@@ -1,0 +1,79 @@
+#pragma once
+
+#include "tests/support/fake_clock.h"
+#include "tests/support/player.h"
+#include "tests/support/synthetic_media.h"
+#include "tests/support/test_server.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+/// A started server with one stream, fed with small pictures unless the test wants others.
+class EndToEnd : public ::testing::Test {
+protected:
+    EndToEnd()
+    {
+        // The library's millisecond clock wraps every 71 minutes; no test runs over that.
+        m_clock.StartAt((int64_t{400000} << 32) + 60'000'000);
+    }
+
+    void SetUp() override
+    {
+        m_server = std::make_unique<KovaTestServer>();
+        ASSERT_TRUE(m_server->IsUp());
+    }
+
+    /// A figure of the stream.
+    uint32_t Figure(uint32_t nType)
+    {
+        KovaRtspStatus status = {};
+        status.nType = nType;
+        EXPECT_EQ(KovaRtspServerGetStatus(m_server->Stream(), &status), KOVA_OK);
+        return status.value.nStreamStatus;
+    }
+    int32_t ClientCount()
+    {
+        return static_cast<int32_t>(Figure(KOVA_STATUS_CLIENT_COUNT));
+    }
+    /// Waits for a stream status; the players go on meanwhile.
+    bool AwaitStatus(uint32_t nStatus, const std::vector<KovaPlayer *> &players = {})
+    {
+        return KovaWaitUntil(6000, [&] {
+            KovaCollect(players, 5);
+            return Figure(KOVA_STATUS_STREAM) == nStatus;
+        });
+    }
+    /// Waits until a player has so many packets of a track.
+    bool AwaitPackets(KovaPlayer *pPlayer, int nTrack, size_t nCount)
+    {
+        return KovaWaitUntil(8000, [&] {
+            KovaCollect({pPlayer}, 5);
+            return pPlayer->RtpCount(nTrack) >= nCount;
+        });
+    }
+    /// Moves a session's expiry; false when there is no such session.
+    bool SetExpiry(const std::string &session, int32_t tExpire)
+    {
+        KovaRtspServer *pServer = m_server->Server();
+        bool bFound = false;
+        pthread_mutex_lock(&pServer->mtxSession);
+        for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
+            auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
+            if (session == pSession->szSessionId) {
+                pSession->tExpire = tExpire;
+                bFound = true;
+            }
+        }
+        pthread_mutex_unlock(&pServer->mtxSession);
+        return bFound;
+    }
+    int32_t Now() const
+    {
+        return static_cast<int32_t>(m_clock.Now() / 1000000);
+    }
+
+    KovaFakeClock m_clock;
+    std::unique_ptr<KovaTestServer> m_server;
+    KovaSyntheticSizes m_small = {4000, 1800};
+};
