@@ -19,6 +19,16 @@ protected:
     {
         RTSP_SetLogLevel(2);
     }
+    /// What request threads logged; threads of the stream may log at any time.
+    std::vector<std::string> RequestThreadLines()
+    {
+        std::vector<std::string> lines;
+        for (const std::string &line : capture.Messages()) {
+            if (line.rfind("pHandleRequestProc, ", 0) == 0)
+                lines.push_back(line);
+        }
+        return lines;
+    }
 };
 
 std::string OptionsOf(size_t nSize)
