@@ -1,5 +1,6 @@
 #pragma once
 
+#include "streamer/registries.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/player.h"
 #include "tests/support/synthetic_media.h"
@@ -35,6 +36,18 @@ protected:
     int32_t ClientCount()
     {
         return static_cast<int32_t>(Figure(KOVA_STATUS_CLIENT_COUNT));
+    }
+    /// Players of a track. Looks at no connection: those come and go meanwhile.
+    unsigned TrackClients(uint32_t nPayloadId)
+    {
+        unsigned nCount = 0;
+        KovaRtpSender *pSender =
+            KovaRtspStreamerGetRtpSenderByPayloadId(m_server->Stream(), nPayloadId);
+        pthread_mutex_lock(&pSender->mutex);
+        for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next)
+            nCount += KovaRtpSendGroupClientCount(static_cast<KovaRtpSendGroup *>(pNode->data));
+        pthread_mutex_unlock(&pSender->mutex);
+        return nCount;
     }
     /// Waits for a stream status; the players go on meanwhile.
     bool AwaitStatus(uint32_t nStatus, const std::vector<KovaPlayer *> &players = {})

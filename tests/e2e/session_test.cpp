@@ -10,8 +10,8 @@ TEST_F(EndToEnd, TwoTracksAreOneSessionAndOneClient)
     KovaPlayer player(false);
     ASSERT_TRUE(player.SetUp(m_server.get()));
     EXPECT_EQ(m_server->SessionCount(), 1u);
-    EXPECT_EQ(m_server->Clients(96).size(), 1u);
-    EXPECT_EQ(m_server->Clients(97).size(), 1u);
+    EXPECT_EQ(TrackClients(96), 1u);
+    EXPECT_EQ(TrackClients(97), 1u);
     EXPECT_EQ(ClientCount(), 0);
     ASSERT_TRUE(player.Play());
     EXPECT_EQ(ClientCount(), 1);
@@ -24,7 +24,7 @@ TEST_F(EndToEnd, TwoTracksAreOneSessionAndOneClient)
 
     EXPECT_EQ(player.Rtsp().Teardown("live").nStatus, 200);
     EXPECT_EQ(m_server->SessionCount(), 0u);
-    EXPECT_EQ(m_server->Clients(96).size() + m_server->Clients(97).size(), 0u);
+    EXPECT_EQ(TrackClients(96) + TrackClients(97), 0u);
     EXPECT_EQ(ClientCount(), 0);
     player.Take(); // what was under way
     const size_t nBefore = player.Arrivals().size();
@@ -53,7 +53,7 @@ TEST_F(EndToEnd, ExpiredSessionStopsPlayingAndLeavesTheOthersAlone)
         return m_server->SessionCount() == 1;
     }));
     EXPECT_EQ(ClientCount(), 1);
-    EXPECT_EQ(m_server->Clients(97).size(), 1u);
+    EXPECT_EQ(TrackClients(97), 1u);
     KovaCollect({&gone, &stays}, 50);
     const size_t nGone = gone.Arrivals().size();
     const size_t nStays = stays.Arrivals().size();
@@ -111,8 +111,7 @@ TEST_F(EndToEnd, PlayerThatVanishesIsCountedOutOnce)
     vanishing.Rtsp().Close(true);
     EXPECT_TRUE(KovaWaitUntil(5000, [&] {
         KovaCollect({&staying}, 5);
-        return m_server->Clients(96).size() == 1 && m_server->Clients(97).size() == 1 &&
-               m_server->SessionCount() == 1;
+        return TrackClients(96) == 1 && TrackClients(97) == 1 && m_server->SessionCount() == 1;
     }));
     KovaCollect({&staying}, 300);
     EXPECT_EQ(ClientCount(), 1);
