@@ -47,8 +47,8 @@ KOVA_API void KovaRtpSendGroupDestory(KovaRtpSendGroup *pGroup);
 /// Starts the group's thread. 0; 1 when it cannot be made; 2 for null.
 KOVA_API int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup);
 
-/// Asks the thread to stop and waits for it; it first sends what is queued, on
-/// schedule. 0; 2 for null.
+/// Asks the thread to stop and waits for it; a thread that is sending first sends
+/// what is queued, on schedule. 0; 2 for null.
 KOVA_API int32_t KovaRtpSendGroupStop(KovaRtpSendGroup *pGroup);
 
 /// Adds a client, which the group owns from then on. Null is ignored.
