@@ -124,6 +124,7 @@ TEST(StartedServer, AcceptedConnectionEndsWithAPeerThatTakesNothing)
                          &nTimeout, &nSize),
               0);
     EXPECT_EQ(nTimeout, 10000u);
+    server.Settle(client);
 }
 
 TEST(StartedServer, ManyPlayersOfOneSecondPlayAndLeave)

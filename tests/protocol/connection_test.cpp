@@ -91,6 +91,8 @@ TEST_F(Connection, EndOfThePeerLeavesSessionAndClients)
     ASSERT_EQ(client.Play("live").nStatus, 200);
     const std::string session = client.Session();
     EXPECT_NE(KovaRtspServerGetHandlerBySessionId(server.Server(), session.c_str()), nullptr);
+    const int *const pField = server.Clients(97).at(0).pTcpSocket;
+    EXPECT_EQ(pField, reinterpret_cast<int *>(&server.Handler(client)->nSocket));
     capture.Clear();
     client.Close();
     ASSERT_TRUE(server.WaitHandlers(0, 5000));
@@ -99,7 +101,8 @@ TEST_F(Connection, EndOfThePeerLeavesSessionAndClients)
     EXPECT_EQ(KovaRtspServerGetHandlerBySessionId(server.Server(), session.c_str()), nullptr);
     EXPECT_EQ(server.SessionCount(), 1u);
     ASSERT_EQ(server.Clients(97).size(), 1u);
-    EXPECT_EQ(server.Clients(97)[0].nTcpSocket, -1);
+    ASSERT_TRUE(KovaWaitUntil(2000, [&] { return server.Clients(97)[0].pTcpSocket != pField; }));
+    EXPECT_EQ(*server.Clients(97)[0].pTcpSocket, -1);
     EXPECT_EQ(ClientCount(), 1);
     // Another connection can end the session.
     KovaRtspTestClient other;

@@ -114,6 +114,7 @@ TEST_F(KeepAlive, BareRtcp)
 TEST_F(KeepAlive, NullRules)
 {
     const auto *pBytes = reinterpret_cast<const uint8_t *>(report.data());
+    EXPECT_EQ(client.Options("live").nStatus, 200); // its thread has seen the server
     EXPECT_EQ(HandleRtspTcpKeepAlive(nullptr, pBytes, 32), 2);
     KovaRtspServer *pServer = pHandler->pServer;
     pHandler->pServer = nullptr;

@@ -29,12 +29,11 @@ protected:
                       "Transport: RTP/AVP/TCP;unicast;interleaved=" + channels + "\r\n" + lines);
     }
     /// Id of the only session.
-    std::string OnlySession() const
+    std::string OnlySession()
     {
-        EXPECT_EQ(KovaListLength(server.Server()->pSessionList), 1u);
-        if (server.Server()->pSessionList == nullptr)
-            return {};
-        return static_cast<KovaRtspSession *>(server.Server()->pSessionList->data)->szSessionId;
+        EXPECT_EQ(server.SessionCount(), 1u);
+        const KovaList *pList = server.Server()->pSessionList;
+        return pList == nullptr ? "" : static_cast<KovaRtspSession *>(pList->data)->szSessionId;
     }
     std::string UdpAnswer(const std::string &clientPorts, unsigned nPort, uint32_t nSsrc,
                           const std::string &session) const
@@ -55,11 +54,11 @@ protected:
     }
     /// The session is known only once the answer is there.
     void ExpectUdp(const std::string &answer, const std::string &clientPorts, unsigned nPort,
-                   uint32_t nSsrc) const
+                   uint32_t nSsrc)
     {
         EXPECT_EQ(answer, UdpAnswer(clientPorts, nPort, nSsrc, OnlySession()));
     }
-    void ExpectTcp(const std::string &answer, const std::string &channels, uint32_t nSsrc) const
+    void ExpectTcp(const std::string &answer, const std::string &channels, uint32_t nSsrc)
     {
         EXPECT_EQ(answer, TcpAnswer(channels, nSsrc, OnlySession()));
     }

@@ -120,12 +120,15 @@ void KovaRtspTestClient::Adopt(int nSocket)
 void KovaRtspTestClient::Close(bool bReset)
 {
     if (m_nSocket >= 0) {
+        if (m_onExchange)
+            m_onExchange();
         const struct linger reset = {1, 0};
         if (bReset)
             setsockopt(m_nSocket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
         close(m_nSocket);
     }
     m_nSocket = -1;
+    m_onExchange = nullptr;
     m_input.clear();
     m_frames.clear();
 }
@@ -140,6 +143,8 @@ uint16_t KovaRtspTestClient::LocalPort() const
 
 bool KovaRtspTestClient::Send(std::string_view bytes)
 {
+    if (m_onExchange)
+        m_onExchange();
     while (!bytes.empty()) {
         const ssize_t nSent = send(m_nSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (nSent <= 0)
@@ -203,7 +208,10 @@ KovaTestResponse KovaRtspTestClient::Exchange(std::string_view bytes)
 {
     if (!Send(bytes))
         return {};
-    return Receive();
+    const KovaTestResponse response = Receive();
+    if (m_onExchange)
+        m_onExchange();
+    return response;
 }
 
 bool KovaRtspTestClient::NextFrame(KovaTestFrame *pFrame, int nMilliseconds)

@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// One response, or what came instead of it.
 struct KovaTestResponse {
@@ -39,6 +41,11 @@ public:
     void Adopt(int nSocket);
     /// Ends the connection; with a reset instead of an orderly end if bReset.
     void Close(bool bReset = false);
+    /// Called before bytes are sent, behind each Exchange() and before the end.
+    void OnExchange(std::function<void()> action)
+    {
+        m_onExchange = std::move(action);
+    }
     int Socket() const
     {
         return m_nSocket;
@@ -95,6 +102,7 @@ private:
     std::string m_session;
     std::string m_input;
     std::deque<KovaTestFrame> m_frames;
+    std::function<void()> m_onExchange;
 };
 
 /// A player's two UDP ports on the loopback address: an even one and the next.

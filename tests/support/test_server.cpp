@@ -36,6 +36,21 @@ int Listen(uint16_t *pPort)
     return nSocket;
 }
 
+/// The socket that a client's reference leads to. A connection that is not
+/// registered any more is about to be freed: its memory is not looked at.
+int32_t SocketOf(KovaRtspServer *pServer, const int *pSocket)
+{
+    int32_t nSocket = -1;
+    pthread_mutex_lock(&pServer->mtxHandler);
+    for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
+        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+        if (reinterpret_cast<int *>(&pHandler->nSocket) == pSocket)
+            nSocket = pHandler->nSocket;
+    }
+    pthread_mutex_unlock(&pServer->mtxHandler);
+    return nSocket;
+}
+
 } // namespace
 
 uint16_t KovaFreeTcpPort()
@@ -121,6 +136,7 @@ bool KovaTestServer::Connect(KovaRtspTestClient *pClient, int nReceiveBuffer)
         sockaddr_in peer = {};
         socklen_t nSize = sizeof(peer);
         const int nSocket = accept(m_nListener, reinterpret_cast<sockaddr *>(&peer), &nSize);
+        pClient->OnExchange([this, pClient] { Settle(*pClient); });
         return AddNewRtspHandler(m_pServer, nSocket, peer) == 0;
     }
     return KovaWaitUntil(5000, [&] { return Handler(*pClient) != nullptr; });
@@ -138,6 +154,15 @@ KovaRtspServerHandler *KovaTestServer::Handler(const KovaRtspTestClient &client)
     }
     pthread_mutex_unlock(&m_pServer->mtxHandler);
     return pFound;
+}
+
+void KovaTestServer::Settle(const KovaRtspTestClient &client)
+{
+    KovaRtspServerHandler *pHandler = Handler(client);
+    if (pHandler == nullptr)
+        return;
+    pthread_mutex_lock(&pHandler->mtxRequest);
+    pthread_mutex_unlock(&pHandler->mtxRequest);
 }
 
 bool KovaTestServer::WaitHandlers(unsigned nCount, int nMilliseconds)
@@ -188,17 +213,18 @@ std::vector<KovaTestServer::Client> KovaTestServer::Clients(KovaRtspStreamer *pS
         for (KovaList *pEntry = pGroup->pClientList; pEntry != nullptr; pEntry = pEntry->next) {
             auto *pClient = static_cast<KovaRtpClient *>(pEntry->data);
             int *pTcpSocket = pClient->pTcpSocket.load();
-            const int32_t nTcpSocket =
-                pTcpSocket == nullptr ? 0 : __atomic_load_n(pTcpSocket, __ATOMIC_SEQ_CST);
-            clients.push_back(
-                {pClient->szSessionId, pClient->nState, pClient->nRtpSocket, pClient->nRtcpSocket,
-                 pClient->nClientRtpPort, pClient->nClientRtcpPort, pClient->bInterleaved,
-                 nTcpSocket, pClient->nRtpChannel, pClient->nRtcpChannel, pClient->nStartSequence,
-                 pClient->nStartTimestamp, pClient->rtpAddress, pClient->rtcpAddress});
+            clients.push_back({pClient->szSessionId, pClient->nState, pClient->nRtpSocket,
+                               pClient->nRtcpSocket, pClient->nClientRtpPort,
+                               pClient->nClientRtcpPort, pClient->bInterleaved, pTcpSocket,
+                               nTcpSocket, pClient->nRtpChannel, pClient->nRtcpChannel,
+                               pClient->nStartSequence, pClient->nStartTimestamp,
+                               pClient->rtpAddress, pClient->rtcpAddress});
         }
         pthread_mutex_unlock(&pGroup->clientMutex);
     }
     pthread_mutex_unlock(&pSender->mutex);
+    for (Client &entry : clients)
+        entry.nTcpSocket = SocketOf(pStream->pServer, entry.pTcpSocket);
     return clients;
 }
 

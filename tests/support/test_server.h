@@ -64,6 +64,10 @@ public:
     bool Connect(KovaRtspTestClient *pClient, int nReceiveBuffer = 0);
     /// The handler of a connected client; null when there is none.
     KovaRtspServerHandler *Handler(const KovaRtspTestClient &client);
+    /// Waits until the client's last request is done with, not only answered. What
+    /// the request did is visible to the caller then, and what the caller did to
+    /// the next request. A server that is not started does so at each exchange.
+    void Settle(const KovaRtspTestClient &client);
     /// Waits until so many connections are registered.
     bool WaitHandlers(unsigned nCount, int nMilliseconds);
 
@@ -80,7 +84,8 @@ public:
         uint16_t nClientRtpPort;
         uint16_t nClientRtcpPort;
         int32_t bInterleaved;
-        int32_t nTcpSocket; ///< what the client sees through its reference
+        int *pTcpSocket;    ///< its reference; follow it only while the connection stays
+        int32_t nTcpSocket; ///< the socket of its connection; -1 without one
         uint16_t nRtpChannel;
         uint16_t nRtcpChannel;
         uint16_t nStartSequence;
