@@ -215,10 +215,10 @@ std::vector<KovaTestServer::Client> KovaTestServer::Clients(KovaRtspStreamer *pS
             int *pTcpSocket = pClient->pTcpSocket.load();
             clients.push_back({pClient->szSessionId, pClient->nState, pClient->nRtpSocket,
                                pClient->nRtcpSocket, pClient->nClientRtpPort,
-                               pClient->nClientRtcpPort, pClient->bInterleaved, pTcpSocket,
-                               nTcpSocket, pClient->nRtpChannel, pClient->nRtcpChannel,
-                               pClient->nStartSequence, pClient->nStartTimestamp,
-                               pClient->rtpAddress, pClient->rtcpAddress});
+                               pClient->nClientRtcpPort, pClient->bInterleaved, pTcpSocket, -1,
+                               pClient->nRtpChannel, pClient->nRtcpChannel, pClient->nStartSequence,
+                               pClient->nStartTimestamp, pClient->rtpAddress,
+                               pClient->rtcpAddress});
         }
         pthread_mutex_unlock(&pGroup->clientMutex);
     }
