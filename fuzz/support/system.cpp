@@ -1,0 +1,149 @@
+#include "fuzz/support/network.h"
+#include "fuzz/support/require.h"
+#include "fuzz/support/world.h"
+
+#include <linux/futex.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+// Every fuzz program is linked with --wrap for these functions: the library's calls come here.
+
+extern "C" {
+time_t __real_time(time_t *pTime);
+int __real_gettimeofday(timeval *pTime, void *pZone);
+int __real_usleep(useconds_t nMicroseconds);
+int __real_rand();
+void __real_srand(unsigned nSeed);
+int __real_poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds);
+long __real_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
+                    long nSixth);
+int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
+                          void *(*pfnBody)(void *), void *pArgument);
+int __real_pthread_mutex_lock(pthread_mutex_t *pMutex);
+}
+
+namespace {
+
+constexpr int64_t kMillion = 1000000;
+constexpr int64_t kLockStep = 100; // how long a thread that found a mutex locked looks away, us
+
+uint32_t g_nRandom = 1;
+
+} // namespace
+
+extern "C" time_t __wrap_time(time_t *pTime)
+{
+    if (!KovaWorldIsOn())
+        return __real_time(pTime);
+    const time_t tNow = KovaWorldNow() / kMillion;
+    if (pTime != nullptr)
+        *pTime = tNow;
+    return tNow;
+}
+
+extern "C" int __wrap_gettimeofday(timeval *pTime, void *pZone)
+{
+    if (!KovaWorldIsOn())
+        return __real_gettimeofday(pTime, pZone);
+    pTime->tv_sec = KovaWorldNow() / kMillion;
+    pTime->tv_usec = KovaWorldNow() % kMillion;
+    return 0;
+}
+
+extern "C" int __wrap_usleep(useconds_t nMicroseconds)
+{
+    if (!KovaWorldIsOn())
+        return __real_usleep(nMicroseconds);
+    KovaWorldSleep(nMicroseconds);
+    return 0;
+}
+
+extern "C" int __wrap_rand()
+{
+    if (!KovaWorldIsOn())
+        return __real_rand();
+    g_nRandom = g_nRandom * 1664525U + 1013904223U;
+    return static_cast<int>(g_nRandom >> 8);
+}
+
+extern "C" void __wrap_srand(unsigned nSeed)
+{
+    if (KovaWorldIsOn())
+        g_nRandom = nSeed;
+    else
+        __real_srand(nSeed);
+}
+
+extern "C" int __wrap_poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
+{
+    if (!KovaWorldIsOn())
+        return __real_poll(pEntries, nCount, nMilliseconds);
+    const int nReady = __real_poll(pEntries, nCount, 0);
+    if (nReady != 0)
+        return nReady;
+    KovaWorldSleep(int64_t{nMilliseconds} * 1000, KovaWorldSockets());
+    return __real_poll(pEntries, nCount, 0);
+}
+
+/// The library's events are futexes.
+extern "C" long __wrap_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth,
+                               long nFifth, long nSixth)
+{
+    if (!KovaWorldIsOn() || nNumber != SYS_futex)
+        return __real_syscall(nNumber, nFirst, nSecond, nThird, nFourth, nFifth, nSixth);
+    const void *pWord = reinterpret_cast<const void *>(nFirst);
+    if (nSecond == FUTEX_WAKE_PRIVATE) {
+        KovaWorldWake(pWord);
+        return 1;
+    }
+    KovaRequire(nSecond == FUTEX_WAIT_PRIVATE, "no other futex operation is used");
+    const long *pTimeout = reinterpret_cast<const long *>(nFourth);
+    KovaWorldSleep(pTimeout[0] * kMillion + pTimeout[1] / 1000, pWord);
+    return 0;
+}
+
+extern "C" int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
+                                     void *(*pfnBody)(void *), void *pArgument)
+{
+    if (!KovaWorldIsOn())
+        return __real_pthread_create(pThread, pAttributes, pfnBody, pArgument);
+    *pThread = pthread_self();
+    KovaWorldStartThread(pfnBody, pArgument);
+    return 0;
+}
+
+/// A mutex that is locked here is locked by a thread that sleeps: it gets its turn. Two that wait
+/// for each other are found out by the world's limit on waits and turns.
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t *pMutex)
+{
+    if (!KovaWorldIsOn())
+        return __real_pthread_mutex_lock(pMutex);
+    int nResult;
+    while ((nResult = pthread_mutex_trylock(pMutex)) == EBUSY)
+        KovaWorldSleep(kLockStep);
+    return nResult;
+}
+
+// ---- The fuzz programs themselves
+// ----------------------------------------------------------------
+
+/// What the library prints is of no interest; the fuzzer itself prints on standard error.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    setenv("TZ", "UTC0", 1);
+    KovaRequire(freopen("/dev/null", "w", stdout) != nullptr, "standard output can be silenced");
+    return 0;
+}
+
+/// Streams have 16 MiB of rings each: a large quarantine would only be full of them.
+extern "C" const char *__asan_default_options()
+{
+    return "quarantine_size_mb=32:detect_stack_use_after_return=0";
+}
