@@ -8,3 +8,6 @@ size_t KovaHeapInUse();
 
 /// Number of threads of the process.
 int KovaThreadCount();
+
+/// Number of open descriptors of the process; needs none to tell it.
+int KovaDescriptorCount();
