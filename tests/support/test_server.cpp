@@ -163,6 +163,8 @@ void KovaTestServer::Settle(const KovaRtspTestClient &client)
         return;
     pthread_mutex_lock(&pHandler->mtxRequest);
     pthread_mutex_unlock(&pHandler->mtxRequest);
+    // The connection's end comes after this: it takes the registry's mutex first.
+    HandlerCount();
 }
 
 bool KovaTestServer::WaitHandlers(unsigned nCount, int nMilliseconds)
