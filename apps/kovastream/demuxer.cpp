@@ -1,0 +1,169 @@
+#include "demuxer.h"
+
+#include "failure.h"
+#include "track_check.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+
+namespace kovastream {
+
+namespace {
+
+// Live input: two seconds tell what is in it, and nobody watches meanwhile.
+constexpr char kLiveAnalysis[] = "2000000";
+
+constexpr std::chrono::milliseconds kRetry{10};
+
+class Settings {
+public:
+    ~Settings()
+    {
+        av_dict_free(&dictionary);
+    }
+    void Set(const char *key, const std::string &value)
+    {
+        av_dict_set(&dictionary, key, value.c_str(), 0);
+    }
+    AVDictionary *dictionary = nullptr;
+};
+
+bool IsPicture(const AVStream &stream)
+{
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+           (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+}
+
+bool IsSound(const AVStream &stream)
+{
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+}
+
+/// The first track of a kind with the codec that can be streamed, else the first of that kind.
+AVStream *Best(const AVFormatContext &format, bool (*isKind)(const AVStream &), AVCodecID codec)
+{
+    AVStream *best = nullptr;
+    for (unsigned i = 0; i < format.nb_streams; i++) {
+        AVStream *stream = format.streams[i];
+        if (!isKind(*stream))
+            continue;
+        if (stream->codecpar->codec_id == codec)
+            return stream;
+        if (best == nullptr)
+            best = stream;
+    }
+    return best;
+}
+
+} // namespace
+
+Demuxer::Demuxer(const std::string &input, SourceKind kind, const Wish &wish, const Stop &stop,
+                 std::unique_ptr<Demuxer> previous)
+    : m_input(input), m_kind(kind), m_stop(stop)
+{
+    if (kind == SourceKind::Fifo || kind == SourceKind::Stdin)
+        m_pipe = std::make_unique<PipeReader>(input, kind, stop);
+    previous.reset();
+    if (m_pipe != nullptr && !m_pipe->AwaitData())
+        return;
+    Open(wish.fps);
+    if (!m_stop.Requested())
+        FindTracks(wish);
+}
+
+int Demuxer::Interrupted(void *stop)
+{
+    return static_cast<const Stop *>(stop)->Requested() ? 1 : 0;
+}
+
+void Demuxer::Open(double fps)
+{
+    AVFormatContext *format = Made(avformat_alloc_context());
+    format->interrupt_callback = {Interrupted, const_cast<Stop *>(&m_stop)};
+    if (m_pipe != nullptr)
+        format->pb = m_pipe->Context();
+    Settings settings;
+    if (fps > 0)
+        settings.Set("framerate", std::to_string(fps));
+    if (m_kind == SourceKind::Network)
+        settings.Set("rtsp_transport", "tcp");
+    if (m_kind != SourceKind::File)
+        settings.Set("analyzeduration", kLiveAnalysis);
+    // Prefixed, so that a colon in a file's name is no protocol.
+    const std::string name = m_kind == SourceKind::File ? "file:" + m_input : m_input;
+    int error = avformat_open_input(&format, name.c_str(), nullptr, &settings.dictionary);
+    if (error >= 0) {
+        m_format.reset(format); // a failed open has freed it
+        error = avformat_find_stream_info(format, nullptr);
+    }
+    if (error < 0 && !m_stop.Requested())
+        throw Failure("'" + m_input + "' cannot be opened: " + ErrorText(error) +
+                      ". It is broken, or no media file; try  ffprobe " + m_input);
+}
+
+void Demuxer::FindTracks(const Wish &wish)
+{
+    if (wish.picture)
+        m_picture = Best(*m_format, IsPicture, AV_CODEC_ID_H264);
+    if (wish.sound)
+        m_sound = Best(*m_format, IsSound, AV_CODEC_ID_AAC);
+    CheckTracks(m_input, m_picture, m_sound);
+    DiscardOthers();
+}
+
+bool Demuxer::IsRawVideo() const
+{
+    return strcmp(m_format->iformat->name, "h264") == 0;
+}
+
+void Demuxer::DiscardOthers()
+{
+    for (unsigned i = 0; i < m_format->nb_streams; i++) {
+        AVStream *stream = m_format->streams[i];
+        const bool wanted = stream == m_picture || stream == m_sound;
+        stream->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+}
+
+Demuxer::Result Demuxer::Read(AVPacket *packet)
+{
+    while (m_format != nullptr && !m_stop.Requested()) {
+        m_error = av_read_frame(m_format.get(), packet);
+        if (m_error == AVERROR(EAGAIN)) {
+            std::this_thread::sleep_for(kRetry);
+            continue;
+        }
+        if (m_error == AVERROR_EOF || m_error == AVERROR_EXIT)
+            return Result::End;
+        if (m_error < 0)
+            return Result::Broken;
+        const AVStream *stream = m_format->streams[packet->stream_index];
+        if ((stream == m_picture || stream == m_sound) && packet->size > 0) {
+            CheckPacket(m_input, *packet);
+            return Result::Got;
+        }
+        av_packet_unref(packet);
+    }
+    return Result::End;
+}
+
+int64_t Demuxer::DeclaredEnd() const
+{
+    // Only MP4 tells each track's own length, in its header. Other formats guess or round.
+    if (m_kind != SourceKind::File || strstr(m_format->iformat->name, "mp4") == nullptr)
+        return AV_NOPTS_VALUE;
+    int64_t end = AV_NOPTS_VALUE;
+    for (const AVStream *stream : {m_picture, m_sound}) {
+        if (stream == nullptr || stream->duration <= 0 || stream->start_time == AV_NOPTS_VALUE)
+            continue;
+        const int64_t own = av_rescale_q(stream->start_time + stream->duration, stream->time_base,
+                                         AVRational{1, 1000000});
+        end = end == AV_NOPTS_VALUE ? own : std::min(end, own);
+    }
+    return end;
+}
+
+} // namespace kovastream

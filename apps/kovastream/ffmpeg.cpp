@@ -1,0 +1,16 @@
+#include "ffmpeg.h"
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+namespace kovastream {
+
+std::string ErrorText(int error)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = "";
+    av_strerror(error, text, sizeof(text));
+    return text;
+}
+
+} // namespace kovastream

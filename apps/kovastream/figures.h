@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kovastream {
+
+/// What is known about a stream at an instant.
+struct Figures {
+    std::string uri;
+    enum class Input {
+        Opening, ///< nothing is published yet
+        Flowing,
+        Waiting, ///< nothing has come for a while
+        Ended,
+    } input = Input::Opening;
+    int64_t position = 0; ///< microseconds of media so far
+    uint64_t pictures = 0;
+    uint64_t bytes = 0;
+    int32_t clients = 0;
+    uint32_t kilobitsOut = 0;
+    uint32_t status = 0; ///< KOVA_STREAM_*
+};
+
+/// What happened between two looks.
+struct Rates {
+    double fps;
+    double kilobitsIn;
+};
+Rates RatesBetween(const Figures &before, const Figures &now, double seconds);
+
+/// A line for people.
+std::string StatusLine(const Figures &figures, const Rates &rates);
+/// An object for programs, on one line.
+std::string StatusJson(const Figures &figures, const Rates &rates);
+
+} // namespace kovastream

@@ -1,0 +1,132 @@
+// kovastream: streams files, pipes and encoders to RTSP players.
+
+#include "console.h"
+#include "failure.h"
+#include "options.h"
+#include "publisher.h"
+#include "reporter.h"
+#include "stop.h"
+#include "stream.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace kovastream {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Streams = std::vector<std::unique_ptr<Stream>>;
+
+/// The server sends everything a second behind its time.
+constexpr std::chrono::milliseconds kServerDelay{1200};
+
+/// Ends and joins the streams' threads, however a run ends. The server, which they push to, is
+/// there for longer.
+class Joined {
+public:
+    Joined(Streams *streams, Stop *stop) : m_streams(streams), m_stop(stop) {}
+    ~Joined()
+    {
+        m_stop->Request();
+        m_streams->clear();
+    }
+
+private:
+    Streams *const m_streams;
+    Stop *const m_stop;
+};
+
+/// Reports once a second until the end is requested.
+void Report(const Options &options, Console *console, const Streams &streams, Stop *stop)
+{
+    Reporter reporter(options, console, streams);
+    const Clock::time_point begin = Clock::now();
+    const auto end = options.duration > 0
+                         ? begin + std::chrono::duration_cast<Clock::duration>(
+                                       std::chrono::duration<double>(options.duration))
+                         : Clock::time_point::max();
+    for (auto next = begin + std::chrono::seconds(1);; next += std::chrono::seconds(1)) {
+        if (stop->WaitUntil(std::min(next, end)))
+            return;
+        if (next >= end) {
+            stop->Request();
+            return;
+        }
+        reporter.Tick();
+        if (console->IsBroken())
+            stop->Fail("nobody reads standard output any more: give it a reader or /dev/null");
+    }
+}
+
+/// Lets everything that was pushed go out, unless somebody asked for the end.
+void AwaitQueue(const Streams &streams, const Stop &stop)
+{
+    Clock::time_point end = Clock::now();
+    for (const auto &stream : streams)
+        end = std::max(end, stream->End() + kServerDelay);
+    end = std::min(end, Clock::now() + std::chrono::seconds(5));
+    while (!stop.Signalled() && Clock::now() < end) {
+        const auto left = end - Clock::now();
+        std::this_thread::sleep_for(std::min<Clock::duration>(left, std::chrono::milliseconds(50)));
+    }
+}
+
+void Run(const Options &options, Stop *stop)
+{
+    Console console(options);
+    Streams streams;
+    for (const InputName &name : options.inputs)
+        streams.push_back(std::make_unique<Stream>(name, options, &console, stop));
+    Publisher publisher(options);
+    std::atomic<size_t> running{streams.size()};
+    const Joined joined(&streams, stop);
+    for (const auto &stream : streams) {
+        stream->Start(&publisher, [&running, stop] {
+            if (--running == 0)
+                stop->Request();
+        });
+    }
+    Report(options, &console, streams, stop);
+    if (stop->FailureText().empty())
+        AwaitQueue(streams, *stop);
+}
+
+int Main(int argc, char **argv)
+{
+    try {
+        const std::optional<Options> options = ParseOptions(argc, argv);
+        if (!options)
+            return 0;
+        av_log_set_level(AV_LOG_QUIET);
+        Stop stop;
+        Run(*options, &stop);
+        const std::string failure = stop.FailureText();
+        if (!failure.empty())
+            throw Failure(failure);
+    } catch (const std::bad_alloc &) {
+        fputs("kovastream: no memory is left\n", stderr);
+        return 1;
+    } catch (const std::exception &error) {
+        fprintf(stderr, "kovastream: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+} // namespace kovastream
+
+int main(int argc, char **argv)
+{
+    return kovastream::Main(argc, argv);
+}

@@ -1,0 +1,61 @@
+#include "packet_order.h"
+
+namespace kovastream {
+
+namespace {
+
+// Bounds of reading ahead, for files where one of the tracks ends early.
+constexpr size_t kMostPackets = 512;
+constexpr size_t kMostBytes = 16 * 1024 * 1024;
+
+constexpr AVRational kMicroseconds = {1, 1000000};
+
+} // namespace
+
+PacketOrder::PacketOrder(Demuxer *demuxer)
+    : m_demuxer(demuxer), m_ordered(demuxer->Kind() == SourceKind::File &&
+                                    demuxer->Picture() != nullptr && demuxer->Sound() != nullptr)
+{}
+
+bool PacketOrder::IsFull() const
+{
+    return m_waiting[0].size() + m_waiting[1].size() >= kMostPackets || m_bytes >= kMostBytes;
+}
+
+int64_t PacketOrder::TimeOf(const AVPacket &packet) const
+{
+    const AVStream &stream = packet.stream_index == m_demuxer->Picture()->index
+                                 ? *m_demuxer->Picture()
+                                 : *m_demuxer->Sound();
+    const int64_t time = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+    return time == AV_NOPTS_VALUE ? time : av_rescale_q(time, stream.time_base, kMicroseconds);
+}
+
+Demuxer::Result PacketOrder::Next(AVPacket *packet)
+{
+    if (!m_ordered)
+        return m_demuxer->Read(packet);
+    while (m_end == Demuxer::Result::Got && !IsFull() &&
+           (m_waiting[0].empty() || m_waiting[1].empty())) {
+        Packet read(Made(av_packet_alloc()));
+        m_end = m_demuxer->Read(read.get());
+        if (m_end != Demuxer::Result::Got)
+            break;
+        m_bytes += static_cast<size_t>(read->size);
+        m_waiting[read->stream_index == m_demuxer->Picture()->index ? 0 : 1].push_back(
+            std::move(read));
+    }
+    if (m_waiting[0].empty() && m_waiting[1].empty())
+        return m_end;
+    // A packet without a time, the smallest value, goes out at once.
+    const bool sound =
+        m_waiting[0].empty() ||
+        (!m_waiting[1].empty() && TimeOf(*m_waiting[1].front()) < TimeOf(*m_waiting[0].front()));
+    std::deque<Packet> &from = m_waiting[sound ? 1 : 0];
+    av_packet_move_ref(packet, from.front().get());
+    from.pop_front();
+    m_bytes -= static_cast<size_t>(packet->size);
+    return Demuxer::Result::Got;
+}
+
+} // namespace kovastream

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "ffmpeg.h"
+#include "picture_clock.h"
+#include "unit.h"
+
+#include <optional>
+#include <string>
+
+namespace kovastream {
+
+/// Turns the packets of an H.264 track into Annex B access units with the parameter sets in
+/// front of every key frame, whatever form the container has.
+class PictureTrack {
+public:
+    /// Throws Failure for parameter sets that the library does not take.
+    PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps);
+
+    /// Fills the unit from the packet, which is used up. Returns false for one that holds none.
+    bool Convert(AVPacket *packet, Unit *unit);
+    bool HasKeyFrame() const
+    {
+        return m_keyFrame;
+    }
+
+private:
+    void Stamp(const AVPacket &packet, Unit *unit);
+    void CheckParameterSets(const std::string &input) const;
+
+    const AVRational m_timeBase;
+    const int64_t m_usualDuration;
+    Filter m_filter;
+    std::optional<PictureClock> m_clock;
+    int64_t m_lastDecode;
+    bool m_keyFrame = false;
+};
+
+} // namespace kovastream

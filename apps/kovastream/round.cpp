@@ -1,0 +1,105 @@
+#include "round.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace kovastream {
+
+namespace {
+
+constexpr char kRescue[] = "; get it again, or save what is there:  ffmpeg -i IN -c copy OUT.mkv";
+
+/// What a file may lack at its end besides a tenth, microseconds: lengths are rounded.
+constexpr int64_t kMissing = 500000;
+
+} // namespace
+
+Round::Round(Demuxer *demuxer, double fps)
+    : m_demuxer(demuxer), m_packets(demuxer), m_packet(Made(av_packet_alloc()))
+{
+    if (demuxer->Picture() != nullptr)
+        m_picture.emplace(demuxer->Input(), *demuxer->Picture(), demuxer->IsRawVideo(), fps);
+    if (demuxer->Sound() != nullptr)
+        m_sound.emplace(demuxer->Input(), *demuxer->Sound());
+    if (demuxer->Kind() == SourceKind::File) {
+        Unit first;
+        if (Next(&first) == Demuxer::Result::Got)
+            m_first = std::move(first);
+    }
+}
+
+Demuxer::Result Round::Next(Unit *unit)
+{
+    if (m_first.has_value()) {
+        *unit = std::move(*m_first);
+        m_first.reset();
+        return Demuxer::Result::Got;
+    }
+    const Demuxer::Result result = Read(unit);
+    if (m_demuxer->Kind() != SourceKind::File)
+        return result;
+    if (result == Demuxer::Result::Broken)
+        throw Failure("'" + m_demuxer->Input() +
+                      "' is broken: " + ErrorText(m_demuxer->LastError()) + kRescue);
+    if (result == Demuxer::Result::End)
+        CheckEnd();
+    return result;
+}
+
+Demuxer::Result Round::Read(Unit *unit)
+{
+    for (;;) {
+        const Demuxer::Result result = m_packets.Next(m_packet.get());
+        if (result != Demuxer::Result::Got)
+            return result;
+        if (!Convert(unit))
+            continue;
+        if (!m_begun)
+            FindOrigin(*unit);
+        m_begun = true;
+        m_reached = std::max(m_reached, unit->presentation + unit->duration);
+        return result;
+    }
+}
+
+/// A file that was cut off ends like any other for its demuxer.
+void Round::CheckEnd() const
+{
+    if (m_demuxer->Stopped())
+        return;
+    if (!m_begun)
+        throw Failure("'" + m_demuxer->Input() + "' is broken: no picture or sound can be read" +
+                      kRescue);
+    const int64_t declared = m_demuxer->DeclaredEnd();
+    if (declared != AV_NOPTS_VALUE && m_reached + kMissing + declared / 10 < declared) {
+        char text[64];
+        snprintf(text, sizeof(text), "%.1f of %.1f seconds", static_cast<double>(m_reached) / 1e6,
+                 static_cast<double>(declared) / 1e6);
+        throw Failure("'" + m_demuxer->Input() + "' is cut off: it has " + text + kRescue);
+    }
+}
+
+bool Round::Convert(Unit *unit)
+{
+    const AVStream *picture = m_demuxer->Picture();
+    if (picture != nullptr && m_packet->stream_index == picture->index)
+        return m_picture->Convert(m_packet.get(), unit);
+    const SoundTrack::Result result = m_sound->Convert(m_packet.get(), unit);
+    m_leftOut |= result == SoundTrack::Result::TooLarge;
+    return result == SoundTrack::Result::Unit;
+}
+
+/// The start of both tracks, so that they stay together and none comes before the beginning.
+void Round::FindOrigin(const Unit &unit)
+{
+    if (m_demuxer->IsRawVideo())
+        m_origin = 0;
+    else if (m_demuxer->Start() != AV_NOPTS_VALUE)
+        m_origin = m_demuxer->Start();
+    else
+        m_origin = unit.presentation;
+}
+
+} // namespace kovastream

@@ -1,0 +1,60 @@
+#include "source.h"
+
+#include "failure.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kovastream {
+
+namespace {
+
+std::string Quoted(const std::string &text)
+{
+    if (text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                               "._-/:+") == std::string::npos)
+        return text;
+    std::string quoted = "'";
+    for (const char c : text)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+} // namespace
+
+SourceKind KindOf(const std::string &input)
+{
+    if (input == "-")
+        return SourceKind::Stdin;
+    struct stat about = {};
+    if (stat(input.c_str(), &about) != 0) {
+        if (input.find("://") != std::string::npos)
+            return SourceKind::Network;
+        if (errno == ENOENT)
+            throw Failure("there is no file '" + input + "': check the name");
+        throw Failure("'" + input + "' cannot be read: " + strerror(errno));
+    }
+    if (S_ISDIR(about.st_mode))
+        throw Failure("'" + input + "' is a directory: name a file in it");
+    if (access(input.c_str(), R_OK) != 0)
+        throw Failure("'" + input + "' cannot be read: " + strerror(errno));
+    if (S_ISFIFO(about.st_mode))
+        return SourceKind::Fifo;
+    if (S_ISREG(about.st_mode))
+        return SourceKind::File;
+    throw Failure("'" + input +
+                  "' is a device: let ffmpeg encode it into a pipe, for a webcam  ffmpeg -f v4l2 "
+                  "-i " +
+                  input + " -c:v libx264 -tune zerolatency -g 50 -f mpegts - | kovastream -");
+}
+
+std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound)
+{
+    return "ffmpeg -i " + Quoted(input) + " -c:v " +
+           (copyPicture ? "copy" : "libx264 -pix_fmt yuv420p -bf 0 -g 50") + " -c:a " +
+           (copySound ? "copy" : "aac -ac 2 -b:a 128k") + " -f mpegts - | kovastream -";
+}
+
+} // namespace kovastream

@@ -1,0 +1,245 @@
+#include "stream.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+
+namespace kovastream {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kReopenPause{1};
+constexpr std::chrono::seconds kQuiet{2};
+constexpr int64_t kKeyFrameTime = 10000000;
+
+int64_t Now()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               steady_clock::now().time_since_epoch())
+        .count();
+}
+
+} // namespace
+
+Stream::Stream(const InputName &name, const Options &options, Console *console, Stop *stop)
+    : m_uri(name.uri), m_options(options), m_console(console), m_stop(stop),
+      m_meeting(static_cast<int>(name.sources.size()), *stop), m_pacer(*stop),
+      m_running(name.sources.size())
+{
+    for (const std::string &input : name.sources) {
+        // The first of two is for the picture, the second for the sound.
+        const Wish wish = {options.fps, m_sources.empty(),
+                           !m_sources.empty() || name.sources.size() == 1};
+        m_sources.push_back(std::make_unique<Source>(
+            Source{input, KindOf(input), wish, Timeline(&m_end), nullptr, nullptr, {}}));
+        if (m_sources.back()->kind == SourceKind::File)
+            Open(m_sources.back().get());
+    }
+}
+
+Stream::~Stream()
+{
+    for (const auto &source : m_sources) {
+        if (source->thread.joinable())
+            source->thread.join();
+    }
+}
+
+void Stream::Open(Source *source)
+{
+    source->round.reset();
+    source->demuxer = std::make_unique<Demuxer>(source->input, source->kind, source->wish, *m_stop,
+                                                std::move(source->demuxer));
+    source->round = std::make_unique<Round>(source->demuxer.get(), m_options.fps);
+}
+
+bool Stream::AllFiles() const
+{
+    return std::all_of(m_sources.begin(), m_sources.end(),
+                       [](const auto &source) { return source->kind == SourceKind::File; });
+}
+
+void Stream::Start(Publisher *publisher, std::function<void()> onEnd)
+{
+    m_publisher = publisher;
+    m_onEnd = std::move(onEnd);
+    for (const auto &source : m_sources)
+        source->thread = std::thread([this, pointer = source.get()] { Run(pointer); });
+}
+
+void Stream::Run(Source *source)
+{
+    try {
+        Play(source);
+    } catch (const std::bad_alloc &) {
+        m_stop->Fail("no memory is left for '" + source->input + "'");
+    } catch (const std::exception &error) {
+        m_stop->Fail(error.what());
+    }
+    if (--m_running == 0)
+        m_onEnd();
+}
+
+void Stream::Play(Source *source)
+{
+    if (source->demuxer == nullptr)
+        Open(source);
+    if (m_stop->Requested())
+        return;
+    Describe(*source);
+    const auto publish = [this] {
+        Publish();
+        m_base = m_end.Get();
+    };
+    if (!m_meeting.Meet(publish))
+        return;
+    int64_t base = m_base;
+    while (Feed(source, base)) {
+        if (!Reopen(source))
+            return;
+        // Two files begin again together; live sources do not wait for each other.
+        if (!AllFiles())
+            base = m_end.Get();
+        else if (m_meeting.Meet([this] { m_base = m_end.Get(); }))
+            base = m_base;
+        else
+            return;
+    }
+}
+
+void Stream::Describe(const Source &source)
+{
+    const Round &round = *source.round;
+    constexpr uint32_t kUsualPicture = 2000;
+    constexpr uint32_t kUsualSound = 128;
+    const auto rate = [](const AVStream &stream, uint32_t usual) {
+        const int64_t known = stream.codecpar->bit_rate / 1000;
+        return known > 0 ? static_cast<uint32_t>(known) : usual;
+    };
+    char text[128] = "";
+    const std::lock_guard<std::mutex> lock(m_describing);
+    if (round.Picture().has_value()) {
+        const AVCodecParameters &codec = *source.demuxer->Picture()->codecpar;
+        const int64_t all = source.demuxer->BitRate();
+        m_picture = {
+            rate(*source.demuxer->Picture(), all > 0 ? static_cast<uint32_t>(all) : kUsualPicture)};
+        snprintf(text, sizeof(text), "H.264 %dx%d", codec.width, codec.height);
+        m_about = m_about.empty() ? text : text + (", " + m_about);
+    }
+    if (round.Sound().has_value()) {
+        m_sound = {rate(*source.demuxer->Sound(), kUsualSound), round.Sound()->SampleRate(),
+                   round.Sound()->Channels()};
+        snprintf(text, sizeof(text), "AAC %u Hz, %u %s", m_sound->nSampleRate, m_sound->nChannels,
+                 m_sound->nChannels == 1 ? "channel" : "channels");
+        m_about += m_about.empty() ? text : std::string(", ") + text;
+    }
+}
+
+void Stream::Publish()
+{
+    m_published.emplace(m_publisher->Publish(m_uri, m_sound, m_picture));
+    m_lastPush = Now();
+    m_isPublished = true;
+    const std::string address = m_options.address.empty() ? "127.0.0.1" : m_options.address;
+    m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
+                     "  (" + m_about + ")");
+}
+
+/// Streams one round. Returns whether the source may begin again.
+bool Stream::Feed(Source *source, int64_t base)
+{
+    Unit unit;
+    bool begun = false;
+    for (;;) {
+        const Demuxer::Result result = source->round->Next(&unit);
+        if (m_stop->Requested())
+            return false;
+        if (result == Demuxer::Result::Broken)
+            m_console->Print(m_uri + ": reading '" + source->input +
+                             "' failed: " + ErrorText(source->demuxer->LastError()));
+        if (result != Demuxer::Result::Got)
+            return m_options.loop && source->kind != SourceKind::Stdin;
+        if (!begun)
+            source->timeline.Begin(source->round->Origin(), base);
+        begun = true;
+        PushOne(source, unit);
+    }
+}
+
+void Stream::PushOne(Source *source, const Unit &unit)
+{
+    const Placed placed = source->timeline.Place(unit);
+    if (!m_pacer.Wait(placed.due))
+        return;
+    m_published->Push(unit, placed.milliseconds);
+    m_lastPush = Now();
+    m_position = std::max<int64_t>(m_position, placed.due);
+    m_bytes += unit.bytes.size();
+    if (unit.track == TrackKind::Picture)
+        m_pictures++;
+    Warn(*source->round, placed.due);
+}
+
+/// Says once what keeps players from seeing or hearing all of it.
+void Stream::Warn(const Round &round, int64_t played)
+{
+    if (round.LeftSoundOut() && !m_warnedSound.exchange(true))
+        m_console->Print(m_uri + ": warning: sound frames of 1024 to 2047 bytes cannot be sent and "
+                                 "are left out; encode the sound at a lower bit rate (-b:a 128k)");
+    if (played > kKeyFrameTime && round.Picture().has_value() && !round.Picture()->HasKeyFrame() &&
+        !m_warnedKeyFrame.exchange(true))
+        m_console->Print(m_uri + ": warning: no key frame (IDR) for 10 s, which players need to "
+                                 "begin; let the encoder make one every second or two (-g 50)");
+}
+
+/// Opens the source for another round. Returns false when the end was requested.
+bool Stream::Reopen(Source *source)
+{
+    bool said = false;
+    while (!m_stop->Requested()) {
+        try {
+            Open(source);
+            return !m_stop->Requested();
+        } catch (const Failure &failure) {
+            // An encoder that starts again may write rubbish first; a file does not get better.
+            if (source->kind == SourceKind::File)
+                throw;
+            if (!said)
+                m_console->Print(m_uri + ": " + failure.what());
+            said = true;
+        }
+        m_stop->WaitUntil(steady_clock::now() + kReopenPause);
+    }
+    return false;
+}
+
+Figures Stream::Look() const
+{
+    Figures figures;
+    figures.uri = m_uri;
+    if (!m_isPublished)
+        return figures;
+    figures.input = Figures::Input::Flowing;
+    if (m_running == 0)
+        figures.input = Figures::Input::Ended;
+    else if (Now() - m_lastPush > std::chrono::nanoseconds(kQuiet).count())
+        figures.input = Figures::Input::Waiting;
+    figures.position = m_position;
+    figures.pictures = m_pictures;
+    figures.bytes = m_bytes;
+    figures.clients = m_published->Clients();
+    figures.kilobitsOut = m_published->KilobitsOut();
+    figures.status = m_published->Status();
+    return figures;
+}
+
+steady_clock::time_point Stream::End() const
+{
+    return m_isPublished ? m_pacer.TimeOf(m_end.Get()) : steady_clock::now();
+}
+
+} // namespace kovastream

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "console.h"
+#include "demuxer.h"
+#include "figures.h"
+#include "input_name.h"
+#include "meeting.h"
+#include "options.h"
+#include "pacer.h"
+#include "publisher.h"
+#include "round.h"
+#include "stop.h"
+#include "timeline.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kovastream {
+
+/// One published stream: reads its sources, each in a thread of its own, and pushes what is in
+/// them in real time.
+class Stream {
+public:
+    /// Opens the files among its sources, so that what is wrong with them shows before anything
+    /// is published. Throws Failure.
+    Stream(const InputName &name, const Options &options, Console *console, Stop *stop);
+    /// The end must have been requested.
+    ~Stream();
+    Stream(const Stream &) = delete;
+    Stream &operator=(const Stream &) = delete;
+
+    /// Publishes as soon as the sources are open, and streams. `onEnd` is called by the last
+    /// thread when all input has ended.
+    void Start(Publisher *publisher, std::function<void()> onEnd);
+
+    Figures Look() const;
+    /// When the last unit so far has its time.
+    std::chrono::steady_clock::time_point End() const;
+
+private:
+    struct Source {
+        std::string input;
+        SourceKind kind;
+        Wish wish;
+        Timeline timeline;
+        std::unique_ptr<Demuxer> demuxer;
+        std::unique_ptr<Round> round; // reads from the demuxer
+        std::thread thread;
+    };
+
+    void Run(Source *source);
+    void Play(Source *source);
+    void Describe(const Source &source);
+    void Publish();
+    bool Feed(Source *source, int64_t base);
+    void PushOne(Source *source, const Unit &unit);
+    void Warn(const Round &round, int64_t played);
+    bool Reopen(Source *source);
+    void Open(Source *source);
+    bool AllFiles() const;
+
+    const std::string m_uri;
+    const Options &m_options;
+    Console *const m_console;
+    Stop *const m_stop;
+    Publisher *m_publisher = nullptr;
+    std::function<void()> m_onEnd;
+    Meeting m_meeting;
+    StreamEnd m_end;
+    Pacer m_pacer;
+    std::vector<std::unique_ptr<Source>> m_sources;
+    std::atomic<size_t> m_running;
+
+    // Written until the sources have met, read afterwards.
+    std::mutex m_describing;
+    std::optional<KovaAudioDescription> m_sound;
+    std::optional<KovaVideoDescription> m_picture;
+    std::string m_about;
+    std::optional<Published> m_published;
+    int64_t m_base = 0;
+
+    // Figures, by whatever thread.
+    std::atomic<bool> m_isPublished{false};
+    std::atomic<int64_t> m_position{0};
+    std::atomic<uint64_t> m_pictures{0};
+    std::atomic<uint64_t> m_bytes{0};
+    std::atomic<int64_t> m_lastPush{0};
+    std::atomic<bool> m_warnedSound{false};
+    std::atomic<bool> m_warnedKeyFrame{false};
+};
+
+} // namespace kovastream
