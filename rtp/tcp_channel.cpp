@@ -100,6 +100,16 @@ ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize
     return send(nSocket, pBytes, nSize, kSendFlags);
 }
 
+/// The rest of the frame that was begun will not go out. Whatever followed would
+/// be taken for it, so the connection ends. Leaves errno as it is.
+void GiveUpTail(KovaTcpChannel *pChannel)
+{
+    const int nError = errno;
+    shutdown(pChannel->pSocket->load(), SHUT_RDWR);
+    DropTail(pChannel);
+    errno = nError;
+}
+
 /// Sends what is left of the frame that was begun.
 KovaSendOutcome FlushTail(KovaTcpChannel *pChannel)
 {
@@ -109,7 +119,7 @@ KovaSendOutcome FlushTail(KovaTcpChannel *pChannel)
         if (nSent < 0) {
             const KovaSendOutcome outcome = KovaSendOutcomeOfError(errno);
             if (outcome == kSendFailed)
-                DropTail(pChannel);
+                GiveUpTail(pChannel);
             return outcome;
         }
         if (nSent == 0) {

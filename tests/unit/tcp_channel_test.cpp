@@ -204,6 +204,17 @@ TEST_F(TcpChannelTest, FrameThatCannotBeKeptEndsTheConnection)
     EXPECT_EQ(recv(ends.nPlayer, &nByte, 1, MSG_DONTWAIT), 0); // the end of the stream
 }
 
+TEST_F(TcpChannelTest, FrameThatCannotBeFinishedEndsTheConnection)
+{
+    Script({{0, 3}, {ENOBUFS}});
+    EXPECT_EQ(Send(kFirst, &first), kSendFailed);
+    EXPECT_EQ(errno, ENOBUFS);
+    EXPECT_EQ(Send(kSecond, &second), kSendFailed);
+    EXPECT_EQ(Arrived(), Bytes("$0f"));
+    uint8_t nByte;
+    EXPECT_EQ(recv(ends.nPlayer, &nByte, 1, MSG_DONTWAIT), 0); // the end of the stream
+}
+
 TEST_F(TcpChannelTest, FullSocketKeepsFramesWhole)
 {
     const size_t nFilled = ends.Fill();
