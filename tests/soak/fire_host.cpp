@@ -1,0 +1,160 @@
+#include "tests/soak/fire_host.h"
+
+#include "server/server.h"
+#include "tests/soak/parked_players.h"
+#include "tests/support/test_server.h"
+
+#include <chrono>
+
+namespace {
+
+constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
+constexpr std::chrono::milliseconds kInterval(30);
+constexpr uint32_t kFirstPts = 1000;
+constexpr uint32_t kPacedStep = 30;
+constexpr uint32_t kJump = 1000; ///< from which on a step counts as a gap
+constexpr unsigned kKeyInterval = 4;
+constexpr size_t kKeyFrameSize = 9000;
+
+} // namespace
+
+const char *const kFireUris[kFireStreams] = {"front", "back"};
+
+KovaFireHost::KovaFireHost(KovaSoakScore *pScore, uint16_t nPort, unsigned nSeed, bool bPaced)
+    : m_pScore(pScore), m_nPort(nPort), m_bPaced(bPaced), m_random(nSeed),
+      m_feed([this] { Feed(); })
+{}
+
+KovaFireHost::~KovaFireHost()
+{
+    m_bEnd = true;
+    m_feed.join();
+}
+
+unsigned KovaFireHost::Draw(unsigned nCount)
+{
+    return std::uniform_int_distribution<unsigned>(0, nCount - 1)(m_random);
+}
+
+bool KovaFireHost::AddStream(unsigned nStream)
+{
+    const KovaAudioDescription audio = {64, 44100, 2};
+    const KovaVideoDescription video = {2000};
+    uint32_t nAudioId = 0;
+    uint32_t nVideoId = 0;
+    KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, kFireUris[nStream]);
+    if (pStream == nullptr ||
+        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nAudioId, &audio) != KOVA_OK ||
+        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nVideoId, &video) != KOVA_OK ||
+        nAudioId != KOVA_PAYLOAD_ID_AUDIO || nVideoId != KOVA_PAYLOAD_ID_VIDEO) {
+        m_pScore->Complain("a stream could not be added");
+        return false;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_streams[nStream] = pStream;
+    return true;
+}
+
+bool KovaFireHost::Create()
+{
+    const int32_t nResult = KovaRtspServerInit(&m_pServer, kLoopback, m_nPort, KOVA_MAX_CLIENTS);
+    if (nResult != KOVA_OK) {
+        m_pScore->Complain("the server did not start: " + std::to_string(nResult));
+        return false;
+    }
+    for (unsigned nStream = 0; nStream < kFireStreams; nStream++)
+        if (!AddStream(nStream))
+            return false;
+    return true;
+}
+
+void KovaFireHost::Destroy()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (KovaRtspStreamer *&pStream : m_streams)
+            pStream = nullptr;
+    }
+    KovaRtspServerUninit(m_pServer);
+    m_pServer = nullptr;
+}
+
+void KovaFireHost::ReplaceStream(unsigned nStream)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_streams[nStream] = nullptr;
+    }
+    if (KovaRtspServerRemoveUri(m_pServer, kFireUris[nStream]) != KOVA_OK)
+        m_pScore->Complain("a stream could not be removed");
+    AddStream(nStream);
+}
+
+void KovaFireHost::ReplacePayloadType(unsigned nStream)
+{
+    const KovaVideoDescription video = {1000};
+    uint32_t nId = 0;
+    KovaRtspStreamer *pStream = m_streams[nStream];
+    if (KovaRtspServerRemovePayloadType(pStream, KOVA_PAYLOAD_ID_AUDIO + Draw(2)) != KOVA_OK ||
+        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nId, &video) != KOVA_OK)
+        m_pScore->Complain("a payload type could not be replaced");
+}
+
+void KovaFireHost::StopAndStart()
+{
+    KovaRtspServerStop(m_pServer);
+    std::this_thread::sleep_for(std::chrono::milliseconds(Draw(30)));
+    const int32_t nResult = KovaRtspServerStart(m_pServer);
+    if (nResult != KOVA_OK)
+        m_pScore->Complain("the server did not start again: " + std::to_string(nResult));
+}
+
+void KovaFireHost::ExpireAll()
+{
+    KovaExpireSession(m_pServer, {});
+}
+
+void KovaFireHost::DoAnything()
+{
+    switch (Draw(6)) {
+    case 0:
+        return ReplacePayloadType(Draw(kFireStreams));
+    case 1:
+        return ExpireAll();
+    default:
+        return ReplaceStream(Draw(kFireStreams));
+    }
+}
+
+void KovaFireHost::PushUnit(KovaRtspStreamer *pStream, uint32_t nPayloadId, const std::string &unit,
+                            uint32_t nPts)
+{
+    KovaRtspServerPushData(pStream, nPayloadId, reinterpret_cast<const uint8_t *>(unit.data()),
+                           static_cast<uint32_t>(unit.size()), nPts);
+}
+
+void KovaFireHost::PushAll()
+{
+    const uint32_t nNumber = m_nUnits++;
+    const uint32_t nPts = kFirstPts + nNumber * (m_bPaced ? kPacedStep : kJump);
+    const std::string picture =
+        nNumber % kKeyInterval == 0 ? KovaTestKeyFrame(kKeyFrameSize) : KovaTestInterFrame(700);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (KovaRtspStreamer *pStream : m_streams) {
+        if (pStream == nullptr)
+            continue;
+        PushUnit(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaTestAacFrame(200), nPts);
+        PushUnit(pStream, KOVA_PAYLOAD_ID_VIDEO, picture, nPts);
+        KovaRtspStatus status = {1 + nNumber % 3, {}};
+        if (KovaRtspServerGetStatus(pStream, &status) != KOVA_OK)
+            m_pScore->Complain("no status");
+    }
+}
+
+void KovaFireHost::Feed()
+{
+    while (!m_bEnd) {
+        PushAll();
+        std::this_thread::sleep_for(kInterval);
+    }
+}
