@@ -15,8 +15,16 @@ set(KOVA_LIBRARY_OPTIONS
 
 set(KOVA_LIBRARY_LINK_OPTIONS
     -Wl,-Bsymbolic-functions -Wl,--gc-sections -Wl,--as-needed
-    -Wl,-z,now -Wl,-z,relro
+    -Wl,-z,now -Wl,-z,relro -Wl,-z,noexecstack
     "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
+
+# Some linkers align segments for the largest pages that a processor can be set to (64 KiB on
+# MIPS), which pads the file; boards have mostly 4 KiB pages.
+set(KOVA_PAGE_SIZE "" CACHE STRING "Page size of the board, 4096 for instance; empty: any")
+if(KOVA_PAGE_SIZE)
+    list(APPEND KOVA_LIBRARY_LINK_OPTIONS
+        "-Wl,-z,max-page-size=${KOVA_PAGE_SIZE}" "-Wl,-z,common-page-size=${KOVA_PAGE_SIZE}")
+endif()
 
 if(KOVA_SANITIZE)
     add_compile_options("-fsanitize=${KOVA_SANITIZE}" -fno-sanitize-recover=all

@@ -6,6 +6,8 @@ host_program=${KOVA_BUILD_DIR:?}/kova_minimal_host
 clip_h264=${KOVA_SOURCE_DIR:?}/samples/clip.h264
 clip_aac=${KOVA_SOURCE_DIR:?}/samples/clip.aac
 players=${KOVA_SOURCE_DIR:?}/tests/players
+# A host for another processor is run by KOVA_EMULATOR, a command with its arguments.
+read -ra host_runner <<<"${KOVA_EMULATOR:-stdbuf -oL}"
 work=$(mktemp -d)
 host_pid=
 port=
@@ -73,7 +75,7 @@ start_host() {
         port=$(free_port) || fail "no free port"
         url=rtsp://127.0.0.1:$port/live
         : >"$work/host.log"
-        stdbuf -oL "$host_program" -p "$port" "$clip_h264" "$clip_aac" \
+        "${host_runner[@]}" "$host_program" -p "$port" "$clip_h264" "$clip_aac" \
             >"$work/host.log" 2>"$work/host.err" </dev/null &
         host_pid=$!
         for ((tries = 0; tries < 100; tries++)); do
