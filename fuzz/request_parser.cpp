@@ -45,8 +45,9 @@ void CheckCSeq(const std::string &bytes, const KovaRequestScan &scan, KovaRtspRe
 {
     const bool bTaken = KovaRequestScanCSeq(&scan, pInfo);
     KovaRequire(IsTerminated(pInfo->szCSeq, sizeof(pInfo->szCSeq)), "the CSeq is terminated");
-    const size_t nVersion = bytes.find("RTSP/", static_cast<size_t>(scan.nHostEnd + 1));
-    size_t nBegin = nVersion == std::string::npos ? nVersion : bytes.find("CSeq:", nVersion);
+    size_t nBegin = std::string::npos;
+    if (scan.nVersion >= 0)
+        nBegin = bytes.find("CSeq:", static_cast<size_t>(scan.nVersion));
     bool bExpected = nBegin != std::string::npos;
     if (bExpected) {
         nBegin = bytes.find_first_not_of(" \t", nBegin + 5);

@@ -71,8 +71,9 @@ void KovaPackerRun::Push(const KovaBytes &unit, uint32_t nPts, unsigned nMost)
     KovaRequire(m_reports == m_pModel->reports, "reports equal the model's");
     KovaRequire(m_pPacker->nTimestamp == m_pModel->nTimestamp, "timestamps equal the model's");
     // A fragmented unit may still be under way: what is left of it belongs to the unit before.
-    if (nResult == kPackerOk) {
+    if (nResult != kPackerNotDrained)
         m_bEarly = m_bEarly || !m_expected.empty();
+    if (nResult == kPackerOk) {
         const std::vector<KovaBytes> more = Expected(unit);
         m_expected.insert(m_expected.end(), more.begin(), more.end());
     }

@@ -40,9 +40,11 @@ public:
         KovaRequire(nNumber <= nMost, "a number is in its range");
         return nNumber;
     }
-    /// Two numbers, the second the next one in 16 bits.
+    /// Two numbers, the second the next one in 16 bits; or none, which is 0 twice.
     void Pair()
     {
+        if (Take("0-0"))
+            return;
         const uint64_t nFirst = Number(0xFFFF);
         Expect("-");
         KovaRequire(Number(0xFFFF) == ((nFirst + 1) & 0xFFFF), "the second number is the next");
@@ -85,9 +87,7 @@ void CheckSetup(Reader *pReader)
     if (pReader->Take("UDP;unicast;client_port=")) {
         pReader->Pair();
         pReader->Expect(";server_port=");
-        // Without a free pair both are 0.
-        if (!pReader->Take("0-0"))
-            pReader->Pair();
+        pReader->Pair();
     } else {
         pReader->Expect("TCP;unicast;destination=");
         CheckAddress(pReader->Until(";"));
