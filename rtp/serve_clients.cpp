@@ -183,9 +183,14 @@ void RemoveGone(ServingPass *pPass, KovaRtpClient *pClient)
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
     const bool bCounts = KovaSessionTallyTake(pClient->pTally);
     KovaListTake(&pContext->pGroup->pClientList, nullptr, pClient);
+    // The tally outlives the client: until it is left no other session can get
+    // the id, so what is ended below is never that one.
+    KovaSessionTally *pTally = pClient->pTally;
+    pClient->pTally = nullptr;
     KovaRtpClientDestroy(pClient);
     pPass->pLock->Unlock();
     KovaStreamEndSession(pContext->pStreamer, szSessionId);
+    KovaSessionTallyLeave(pTally);
     if (bCounts)
         KovaStreamLowerClientCount(pContext->pStreamer);
     pPass->pLock->Lock();

@@ -77,3 +77,13 @@ bool KovaSessionTallyTake(KovaSessionTally *pTally)
     pTally->bTaken = true;
     return bFirst;
 }
+
+bool KovaSessionTallyExists(const char *szSessionId)
+{
+    const KovaMutexLock lock(&g_tallyMutex);
+    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
+        if (strcmp(static_cast<KovaSessionTally *>(pNode->data)->szSessionId, szSessionId) == 0)
+            return true;
+    }
+    return false;
+}

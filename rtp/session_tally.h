@@ -15,3 +15,7 @@ void KovaSessionTallyLeave(KovaSessionTally *pTally);
 /// True for the first caller: it lowers the stream's count for this session.
 /// True for every caller without a tally.
 bool KovaSessionTallyTake(KovaSessionTally *pTally);
+
+/// Whether a client of any stream still bears this id. It may outlive its
+/// session for a moment, and would pass for a client of another one.
+bool KovaSessionTallyExists(const char *szSessionId);

@@ -3,6 +3,7 @@
 #include "foundation/clock.h"
 #include "foundation/scope_guard.h"
 #include "foundation/text.h"
+#include "rtp/session_tally.h"
 #include "rtsp/server_calls.h"
 
 #include <cstring>
@@ -40,11 +41,14 @@ void CountUp(char *szSessionId)
     }
 }
 
-/// Under mtxSession: gives the session an id that nobody has.
+/// Under mtxSession: gives the session an id that nobody has. Nor may a client
+/// of a session that has just ended have it: connections of one second draw the
+/// same ids, and that client's end would end the new session.
 void MakeUnique(const KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
     unsigned nDraws = 0;
-    while (FindSession(pServer, pSession->szSessionId) != nullptr) {
+    while (FindSession(pServer, pSession->szSessionId) != nullptr ||
+           KovaSessionTallyExists(pSession->szSessionId)) {
         if (nDraws++ < kMostDraws)
             GenerateSessionId(pSession->szSessionId);
         else

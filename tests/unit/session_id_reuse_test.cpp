@@ -1,0 +1,76 @@
+#include "foundation/scope_guard.h"
+#include "rtp/session_tally.h"
+#include "rtsp/session.h"
+#include "server/monitor.h"
+#include "server/server.h"
+#include "system_shims.h"
+#include "tests/support/delivery.h"
+#include "tests/support/net_ends.h"
+#include "tests/support/stdout_capture.h"
+#include "tests/support/stream_host.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+/// Connections of one second draw the same ids. A client that has outlived its
+/// session by a moment must not be mistaken for one of a new session.
+namespace {
+
+const char *const kOld = "00000000000";
+const char *const kNew = "11111111111";
+
+/// Draws kOld, then kNew.
+const std::vector<int> kDraws = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+
+std::string NewSession(KovaRtspServer *pServer)
+{
+    const KovaFixedRand draws(kDraws);
+    char szId[kSessionIdSize] = {};
+    EXPECT_EQ(AddNewRtspSession(pServer, szId, 60), 0);
+    return szId;
+}
+
+TEST(SessionIdReuse, IdThatAClientStillBearsIsDrawnAgain)
+{
+    const KovaStdoutCapture capture;
+    KovaStreamHost host;
+    KovaRtspStreamer *pStream = host.AddAudioVideo();
+    KovaAddTestClient(pStream, 97, kOld);
+    EXPECT_EQ(NewSession(host.Server()), kNew);
+}
+
+TEST(SessionIdReuse, IdIsFreeOnceItsLastClientIsGone)
+{
+    const KovaStdoutCapture capture;
+    KovaStreamHost host;
+    KovaRtspStreamer *pStream = host.AddAudioVideo();
+    KovaAddTestClient(pStream, 96, kOld);
+    KovaAddTestClient(pStream, 97, kOld);
+    KovaRtspServerRemoveRtpClient(host.Server(), kOld);
+    EXPECT_EQ(NewSession(host.Server()), kOld);
+}
+
+TEST(SessionIdReuse, LostClientBearsItsIdUntilItHasEndedItsSession)
+{
+    const KovaStdoutCapture capture;
+    KovaDelivery delivery;
+    KovaTcpEnds tcp;
+    delivery.AddSession(kOld);
+    KovaRtpClient *pClient = tcp.Client(kOld);
+    ASSERT_TRUE(KovaRtpSenderPlaceClient(delivery.pSender, pClient));
+    delivery.WithClients([&] { pClient->nState = 2; });
+    {
+        // Nobody can end a session now, so the sending thread stops just there.
+        const KovaMutexLock lock(&delivery.pServer->mtxSession);
+        delivery.Queue({1});
+        KovaRtpSendGroupStart(delivery.Group());
+        ASSERT_TRUE(KovaWaitUntil([&] { return !delivery.Has(pClient); }));
+        usleep(20000);
+        EXPECT_TRUE(KovaSessionTallyExists(kOld));
+    }
+    EXPECT_TRUE(KovaWaitUntil([&] { return !delivery.HasSession(kOld); }));
+    EXPECT_TRUE(KovaWaitUntil([] { return !KovaSessionTallyExists(kOld); }));
+}
+
+} // namespace
