@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr unsigned kCount = 60;
-constexpr unsigned kHoldMilliseconds = 400;
+constexpr unsigned kCount = 30;
+constexpr unsigned kHoldMilliseconds = 300;
 
 using Family = const std::vector<KovaHostileScenario> &(*)();
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int kShortSeconds = 11;
+constexpr int kShortSeconds = 10;
 constexpr int kLongestSeconds = 600; // sequence numbers of 16 bits last that long
 constexpr size_t kReaders = 6;
 

@@ -1,0 +1,161 @@
+#include "server/handler_registry.h"
+#include "tests/robustness/well_behaved_players.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+namespace {
+
+constexpr int kRounds = 15;
+
+/// Connections that end in the middle of everything, while others play.
+class BrokenConnections : public WellBehavedPlayers {
+protected:
+    void SetUp() override
+    {
+        // A signal would end the test, as it would end a host.
+        struct sigaction action = {};
+        ASSERT_EQ(sigaction(SIGPIPE, nullptr, &action), 0);
+        ASSERT_EQ(action.sa_handler, SIG_DFL);
+        WellBehavedPlayers::SetUp();
+    }
+
+    void PlayBoth(KovaRtspTestClient *pClient)
+    {
+        ASSERT_TRUE(server->Connect(pClient));
+        ASSERT_EQ(pClient->SetupTcp("live", 96, 0).nStatus, 200);
+        ASSERT_EQ(pClient->SetupTcp("live", 97, 2).nStatus, 200);
+        ASSERT_EQ(pClient->Play("live").nStatus, 200);
+    }
+
+    int32_t Playing() const
+    {
+        return server->Stream()->nClientCount.load();
+    }
+};
+
+TEST_F(BrokenConnections, LowerTheCountOncePerSession)
+{
+    const State before = Now();
+    const int32_t nPlaying = Playing();
+    for (int i = 0; i < kRounds; i++) {
+        KovaRtspTestClient client;
+        PlayBoth(&client);
+        KovaTestFrame frame;
+        EXPECT_TRUE(client.NextFrame(&frame, 10000));
+        client.Close(i % 2 == 0);
+    }
+    // Nobody expires anything: the sessions end because their connections broke.
+    EXPECT_TRUE(KovaWaitUntil(10000, [&] { return server->SessionCount() == before.nSessions; }));
+    EXPECT_TRUE(KovaWaitUntil(10000, [&] { return Playing() == nPlaying; })) << Playing();
+    ExpectGivenBack(before);
+    EXPECT_EQ(Playing(), nPlaying);
+    ExpectEverythingArrives();
+}
+
+TEST_F(BrokenConnections, HandTheirNumberOnWithoutTheirMedia)
+{
+    const State before = Now();
+    int nReused = 0;
+    for (int i = 0; i < kRounds; i++) {
+        KovaRtspTestClient first;
+        PlayBoth(&first);
+        const int nSocket = server->Handler(first)->nSocket;
+        first.Close(true);
+        KovaRtspTestClient second;
+        ASSERT_TRUE(second.Connect(server->Port()));
+        EXPECT_EQ(second.Options("live").text,
+                  "RTSP/1.0 200 OK\r\nCSeq: 1\r\n"
+                  "Public: DESCRIBE,SETUP,TEARDOWN,PLAY,GET_PARAMETER\r\n\r\n");
+        nReused += server->Handler(second)->nSocket == nSocket;
+        EXPECT_TRUE(second.IsSilent(40));
+    }
+    EXPECT_GT(nReused, 0);
+    ExpectGivenBack(before);
+    ExpectEverythingArrives();
+}
+
+TEST_F(BrokenConnections, LeaveTheirWaitingTracksHarmless)
+{
+    const State before = Now();
+    for (int i = 0; i < 5; i++) {
+        KovaRtspTestClient client;
+        ASSERT_TRUE(server->Connect(&client));
+        ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
+        client.Close();
+    }
+    EXPECT_TRUE(server->WaitHandlers(before.nHandlers, 5000));
+    // They are there until their sessions end, and know that they have no connection.
+    ASSERT_EQ(server->Clients(97).size(), before.nVideoClients + 5);
+    for (const KovaTestServer::Client &client : server->Clients(97))
+        EXPECT_EQ(client.nTcpSocket == -1, client.nState == 0);
+    ExpectPlaying();
+    ExpectGivenBack(before);
+    ExpectEverythingArrives();
+}
+
+/// Keep-alives over UDP, expiry, broken connections and requests take the same
+/// locks from different ends.
+TEST_F(BrokenConnections, MeetExpiryAndKeepAlivesWithoutADeadlock)
+{
+    const State before = Now();
+    std::atomic<bool> bStop{false};
+    std::thread expiring([&] {
+        while (!bStop) {
+            ExpireStrangers();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
+    while (std::chrono::steady_clock::now() < end) {
+        KovaUdpPair udp;
+        KovaRtspTestClient overUdp;
+        ASSERT_TRUE(server->Connect(&overUdp));
+        const std::string transport =
+            overUdp.SetupUdp("live", 96, udp.RtpPort()).Header("Transport");
+        const size_t nAt = transport.find("server_port=") + 12;
+        const auto nRtcpPort = static_cast<uint16_t>(std::stoi(transport.substr(nAt)) + 1);
+        overUdp.Play("live");
+        KovaRtspTestClient overTcp;
+        PlayBoth(&overTcp);
+        for (int i = 0; i < 20; i++) {
+            udp.SendRtcp(nRtcpPort, KovaReceiverReport(1));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        overTcp.Close(true);
+        overUdp.GetParameter("live");
+    }
+    bStop = true;
+    expiring.join();
+    ExpectGivenBack(before);
+    ExpectPlaying();
+    ExpectEverythingArrives();
+}
+
+TEST(EndingConnections, MeetTheEndOfTheServer)
+{
+    const KovaStdoutCapture capture;
+    const int nDescriptors = KovaDescriptorCount();
+    for (int nRound = 0; nRound < kRounds; nRound++) {
+        auto server = std::make_unique<KovaTestServer>(KovaTestServerOptions{"live", 64, false});
+        std::vector<KovaRtspTestClient> clients(16);
+        for (KovaRtspTestClient &client : clients) {
+            ASSERT_TRUE(server->Connect(&client));
+            ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
+        }
+        std::thread leaving([&] {
+            for (KovaRtspTestClient &client : clients)
+                client.Close(nRound % 2 == 0);
+        });
+        KovaRtspServerRemoveAllServerHandler(server->Server());
+        leaving.join();
+        EXPECT_TRUE(server->WaitHandlers(0, 5000));
+        server.reset();
+    }
+    EXPECT_EQ(KovaDescriptorCount(), nDescriptors);
+}
+
+} // namespace
