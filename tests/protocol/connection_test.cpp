@@ -5,7 +5,9 @@
 #include "tests/protocol/protocol_fixture.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -117,7 +119,9 @@ TEST_F(Connection, ResetOfThePeerIsLoggedWithItsError)
 {
     client.Close(true);
     ASSERT_TRUE(server.WaitHandlers(0, 5000));
-    EXPECT_TRUE(capture.WaitFor(" pHandleRequestProc, 104(Connection reset by peer)\n", 2000));
+    EXPECT_TRUE(capture.WaitFor(" pHandleRequestProc, " + std::to_string(ECONNRESET) +
+                                    "(Connection reset by peer)\n",
+                                2000));
 }
 
 TEST_F(Connection, ThreadTellsItsLifeAtLevelFour)

@@ -58,20 +58,20 @@ TEST(ServerPorts, FirstFreeEvenPairOnAnyAddress)
 TEST(ServerPorts, TakenPairsAreSteppedOver)
 {
     const uint16_t nFirst = KovaFirstFreePair(6970);
-    const auto nNext = [&] { return KovaFirstFreePair(static_cast<uint16_t>(nFirst + 2)); };
+    const uint16_t nNext = KovaFirstFreePair(static_cast<uint16_t>(nFirst + 2));
     const int nBefore = KovaOpenDescriptors();
     {
         const KovaHeldPort even(nFirst);
-        EXPECT_EQ(Found().nRtpPort, nNext());
+        EXPECT_EQ(Found().nRtpPort, nNext);
     }
     {
         const KovaHeldPort odd(static_cast<uint16_t>(nFirst + 1));
-        EXPECT_EQ(Found().nRtpPort, nNext());
+        EXPECT_EQ(Found().nRtpPort, nNext);
     }
     {
         const KovaHeldPort even(nFirst);
         const KovaHeldPort odd(static_cast<uint16_t>(nFirst + 1));
-        EXPECT_EQ(Found().nRtpPort, nNext());
+        EXPECT_EQ(Found().nRtpPort, nNext);
     }
     EXPECT_EQ(Found().nRtpPort, nFirst);
     EXPECT_EQ(KovaOpenDescriptors(), nBefore);

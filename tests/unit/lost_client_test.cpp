@@ -88,7 +88,8 @@ TEST_F(LostClientTest, OtherErrorIsLoggedAndTheConnectionGoesOn)
     ASSERT_TRUE(delivery.Send({3}));
     EXPECT_EQ(capture.Messages(),
               (Texts{"pSenderProc, Send RTP Packet fail, Error: 32(Broken pipe)",
-                     "pSenderProc, Send RTP Packet fail, Error: 110(Connection timed out)"}));
+                     "pSenderProc, Send RTP Packet fail, Error: " + std::to_string(ETIMEDOUT) +
+                         "(Connection timed out)"}));
     EXPECT_EQ(State(pClient), 1);
     EXPECT_EQ(tcp.Socket(), nSocket);
     ASSERT_TRUE(delivery.Send({4}));
@@ -105,8 +106,8 @@ TEST_F(LostClientTest, ResetClosesTheConnectionAndRemovesClientSessionAndCount)
     const int nSocket = tcp.Socket();
     faults.Script(nSocket, {{ECONNRESET}});
     ASSERT_TRUE(delivery.Send({2}));
-    EXPECT_EQ(capture.Messages(),
-              Texts{"pSenderProc, Send RTP Packet fail, Error: 104(Connection reset by peer)"});
+    EXPECT_EQ(capture.Messages(), Texts{"pSenderProc, Send RTP Packet fail, Error: " +
+                                        std::to_string(ECONNRESET) + "(Connection reset by peer)"});
     EXPECT_EQ(State(pClient), 2);
     EXPECT_EQ(tcp.Socket(), -1);
     EXPECT_FALSE(KovaIsOpen(nSocket));

@@ -255,7 +255,9 @@ TEST_F(SendingThreadTest, FailedReportIsLoggedAndNothingElse)
     faults.Script(ends.nServerRtcp, {{ENETUNREACH}});
     RTSP_SetLogLevel(1);
     ASSERT_TRUE(delivery.Send({}));
-    EXPECT_EQ(Count("pSenderProc, Send RTCP Packet fail, Error: 101(Network is unreachable)"), 1U);
+    EXPECT_EQ(Count("pSenderProc, Send RTCP Packet fail, Error: " + std::to_string(ENETUNREACH) +
+                    "(Network is unreachable)"),
+              1U);
     EXPECT_EQ(ends.Rtcp(), std::nullopt);
     EXPECT_EQ(ends.Rtp(), KovaPacketBytes({}));
     delivery.WithClients([&] {

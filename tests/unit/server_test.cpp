@@ -167,8 +167,8 @@ TEST_F(Server, InitOnATakenPort)
     EXPECT_EQ(KovaRtspServerInit(&pServer, kLoopback, taken.nPort, 1), 9);
     EXPECT_EQ(pServer, pUntouched);
     EXPECT_EQ(Rtsp_DebugLevel.load(), 2U);
-    EXPECT_EQ(capture.Messages(),
-              (Lines{"KovaRtspServerStart, bind fail, error: 98(Address already in use)"}));
+    EXPECT_EQ(capture.Messages(), (Lines{"KovaRtspServerStart, bind fail, error: " +
+                                         std::to_string(EADDRINUSE) + "(Address already in use)"}));
 }
 
 TEST_F(Server, InitOnAnAddressThatIsNotOurs)
@@ -176,9 +176,9 @@ TEST_F(Server, InitOnAnAddressThatIsNotOurs)
     const char szForeign[KOVA_ADDRESS_SIZE] = "192.0.2.1";
     EXPECT_EQ(KovaRtspServerInit(&pServer, szForeign, 0, 1), 9);
     EXPECT_EQ(pServer, pUntouched);
-    EXPECT_EQ(
-        capture.Messages(),
-        (Lines{"KovaRtspServerStart, bind fail, error: 99(Cannot assign requested address)"}));
+    EXPECT_EQ(capture.Messages(),
+              (Lines{"KovaRtspServerStart, bind fail, error: " + std::to_string(EADDRNOTAVAIL) +
+                     "(Cannot assign requested address)"}));
 }
 
 TEST_F(Server, StartTellsWhatFailed)
@@ -188,9 +188,10 @@ TEST_F(Server, StartTellsWhatFailed)
     EXPECT_EQ(StartWith(kShimSetsockopt, ENOPROTOOPT), 8);
     EXPECT_EQ(StartWith(kShimListen, EADDRINUSE), 10);
     EXPECT_EQ(capture.Messages(),
-              (Lines{"KovaRtspServerStart, setsockopt (REUSEADDR) fail, error: "
-                     "92(Protocol not available)",
-                     "KovaRtspServerStart, listen fail, error: 98(Address already in use)"}));
+              (Lines{"KovaRtspServerStart, setsockopt (REUSEADDR) fail, error: " +
+                         std::to_string(ENOPROTOOPT) + "(Protocol not available)",
+                     "KovaRtspServerStart, listen fail, error: " + std::to_string(EADDRINUSE) +
+                         "(Address already in use)"}));
 }
 
 TEST_F(Server, FailedStartLeavesItsSocketToTheStop)
