@@ -4,7 +4,10 @@
 #   KOVA_LIBRARY_LINK_OPTIONS  for the shared library
 
 set(KOVA_WARNINGS
-    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef -Wvla -Werror)
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef -Wvla)
+if(KOVA_WERROR)
+    list(APPEND KOVA_WARNINGS -Werror)
+endif()
 
 # No exceptions and no RTTI, so that no C++ run time is needed; only what is marked for export is
 # visible, and calls between our own functions are direct.

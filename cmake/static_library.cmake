@@ -1,0 +1,28 @@
+# The static library: one object file in which everything that is not exported has become local,
+# so that a host cannot collide with the library's inner names.
+set(kova_single_object "${CMAKE_BINARY_DIR}/kovartspserver.o")
+separate_arguments(kova_c_flags UNIX_COMMAND "${CMAKE_C_FLAGS}")
+add_custom_command(
+    OUTPUT "${kova_single_object}"
+    COMMAND "${CMAKE_C_COMPILER}" ${kova_c_flags} -r -nostdlib -Wl,--force-group-allocation
+        -o "${kova_single_object}.whole" $<TARGET_OBJECTS:kova_objects>
+    # Templates of the C++ library are visible whatever our own code is compiled with.
+    COMMAND "${CMAKE_OBJCOPY}" --localize-hidden --wildcard "--localize-symbol=_Z*"
+        "${kova_single_object}.whole" "${kova_single_object}"
+    DEPENDS kova_objects $<TARGET_OBJECTS:kova_objects>
+    BYPRODUCTS "${kova_single_object}.whole"
+    COMMENT "Joining the library's objects"
+    COMMAND_EXPAND_LISTS
+    VERBATIM)
+
+add_library(kovartspserver_static STATIC "${kova_single_object}")
+set_source_files_properties("${kova_single_object}" PROPERTIES
+    EXTERNAL_OBJECT ON GENERATED ON)
+set_target_properties(kovartspserver_static PROPERTIES
+    OUTPUT_NAME kovartspserver
+    ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
+    LINKER_LANGUAGE C)
+target_include_directories(kovartspserver_static INTERFACE
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/server>")
+target_link_libraries(kovartspserver_static INTERFACE Threads::Threads m)
+add_library(KovaRtspServer::kovartspserver_static ALIAS kovartspserver_static)
