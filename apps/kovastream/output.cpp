@@ -11,7 +11,7 @@ namespace kovastream {
 
 namespace {
 
-constexpr size_t kMostBytes = 1024 * 1024;
+constexpr size_t kMostBytes = size_t{1024} * 1024;
 constexpr int kPatience = 100; // milliseconds between looks at a reader that takes nothing
 constexpr std::chrono::seconds kFarewell{2};
 

@@ -6,7 +6,7 @@ namespace {
 
 // Bounds of reading ahead, for files where one of the tracks ends early.
 constexpr size_t kMostPackets = 512;
-constexpr size_t kMostBytes = 16 * 1024 * 1024;
+constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
 
 constexpr AVRational kMicroseconds = {1, 1000000};
 

@@ -26,7 +26,7 @@ public:
     bool AwaitData() const;
 
 private:
-    static int Read(void *reader, uint8_t *bytes, int count);
+    static int Read(void *opaque, uint8_t *bytes, int count);
 
     const Stop &m_stop;
     const bool m_owned;

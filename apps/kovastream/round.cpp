@@ -59,6 +59,10 @@ Demuxer::Result Round::Read(Unit *unit)
         if (!m_begun)
             FindOrigin(*unit);
         m_begun = true;
+        // Encoders put a frame in front that primes decoders. Over the end of the input before
+        // it would be one too many.
+        if (unit->track == TrackKind::Sound && unit->presentation + unit->duration / 2 < m_origin)
+            continue;
         m_reached = std::max(m_reached, unit->presentation + unit->duration);
         return result;
     }

@@ -1,0 +1,111 @@
+"""Pipes are waited for, signals end the program, and everything is torn down."""
+
+import signal
+import subprocess
+import time
+import unittest
+
+from support import *
+
+
+def feeder(source, target, *more):
+    return subprocess.Popen(["ffmpeg", "-v", "error", "-nostdin", "-y", *more, "-i", source, "-c",
+                             "copy", "-f", "mpegts", target], stdout=subprocess.PIPE)
+
+
+class Pipes(unittest.TestCase):
+    def test_fifo_goes_on_with_its_next_writer(self):
+        os.mkfifo(path("camera"))
+        with Program("cam=" + path("camera")) as program:
+            # The server is there before the encoder is.
+            time.sleep(0.5)
+            with Player(program, "cam") as player:
+                self.assertEqual(player.sdp, "")
+            first = feeder(clip(), path("camera"))
+            program.await_ready("cam")
+            with Player(program, "cam") as player:
+                player.play()
+                self.assertEqual(first.wait(10), 0)
+                first.stdout.close()
+                taken = player.packets(3)
+                second = feeder(clip(), path("camera"))
+                taken += player.packets(3.5)
+                self.assertEqual(second.wait(10), 0)
+                second.stdout.close()
+            stamps = [packet.timestamp for packet in taken if packet.type == 97]
+            self.assertEqual(stamps, sorted(stamps))
+            # Where the second one begins, the picture waits for the end of the first one's sound.
+            others = [step for step in steps(taken, 97) if step != 3600]
+            self.assertLessEqual(len(others), 1, others)
+            self.assertLess(max(steps(taken, 97)), 2 * 3600)
+            # The second writer's two seconds came too.
+            self.assertGreater(stamps[-1] - stamps[0], 2.5 * 90000)
+            program.signal(signal.SIGINT)
+            self.assertEqual(program.wait(), 0)
+            self.assertEqual(program.err(), "")
+
+    def test_a_pipe_that_stalls_is_waited_for(self):
+        with open(clip("ts"), "rb") as file:
+            data = file.read()
+        with Program("-", stdin=subprocess.PIPE) as program:
+            pipe = program.process.stdin
+            pipe.write(data)
+            pipe.flush()
+            program.await_ready()
+            with Player(program) as player:
+                player.play()
+                before = player.packets(4)
+                self.assertIsNone(program.process.poll())
+                # Two seconds were all there was; the rest comes now, its clock begun anew.
+                pipe.write(data)
+                pipe.close()
+                after = player.packets(6)
+            self.assertGreater(len(steps(after, 97)), 40)
+            self.assertEqual(program.wait(), 0)
+            both = [packet.timestamp for packet in before + after if packet.type == 97]
+            self.assertEqual(both, sorted(both))
+            # All were sent, and in their own time: not one after the other at once.
+            self.assertLess(max(steps(before + after, 97)), 10 * 3600)
+
+    def test_the_end_while_nothing_comes(self):
+        os.mkfifo(path("silent"))
+        with Program(path("silent")) as program:
+            time.sleep(0.5)
+            program.signal(signal.SIGTERM)
+            self.assertEqual(program.wait(6), 0)
+
+
+class Signals(unittest.TestCase):
+    def test_players_are_let_go(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number=number), Program(clip()) as program:
+                program.await_ready()
+                with Player(program) as player:
+                    self.assertGreater(len(player.play().packets(1.5)), 0)
+                    begin = time.time()
+                    program.signal(number)
+                    player.packets(10)
+                    self.assertLess(time.time() - begin, 8, "the connection stayed open")
+                self.assertEqual(program.wait(), 0)
+                self.assertEqual(program.err(), "")
+
+    def test_second_interrupt_ends_at_once(self):
+        with Program(clip()) as program:
+            program.await_ready()
+            program.signal(signal.SIGINT)
+            time.sleep(0.2)
+            self.assertIsNone(program.process.poll())
+            program.signal(signal.SIGINT)
+            begin = time.time()
+            self.assertEqual(program.wait(5), 128 + signal.SIGINT)
+            self.assertLess(time.time() - begin, 0.5)
+
+    def test_duration(self):
+        begin = time.time()
+        with Program("--duration", "1.5", clip()) as program:
+            self.assertEqual(program.wait(10), 0)
+        self.assertGreaterEqual(time.time() - begin, 1.5)
+
+
+if __name__ == "__main__":
+    main()

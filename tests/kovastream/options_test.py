@@ -1,0 +1,137 @@
+"""What is wrong is said in one line that tells what to do, and the exit status is 1."""
+
+import re
+import shlex
+import socket
+import subprocess
+import unittest
+
+from support import *
+
+
+def run(*arguments, **more):
+    return subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=20,
+                          stdin=subprocess.DEVNULL, **more)
+
+
+class Refusals(unittest.TestCase):
+    def refused(self, expected, *arguments):
+        """The one line must contain every expected text."""
+        result = run(*arguments)
+        self.assertEqual(result.returncode, 1, result.stderr)
+        lines = result.stderr.splitlines()
+        self.assertEqual(len(lines), 1, result.stderr)
+        self.assertTrue(lines[0].startswith("kovastream: "), lines[0])
+        for text in expected:
+            self.assertIn(text, lines[0])
+        self.assertEqual(result.stdout, "")
+        return lines[0]
+
+    def test_options(self):
+        for expected, arguments in (
+                (["70000", "1 to 65535"], ["--port", "70000"]),
+                (["0", "1 to 65535"], ["--port", "0"]),
+                (["'many'"], ["--port", "many"]),
+                (["1025", "1 to 1024"], ["--max-clients", "1025"]),
+                (["'blue'", "line, json and none"], ["--status", "blue"]),
+                (["'6'", "0 to 5"], ["--log-level", "6"]),
+                (["'0'"], ["--fps", "0"]),
+                (["'-1'"], ["--duration=-1"]),
+                (["--bogus", "--help"], ["--bogus"]),
+                (["--loop", "--once"], ["--loop", "--once"]),
+                (["'here'", "IPv4"], ["--address", "here"])):
+            with self.subTest(arguments=arguments):
+                self.refused(expected, *arguments)
+
+    def test_names(self):
+        a = clip()
+        for expected, arguments in (
+                (["two streams", "'live'", "main="], [a, "live=" + a]),
+                (["'/x'"], ["/x=" + a]),
+                (["'x'", "2 to 1024"], ["x=" + a]),
+                (["'a b'", "letters"], ["a b=" + a]),
+                (["Session"], ["mySession=" + a]),
+                (["'live='"], ["live="]),
+                (["standard input"], ["aa=-", "bb=-"])):
+            with self.subTest(arguments=arguments):
+                self.refused(expected, *arguments)
+
+    def test_inputs_that_cannot_be_read(self):
+        with open(path("text.mp4"), "w") as text:
+            text.write("no media " * 1000)
+        whole = media("front.mp4", "-i", clip(), "-c", "copy", "-movflags", "+faststart")
+        with open(whole, "rb") as file, open(path("half.mp4"), "wb") as half:
+            half.write(file.read()[:9000])
+        with open(clip(), "rb") as file, open(path("headless.mp4"), "wb") as headless:
+            headless.write(file.read()[:30000])
+        for expected, name in (
+                (["no file", "check the name"], "missing.mp4"),
+                (["directory"], ""),
+                (["text.mp4", "ffprobe"], "text.mp4"),
+                (["headless.mp4", "broken"], "headless.mp4"),
+        ):
+            with self.subTest(name=name):
+                self.refused(expected, path(name))
+        # Its index is whole, so it is seen only where it ends, when it is published already.
+        result = run("--port", str(free_port()), path("half.mp4"))
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, r"^kovastream: .*half.mp4' is (cut off|broken): .*\n$")
+
+    def test_encrypted(self):
+        encrypted = media("encrypted.mp4", "-i", clip(), "-c", "copy", "-encryption_scheme",
+                          "cenc-aes-ctr", "-encryption_key", "76a6c65c5ea762046bd749a2e632ccbb",
+                          "-encryption_kid", "a7e61c373e219033c21091fa607bf3b8")
+        self.refused(["encrypted", "without protection"], encrypted)
+
+    def test_foreign_codecs_come_with_the_command_that_helps(self):
+        picture = media("foreign picture.mp4", "-i", clip(), "-c:v", "mpeg4", "-c:a", "copy")
+        sound = media("foreign.mkv", "-i", clip(), "-c:v", "copy", "-c:a", "ac3")
+        many = media("many.mp4", "-i", clip(), "-c:v", "copy", "-c:a", "aac", "-ac", "6")
+        for file, texts in ((picture, ["mpeg4", "-c:v libx264", "-c:a copy"]),
+                            (sound, ["ac3", "-c:v copy", "-c:a aac"]),
+                            (many, ["6 channels", "-c:v copy", "-ac 2"])):
+            with self.subTest(file=file):
+                line = self.refused(texts, file)
+                command = re.search(r"(ffmpeg .*) \| kovastream -$", line).group(1)
+                self.check_advice(shlex.split(command))
+
+    def check_advice(self, command):
+        encoder = subprocess.Popen(command, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
+        with Program("-", stdin=encoder.stdout) as program:
+            encoder.stdout.close()
+            sdp = program.await_ready()
+            self.assertIn("a=rtpmap:96 mpeg4-generic/48000/2", sdp)
+            self.assertIn("a=rtpmap:97 H264/90000", sdp)
+        encoder.terminate()
+        encoder.wait(10)
+
+    def test_port_and_address(self):
+        with socket.socket() as other:
+            other.bind(("", 0))
+            other.listen(1)
+            port = str(other.getsockname()[1])
+            self.refused([f"port {port} is taken", "--port"], "--port", port, clip())
+        self.refused(["192.0.2.1", "not one of this machine"], "--address", "192.0.2.1", "--port",
+                     str(free_port()), clip())
+
+    def test_log_file(self):
+        self.refused(["/no/such/log", "cannot be written"], "--log", "/no/such/log", clip())
+
+
+class Answers(unittest.TestCase):
+    def test_help_has_every_option_and_examples(self):
+        result = run("--help")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        for text in ("--address", "--port", "8554", "--max-clients", "--loop", "--once", "--fps",
+                     "--duration", "--log-level", "--log ", "--status", "--version", "Examples:",
+                     "| kovastream -", "mkfifo"):
+            self.assertIn(text, result.stdout)
+
+    def test_version(self):
+        result = run("--version")
+        self.assertEqual((result.returncode, result.stdout), (0, "kovastream 0.1.0\n"))
+
+
+if __name__ == "__main__":
+    main()
