@@ -9,7 +9,7 @@
 namespace {
 
 constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
-constexpr std::chrono::milliseconds kInterval(30);
+constexpr std::chrono::milliseconds kInterval(10);
 constexpr uint32_t kFirstPts = 1000;
 constexpr uint32_t kPacedStep = 30;
 constexpr uint32_t kJump = 1000; ///< from which on a step counts as a gap
