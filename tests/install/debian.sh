@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# The Debian packages are built in a copy of the tree, have no lintian errors, carry the symbols
+# and the files that they should, and what they hold works: a host is built against the -dev
+# package and runs with the library package, and kovastream streams.
+. "${KOVA_SOURCE_DIR:?}/tests/install/installed.bash"
+need dpkg-buildpackage dpkg-deb dpkg-architecture dh lintian gcc pkg-config python3 timeout
+tree=$work/kovartspserver-0.1.0
+mkdir "$tree"
+(cd "$source" && cp -r CMakeLists.txt README.md CHANGELOG.md apps cmake docs examples foundation \
+    packaging rtp rtsp samples sdp server streamer "$tree" &&
+    cp -r packaging/debian "$tree/debian") || fail "the tree cannot be copied"
+
+(cd "$tree" && DEB_BUILD_OPTIONS="nocheck parallel=$(nproc)" \
+    dpkg-buildpackage -us -uc -b >"$work/deb.log" 2>&1) ||
+    fail "dpkg-buildpackage: $(tail -40 "$work/deb.log")"
+
+lintian --allow-root --fail-on error "$work"/kovartspserver_*.changes >"$work/lintian.log" 2>&1
+status=$?
+cat "$work/lintian.log"
+((status == 0)) || fail "lintian: status $status"
+
+# What the packages hold, unpacked side by side as if installed.
+for package in libkovartspserver0 libkovartspserver-dev kovartspserver-tools; do
+    dpkg-deb -x "$work"/${package}_0.1.0-1_*.deb "$work/root" || fail "$package is missing"
+    dpkg-deb -c "$work"/${package}_0.1.0-1_*.deb | awk '{print $6}' >"$work/$package.files"
+done
+triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+lib=usr/lib/$triplet
+holds() { grep -qx "\./$2" "$work/$1.files" || fail "$1 has no $2"; }
+holds libkovartspserver0 "$lib/libkovartspserver.so.0.1.0"
+holds libkovartspserver0 "$lib/libkovartspserver.so.0"
+holds libkovartspserver-dev "$lib/libkovartspserver.so"
+holds libkovartspserver-dev "$lib/libkovartspserver.a"
+holds libkovartspserver-dev "$lib/pkgconfig/kova_rtsp_server.pc"
+holds libkovartspserver-dev "$lib/cmake/KovaRtspServer/KovaRtspServerConfig.cmake"
+holds libkovartspserver-dev usr/include/kova_rtsp_server.h
+holds kovartspserver-tools usr/bin/kovastream
+holds kovartspserver-tools lib/systemd/system/kovastream.service
+holds kovartspserver-tools etc/kovastream.conf
+depends=$(dpkg-deb -f "$work"/kovartspserver-tools_*.deb Depends)
+[[ $depends == *'libkovartspserver0 (>= 0.1.0)'* ]] || fail "the tools depend on: $depends"
+
+# The symbols file is what the library exports.
+dpkg-deb -e "$work"/libkovartspserver0_0.1.0-1_*.deb "$work/control"
+diff -u "$source/cmake/exports.txt" \
+    <(sed -n 's/^ \(.*\)@Base 0\.1\.0$/\1/p' "$work/control/symbols" | sort) || fail "symbols"
+
+export PKG_CONFIG_LIBDIR=$work/root/$lib/pkgconfig PKG_CONFIG_SYSROOT_DIR=$work/root
+read -r -a flags < <(pkg-config --cflags --libs kova_rtsp_server)
+gcc "${strict[@]}" -o "$work/host" "$example" "${flags[@]}" || fail "the example does not compile"
+runs packaged env "LD_LIBRARY_PATH=$work/root/$lib" "$work/host"
+
+# The sample clip is looked for where the package puts it.
+export LD_LIBRARY_PATH=$work/root/$lib
+streamer=$work/root/usr/bin/kovastream
+[[ $(timeout 10 "$streamer" --version) == 'kovastream 0.1.0' ]] || fail "kovastream --version"
+grep -aq '^/usr/share/kovastream' <(strings "$streamer") || fail "another place of the sample"
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])')
+timeout 30 "$streamer" --port "$port" --duration 3 --status json \
+    "live=$work/root/usr/share/kovastream/clip.h264+$work/root/usr/share/kovastream/clip.aac" \
+    >"$work/stream.json" 2>"$work/stream.err" </dev/null ||
+    fail "kovastream: status $?: $(tail -5 "$work/stream.err")"
+grep -q '"status" *: *"idle"' "$work/stream.json" || fail "kovastream: $(cat "$work/stream.json")"
+
+if command -v systemd-analyze >/dev/null; then
+    systemd-analyze verify --man=no --root="$work/root" kovastream.service || fail "systemd unit"
+fi
