@@ -124,6 +124,9 @@ void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSessionId, 
 bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
 {
     pClient->pTally = KovaSessionTallyJoin(pSender->pStreamer, pClient->szSessionId);
+    // Without it the break of the session's connection would be counted twice.
+    if (pClient->pTally == nullptr)
+        return false;
     KovaMutexLock lock(&pSender->mutex);
     KovaRtpSendGroup *pGroup = ChooseGroup(pSender);
     if (pGroup != nullptr) {
