@@ -84,9 +84,29 @@ private:
     KovaRtspServerHandler *m_pHandler;
 };
 
-void CheckTexts(const std::vector<std::string> &responses, bool bSilent)
+/// Whether the request names a session, the way sessions are looked for, that is not this one.
+bool NamesOther(const std::string &chunk, const std::string &session)
+{
+    const std::string text = chunk.substr(0, chunk.find('\0'));
+    const size_t nName = text.find("Session");
+    if (nName == std::string::npos)
+        return false;
+    size_t nEnd = text.find('\r', nName);
+    if (nEnd == std::string::npos)
+        nEnd = text.find('\n', nName);
+    if (nEnd == std::string::npos)
+        return false;
+    const size_t nBlank = text.find(' ', nName + 1);
+    return nBlank > nEnd || session.empty() ||
+           text.substr(nBlank + 1, nEnd - nBlank - 1) != session;
+}
+
+void CheckResponses(const std::vector<std::string> &responses, bool bSilent, bool bOther)
 {
     KovaRequire(responses.size() == (bSilent ? 0 : 1), "one chunk, one response");
+    if (bOther && !bSilent)
+        KovaRequire(responses[0].rfind("RTSP/1.0 4", 0) == 0,
+                    "a request with another session is refused");
 }
 
 void Run(KovaServerWorld *pWorld, uint8_t nSwitches, const std::string &bytes)
@@ -115,7 +135,7 @@ void Run(KovaServerWorld *pWorld, uint8_t nSwitches, const std::string &bytes)
     const unsigned nSessions = pWorld->Sessions();
     connection.Handle(chunk);
     if ((nSwitches & kFullConnection) == 0) {
-        CheckTexts(connection.player.TakeResponses(), bSilent);
+        CheckResponses(connection.player.TakeResponses(), bSilent, NamesOther(chunk, session));
         connection.player.RequireWhole();
     }
     KovaRequire(pWorld->Sessions() <= nSessions + 1, "a request makes one session at most");

@@ -51,9 +51,7 @@ public:
         KovaWorldRun(kSettle);
         for (KovaFuzzPlayer &player : m_players) {
             player.Read();
-            KovaWorldRun(kSettle);
-            player.Read();
-            player.RequireWhole();
+            RequireAnswer(&player);
             player.Close();
         }
         KovaWorldRun(1000 * kMillisecond);
@@ -68,6 +66,22 @@ public:
     }
 
 private:
+    /// A connection that lives answers. The answer also shows that a frame was finished before it:
+    /// what is left of one that nobody needs any more waits for that.
+    static void RequireAnswer(KovaFuzzPlayer *pPlayer)
+    {
+        if (!pPlayer->IsOpen())
+            return;
+        pPlayer->TakeResponses();
+        pPlayer->Send("OPTIONS rtsp://127.0.0.1/none RTSP/1.0\r\nCSeq: 1\r\n\r\n");
+        KovaWorldRun(kSettle);
+        pPlayer->Read();
+        if (pPlayer->HasEnded() || pPlayer->IsCut())
+            return;
+        KovaRequire(pPlayer->TakeResponses().size() == 1, "a connection that lives answers");
+        pPlayer->RequireWhole();
+    }
+
     KovaFuzzPlayer &Player()
     {
         return m_players[m_nPlayer];

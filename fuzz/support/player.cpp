@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -34,6 +35,7 @@ int KovaFuzzPlayer::Connect()
     KovaRequire(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "a socket pair can be made");
     m_nSocket = ends[0];
     m_nServerEnd = ends[1];
+    m_bEnded = false;
     return m_nServerEnd;
 }
 
@@ -62,14 +64,20 @@ void KovaFuzzPlayer::Send(std::string_view bytes)
 void KovaFuzzPlayer::Read()
 {
     char buffer[16384];
-    ssize_t nRead;
+    ssize_t nRead = -1;
     while (m_nSocket >= 0 && (nRead = recv(m_nSocket, buffer, sizeof(buffer), MSG_DONTWAIT)) > 0)
         m_bytes.append(buffer, static_cast<size_t>(nRead));
+    m_bEnded = m_bEnded || nRead == 0 || (nRead < 0 && errno == ECONNRESET);
     // A response that met a full connection is cut: no player can read on behind it.
-    if (KovaNetworkHasCut(m_nServerEnd))
+    if (IsCut())
         m_bytes.clear();
     while (TakeUnit()) {
     }
+}
+
+bool KovaFuzzPlayer::IsCut() const
+{
+    return KovaNetworkHasCut(m_nServerEnd);
 }
 
 void KovaFuzzPlayer::RequireWhole() const

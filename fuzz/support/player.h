@@ -23,6 +23,13 @@ public:
         return m_nSocket >= 0;
     }
 
+    /// Whether the server has ended the connection, or has cut a response on it.
+    bool HasEnded() const
+    {
+        return m_bEnded;
+    }
+    bool IsCut() const;
+
     /// How much the server's end may still send, see KovaNetworkLimit().
     void LimitServer(int64_t nBytes);
 
@@ -44,6 +51,7 @@ private:
 
     int m_nSocket = -1;
     int m_nServerEnd = -1;
+    bool m_bEnded = false;
     std::string m_bytes;
     std::vector<std::string> m_responses;
 };
