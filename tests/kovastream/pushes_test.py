@@ -1,0 +1,116 @@
+"""What the library is given: whole access units, in the form, the order and the time it wants."""
+
+import collections
+import struct
+import subprocess
+import unittest
+
+from support import *
+
+Push = collections.namedtuple("Push", "id timestamp clock data")
+
+
+def setUpModule():
+    subprocess.run(["cc", "-shared", "-fPIC", "-Wall", "-Werror", "-I",
+                    os.path.join(os.environ["KOVA_SOURCE_DIR"], "server"), "-o",
+                    path("record_pushes.so"), os.path.join(os.path.dirname(__file__),
+                                                           "record_pushes.c")], check=True)
+
+
+def start(name, *arguments):
+    environment = dict(os.environ, LD_PRELOAD=path("record_pushes.so"), KOVA_PUSHES=path(name))
+    return subprocess.Popen([PROGRAM, "--port", str(free_port()), "--status", "none",
+                             "--duration", "5", *arguments], env=environment,
+                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+
+
+def pushes(name):
+    with open(path(name), "rb") as file:
+        data = file.read()
+    at, found = 0, []
+    while at + 16 <= len(data):
+        identity, timestamp, length, clock = struct.unpack("=IIII", data[at:at + 16])
+        found.append(Push(identity, timestamp, clock, data[at + 16:at + 16 + length]))
+        at += 16 + length
+    return found
+
+
+def kinds(unit):
+    return [part[0] & 31 for part in re.split(rb"\x00?\x00\x00\x01", unit) if part]
+
+
+class Pushes(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        # In this form the parameter sets stand beside the pictures, not among them.
+        beside = media("beside.nut", "-i", clip(), "-an", "-c", "copy", "-bsf:v",
+                       "h264_mp4toannexb")
+        inputs = {"mp4": clip(), "ts": clip("ts"), "nut": beside, "late": clip("flv"),
+                  "once": without_later_parameter_sets(clip("h264"), "once.h264")}
+        hosts = [start(name, source) for name, source in inputs.items()]
+        cls.codes = [host.wait(30) for host in hosts]
+        cls.taken = {name: pushes(name) for name in inputs}
+
+    def test_exit_status(self):
+        self.assertEqual(self.codes, [0] * 5)
+
+    def test_parameter_sets_in_every_key_frame(self):
+        for name, taken in self.taken.items():
+            with self.subTest(name=name):
+                keys = [kinds(push.data) for push in taken if 5 in kinds(push.data)]
+                self.assertGreaterEqual(len(keys), 4)
+                for key in keys:
+                    self.assertLess(key.index(7), key.index(5))
+                    self.assertLess(key.index(8), key.index(5))
+
+    def test_one_access_unit_each(self):
+        for name, taken in self.taken.items():
+            with self.subTest(name=name):
+                for push in taken:
+                    if push.id == 97:
+                        self.assertRegex(push.data[:4], rb"^\x00?\x00\x00\x01")
+                        self.assertEqual(len([k for k in kinds(push.data) if k in (1, 5)]), 1)
+
+    def test_one_sound_frame_each_with_its_header(self):
+        for name in ("mp4", "ts", "late"):
+            with self.subTest(name=name):
+                frames = [push.data for push in self.taken[name] if push.id == 96]
+                self.assertGreater(len(frames), 180)
+                for frame in frames:
+                    size = len(frame)
+                    # AAC LC, 48 kHz, two channels, no CRC.
+                    self.assertEqual(frame[:7], bytes(
+                        [0xFF, 0xF1, 0x4C, 0x80 | size >> 11, size >> 3 & 0xFF,
+                         (size & 7) << 5 | 0x1F, 0xFC]))
+
+    def test_timestamps_start_above_zero_and_rise(self):
+        for name, taken in self.taken.items():
+            for track in (96, 97):
+                with self.subTest(name=name, track=track):
+                    stamps = [push.timestamp for push in taken if push.id == track]
+                    if stamps:
+                        self.assertGreater(stamps[0], 0)
+                        self.assertLess(stamps[0], 200)
+                        self.assertEqual(stamps, sorted(set(stamps)))
+
+    def test_pushed_in_time(self):
+        for name, taken in self.taken.items():
+            with self.subTest(name=name):
+                # At most 0.1 s ahead of the first one, and what the clocks round.
+                ahead = [(push.timestamp - taken[0].timestamp) - (push.clock - taken[0].clock)
+                         for push in taken]
+                self.assertLess(max(ahead), 150)
+                self.assertGreater(min(ahead), -3000)
+                self.assertGreater(taken[-1].timestamp, 4000)
+
+    def test_both_tracks_come_together(self):
+        for name in ("mp4", "ts", "late"):
+            with self.subTest(name=name):
+                last = {96: 0, 97: 0}
+                for push in self.taken[name]:
+                    last[push.id] = push.timestamp
+                    self.assertLess(abs(last[96] - last[97]), 700)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,33 @@
+/* Stands in front of the library: writes down what a host pushes, then passes it on. Each record
+ * in the file that KOVA_PUSHES names: payload id, timestamp, length, milliseconds of the clock
+ * (32 bits each), and the bytes. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include "kova_rtsp_server.h"
+
+static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+
+int32_t KovaRtspServerPushData(KovaRtspStreamer *stream, uint32_t id, const uint8_t *data,
+                               uint32_t length, uint32_t timestamp)
+{
+    static FILE *file;
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const uint32_t head[4] = {id, timestamp, length,
+                              (uint32_t)(now.tv_sec * 1000 + now.tv_nsec / 1000000)};
+    pthread_mutex_lock(&mutex);
+    if (!file)
+        file = fopen(getenv("KOVA_PUSHES"), "wb");
+    if (!file || fwrite(head, sizeof head, 1, file) != 1 || fwrite(data, 1, length, file) != length)
+        abort();
+    fflush(file);
+    pthread_mutex_unlock(&mutex);
+    int32_t (*next)(KovaRtspStreamer *, uint32_t, const uint8_t *, uint32_t, uint32_t);
+    *(void **)&next = dlsym(RTLD_NEXT, "KovaRtspServerPushData");
+    return next(stream, id, data, length, timestamp);
+}
