@@ -17,11 +17,14 @@ expected="\
 ./opt/kova/lib/libkovartspserver.so.0
 ./opt/kova/lib/libkovartspserver.so.0.1.0
 ./opt/kova/lib/pkgconfig/kova_rtsp_server.pc"
-[[ $installed == "$expected" ]] || fail "installed: $(diff <(echo "$expected") <(echo "$installed"))"
+[[ $installed == "$expected" ]] ||
+    fail "installed: $(diff <(echo "$expected") <(echo "$installed"))"
 
 lib=$work/stage/opt/kova/lib
-[[ $(readlink "$lib/libkovartspserver.so") == libkovartspserver.so.0 ]] || fail "link for the linker"
-[[ $(readlink "$lib/libkovartspserver.so.0") == libkovartspserver.so.0.1.0 ]] || fail "SONAME link"
+[[ $(readlink "$lib/libkovartspserver.so") == libkovartspserver.so.0 ]] ||
+    fail "link for the linker"
+[[ $(readlink "$lib/libkovartspserver.so.0") == libkovartspserver.so.0.1.0 ]] ||
+    fail "SONAME link"
 readelf -d "$lib/libkovartspserver.so" | grep -qE 'RPATH|RUNPATH' && fail "it has a search path"
 cmp "$source/server/kova_rtsp_server.h" "$work/stage/opt/kova/include/kova_rtsp_server.h" ||
     fail "another header"

@@ -10,7 +10,8 @@ cd "$work" || exit 1
 
 read -r -a flags < <(pkg-config --cflags --libs kova_rtsp_server)
 gcc "${strict[@]}" -o shared host.c "${flags[@]}" || fail "the example does not compile"
-linked_with shared | grep -qx 'libkovartspserver\.so\.0' || fail "linked with: $(linked_with shared)"
+linked_with shared | grep -qx 'libkovartspserver\.so\.0' ||
+    fail "linked with: $(linked_with shared)"
 runs shared env "LD_LIBRARY_PATH=$work/prefix/lib" ./shared
 
 # Without the shared library at hand the same name finds the static one.
