@@ -8,9 +8,13 @@ import unittest
 from support import *
 
 
-def feeder(source, target, *more):
-    return subprocess.Popen(["ffmpeg", "-v", "error", "-nostdin", "-y", *more, "-i", source, "-c",
-                             "copy", "-f", "mpegts", target], stdout=subprocess.PIPE)
+def feed(test, source, target):
+    """Starts an encoder's stand-in, which does not outlive the test."""
+    writer = subprocess.Popen(["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", source, "-c",
+                               "copy", "-f", "mpegts", target])
+    test.addCleanup(writer.wait)
+    test.addCleanup(writer.kill)
+    return writer
 
 
 class Pipes(unittest.TestCase):
@@ -21,17 +25,15 @@ class Pipes(unittest.TestCase):
             time.sleep(0.5)
             with Player(program, "cam") as player:
                 self.assertEqual(player.sdp, "")
-            first = feeder(clip(), path("camera"))
+            first = feed(self, clip(), path("camera"))
             program.await_ready("cam")
             with Player(program, "cam") as player:
                 player.play()
                 self.assertEqual(first.wait(10), 0)
-                first.stdout.close()
                 taken = player.packets(3)
-                second = feeder(clip(), path("camera"))
+                second = feed(self, clip(), path("camera"))
                 taken += player.packets(3.5)
                 self.assertEqual(second.wait(10), 0)
-                second.stdout.close()
             stamps = [packet.timestamp for packet in taken if packet.type == 97]
             self.assertEqual(stamps, sorted(stamps))
             # Where the second one begins, the picture waits for the end of the first one's sound.
