@@ -3,6 +3,7 @@
 #include "streamer/registries.h"
 #include "tests/robustness/player.h"
 #include "tests/robustness/process_state.h"
+#include "tests/robustness/server_socket.h"
 #include "tests/support/stdout_capture.h"
 
 #include <gtest/gtest.h>
@@ -79,16 +80,7 @@ protected:
     /// The server's descriptor of the player's connection; -1 when it has none.
     int SocketOf(const KovaWatchingPlayer &player)
     {
-        int nSocket = -1;
-        pthread_mutex_lock(&server->Server()->mtxHandler);
-        for (KovaList *pNode = server->Server()->pHandlerList; pNode != nullptr;
-             pNode = pNode->next) {
-            auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
-            if (pHandler->nPeerPort == player.LocalPort())
-                nSocket = pHandler->nSocket;
-        }
-        pthread_mutex_unlock(&server->Server()->mtxHandler);
-        return nSocket;
+        return KovaServerSocketOf(server->Server(), player.LocalPort());
     }
 
     void SetUpUdp()

@@ -1,9 +1,9 @@
 #include "tests/robustness/player.h"
+#include "tests/robustness/server_socket.h"
 #include "tests/support/stdout_capture.h"
 
 #include <gtest/gtest.h>
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int kShortSeconds = 10;
+constexpr int kShortSeconds = 9;
 constexpr int kLongestSeconds = 600; // sequence numbers of 16 bits last that long
 constexpr size_t kReaders = 6;
 
@@ -56,7 +56,7 @@ protected:
     {
         const int nSeconds = SecondsToRead();
         script = std::make_unique<KovaMediaScript>(server.Stream(),
-                                                   KovaScriptPlan{nSeconds, 20, 3600, 40, 250});
+                                                   KovaScriptPlan{nSeconds, 8, 9000, 40, 250});
         ASSERT_LT(script->Video().packets.size(), 65536U);
         ASSERT_LT(script->Audio().packets.size(), 65536U);
         KovaTestServer::MakeReady(server.Stream());
@@ -71,7 +71,7 @@ protected:
         // Some read a few bytes often, some many seldom; each reads a little more
         // than is sent.
         const size_t nChunk = 700U << nNumber % 3;
-        const int nPause = 5000 << nNumber % 3;
+        const int nPause = 6500 << nNumber % 3;
         players[nNumber] =
             std::make_unique<KovaWatchingPlayer>(KovaPlayerOptions{2048, nChunk, nPause});
         KovaWatchingPlayer &player = *players[nNumber];
@@ -88,19 +88,12 @@ protected:
     void ShrinkSendBuffer(uint16_t nPeerPort)
     {
         const int nSize = 1;
-        int nResult = -1;
-        EXPECT_TRUE(KovaWaitUntil(5000, [&] {
-            pthread_mutex_lock(&server.Server()->mtxHandler);
-            for (KovaList *pNode = server.Server()->pHandlerList; pNode != nullptr;
-                 pNode = pNode->next) {
-                auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
-                if (pHandler->nPeerPort == nPeerPort)
-                    nResult =
-                        setsockopt(pHandler->nSocket, SOL_SOCKET, SO_SNDBUF, &nSize, sizeof(nSize));
-            }
-            pthread_mutex_unlock(&server.Server()->mtxHandler);
-            return nResult == 0;
+        int nSocket = -1;
+        ASSERT_TRUE(KovaWaitUntil(5000, [&] {
+            nSocket = KovaServerSocketOf(server.Server(), nPeerPort);
+            return nSocket > 0;
         }));
+        ASSERT_EQ(setsockopt(nSocket, SOL_SOCKET, SO_SNDBUF, &nSize, sizeof(nSize)), 0);
     }
 
     /// What the requests are answered while nothing is in the way.
@@ -169,7 +162,8 @@ TEST_F(WholeFrames, NoByteComesBetweenTheBytesOfAFrame)
         nCut += pPlayer->CutResponses().size();
     }
     // The sockets were full often enough for the test to mean something.
-    EXPECT_GT(nCut, 10U);
+    RecordProperty("cut", static_cast<int>(nCut));
+    EXPECT_GT(nCut, 3U);
 }
 
 } // namespace
