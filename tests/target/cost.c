@@ -81,18 +81,24 @@ void *push_media(void *argument)
     return NULL;
 }
 
-/* Pushes for a while, and then waits until everything is sent. */
+/* Pushes for a while, and then waits until everything is sent: packets are held for a second, so
+ * memory must be the same for longer than that. */
 static void push_for(KovaRtspStreamer *stream, unsigned milliseconds, Player *players, int count)
 {
     pthread_t handle;
+    size_t bytes = 0;
     pushing = 1;
     require(pthread_create(&handle, NULL, push_media, stream) == 0, "a pushing thread");
-    for (unsigned waited = 0; waited < milliseconds + (count > 0 ? 2500 : 1000); waited += 20) {
+    for (unsigned waited = 0, same = 0; same < 1600; waited += 20, same += 20) {
+        require(waited < 30000, "packets that are sent");
         pause_ms(20);
         for (int n = 0; n < count; ++n)
             player_drain(&players[n]);
         if (waited >= milliseconds && pushing == 1)
             pushing = 0;
+        if (pushing >= 0 || heap_now().bytes != bytes)
+            same = 0;
+        bytes = heap_now().bytes;
     }
     pthread_join(handle, NULL);
 }
@@ -142,7 +148,7 @@ static void play(Player *player, void (*set_up)(Player *, const char *))
 /* Threads end and give back a little after the last word of a dialogue. */
 static void await_heap(Heap expected, const char *what)
 {
-    for (unsigned tries = 0; tries < 500 && heap_now().bytes != expected.bytes; ++tries)
+    for (unsigned tries = 0; tries < 2000 && heap_now().bytes != expected.bytes; ++tries)
         pause_ms(10);
     require(heap_now().bytes == expected.bytes && heap_now().blocks == expected.blocks, what);
 }
