@@ -3,7 +3,8 @@
 # and the files that they should, and what they hold works: a host is built against the -dev
 # package and runs with the library package, and kovastream streams.
 . "${KOVA_SOURCE_DIR:?}/tests/install/installed.bash"
-need systemd-analyze dpkg-buildpackage dpkg-deb dpkg-architecture dh lintian gcc pkg-config python3 timeout
+need dpkg-buildpackage dpkg-deb dpkg-architecture dh lintian gcc pkg-config python3 timeout \
+    systemd-analyze
 tree=$work/kovartspserver-0.1.0
 mkdir "$tree"
 (cd "$source" && cp -r CMakeLists.txt README.md CHANGELOG.md apps cmake docs examples foundation \
