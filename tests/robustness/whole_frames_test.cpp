@@ -123,6 +123,18 @@ protected:
                IsBeginningOf(text, keepAlive);
     }
 
+    /// How often a response met a full socket, and was cut or lost.
+    int FullSockets()
+    {
+        const std::string key = "RequestResponseSend, Send Error: 11(";
+        const std::string text = capture.Text();
+        int nCount = 0;
+        for (size_t nAt = text.find(key); nAt != std::string::npos; nAt = text.find(key, nAt + 1))
+            nCount++;
+        RecordProperty("full", nCount);
+        return nCount;
+    }
+
     KovaStdoutCapture capture;
     KovaTestServer server{{"live", 64, true}};
     std::unique_ptr<KovaMediaScript> script;
@@ -142,7 +154,6 @@ TEST_F(WholeFrames, NoByteComesBetweenTheBytesOfAFrame)
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
     ASSERT_TRUE(script->IsOver());
-    size_t nCut = 0;
     for (const auto &pPlayer : players) {
         for (const KovaScriptTrack *pTrack : {&script->Audio(), &script->Video()})
             EXPECT_TRUE(KovaWaitUntil(15000,
@@ -159,11 +170,9 @@ TEST_F(WholeFrames, NoByteComesBetweenTheBytesOfAFrame)
         EXPECT_GT(pPlayer->WholeResponses(), 20U);
         for (const std::string &text : pPlayer->CutResponses())
             EXPECT_TRUE(IsBeginningOfAnAnswer(text, *pPlayer)) << text;
-        nCut += pPlayer->CutResponses().size();
     }
     // The sockets were full often enough for the test to mean something.
-    RecordProperty("cut", static_cast<int>(nCut));
-    EXPECT_GT(nCut, 3U);
+    EXPECT_GT(FullSockets(), 20);
 }
 
 } // namespace
