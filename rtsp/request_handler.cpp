@@ -155,11 +155,26 @@ void TakeClient(Request *pRequest)
         pRequest->bPortsOpened = false;
 }
 
-/// Whether the session has expired, or broken, since the request was checked.
-bool SessionHasEnded(const Request &request)
+/// A request whose clients are to go, and whether it counted them.
+struct Drop {
+    const Request *pRequest;
+    bool bCounted;
+};
+
+void DropClients(void *pContext)
 {
-    return request.info.szSessionId[0] != '\0' &&
-           KovaRtspServerIsSessionExist(request.pServer, request.info.szSessionId) == 0;
+    const Drop *pDrop = static_cast<Drop *>(pContext);
+    const KovaRtspRequestInfo &info = pDrop->pRequest->info;
+    KovaStreamDropSession(pDrop->pRequest->pServer, info.szUri, info.szSessionId, pDrop->bCounted);
+}
+
+/// Takes back what the request did if its session has expired, or broken, since
+/// the request was checked.
+void DropIfSessionEnded(const Request *pRequest, bool bCounted)
+{
+    Drop drop = {pRequest, bCounted};
+    if (pRequest->info.szSessionId[0] != '\0')
+        KovaServerIfSessionEnded(pRequest->pServer, pRequest->info.szSessionId, DropClients, &drop);
 }
 
 int32_t DoSetup(Request *pRequest)
@@ -177,8 +192,7 @@ int32_t DoSetup(Request *pRequest)
     // Without a session nothing would ever end the client.
     if (bHasSession) {
         TakeClient(pRequest);
-        if (SessionHasEnded(*pRequest))
-            KovaStreamDropSession(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, false);
+        DropIfSessionEnded(pRequest, false);
     }
     RequestSetupResponse(pRequest->pHandler, *pInfo);
     return kGoOn;
@@ -189,8 +203,7 @@ void DoPlay(Request *pRequest)
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     UpdateRtpClientStatus(pRequest->pServer, pInfo->szUri, pInfo->szSessionId);
     GetTrackIdList(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, &pInfo->pTrackList);
-    if (SessionHasEnded(*pRequest))
-        KovaStreamDropSession(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, true);
+    DropIfSessionEnded(pRequest, true);
     RequestPlayResponse(pRequest->pHandler, *pInfo);
 }
 

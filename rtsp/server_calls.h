@@ -27,6 +27,11 @@ KOVA_API int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSessi
 int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSession,
                                    char *szSessionId);
 
+/// Calls the action if no session has that id. Nobody can get the id before it
+/// returns: the clients with that id are the ended session's, for certain.
+void KovaServerIfSessionEnded(KovaRtspServer *pServer, const char *szSessionId,
+                              void (*pfnAction)(void *pContext), void *pContext);
+
 /// Sum of the playing clients of all streams; 0 for null.
 KOVA_API int32_t KovaRtspServerGetCurrentClientCount(KovaRtspServer *pServer);
 

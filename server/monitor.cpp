@@ -5,6 +5,7 @@
 #include "foundation/scope_guard.h"
 #include "rtp/session_tally.h"
 #include "server/server.h"
+#include "server/session_registry.h"
 #include "streamer/client_walk.h"
 #include "streamer/server_calls.h"
 
@@ -172,12 +173,19 @@ int32_t KovaRtspServerRemoveRtpClient(KovaRtspServer *pServer, const char *szSes
 
 void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost)
 {
-    if (KovaRtspServerRemoveSessionBySessionId(pServer, szSessionId) != KOVA_OK)
+    // All under mtxSession: once the session is gone its id may be drawn again,
+    // and the clients of the one that gets it must not be taken for strays.
+    KovaMutexLock sessionLock(&pServer->mtxSession);
+    KovaRtspSession *pSession = KovaServerTakeSession(pServer, szSessionId);
+    if (pSession == nullptr)
         return;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    KovaMutexLock streamLock(&pServer->mtxStreamer);
     for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
         if (pNode->data != nullptr)
             KovaStreamerWalkSession(static_cast<KovaRtspStreamer *>(pNode->data), szSessionId,
                                     nullptr, RemoveStray, &bConnectionLost);
     }
+    streamLock.Unlock();
+    sessionLock.Unlock();
+    KovaRtspSessionDestroy(pSession);
 }

@@ -122,16 +122,31 @@ int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char *szSessi
     return KOVA_OK;
 }
 
+KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId)
+{
+    KovaRtspSession *pSession = FindSession(pServer, szSessionId);
+    if (pSession != nullptr)
+        KovaListTake(&pServer->pSessionList, nullptr, pSession);
+    return pSession;
+}
+
+void KovaServerIfSessionEnded(KovaRtspServer *pServer, const char *szSessionId,
+                              void (*pfnAction)(void *pContext), void *pContext)
+{
+    const KovaMutexLock lock(&pServer->mtxSession);
+    if (FindSession(pServer, szSessionId) == nullptr)
+        pfnAction(pContext);
+}
+
 int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer, const char *szSessionId)
 {
     if (pServer == nullptr || szSessionId == nullptr)
         return KOVA_ERROR_NULL;
     KovaMutexLock lock(&pServer->mtxSession);
-    KovaRtspSession *pSession = FindSession(pServer, szSessionId);
+    KovaRtspSession *pSession = KovaServerTakeSession(pServer, szSessionId);
+    lock.Unlock();
     if (pSession == nullptr)
         return KOVA_ERROR_NO_SESSION;
-    KovaListTake(&pServer->pSessionList, nullptr, pSession);
-    lock.Unlock();
     KovaRtspSessionDestroy(pSession);
     return KOVA_OK;
 }

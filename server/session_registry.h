@@ -11,6 +11,10 @@ KOVA_API int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSe
 /// Unlinks and destroys every session.
 KOVA_API void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer);
 
+/// Unlinks the session with that id; null when there is none. The caller holds
+/// mtxSession, and destroys the session.
+KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId);
+
 /// The first session with that id, or null. It lives until it is removed.
 KOVA_API KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,
                                                               const char *szSessionId);

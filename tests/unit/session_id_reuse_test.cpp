@@ -1,5 +1,6 @@
 #include "foundation/scope_guard.h"
 #include "rtp/session_tally.h"
+#include "rtsp/server_calls.h"
 #include "rtsp/session.h"
 #include "server/monitor.h"
 #include "server/server.h"
@@ -11,7 +12,13 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
 
 /// Connections of one second draw the same ids. A client that has outlived its
 /// session by a moment must not be mistaken for one of a new session.
@@ -71,6 +78,48 @@ TEST(SessionIdReuse, LostClientBearsItsIdUntilItHasEndedItsSession)
     }
     EXPECT_TRUE(KovaWaitUntil([&] { return !delivery.HasSession(kOld); }));
     EXPECT_TRUE(KovaWaitUntil([] { return !KovaSessionTallyExists(kOld); }));
+}
+
+TEST(SessionIdReuse, EndedSessionTakesOnlyItsOwnClientsWithIt)
+{
+    const KovaStdoutCapture capture;
+    KovaStreamHost host;
+    KovaRtspStreamer *pStream = host.AddAudioVideo();
+    host.AddSession(kOld);
+    // The end stops on its way to the clients, and a new session comes just then.
+    pthread_mutex_lock(&host.Server()->mtxStreamer);
+    std::thread ending([&] { KovaServerEndSession(host.Server(), kOld, false); });
+    usleep(20000);
+    std::string id;
+    std::thread beginning([&] {
+        id = NewSession(host.Server());
+        KovaAddTestClient(pStream, 96, id);
+    });
+    usleep(20000);
+    pthread_mutex_unlock(&host.Server()->mtxStreamer);
+    ending.join();
+    beginning.join();
+    EXPECT_EQ(KovaClientIds(pStream, 96), std::vector<std::string>{id});
+}
+
+TEST(SessionIdReuse, NobodyGetsAnEndedSessionsIdWhileItsClientsAreDropped)
+{
+    const KovaStdoutCapture capture;
+    KovaStreamHost host;
+    host.AddSession(kNew);
+    int nResult = -1;
+    struct Context {
+        KovaRtspServer *pServer;
+        int *pResult;
+    } context = {host.Server(), &nResult};
+    const auto pfnTry = [](void *pContext) {
+        auto *pTried = static_cast<Context *>(pContext);
+        *pTried->pResult = pthread_mutex_trylock(&pTried->pServer->mtxSession);
+    };
+    KovaServerIfSessionEnded(host.Server(), kNew, pfnTry, &context);
+    EXPECT_EQ(nResult, -1);
+    KovaServerIfSessionEnded(host.Server(), kOld, pfnTry, &context);
+    EXPECT_EQ(nResult, EBUSY);
 }
 
 } // namespace
