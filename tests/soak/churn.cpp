@@ -48,7 +48,9 @@ struct Churn {
     KovaTestServer server{{"live", KOVA_MAX_CLIENTS, true}};
     KovaSoakScore score;
     KovaSoakFeed feed{server.Stream()};
-    KovaParkedPlayers parked{server.Server(), &score};
+    KovaSoakSessions sessions{server.Server()};
+    const KovaSoakStage stage{server.Port(), server.Stream(), &sessions, &score};
+    KovaParkedPlayers parked{stage};
     KovaWatchdog watchdog{kHangSeconds};
 };
 
@@ -57,8 +59,7 @@ void Work(Churn *pChurn, Gate *pGate, unsigned nSeed, Clock::time_point end)
     KovaSoakRandom random(nSeed);
     for (pGate->Pass(); Clock::now() < end; pGate->Pass()) {
         const KovaSoakScenario &scenario = KovaPickScenario(&random);
-        auto player = std::make_unique<KovaSoakPlayer>(&pChurn->score, pChurn->server.Port(),
-                                                       scenario.szName);
+        auto player = std::make_unique<KovaSoakPlayer>(pChurn->stage, scenario.szName);
         scenario.pfnBehave(player.get(), &pChurn->score, &random);
         pChurn->parked.Add(std::move(player));
         pChurn->score.nPlayers++;

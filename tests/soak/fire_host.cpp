@@ -1,7 +1,6 @@
 #include "tests/soak/fire_host.h"
 
-#include "server/server.h"
-#include "tests/soak/parked_players.h"
+#include "tests/soak/sessions.h"
 #include "tests/support/test_server.h"
 
 #include <chrono>
@@ -111,7 +110,7 @@ void KovaFireHost::StopAndStart()
 
 void KovaFireHost::ExpireAll()
 {
-    KovaExpireSession(m_pServer, {});
+    KovaSoakSessions(m_pServer).ExpireAll();
 }
 
 void KovaFireHost::DoAnything()

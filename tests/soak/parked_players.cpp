@@ -1,7 +1,5 @@
 #include "tests/soak/parked_players.h"
 
-#include "foundation/scope_guard.h"
-#include "rtsp/server_calls.h"
 #include "tests/support/wait_until.h"
 
 #include <algorithm>
@@ -16,18 +14,8 @@ constexpr std::chrono::seconds kPatience(40);
 
 } // namespace
 
-void KovaExpireSession(KovaRtspServer *pServer, const std::string &session)
-{
-    const KovaMutexLock lock(&pServer->mtxSession);
-    for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
-        if (session.empty() || session == pSession->szSessionId)
-            pSession->tExpire = 1;
-    }
-}
-
-KovaParkedPlayers::KovaParkedPlayers(KovaRtspServer *pServer, KovaSoakScore *pScore)
-    : m_pServer(pServer), m_pScore(pScore), m_thread([this] { Run(); })
+KovaParkedPlayers::KovaParkedPlayers(const KovaSoakStage &stage)
+    : m_stage(stage), m_thread([this] { Run(); })
 {}
 
 KovaParkedPlayers::~KovaParkedPlayers()
@@ -38,10 +26,7 @@ KovaParkedPlayers::~KovaParkedPlayers()
 
 void KovaParkedPlayers::Add(std::unique_ptr<KovaSoakPlayer> player)
 {
-    if (player->HasSession() && !player->EndsByItself()) {
-        KovaExpireSession(m_pServer, player->Session());
-        m_pScore->nExpired++;
-    }
+    m_stage.pScore->nExpired += player->HasSession() && !player->EndsByItself();
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_parked.push_back({std::move(player), Clock::now()});
 }
@@ -56,13 +41,15 @@ bool KovaParkedPlayers::WaitEmpty(int nMilliseconds)
 
 bool KovaParkedPlayers::IsGone(const Parked &parked)
 {
-    if (!parked.player->HasSession() ||
-        KovaRtspServerIsSessionExist(m_pServer, parked.player->Session().c_str()) == 0)
+    KovaSoakPlayer &player = *parked.player;
+    if (!player.HasSession() || !m_stage.pSessions->Exists(player.SessionNumber()))
         return true;
+    // Again and again: a keep-alive may still be on its way.
+    if (!player.EndsByItself())
+        m_stage.pSessions->Expire(player.SessionNumber());
     if (Clock::now() - parked.since < kPatience)
         return false;
-    m_pScore->Complain(parked.player->Scenario() + ": session " + parked.player->Session() +
-                       " stays");
+    player.Complain("its session stays; " + player.Situation());
     return true;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "server/server.h"
 #include "tests/soak/soak_player.h"
 
 #include <atomic>
@@ -15,7 +14,7 @@
 /// time is over at once instead of after a minute.
 class KovaParkedPlayers {
 public:
-    KovaParkedPlayers(KovaRtspServer *pServer, KovaSoakScore *pScore);
+    explicit KovaParkedPlayers(const KovaSoakStage &stage);
     ~KovaParkedPlayers();
     KovaParkedPlayers(const KovaParkedPlayers &) = delete;
     KovaParkedPlayers &operator=(const KovaParkedPlayers &) = delete;
@@ -33,13 +32,9 @@ private:
     void Look();
     bool IsGone(const Parked &parked);
 
-    KovaRtspServer *m_pServer;
-    KovaSoakScore *m_pScore;
+    const KovaSoakStage m_stage;
     std::mutex m_mutex;
     std::vector<Parked> m_parked;
     std::atomic<bool> m_bEnd{false};
     std::thread m_thread;
 };
-
-/// Lets a session's time be over; with an empty id, that of all sessions.
-void KovaExpireSession(KovaRtspServer *pServer, const std::string &session);

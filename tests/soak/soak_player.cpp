@@ -59,20 +59,20 @@ uint16_t ServerPort(const KovaTestResponse &response)
 
 } // namespace
 
-KovaSoakPlayer::KovaSoakPlayer(KovaSoakScore *pScore, uint16_t nPort, std::string scenario)
-    : m_pScore(pScore), m_nPort(nPort), m_scenario(std::move(scenario))
+KovaSoakPlayer::KovaSoakPlayer(const KovaSoakStage &stage, std::string scenario)
+    : m_stage(stage), m_scenario(std::move(scenario))
 {}
 
 bool KovaSoakPlayer::Complain(const std::string &text)
 {
-    m_pScore->Complain(m_scenario + ": " + text);
+    m_stage.pScore->Complain(m_scenario + ": " + text);
     return false;
 }
 
 bool KovaSoakPlayer::Expect(const KovaTestResponse &response, int nStatus, const char *szRequest)
 {
     if (response.bComplete && response.nStatus == nStatus) {
-        m_pScore->nRequests++;
+        m_stage.pScore->nRequests++;
         return true;
     }
     return Complain(std::string(szRequest) + " was answered with \"" + response.text.substr(0, 60) +
@@ -82,9 +82,9 @@ bool KovaSoakPlayer::Expect(const KovaTestResponse &response, int nStatus, const
 bool KovaSoakPlayer::Connect(int nMaxSegment)
 {
     if (nMaxSegment > 0)
-        m_rtsp.Adopt(ConnectTiny(m_nPort, nMaxSegment));
+        m_rtsp.Adopt(ConnectTiny(m_stage.nPort, nMaxSegment));
     else
-        m_rtsp.Connect(m_nPort);
+        m_rtsp.Connect(m_stage.nPort);
     return m_rtsp.Socket() >= 0 || Complain("no connection");
 }
 
@@ -118,17 +118,19 @@ bool KovaSoakPlayer::SetUpTrack(unsigned nTrack, const char *szUri)
     }
     if (!Expect(response, 200, "SETUP"))
         return false;
-    if (m_session.empty())
-        m_pScore->nSessions++;
-    m_session = m_rtsp.Session();
-    return true;
+    if (m_session.empty()) {
+        m_session = m_rtsp.Session();
+        m_nSession = m_stage.pSessions->Number(m_session);
+        m_stage.pScore->nSessions++;
+    }
+    return m_nSession != 0 || Complain("no session of its own; " + Situation());
 }
 
 bool KovaSoakPlayer::Play()
 {
     if (!Expect(m_rtsp.Play(kUri), 200, "PLAY"))
         return false;
-    m_pScore->nPlays++;
+    m_stage.pScore->nPlays++;
     m_bPlaying = true;
     return true;
 }
@@ -191,14 +193,27 @@ bool KovaSoakPlayer::Watch(unsigned nUnits)
         const KovaTrackChecker *pChecker = m_tracks[nTrack].checker.get();
         if (pChecker == nullptr)
             continue;
-        m_pScore->nUnits += pChecker->Good();
+        m_stage.pScore->nUnits += pChecker->Good();
         if (!pChecker->Complaint().empty())
             bGood = Complain(pChecker->Complaint());
         else if (pChecker->Good() < nUnits)
             bGood = Complain("track " + std::to_string(kFirstTrack + nTrack) + " gave only " +
-                             std::to_string(pChecker->Good()) + " units");
+                             std::to_string(pChecker->Good()) + " units; " + Situation());
     }
     return bGood;
+}
+
+std::string KovaSoakPlayer::Situation()
+{
+    std::string text = "its session " + std::to_string(m_nSession) + ", the server's " +
+                       m_stage.pSessions->Describe(m_session, m_stage.pStream);
+    char byte = 0;
+    const ssize_t nPeeked = recv(m_rtsp.Socket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (nPeeked == 0)
+        text += ", the connection has ended";
+    else if (nPeeked > 0)
+        text += ", bytes wait on the connection";
+    return text;
 }
 
 bool KovaSoakPlayer::KeepAlive(bool bRtcp)

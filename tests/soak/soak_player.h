@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/soak/score.h"
+#include "tests/soak/sessions.h"
 #include "tests/soak/track_checker.h"
 #include "tests/support/rtsp_client.h"
 
@@ -23,11 +24,19 @@ enum KovaSoakLeaving {
     kSoakLeavings
 };
 
+/// What all players of a run share.
+struct KovaSoakStage {
+    uint16_t nPort;
+    KovaRtspStreamer *pStream;
+    KovaSoakSessions *pSessions;
+    KovaSoakScore *pScore;
+};
+
 /// A player that knows what it must get. What it does not like goes to the
 /// score, with the name of its scenario.
 class KovaSoakPlayer {
 public:
-    KovaSoakPlayer(KovaSoakScore *pScore, uint16_t nPort, std::string scenario);
+    KovaSoakPlayer(const KovaSoakStage &stage, std::string scenario);
 
     /// nMaxSegment > 0: with a tiny receive buffer and such small segments that
     /// the server's side, too, takes only some 30 KiB.
@@ -61,14 +70,14 @@ public:
     {
         return m_bNoticed;
     }
-    const std::string &Session() const
+    /// The session's number, not its id.
+    int SessionNumber() const
     {
-        return m_session;
+        return m_nSession;
     }
-    const std::string &Scenario() const
-    {
-        return m_scenario;
-    }
+    bool Complain(const std::string &text);
+    /// What may explain that no media comes, or that the session stays.
+    std::string Situation();
 
 private:
     struct Track {
@@ -81,14 +90,13 @@ private:
     bool TakeTcp();
     void TakeRtcp(const std::string &packet);
     bool Enough(unsigned nUnits) const;
-    bool Complain(const std::string &text);
 
-    KovaSoakScore *m_pScore;
-    uint16_t m_nPort;
-    std::string m_scenario;
+    const KovaSoakStage m_stage;
+    const std::string m_scenario;
     KovaRtspTestClient m_rtsp;
     Track m_tracks[2];
     std::string m_session;
+    int m_nSession = 0;
     int m_nFirstChannel = 0;
     bool m_bUdp = false;
     bool m_bPlaying = false;
