@@ -171,7 +171,7 @@ int main(int argc, char **argv)
     KovaVideoDescription picture;
     split_h264(&video, argv[optind], (uint32_t)fps);
     split_aac(&audio, argv[optind + 1], &sound);
-    picture.nBitrate = (uint32_t)(video.size / 125.0 / video.count * fps); /* kbit/s */
+    picture.nBitrate = (uint32_t)(video.size / 125.0 / video.count * (double)fps); /* kbit/s */
     sound.nBitrate = (uint32_t)(audio.size / 125.0 / audio.count * sound.nSampleRate / 1024);
 
     const struct sigaction action = {.sa_handler = on_signal};

@@ -43,7 +43,9 @@ void KovaRingbufferInit(KovaRingbuffer *pRing, uint8_t *pBlock, int32_t nSize)
 
 int32_t KovaRingbufferRmpty(KovaRingbuffer *pRing)
 {
-    return pRing == nullptr || LoadPosition(pRing->nReadPos) == LoadPosition(pRing->nWritePos);
+    const bool bEmpty =
+        pRing == nullptr || LoadPosition(pRing->nReadPos) == LoadPosition(pRing->nWritePos);
+    return bEmpty ? 1 : 0;
 }
 
 int32_t KovaRingbufferFree(KovaRingbuffer *pRing)

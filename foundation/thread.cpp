@@ -7,7 +7,7 @@ namespace {
 /// Ample for every body: the largest frames are a few 8 KiB text buffers. The
 /// usual default of 8 MiB would use up a 32-bit address space at some 250
 /// connections.
-constexpr size_t kStackSize = 512 * 1024;
+constexpr size_t kStackSize = size_t{512} * 1024;
 
 } // namespace
 

@@ -145,7 +145,7 @@ uint32_t KovaRtpAacPackerPushData(KovaRtpPacker *pHead, const uint8_t *pData, ui
         return kPackerNotDrained;
     pPacker->nFragmentOffset = 0;
     pPacker->nFragmentSize = 0;
-    if (!ParseFrames(pPacker, pData, pData != nullptr ? nLength : 0)) {
+    if (pData == nullptr || !ParseFrames(pPacker, pData, nLength)) {
         KovaRtpAacPackerFreeAccessUnitList(pHead);
         return kPackerNoFrame;
     }

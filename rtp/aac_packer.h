@@ -55,4 +55,4 @@ KOVA_API void KovaRtpAacPackerFreeAccessUnitList(KovaRtpPacker *pPacker);
 KOVA_API void KovaRtpAacPackerDestroy(KovaRtpPacker *pPacker);
 
 /// Frees all that is pending, the unit being fragmented included.
-void KovaRtpAacPackerDiscard(KovaRtpPacker *pPacker);
+void KovaRtpAacPackerDiscard(KovaRtpPacker *pHead);

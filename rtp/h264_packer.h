@@ -55,4 +55,4 @@ KOVA_API void KovaRtpH264PackerFreeNalList(KovaRtpPacker *pPacker);
 KOVA_API void KovaRtpH264PackerDestroy(KovaRtpPacker *pPacker);
 
 /// Frees all that is pending, the unit being fragmented included.
-void KovaRtpH264PackerDiscard(KovaRtpPacker *pPacker);
+void KovaRtpH264PackerDiscard(KovaRtpPacker *pHead);

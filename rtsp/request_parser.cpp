@@ -76,7 +76,7 @@ int NumberOf(const char *pDigits, size_t nCount)
 {
     char szDigits[8];
     KovaTextCopy(szDigits, sizeof(szDigits), std::string_view(pDigits, nCount));
-    return atoi(szDigits);
+    return static_cast<int>(strtol(szDigits, nullptr, 10));
 }
 
 } // namespace
@@ -177,7 +177,7 @@ KovaPathScan KovaRequestScanPath(const KovaRequestScan *pScan, KovaRtspRequestIn
     const int32_t nBegin = pScan->nHostEnd + 2;
     if (nBegin >= pScan->nUriEnd)
         return kPathEmpty;
-    const size_t nCount = static_cast<size_t>(pScan->nUriEnd - nBegin + 1);
+    const size_t nCount = static_cast<size_t>(pScan->nUriEnd - nBegin) + 1;
     if (nCount >= sizeof(pInfo->szUri))
         return kPathTooLong;
     KovaTextCopy(pInfo->szUri, sizeof(pInfo->szUri),

@@ -7,6 +7,7 @@
 #include "rtp/rtp_packer.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -71,7 +72,7 @@ void SetSampleRate(KovaSdpAudioData *pAudio, const uint8_t *pData, uint32_t nLen
     char szRate[kRateText];
     KovaTextCopy(szRate, sizeof(szRate),
                  KovaTextField(reinterpret_cast<const char *>(pData), nLength));
-    pAudio->pDescription->nSampleRate = static_cast<uint32_t>(atoi(szRate));
+    pAudio->pDescription->nSampleRate = static_cast<uint32_t>(strtol(szRate, nullptr, 10));
 }
 
 /// Both sets, SPS first, as far as the field takes them.

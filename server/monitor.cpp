@@ -66,7 +66,8 @@ bool MeasureClient(const KovaClientVisit &visit, void *pContext)
     const uint64_t nElapsed = nNow - pClient->nMeasureStartTime;
     if (nElapsed == 0)
         return false;
-    pClient->nSendBitrate = (pClient->nMeasureBytes >> 7) * 1000U / nElapsed;
+    const uint32_t nScaled = (pClient->nMeasureBytes >> 7) * 1000U;
+    pClient->nSendBitrate = nScaled / nElapsed;
     TimeLog(kLogFigures, "%s, Total Data Sent : %u, Last Data Sent: %u\n", kThreadName,
             pClient->nOctetCount, pClient->nMeasureBytes);
     *static_cast<uint64_t *>(pContext) += pClient->nSendBitrate;
