@@ -1,8 +1,6 @@
 #include "foundation/log.h"
 
-#include "foundation/scope_guard.h"
-
-#include <pthread.h>
+#include "foundation/calendar.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -14,22 +12,11 @@ namespace {
 
 constexpr size_t kLineSize = 8192;
 
-pthread_mutex_t g_zoneMutex = PTHREAD_MUTEX_INITIALIZER;
-
-/// Local time as localtime() gives it, which follows a changed TZ; localtime_r()
-/// alone need not.
-void BreakDown(time_t tMoment, struct tm *pLocal)
-{
-    const KovaMutexLock lock(&g_zoneMutex);
-    tzset();
-    localtime_r(&tMoment, pLocal);
-}
-
 size_t WriteStamp(char *szLine, size_t nCapacity)
 {
     const time_t tNow = time(nullptr);
     struct tm local = {};
-    BreakDown(tNow, &local);
+    KovaCalendarLocal(tNow, &local);
     const int nLength =
         snprintf(szLine, nCapacity, "%04d/%02d/%02d %02d:%02d:%02d ", local.tm_year + 1900,
                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);

@@ -1,5 +1,6 @@
 #include "sdp/sdp_generator.h"
 
+#include "foundation/calendar.h"
 #include "foundation/heap.h"
 #include "foundation/result.h"
 #include "foundation/scope_guard.h"
@@ -20,7 +21,7 @@ void WriteSessionText(char *szSession)
 {
     const time_t tNow = time(nullptr);
     struct tm utc = {};
-    gmtime_r(&tNow, &utc);
+    KovaCalendarUtc(tNow, &utc);
     snprintf(szSession, kSessionTextSize, "%04d%02d%02d%02d%02d%02d%04d", utc.tm_year + 1900,
              utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
              rand() % kRandomRange);
