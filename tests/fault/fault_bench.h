@@ -64,8 +64,8 @@ public:
     /// memory (nothing restarts it), it publishes the URI anew.
     void Republish();
 
-    /// A new player is served in full, over each transport.
-    void ExpectServes();
+    /// A new player is served in full.
+    void ExpectServes(KovaVisitKind nKind = kVisitInterleaved);
 
     /// Takes the server down; nothing stays behind.
     void End();

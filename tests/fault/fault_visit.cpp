@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kRtpHeader = 12;
 constexpr int kPatience = 10000;  // ms, for what must come
-constexpr int kLostPatience = 80; // ms, for what may be lost, after a failure
+constexpr int kLostPatience = 80; // for what may be lost; the system may keep a frame for 40
 constexpr int kStep = 10;
 
 constexpr int kAudioTrack = 96;

@@ -42,8 +42,8 @@ struct KovaVisitPlan {
     KovaVisitKind nKind = kVisitUdp;
     uint16_t nPort = 0;
     KovaRtspStreamer *pStream = nullptr;
-    /// What fails meanwhile; may be null. The player waits long for what must
-    /// come, but not for what may have been lost after a failure.
+    /// What fails meanwhile, where that may cost packets, or null: the player
+    /// waits long for what must come, but not for what a failure may have lost.
     const KovaFaults *pFaults = nullptr;
     bool bAnswersGetLost = false;    ///< may a failure cost a response?
     std::function<void()> onPlaying; ///< called between the PLAY and the first packet

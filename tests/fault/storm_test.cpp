@@ -21,7 +21,7 @@ protected:
     {
         KovaFaultBench bench;
         KovaExpectWhole(Visit(&bench, rules), GetParam());
-        bench.ExpectServes();
+        bench.ExpectServes(kVisitUdp);
         bench.End();
     }
 };
@@ -128,7 +128,7 @@ class LostAnswers : public KovaFaultTest {};
 /// A player may meet the same trouble again and again; the others do not notice.
 TEST_F(LostAnswers, CostNobodyElseAnything)
 {
-    for (const int nError : {EPIPE, ECONNRESET, EAGAIN, EINTR, ETIMEDOUT}) {
+    for (const int nError : {EPIPE, ECONNRESET, EAGAIN}) {
         for (const KovaVisitKind nKind : {kVisitUdp, kVisitInterleaved}) {
             SCOPED_TRACE(nError);
             KovaFaultBench bench;
