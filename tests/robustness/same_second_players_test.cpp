@@ -22,13 +22,12 @@ protected:
     {
         ASSERT_TRUE(server.IsUp());
         clock.Fix(kNoon);
+        // Each SETUP right behind the connection that starts the numbers anew.
         for (size_t i = 0; i < kPlayers; i++) {
             players.push_back(std::make_unique<KovaRtspTestClient>());
             ASSERT_TRUE(server.Connect(players[i].get()));
-        }
-        for (const auto &pPlayer : players) {
-            ASSERT_EQ(pPlayer->SetupTcp("live", 96, 0).nStatus, 200);
-            ids.insert(pPlayer->Session());
+            ASSERT_EQ(players[i]->SetupTcp("live", 96, 0).nStatus, 200);
+            ids.insert(players[i]->Session());
         }
     }
 

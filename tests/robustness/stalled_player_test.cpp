@@ -20,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
 constexpr int kPlayers = 10;
+constexpr int kStalledPackets = 300; ///< of 125 in a second
 constexpr size_t kHeapSlack = 64 * 1024;
 constexpr size_t kStalledBytes = 400 * 1024; ///< what a queue that grows holds soon
 
@@ -151,11 +152,15 @@ protected:
         return nCount;
     }
 
-    /// Stops reading, and waits until the group waits.
+    /// Stops reading, and waits until its group waits: twice as much of what was
+    /// pushed as usual has not arrived at the others.
     void Stall()
     {
         players[0]->Read(false);
-        ASSERT_TRUE(KovaWaitUntil(8000, [this] { return Queued() > 2 * nUsualQueue + 50; }));
+        ASSERT_TRUE(KovaWaitUntil(8000, [this] {
+            return static_cast<int>(script->Pushed(script->Video())) >
+                   players[1]->NextSequence(script->Video()) + kStalledPackets;
+        }));
     }
 
     /// Keeps the stalled session alive until the server has given the connection up.
@@ -252,7 +257,6 @@ TEST_F(StalledPlayer, HoldsUpItsGroupAloneAndForTenSecondsOnly)
 
 TEST_F(StalledPlayer, DelaysNoShutdown)
 {
-    nUsualQueue = Queued();
     ASSERT_NO_FATAL_FAILURE(Stall());
     script->Stop();
     otherScript->Stop();
