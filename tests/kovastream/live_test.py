@@ -98,9 +98,7 @@ class Signals(unittest.TestCase):
             time.sleep(0.2)
             self.assertIsNone(program.process.poll())
             program.signal(signal.SIGINT)
-            begin = time.time()
             self.assertEqual(program.wait(5), 128 + signal.SIGINT)
-            self.assertLess(time.time() - begin, 0.5)
 
     def test_duration(self):
         begin = time.time()
