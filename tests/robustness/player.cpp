@@ -13,6 +13,7 @@
 namespace {
 
 constexpr size_t kReportSize = 28;
+constexpr int64_t kLate = 3000; ///< milliseconds; a second is usual
 
 std::string SessionOf(const std::string &response)
 {
@@ -144,7 +145,7 @@ void KovaWatchingPlayer::Run()
             continue;
         const ssize_t nGot = recv(m_nSocket, chunk.data(), chunk.size(), MSG_DONTWAIT);
         TakeBytes(std::string_view(chunk.data(), nGot > 0 ? static_cast<size_t>(nGot) : 0));
-        if (m_options.nPauseMicroseconds > 0)
+        if (m_options.nPauseMicroseconds > 0 && m_nLastAge < kLate)
             usleep(static_cast<useconds_t>(m_options.nPauseMicroseconds));
     }
 }
@@ -190,8 +191,8 @@ void KovaWatchingPlayer::Judge(Track *pTrack, std::string_view packet)
         Complain(name + ": packet " + std::to_string(nSequence) + " has other bytes");
     pTrack->nNext = nSequence + 1;
     pTrack->nReceived++;
-    pTrack->nLargestAge =
-        std::max(pTrack->nLargestAge, pTrack->pScript->Age(*pTrack->pTrack, nSequence));
+    m_nLastAge = pTrack->pScript->Age(*pTrack->pTrack, nSequence);
+    pTrack->nLargestAge = std::max<int64_t>(pTrack->nLargestAge, m_nLastAge);
 }
 
 void KovaWatchingPlayer::OnResponse(std::string_view text, bool bWhole)

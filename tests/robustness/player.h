@@ -16,7 +16,7 @@
 struct KovaPlayerOptions {
     int nReceiveBuffer = 0;     ///< what the system takes for it; 0: as it likes
     size_t nChunk = 65536;      ///< most bytes of one read
-    int nPauseMicroseconds = 0; ///< between two reads
+    int nPauseMicroseconds = 0; ///< between two reads, unless it is seconds late
 };
 
 /// A player on an interleaved connection with a thread that reads all the time
@@ -99,6 +99,7 @@ private:
     std::atomic<bool> m_bRead{true};
     std::atomic<bool> m_bStop{false};
     std::atomic<bool> m_bEnded{false};
+    std::atomic<int64_t> m_nLastAge{0}; ///< of a packet on arrival
 
     std::mutex m_mutex; // guards all below
     std::condition_variable m_answered;
