@@ -7,10 +7,11 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
 constexpr std::chrono::milliseconds kInterval(10);
 constexpr uint32_t kFirstPts = 1000;
-constexpr uint32_t kPacedStep = 30;
 constexpr uint32_t kJump = 1000; ///< from which on a step counts as a gap
 constexpr unsigned kKeyInterval = 4;
 constexpr size_t kKeyFrameSize = 9000;
@@ -135,7 +136,10 @@ void KovaFireHost::PushUnit(KovaRtspStreamer *pStream, uint32_t nPayloadId, cons
 void KovaFireHost::PushAll()
 {
     const uint32_t nNumber = m_nUnits++;
-    const uint32_t nPts = kFirstPts + nNumber * (m_bPaced ? kPacedStep : kJump);
+    // Timestamps that run ahead of the time would fill the queues without end.
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_begin);
+    const uint32_t nPts =
+        kFirstPts + (m_bPaced ? static_cast<uint32_t>(time.count()) : nNumber * kJump);
     const std::string picture =
         nNumber % kKeyInterval == 0 ? KovaTestKeyFrame(kKeyFrameSize) : KovaTestInterFrame(700);
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -4,6 +4,7 @@
 #include "tests/soak/score.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <random>
@@ -56,6 +57,7 @@ private:
     KovaRtspServer *m_pServer = nullptr;
     std::mutex m_mutex; ///< held while a stream is pushed to, or goes
     KovaRtspStreamer *m_streams[kFireStreams] = {};
+    const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
     uint32_t m_nUnits = 0;
     std::atomic<bool> m_bEnd{false};
     std::thread m_feed;
