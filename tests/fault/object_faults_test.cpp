@@ -10,6 +10,7 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -117,6 +118,8 @@ struct Connection {
         listen(nListener, 1);
         getsockname(nListener, reinterpret_cast<sockaddr *>(&address), &nSize);
         nPlayer = socket(AF_INET, SOCK_STREAM, 0);
+        const struct timeval patience = {5, 0};
+        setsockopt(nPlayer, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         connect(nPlayer, reinterpret_cast<const sockaddr *>(&address), nSize);
         nServer = accept(nListener, reinterpret_cast<sockaddr *>(&peer), &nSize);
         close(nListener);

@@ -33,6 +33,8 @@ void PrintTo(const Failure &failure, std::ostream *pStream)
 /// then counts a player, as it does for every PLAY.
 void ExpectCount(KovaFaultBench *pBench, const KovaVisit &visit)
 {
+    if (visit.steps.empty())
+        return;
     const KovaVisitStep &last = visit.steps.back();
     if (last.method != "TEARDOWN" || !last.bComplete)
         return;
