@@ -116,7 +116,7 @@ TEST_F(BrokenConnections, MeetExpiryAndKeepAlivesWithoutADeadlock)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     });
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2000);
     while (std::chrono::steady_clock::now() < end) {
         KovaUdpPair udp;
         KovaRtspTestClient overUdp;

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int kShortSeconds = 9;
+constexpr int kShortSeconds = 7;
 constexpr int kLongestSeconds = 600; // sequence numbers of 16 bits last that long
 constexpr size_t kReaders = 6;
 
