@@ -15,6 +15,12 @@ set(KOVA_LIBRARY_OPTIONS
     -fno-exceptions -fno-rtti
     -fvisibility=hidden -fvisibility-inlines-hidden -fno-semantic-interposition
     -ffunction-sections -fdata-sections)
+# -Os of GCC leaves these on, although they keep more values alive than a MIPS processor has
+# registers for: without them the text is 3 % smaller there.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    list(APPEND KOVA_LIBRARY_OPTIONS
+        "$<$<CONFIG:MinSizeRel>:-fno-move-loop-invariants;-fno-gcse;-fno-shrink-wrap>")
+endif()
 
 set(KOVA_LIBRARY_LINK_OPTIONS
     -Wl,-Bsymbolic-functions -Wl,--gc-sections -Wl,--as-needed

@@ -36,14 +36,16 @@ int32_t CountDecodable(const char *szText)
 
 int32_t Base64encode_len(int32_t nLength)
 {
-    return static_cast<int32_t>((static_cast<int64_t>(nLength) + 2) / 3 * 4 + 1);
+    const uint32_t nGroups = nLength < 0 ? static_cast<uint32_t>((nLength + 2) / 3)
+                                         : (static_cast<uint32_t>(nLength) + 2) / 3;
+    return static_cast<int32_t>(nGroups * 4 + 1);
 }
 
 int32_t Base64encode(char *szText, const char *pBytes, int32_t nLength)
 {
     if (szText == nullptr)
         return 0;
-    if (pBytes == nullptr)
+    if (pBytes == nullptr || nLength < 0)
         nLength = 0;
     const uint8_t *pIn = reinterpret_cast<const uint8_t *>(pBytes);
     char *szOut = szText;

@@ -26,7 +26,9 @@ int32_t FirstPiece(const KovaRingbuffer *pRing, int32_t nPosition, int32_t nCoun
 void Advance(const KovaRingbuffer *pRing, std::atomic<int32_t> *pPosition, int32_t nFrom,
              int32_t nCount)
 {
-    const int64_t nNext = (static_cast<int64_t>(nFrom) + nCount) % pRing->nSize;
+    // Neither is negative, so the sum fits the unsigned word that a 32-bit processor divides.
+    const uint32_t nNext = (static_cast<uint32_t>(nFrom) + static_cast<uint32_t>(nCount)) %
+                           static_cast<uint32_t>(pRing->nSize);
     pPosition->store(static_cast<int32_t>(nNext), std::memory_order_release);
 }
 

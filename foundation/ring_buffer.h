@@ -37,9 +37,10 @@ KOVA_API KovaRingbuffer *KovaRingbufferReset(KovaRingbuffer *pRing);
 
 /// Copies nCount bytes out and moves the read position. The caller has checked
 /// KovaRingbufferAvail(); nothing is checked here but that nCount is within the
-/// block. Returns nCount.
+/// block. Returns nCount; 0, and nothing is done, for a null argument or a count
+/// that is not within the block.
 KOVA_API int32_t KovaRingbufferRead(KovaRingbuffer *pRing, uint8_t *pBytes, int32_t nCount);
 
 /// Copies nCount bytes in and moves the write position. The caller has checked
-/// KovaRingbufferFree(). Returns nCount.
+/// KovaRingbufferFree(). Returns as KovaRingbufferRead().
 KOVA_API int32_t KovaRingbufferWrite(KovaRingbuffer *pRing, const uint8_t *pBytes, int32_t nCount);

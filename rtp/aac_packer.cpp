@@ -83,15 +83,15 @@ bool ParseFrames(KovaRtpAacPacker *pPacker, const uint8_t *pData, uint32_t nLeng
 }
 
 /// Samples since the previous push: milliseconds times the sampling rate, a
-/// 32-bit product, over 1000 and rounded (in whole numbers: the boards have no
-/// floating-point unit).
+/// 32-bit product, over 1000 and rounded (in whole 32-bit numbers: the boards
+/// have no floating-point unit and no 64-bit division).
 uint32_t TimestampStep(const KovaRtpAacPacker *pPacker, uint32_t nPts)
 {
     const uint32_t nLastPts = pPacker->head.nPts;
     if (nPts < nLastPts)
         return kSamplesPerFrame;
     const uint32_t nProduct = (nPts - nLastPts) * pPacker->nSampleRate;
-    return static_cast<uint32_t>((static_cast<uint64_t>(nProduct) + 500) / 1000);
+    return nProduct / 1000 + (nProduct % 1000 >= 500 ? 1 : 0);
 }
 
 /// Bytes of the fragmented unit that are not sent yet. The offset goes on from
@@ -102,6 +102,15 @@ uint32_t FragmentRemaining(const KovaRtpAacPacker *pPacker)
     return pPacker->nFragmentOffset < pPacker->nFragmentSize
                ? pPacker->nFragmentSize - pPacker->nFragmentOffset
                : 0;
+}
+
+/// A packet that is filled twice, or another one than was prepared, may be too
+/// small for the first unit.
+bool FitsWhole(const KovaRtpAacPacker *pPacker, const KovaRtpPacket *pPacket)
+{
+    return pPacket->nSize >= kRtpHeaderSize &&
+           pPacket->nSize - kRtpHeaderSize >=
+               static_cast<KovaAacUnit *>(pPacker->pAuList->data)->nSize;
 }
 
 void FillWhole(KovaRtpAacPacker *pPacker, KovaRtpPacket *pPacket)
@@ -191,10 +200,12 @@ uint32_t KovaRtpAacPackerGetRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *pPack
     KovaRtpAacPacker *pPacker = AsAac(pHead);
     pPacket->nFrameType = kFrameAudio;
     if (pPacker->bWholeUnit != 0 && pPacker->pAuList != nullptr) {
+        if (!FitsWhole(pPacker, pPacket))
+            return kPackerNothing;
         FillWhole(pPacker, pPacket);
         return kPackerOk;
     }
-    if (pPacker->pFragmentUnit == nullptr)
+    if (pPacker->pFragmentUnit == nullptr || pPacket->nSize < kRtpHeaderSize)
         return kPackerNothing;
     FillFragment(pPacker, pPacket);
     return kPackerOk;

@@ -240,10 +240,17 @@ uint32_t KovaRtpH264PackerGetRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *pPac
     KovaRtpH264Packer *pPacker = AsH264(pHead);
     pPacket->nFrameType = kFrameVideo;
     if (pPacker->pFragmentNal != nullptr) {
+        if (pPacket->nSize < kRtpHeaderSize + kFuHeaders)
+            return kPackerNothing;
         FillFragment(pPacker, pPacket);
         return kPackerOk;
     }
     if (pPacker->nNalCount == 0 || pPacker->pNalList == nullptr)
+        return kPackerNothing;
+    // A packet that is filled twice, or another one than was prepared, may be too small.
+    const uint32_t nBytes =
+        pPacker->nNalCount == 1 ? FirstNal(pPacker)->nSize : pPacker->nPayloadBytes;
+    if (pPacket->nSize < kRtpHeaderSize || pPacket->nSize - kRtpHeaderSize < nBytes)
         return kPackerNothing;
     if (pPacker->nNalCount == 1)
         FillSingle(pPacker, pPacket);

@@ -31,5 +31,6 @@ uint32_t KovaRtcpNtpFraction(uint32_t nPts)
 {
     // Whole numbers instead of milliseconds * 4294967.296: the same result for
     // each of the thousand values, and the boards have no floating-point unit.
-    return static_cast<uint32_t>((static_cast<uint64_t>(nPts % 1000) << 32) / 1000);
+    const uint32_t nMilliseconds = nPts % 1000;
+    return nMilliseconds * 4294967U + nMilliseconds * 296U / 1000;
 }

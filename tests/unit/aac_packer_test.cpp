@@ -347,6 +347,21 @@ TEST_F(AacPackerTest, StepsTellWhenNothingIsPending)
     EXPECT_EQ(Codec()->pAuList, nullptr);
 }
 
+TEST_F(AacPackerTest, PacketFilledTwiceTakesNoLargerUnit)
+{
+    ASSERT_EQ(probe.Push(KovaJoin({Frame(9), Frame(1000)}), 0), 0U);
+    KovaRtpPacket packet = {};
+    ASSERT_EQ(KovaRtpAacPackerPrepareRtpPacket(probe.Packer(), &packet), 0U);
+    ASSERT_EQ(packet.nSize, 18U);
+    KovaBytes data(packet.nSize);
+    packet.pData = data.data();
+    EXPECT_EQ(KovaRtpAacPackerGetRtpPacket(probe.Packer(), &packet), 0U);
+    EXPECT_EQ(KovaRtpAacPackerGetRtpPacket(probe.Packer(), &packet), 0x80100005U);
+    const std::vector<KovaSeenPacket> rest = probe.Drain();
+    ASSERT_EQ(rest.size(), 1U);
+    EXPECT_EQ(KovaPayloadOf(rest[0]), PayloadOfFrame(Frame(1000)));
+}
+
 TEST_F(AacPackerTest, FreeAccessUnitListEmptiesTheList)
 {
     ASSERT_EQ(probe.Push(KovaJoin({Frame(100), Frame(100)}), 0), 0U);

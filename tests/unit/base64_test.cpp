@@ -142,4 +142,16 @@ TEST(Base64, DecodesWhatItEncoded)
     }
 }
 
+TEST(Base64, LengthsBelowZeroAreNoBytes)
+{
+    for (const int32_t nLength : {-1, -2, -3, INT32_MIN + 2, INT32_MIN + 1, INT32_MIN}) {
+        char szText[8] = "before";
+        EXPECT_EQ(Base64encode(szText, "Man", nLength), 1) << nLength;
+        EXPECT_STREQ(szText, "") << nLength;
+    }
+    EXPECT_EQ(Base64encode_len(-1), 1);
+    EXPECT_EQ(Base64encode_len(-5), -3);
+    EXPECT_EQ(Base64encode_len(INT32_MIN), 1431655769); // -715827882 * 4 + 1, modulo 2^32
+}
+
 } // namespace

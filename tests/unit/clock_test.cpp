@@ -60,6 +60,23 @@ TEST(Clock, MillisecondsAreDividedWithoutSign)
     EXPECT_EQ(KovaClockMilliseconds(), 18446744071562067U);
 }
 
+TEST(Clock, MillisecondsAreWholeThousandsWithAndWithoutTheTopBit)
+{
+    KovaFakeClock clock;
+    for (const int64_t nNear : {int64_t{0}, int64_t{1000}, kWrap / 2, kWrap - 1000, kWrap}) {
+        for (int64_t nAway = -1001; nAway <= 1001; nAway++) {
+            const int64_t nMicroseconds = nNear + nAway;
+            if (nMicroseconds < 0)
+                continue;
+            clock.Fix(nMicroseconds);
+            uint64_t nExtended = nMicroseconds % kWrap;
+            if (nExtended >= uint64_t{kWrap / 2})
+                nExtended += 0xFFFFFFFF00000000U;
+            ASSERT_EQ(KovaClockMilliseconds(), nExtended / 1000) << nMicroseconds;
+        }
+    }
+}
+
 TEST(Clock, SecondsAreTheLow32BitsOfTheWallClock)
 {
     KovaFakeClock clock;

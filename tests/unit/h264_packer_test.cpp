@@ -329,6 +329,21 @@ TEST_F(H264PackerTest, StepsTellWhenNothingIsPending)
     EXPECT_EQ(Codec()->pNalList, nullptr);
 }
 
+TEST_F(H264PackerTest, PacketFilledTwiceTakesNoLargerUnit)
+{
+    ASSERT_EQ(probe.Push(Unit({{kIdr, 1, 2}, KovaFilled(1398, kSlice)}), 0), 0U);
+    KovaRtpPacket packet = {};
+    ASSERT_EQ(KovaRtpH264PackerPrepareRtpPacket(probe.Packer(), &packet), 0U);
+    ASSERT_EQ(packet.nSize, 15U);
+    KovaBytes data(packet.nSize);
+    packet.pData = data.data();
+    EXPECT_EQ(KovaRtpH264PackerGetRtpPacket(probe.Packer(), &packet), 0U);
+    EXPECT_EQ(KovaRtpH264PackerGetRtpPacket(probe.Packer(), &packet), 0x80100005U);
+    const std::vector<KovaSeenPacket> rest = probe.Drain();
+    ASSERT_EQ(rest.size(), 1U);
+    EXPECT_EQ(KovaPayloadOf(rest[0]), KovaFilled(1398, kSlice));
+}
+
 TEST_F(H264PackerTest, FreeNalListEmptiesTheList)
 {
     ASSERT_EQ(probe.Push(Unit({{kSlice, 1}, {kSlice, 2}}), 0), 0U);
