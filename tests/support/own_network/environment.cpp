@@ -6,8 +6,8 @@
 
 namespace {
 
-/// Servers of these tests hand out UDP ports, and some count descriptors: other
-/// programs' sockets must not come in between.
+/// The servers of these tests hand out UDP ports, which the tests know beforehand:
+/// other programs' sockets must not come in between.
 class NetworkEnvironment : public ::testing::Environment {
 public:
     void SetUp() override
