@@ -3,11 +3,9 @@
 #include "foundation/clock.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
-#include "rtp/session_tally.h"
 #include "server/server.h"
-#include "server/session_registry.h"
+#include "server/session_end.h"
 #include "streamer/client_walk.h"
-#include "streamer/server_calls.h"
 
 #include <unistd.h>
 
@@ -21,10 +19,6 @@ constexpr unsigned kPassMicroseconds = 1000000;
 /// A client's bit rate is the mean since its mark; the mark moves when it is
 /// older than this, ms.
 constexpr uint64_t kMeasureSpan = 10000;
-
-/// A client that outlived its session by so many passes gets no packets that
-/// would tell it.
-constexpr uint32_t kStrayPasses = 3;
 
 /// The second test is for a clock that was set from before 2038 to after it: the
 /// 32-bit seconds are negative there, and no older session would ever expire.
@@ -60,14 +54,15 @@ void ExpireSessions(KovaRtspServer *pServer)
 bool MeasureClient(const KovaClientVisit &visit, void *pContext)
 {
     KovaRtpClient *pClient = visit.pClient;
-    if (pClient->nStrayPasses != 0 && ++pClient->nStrayPasses > kStrayPasses)
+    if (KovaStrayIsDue(visit))
         return true;
     const uint64_t nNow = KovaClockMilliseconds();
     const uint64_t nElapsed = nNow - pClient->nMeasureStartTime;
     if (nElapsed == 0)
         return false;
     const uint32_t nScaled = (pClient->nMeasureBytes >> 7) * 1000U;
-    pClient->nSendBitrate = nScaled / nElapsed;
+    // A clock that was set back gives a time of more than 32 bits.
+    pClient->nSendBitrate = nElapsed > UINT32_MAX ? 0 : nScaled / static_cast<uint32_t>(nElapsed);
     TimeLog(kLogFigures, "%s, Total Data Sent : %u, Last Data Sent: %u\n", kThreadName,
             pClient->nOctetCount, pClient->nMeasureBytes);
     *static_cast<uint64_t *>(pContext) += pClient->nSendBitrate;
@@ -76,21 +71,6 @@ bool MeasureClient(const KovaClientVisit &visit, void *pContext)
         pClient->nMeasureBytes = 0;
     }
     return false;
-}
-
-/// Removes a client whose session has ended; pContext says whether because its
-/// connection was lost.
-bool RemoveStray(const KovaClientVisit &visit, void *pContext)
-{
-    KovaRtpClient *pClient = visit.pClient;
-    const bool bConnectionLost = *static_cast<bool *>(pContext);
-    if (bConnectionLost && pClient->bInterleaved != 0 && pClient->nState != kClientSetUp) {
-        pClient->nStrayPasses = 1;
-        return false;
-    }
-    if (pClient->nState == kClientPlaying && KovaSessionTallyTake(pClient->pTally))
-        visit.pStreamer->nClientCount--;
-    return true;
 }
 
 uint32_t StatusOf(KovaRtspStreamer *pStreamer, int32_t nClients, uint64_t nBitrate)
@@ -149,44 +129,4 @@ void *pMonitorProc(void *pArgument)
     pServer->nMonitorState = kThreadStopped;
     TimeLog(kLogThread, "%s, Leave thread\n", kThreadName);
     return nullptr;
-}
-
-int32_t KovaRtspServerRemoveRtpClient(KovaRtspServer *pServer, const char *szSessionId)
-{
-    constexpr char kName[] = "KovaRtspServerRemoveRtpClient";
-    if (pServer == nullptr || szSessionId == nullptr)
-        return KOVA_ERROR_NULL;
-    KovaWalkTrace(kName, "Enter", "Streamer");
-    KovaMutexLock lock(&pServer->mtxStreamer);
-    bool bCounted = false;
-    KovaList *pNode = pServer->pStreamerList;
-    while (pNode != nullptr) {
-        KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pNode->data);
-        pNode = pNode->next;
-        if (pStreamer != nullptr)
-            KovaStreamerWalkSession(pStreamer, szSessionId, kName, KovaVisitRemoveClient,
-                                    &bCounted);
-    }
-    lock.Unlock();
-    KovaWalkTrace(kName, "Leave", "Streamer");
-    return KOVA_OK;
-}
-
-void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost)
-{
-    // All under mtxSession: once the session is gone its id may be drawn again,
-    // and the clients of the one that gets it must not be taken for strays.
-    KovaMutexLock sessionLock(&pServer->mtxSession);
-    KovaRtspSession *pSession = KovaServerTakeSession(pServer, szSessionId);
-    if (pSession == nullptr)
-        return;
-    KovaMutexLock streamLock(&pServer->mtxStreamer);
-    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
-        if (pNode->data != nullptr)
-            KovaStreamerWalkSession(static_cast<KovaRtspStreamer *>(pNode->data), szSessionId,
-                                    nullptr, RemoveStray, &bConnectionLost);
-    }
-    streamLock.Unlock();
-    sessionLock.Unlock();
-    KovaRtspSessionDestroy(pSession);
 }

@@ -17,17 +17,6 @@ constexpr int32_t kRefreshGrace = 30;
 /// itself must not keep a SETUP for ever.
 constexpr unsigned kMostDraws = 2000;
 
-/// Under mtxSession.
-KovaRtspSession *FindSession(const KovaRtspServer *pServer, const char *szSessionId)
-{
-    for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspSession *pSession = static_cast<KovaRtspSession *>(pNode->data);
-        if (pSession != nullptr && strcmp(pSession->szSessionId, szSessionId) == 0)
-            return pSession;
-    }
-    return nullptr;
-}
-
 /// The next id in decimal counting, from 99999999999 on to 00000000000.
 void CountUp(char *szSessionId)
 {
@@ -47,7 +36,7 @@ void CountUp(char *szSessionId)
 void MakeUnique(const KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
     unsigned nDraws = 0;
-    while (FindSession(pServer, pSession->szSessionId) != nullptr ||
+    while (KovaServerFindSession(pServer, pSession->szSessionId) != nullptr ||
            KovaSessionTallyExists(pSession->szSessionId)) {
         if (nDraws++ < kMostDraws)
             GenerateSessionId(pSession->szSessionId);
@@ -57,6 +46,16 @@ void MakeUnique(const KovaRtspServer *pServer, KovaRtspSession *pSession)
 }
 
 } // namespace
+
+KovaRtspSession *KovaServerFindSession(const KovaRtspServer *pServer, const char *szSessionId)
+{
+    for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtspSession *pSession = static_cast<KovaRtspSession *>(pNode->data);
+        if (pSession != nullptr && strcmp(pSession->szSessionId, szSessionId) == 0)
+            return pSession;
+    }
+    return nullptr;
+}
 
 int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
@@ -100,7 +99,7 @@ KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,
     if (pServer == nullptr || szSessionId == nullptr)
         return nullptr;
     const KovaMutexLock lock(&pServer->mtxSession);
-    return FindSession(pServer, szSessionId);
+    return KovaServerFindSession(pServer, szSessionId);
 }
 
 int32_t KovaRtspServerIsSessionExist(KovaRtspServer *pServer, const char *szSessionId)
@@ -114,7 +113,7 @@ int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char *szSessi
         return KOVA_ERROR_NULL;
     // Found and written in one step: the monitor may be about to destroy it.
     const KovaMutexLock lock(&pServer->mtxSession);
-    KovaRtspSession *pSession = FindSession(pServer, szSessionId);
+    KovaRtspSession *pSession = KovaServerFindSession(pServer, szSessionId);
     if (pSession == nullptr)
         return KOVA_ERROR_NO_SESSION;
     const int32_t tExpire = KovaClockSecondsAfter(KovaClockSeconds(), pSession->nTimeout);
@@ -124,18 +123,10 @@ int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char *szSessi
 
 KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId)
 {
-    KovaRtspSession *pSession = FindSession(pServer, szSessionId);
+    KovaRtspSession *pSession = KovaServerFindSession(pServer, szSessionId);
     if (pSession != nullptr)
         KovaListTake(&pServer->pSessionList, nullptr, pSession);
     return pSession;
-}
-
-void KovaServerIfSessionEnded(KovaRtspServer *pServer, const char *szSessionId,
-                              void (*pfnAction)(void *pContext), void *pContext)
-{
-    const KovaMutexLock lock(&pServer->mtxSession);
-    if (FindSession(pServer, szSessionId) == nullptr)
-        pfnAction(pContext);
 }
 
 int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer, const char *szSessionId)

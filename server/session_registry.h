@@ -11,6 +11,9 @@ KOVA_API int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSe
 /// Unlinks and destroys every session.
 KOVA_API void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer);
 
+/// The first session with that id, or null. The caller holds mtxSession.
+KovaRtspSession *KovaServerFindSession(const KovaRtspServer *pServer, const char *szSessionId);
+
 /// Unlinks the session with that id; null when there is none. The caller holds
 /// mtxSession, and destroys the session.
 KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId);

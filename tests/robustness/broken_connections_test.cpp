@@ -63,6 +63,34 @@ TEST_F(BrokenConnections, LowerTheCountOncePerSession)
     ExpectPlaying();
 }
 
+/// A session may play several streams. One that has nothing to send does not
+/// notice the broken connection by itself.
+TEST_F(BrokenConnections, LowerTheCountOfAnIdleStreamToo)
+{
+    KovaRtspStreamer *pIdle = server->AddStream("idle");
+    ASSERT_NE(pIdle, nullptr);
+    const State before = Now();
+    const int32_t nPlaying = Playing();
+    for (int i = 0; i < 3; i++) {
+        KovaRtspTestClient client;
+        ASSERT_TRUE(server->Connect(&client));
+        ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);
+        ASSERT_EQ(client.SetupTcp("idle", 96, 2).nStatus, 200);
+        ASSERT_EQ(client.SetupTcp("idle", 97, 4).nStatus, 200);
+        ASSERT_EQ(client.Play("live").nStatus, 200);
+        ASSERT_EQ(client.Play("idle").nStatus, 200);
+        KovaTestFrame frame;
+        EXPECT_TRUE(client.NextFrame(&frame, 10000));
+        client.Close(true);
+    }
+    EXPECT_TRUE(KovaWaitUntil(15000, [&] { return pIdle->nClientCount == 0; }))
+        << pIdle->nClientCount.load();
+    EXPECT_TRUE(KovaWaitUntil(10000, [&] { return Playing() == nPlaying; })) << Playing();
+    ExpectGivenBack(before);
+    EXPECT_EQ(pIdle->nClientCount, 0);
+    ExpectPlaying();
+}
+
 TEST_F(BrokenConnections, HandTheirNumberOnWithoutTheirMedia)
 {
     const State before = Now();

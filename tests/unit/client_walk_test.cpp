@@ -1,6 +1,6 @@
 #include "streamer/client_walk.h"
 
-#include "server/monitor.h"
+#include "server/session_end.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 

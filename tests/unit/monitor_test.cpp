@@ -1,4 +1,5 @@
 #include "server/monitor.h"
+#include "server/session_end.h"
 
 #include "foundation/log.h"
 #include "rtsp/server_calls.h"
