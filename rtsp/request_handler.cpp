@@ -140,6 +140,17 @@ int32_t CheckTransport(Request *pRequest)
     return kGoOn;
 }
 
+/// Closes sockets that were opened for the request and that no client took:
+/// before the answer, with which the request ends for the player.
+void CloseLeftPorts(Request *pRequest)
+{
+    if (!pRequest->bPortsOpened)
+        return;
+    pRequest->bPortsOpened = false;
+    close(pRequest->info.nRtpSocket);
+    close(pRequest->info.nRtcpSocket);
+}
+
 void TakeClient(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
@@ -194,6 +205,7 @@ int32_t DoSetup(Request *pRequest)
         TakeClient(pRequest);
         DropIfSessionEnded(pRequest, false);
     }
+    CloseLeftPorts(pRequest);
     RequestSetupResponse(pRequest->pHandler, *pInfo);
     return kGoOn;
 }
@@ -228,6 +240,8 @@ int32_t Dispatch(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     pInfo->nMethod = KovaRequestMethodOf(pRequest->scan.szMethod);
+    if (pInfo->nMethod != kMethodSetup)
+        CloseLeftPorts(pRequest);
     switch (pInfo->nMethod) {
     case kMethodOptions:
         SetNetworkInfo(pRequest->pServer, pRequest->pHandler, pInfo->szUri);
@@ -266,15 +280,6 @@ int32_t RunSteps(Request *pRequest)
     return kGoOn;
 }
 
-/// Sockets that were opened for the request and that no client took.
-void CloseLeftPorts(const Request &request)
-{
-    if (!request.bPortsOpened)
-        return;
-    close(request.info.nRtpSocket);
-    close(request.info.nRtcpSocket);
-}
-
 } // namespace
 
 int32_t HandleRtspRequest(KovaRtspServerHandler *pHandler, const uint8_t *pBytes, int32_t nCount)
@@ -290,9 +295,9 @@ int32_t HandleRtspRequest(KovaRtspServerHandler *pHandler, const uint8_t *pBytes
     KovaRequestScanBegin(&request.scan, pBytes, nCount);
     const int32_t nRefused = RunSteps(&request);
     if (nRefused != kGoOn) {
+        CloseLeftPorts(&request);
         request.info.nStatus = nRefused;
         RequestNotOKResponse(pHandler, request.info);
     }
-    CloseLeftPorts(request);
     return KOVA_RESULT_OK;
 }

@@ -13,7 +13,7 @@ struct KovaRtspServer;
 
 /// What requests do with a stream and its RTP clients. Results, where there are
 /// any: 0; 1 stream (or packer) not found; 2 a null argument. Request threads;
-/// no lock held.
+/// no lock held, but for mtxSession around KovaStreamDropSession.
 
 /// Everything that makes an RTP client out of a SETUP.
 struct KovaClientSetup {

@@ -1,5 +1,7 @@
 #include "tests/protocol/protocol_fixture.h"
 
+#include <sys/socket.h>
+
 namespace {
 
 using Options = ProtocolTest;
@@ -24,6 +26,22 @@ TEST_F(Options, NoPathIsNotFound)
     EXPECT_EQ(Printed(), "Parse Track Id or Uri fail\n");
     EXPECT_EQ(Answer("OPTIONS * RTSP/1.0"), k400);
     EXPECT_EQ(Printed(), "Parse HostPort fail\n");
+}
+
+/// Ports are opened for whatever method names them, and are free again with the answer. Counted the
+/// moment that the answer is there, again and again: a late close is seen now and then only.
+TEST_F(Options, ClosesTheSocketsOfAClientPortBeforeItAnswers)
+{
+    constexpr char kRequest[] = "OPTIONS rtsp://10.0.0.1:554/live RTSP/1.0\r\nCSeq: 1\r\n"
+                                "Transport: client_port=5000-5001\r\n\r\n";
+    const int nSocket = client.Socket();
+    const int nBefore = KovaOpenDescriptors();
+    for (int i = 0; i < 500; i++) {
+        char szAnswer[512];
+        ASSERT_EQ(send(nSocket, kRequest, sizeof(kRequest) - 1, 0), ssize_t{sizeof(kRequest) - 1});
+        ASSERT_GT(recv(nSocket, szAnswer, sizeof(szAnswer), 0), 0);
+        ASSERT_EQ(KovaOpenDescriptors(), nBefore) << i;
+    }
 }
 
 TEST_F(Options, PathOfOneByteIsNoPath)
