@@ -170,7 +170,8 @@ KOVA_EXPORT int32_t KovaRtspServerDestroy(KovaRtspServer *pServer);
 /*
  * Opens the listening socket and starts the listener and monitor threads.
  * Streams may be published before or after. A stopped server may be started
- * again. Results: KOVA_OK; KOVA_ERROR_NULL, _SOCKET, _SETSOCKOPT, _BIND,
+ * again, and so may one whose start failed with _SOCKET to _LISTEN; not one that
+ * runs. Results: KOVA_OK; KOVA_ERROR_NULL, _SOCKET, _SETSOCKOPT, _BIND,
  * _LISTEN, _THREAD. After KOVA_ERROR_THREAD do not call KovaRtspServerStop: it
  * would wait for the thread that could not be made.
  */

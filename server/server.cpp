@@ -168,7 +168,9 @@ int32_t KovaRtspServerStart(KovaRtspServer *pServer)
 {
     if (pServer == nullptr)
         return KOVA_ERROR_NULL;
-    pServer->nListenState = kThreadStarting;
+    // A start that failed has left its socket open, and another try would forget it.
+    if (pServer->nListenState.exchange(kThreadStarting) == kThreadStarting)
+        KovaServerCloseListener(pServer);
     const int32_t nResult = OpenListener(pServer);
     if (nResult != KOVA_OK)
         return nResult;

@@ -60,18 +60,6 @@ KovaBytes KovaFrameOf(uint8_t nChannel, const KovaBytes &packet)
     return frame;
 }
 
-bool KovaWaitUntil(const std::function<bool()> &condition, int nMilliseconds)
-{
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(nMilliseconds);
-    while (!condition()) {
-        if (Clock::now() > end)
-            return false;
-        usleep(500);
-    }
-    return true;
-}
-
 KovaDelivery::KovaDelivery()
 {
     char szAddress[KOVA_ADDRESS_SIZE] = "127.0.0.1";

@@ -4,8 +4,8 @@
 #include "rtp/sender.h"
 #include "streamer/streamer.h"
 #include "tests/support/packer_model.h"
+#include "tests/support/wait_until.h"
 
-#include <functional>
 #include <string>
 
 struct KovaRtspServer;
@@ -70,6 +70,3 @@ public:
     KovaRtpSender *pSender;
     uint32_t nSsrc; ///< of the video
 };
-
-/// Waits until the condition holds; false after nMilliseconds.
-bool KovaWaitUntil(const std::function<bool()> &condition, int nMilliseconds = 5000);

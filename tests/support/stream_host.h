@@ -1,10 +1,9 @@
 #pragma once
 
 #include "server/server.h"
+#include "tests/support/wait_until.h"
 
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 /// A server that is not started, for tests of what is in it. Its end destroys
@@ -51,16 +50,3 @@ void KovaMakeReady(KovaRtspStreamer *pStreamer);
 /// The messages that begin with a function's name.
 std::vector<std::string> KovaMessagesOf(const std::vector<std::string> &messages,
                                         const std::string &name);
-
-/// Waits until a condition holds; false when nMilliseconds have passed.
-template <typename Condition> bool KovaWaitUntil(Condition condition, int nMilliseconds = 10000)
-{
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(nMilliseconds);
-    while (!condition()) {
-        if (Clock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}

@@ -14,3 +14,9 @@ template <typename Condition> bool KovaWaitUntil(int nMilliseconds, Condition co
     }
     return true;
 }
+
+/// The same with the time in which everything comes true that does so at all.
+template <typename Condition> bool KovaWaitUntil(Condition condition)
+{
+    return KovaWaitUntil(10000, condition);
+}

@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -46,6 +49,11 @@ struct SendGroupTest : testing::Test {
         return pPacket;
     }
 };
+
+std::ptrdiff_t Threads()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
 
 using ClientList = std::vector<KovaRtpClient *>;
 using PacketList = std::vector<KovaRtpPacket *>;
@@ -111,6 +119,19 @@ TEST_F(SendGroupTest, RunsBetweenStartAndStopAndMayStartAgain)
         EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
         EXPECT_EQ(pGroup->nState, 4U);
     }
+}
+
+TEST_F(SendGroupTest, HasOneThreadHoweverOftenItIsStarted)
+{
+    const int nBefore = Threads();
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        EXPECT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+        EXPECT_EQ(pGroup->nState, 2U);
+        EXPECT_EQ(Threads(), nBefore + 1);
+    }
+    EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+    EXPECT_EQ(pGroup->nState, 4U);
+    EXPECT_TRUE(KovaWaitUntil(2000, [&] { return Threads() == nBefore; }));
 }
 
 TEST_F(SendGroupTest, CountsAsStoppedWhenItsThreadCannotBeMade)

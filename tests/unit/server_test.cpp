@@ -7,6 +7,7 @@
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 
@@ -206,6 +207,25 @@ TEST_F(Server, FailedStartLeavesItsSocketToTheStop)
     EXPECT_NE(fcntl(nSocket, F_GETFD), -1);
     EXPECT_EQ(KovaRtspServerDestroy(pMade), 0);
     EXPECT_EQ(fcntl(nSocket, F_GETFD), -1);
+}
+
+TEST_F(Server, StartTriedAgainGivesItsFirstSocketBack)
+{
+    KovaRtspServer *pMade = nullptr;
+    {
+        const TakenPort taken;
+        pMade = KovaRtspServerCreate(kLoopback, taken.nPort, 1);
+        const int nBefore = KovaOpenDescriptors();
+        for (int i = 0; i < 4; i++) {
+            EXPECT_EQ(KovaRtspServerStart(pMade), 9);
+            EXPECT_EQ(KovaOpenDescriptors(), nBefore + 1);
+        }
+    }
+    const int nBefore = KovaOpenDescriptors();
+    EXPECT_EQ(KovaRtspServerStart(pMade), 0);
+    EXPECT_EQ(KovaOpenDescriptors(), nBefore);
+    EXPECT_EQ(KovaRtspServerUninit(pMade), 0);
+    EXPECT_EQ(KovaOpenDescriptors(), nBefore - 1);
 }
 
 TEST_F(Server, StartWithoutThreads)

@@ -318,12 +318,12 @@ TEST_F(TcpChannelTest, ReaderWakesForDataForTheEndAndForACall)
         nReturned = 2;
     });
     ASSERT_EQ(send(ends.nPlayer, "ab", 2, 0), 2);
-    EXPECT_TRUE(KovaWaitUntil([&] { return nReturned == 1; }, 3000));
+    EXPECT_TRUE(KovaWaitUntil(3000, [&] { return nReturned == 1; }));
     const int nSocket = ends.Socket();
     usleep(10000);
     KovaTcpChannelClose(ends.Channel());
     EXPECT_EQ(ends.Socket(), -1);
-    EXPECT_TRUE(KovaWaitUntil([&] { return nReturned == 2; }, 3000));
+    EXPECT_TRUE(KovaWaitUntil(3000, [&] { return nReturned == 2; }));
     reader.join();
     EXPECT_FALSE(KovaIsOpen(nSocket));
 
