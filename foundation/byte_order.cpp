@@ -23,8 +23,10 @@ void RtspWriteLB(uint8_t *pBytes, uint32_t nValue, uint16_t nBits)
 
 void RtspReadMB(const uint8_t *pBytes, uint32_t *pValue, uint16_t nBits)
 {
-    if (pBytes == nullptr || pValue == nullptr)
+    if (pValue == nullptr)
         return;
+    if (pBytes == nullptr)
+        nBits = 0;
     uint32_t nValue = 0;
     const unsigned nCount = nBits >> 3;
     for (unsigned nIndex = 0; nIndex < nCount; nIndex++)
@@ -34,8 +36,10 @@ void RtspReadMB(const uint8_t *pBytes, uint32_t *pValue, uint16_t nBits)
 
 void RtspReadLB(const uint8_t *pBytes, uint32_t *pValue, uint16_t nBits)
 {
-    if (pBytes == nullptr || pValue == nullptr)
+    if (pValue == nullptr)
         return;
+    if (pBytes == nullptr)
+        nBits = 0;
     uint32_t nValue = 0;
     for (unsigned nIndex = nBits >> 3; nIndex > 0; nIndex--)
         nValue = nValue << 8 | pBytes[nIndex - 1];

@@ -10,7 +10,7 @@ KovaSendOutcome KovaUdpSend(int nSocket, const sockaddr_in &address, const uint8
     // A request with half a transport makes a client with descriptor 0, which
     // is the host's standard input: nothing of ours goes there.
     if (nSocket <= 0) {
-        errno = EBADF;
+        errno = nSocket == 0 ? ENOTSOCK : EBADF;
         return kSendFailed;
     }
     const ssize_t nSent = sendto(nSocket, pData, nSize, MSG_DONTWAIT | MSG_NOSIGNAL,

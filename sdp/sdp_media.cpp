@@ -151,10 +151,8 @@ void MediaDestroy(KovaRtspSdpMedia *pMedia)
 void KovaSdpMediaSetInfo(KovaRtspSdpMedia *pMedia, uint32_t nInfoType, const uint8_t *pData,
                          uint32_t nLength)
 {
-    if (nLength == 0)
-        return;
     KovaSdpVideoData *pVideo = VideoOf(pMedia);
-    KovaSdpAudioData *pAudio = AudioOf(pMedia);
+    KovaSdpAudioData *pAudio = nLength != 0 ? AudioOf(pMedia) : nullptr;
     if (pVideo != nullptr && nInfoType == kInfoSps)
         SetSps(pVideo, pData, nLength);
     else if (pVideo != nullptr && nInfoType == kInfoPps)

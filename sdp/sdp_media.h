@@ -41,7 +41,8 @@ KOVA_API void MediaDestroy(KovaRtspSdpMedia *pMedia);
 
 /// Takes what a packer found (KovaStreamInfoKind). A kind of the other media
 /// type is ignored, and so is a parameter set whose text does not fit its field:
-/// the previous one stays.
+/// the previous one stays. An empty set makes the entry incomplete again; an
+/// empty report about AAC is ignored.
 void KovaSdpMediaSetInfo(KovaRtspSdpMedia *pMedia, uint32_t nInfoType, const uint8_t *pData,
                          uint32_t nLength);
 

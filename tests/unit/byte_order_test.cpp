@@ -92,4 +92,14 @@ TEST(ByteOrder, ReadingNoByteGivesZero)
     EXPECT_EQ(ReadLB({18, 52}, 0), 0U);
 }
 
+TEST(ByteOrder, ReadingFromNowhereGivesZero)
+{
+    uint32_t nValue = 7;
+    RtspReadMB(nullptr, &nValue, 32);
+    EXPECT_EQ(nValue, 0U);
+    nValue = 7;
+    RtspReadLB(nullptr, &nValue, 0);
+    EXPECT_EQ(nValue, 0U);
+}
+
 } // namespace

@@ -203,6 +203,19 @@ TEST_F(SdpGenerator, ReadinessNeedsBothParameterSets)
     EXPECT_EQ(KovaRtspSdpGeneratorIsReady(pGenerator), 1);
 }
 
+TEST_F(SdpGenerator, EmptyParameterSetTakesTheReadinessBack)
+{
+    ASSERT_EQ(AddVideo(97), 0);
+    const uint8_t nothing = 0;
+    for (const uint32_t nType : {2U, 3U}) {
+        SetSps(97);
+        SetPps(97);
+        EXPECT_EQ(KovaRtspSdpGeneratorIsReady(pGenerator), 1);
+        KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 97, nType, &nothing, 0);
+        EXPECT_EQ(KovaRtspSdpGeneratorIsReady(pGenerator), 0) << nType;
+    }
+}
+
 TEST_F(SdpGenerator, ReadinessNeedsEverySection)
 {
     ASSERT_EQ(AddAudio(96), 0);
