@@ -18,6 +18,9 @@ constexpr char kLiveAnalysis[] = "2000000";
 
 constexpr std::chrono::milliseconds kRetry{10};
 
+// Among so many there is one of each track, unless the file is badly interleaved.
+constexpr int kFirstPackets = 100;
+
 class Settings {
 public:
     ~Settings()
@@ -110,8 +113,24 @@ void Demuxer::FindTracks(const Wish &wish)
         m_picture = Best(*m_format, IsPicture, AV_CODEC_ID_H264);
     if (wish.sound)
         m_sound = Best(*m_format, IsSound, AV_CODEC_ID_AAC);
-    CheckTracks(m_input, m_picture, m_sound);
+    try {
+        CheckTracks(m_input, m_picture, m_sound);
+    } catch (const Failure &) {
+        // What a decoder has made of encrypted frames says nothing about the tracks.
+        CheckFirstPackets();
+        throw;
+    }
     DiscardOthers();
+}
+
+/// Throws another Failure if one of the first packets is encrypted.
+void Demuxer::CheckFirstPackets()
+{
+    if (m_kind != SourceKind::File)
+        return;
+    const Packet packet(Made(av_packet_alloc()));
+    for (int i = 0; i < kFirstPackets && Read(packet.get()) == Result::Got; i++)
+        av_packet_unref(packet.get());
 }
 
 bool Demuxer::IsRawVideo() const

@@ -81,6 +81,7 @@ private:
     static int Interrupted(void *stop);
     void Open(double fps);
     void FindTracks(const Wish &wish);
+    void CheckFirstPackets();
     void DiscardOthers();
 
     const std::string m_input;
