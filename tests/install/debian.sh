@@ -20,9 +20,18 @@ status=$?
 cat "$work/lintian.log"
 ((status == 0)) || fail "lintian: status $status"
 
-# What the packages hold, unpacked side by side as if installed.
-for package in libkovartspserver0 libkovartspserver-dev kovartspserver-tools; do
-    dpkg-deb -x "$work"/${package}_0.1.0-1_*.deb "$work/root" || fail "$package is missing"
+# Installed into a root of their own, which has nothing else: dependencies are this machine's.
+packages=(libkovartspserver0 libkovartspserver-dev kovartspserver-tools)
+mkdir -p "$work/root/var/lib/dpkg/info" "$work/root/var/lib/dpkg/updates"
+touch "$work/root/var/lib/dpkg/status" "$work/root/var/lib/dpkg/available"
+in_root() {
+    dpkg --root="$work/root" --force-script-chrootless --force-depends --force-not-root \
+        --log=/dev/null "$@" >"$work/dpkg.log" 2>&1 || fail "dpkg $1: $(cat "$work/dpkg.log")"
+}
+in_root --install "$work"/*r0_*.deb "$work"/*-dev_*.deb "$work"/*-tools_*.deb
+for package in "${packages[@]}"; do
+    dpkg --root="$work/root" -s "$package" | grep -qx 'Status: install ok installed' ||
+        fail "$package is not installed: $(cat "$work/dpkg.log")"
     dpkg-deb -c "$work"/${package}_0.1.0-1_*.deb | awk '{print $6}' >"$work/$package.files"
 done
 triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
@@ -72,3 +81,8 @@ sed "s|/usr/bin/kovastream|$streamer|" "$work/root/lib/systemd/system/kovastream
 complaints=$(systemd-analyze verify --man=no "$work/kovastream.service" 2>&1 |
     grep -F "$work/kovastream.service")
 [[ -z $complaints ]] || fail "systemd unit: $complaints"
+
+# They go without a trace.
+in_root --purge "${packages[@]}"
+left=$(cd "$work/root" && find . -path ./var/lib/dpkg -prune -o ! -type d -print)
+[[ -z $left ]] || fail "left behind: $left"
