@@ -118,6 +118,20 @@ std::vector<KovaSeenPacket> KovaPackerProbe::Drain()
     return packets;
 }
 
+std::vector<KovaSeenPacket> KovaPackerProbe::Pack(const KovaBytes &unit, uint32_t nPts)
+{
+    EXPECT_EQ(Push(unit, nPts), 0U);
+    return Drain();
+}
+
+std::vector<KovaBytes> KovaPackerProbe::PayloadsOf(const KovaBytes &unit)
+{
+    std::vector<KovaBytes> payloads;
+    for (const KovaSeenPacket &packet : Pack(unit))
+        payloads.push_back(KovaPayloadOf(packet));
+    return payloads;
+}
+
 KovaRtpFields KovaRtpFieldsOf(const KovaSeenPacket &packet)
 {
     const KovaBytes &bytes = packet.bytes;

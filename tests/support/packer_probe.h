@@ -31,6 +31,12 @@ public:
     /// All packets left; bounded.
     std::vector<KovaSeenPacket> Drain();
 
+    /// Pushes a unit that must be taken, and gives all of its packets.
+    std::vector<KovaSeenPacket> Pack(const KovaBytes &unit, uint32_t nPts = 0);
+
+    /// The same, only what stands behind the RTP headers.
+    std::vector<KovaBytes> PayloadsOf(const KovaBytes &unit);
+
     std::vector<KovaSeenReport> reports;
 
 private:

@@ -50,20 +50,6 @@ struct AacPackerTest : testing::Test {
     {
         return reinterpret_cast<KovaRtpAacPacker *>(probe.Packer());
     }
-
-    std::vector<KovaSeenPacket> Pack(const KovaBytes &unit, uint32_t nPts = 0)
-    {
-        EXPECT_EQ(probe.Push(unit, nPts), 0U);
-        return probe.Drain();
-    }
-
-    Payloads PayloadsOf(const KovaBytes &unit)
-    {
-        Payloads payloads;
-        for (const KovaSeenPacket &packet : Pack(unit))
-            payloads.push_back(KovaPayloadOf(packet));
-        return payloads;
-    }
 };
 
 TEST_F(AacPackerTest, IsMadeWithEverythingZero)
@@ -80,7 +66,7 @@ TEST_F(AacPackerTest, IsMadeWithEverythingZero)
 TEST_F(AacPackerTest, FrameGoesWhole)
 {
     const KovaBytes frame = Frame(1000);
-    const std::vector<KovaSeenPacket> packets = Pack(frame);
+    const std::vector<KovaSeenPacket> packets = probe.Pack(frame);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].bytes.size(), 1009U);
     EXPECT_EQ(KovaPayloadOf(packets[0]), PayloadOfFrame(frame));
@@ -92,20 +78,21 @@ TEST_F(AacPackerTest, FrameGoesWhole)
 
 TEST_F(AacPackerTest, FrameOfOneByteIsTheSmallest)
 {
-    EXPECT_EQ(PayloadsOf(Frame(8)), (Payloads{{0, 16, 0, 8, 9}}));
+    EXPECT_EQ(probe.PayloadsOf(Frame(8)), (Payloads{{0, 16, 0, 8, 9}}));
     KovaBytes frame = Frame(7);
     frame.push_back(1);
-    EXPECT_EQ(PayloadsOf(frame), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(frame), Payloads{});
 }
 
 TEST_F(AacPackerTest, FrameWithANegativeLengthStopsTheParse)
 {
     const KovaBytes frame = Frame(100);
     ASSERT_EQ(Frame(1391)[4], 0xAD);
-    EXPECT_EQ(PayloadsOf(KovaJoin({frame, Frame(1391), frame})), Payloads{PayloadOfFrame(frame)});
-    EXPECT_EQ(PayloadsOf(Frame(1391)), Payloads{});
-    EXPECT_EQ(PayloadsOf(Frame(1024)), Payloads{});
-    EXPECT_EQ(PayloadsOf(Frame(1023)), Payloads{PayloadOfFrame(Frame(1023))});
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({frame, Frame(1391), frame})),
+              Payloads{PayloadOfFrame(frame)});
+    EXPECT_EQ(probe.PayloadsOf(Frame(1391)), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(Frame(1024)), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(Frame(1023)), Payloads{PayloadOfFrame(Frame(1023))});
 }
 
 TEST_F(AacPackerTest, FrameBeyondTheBufferStopsTheParse)
@@ -113,8 +100,8 @@ TEST_F(AacPackerTest, FrameBeyondTheBufferStopsTheParse)
     const KovaBytes frame = Frame(100);
     KovaBytes cut = Frame(200);
     cut.pop_back();
-    EXPECT_EQ(PayloadsOf(KovaJoin({frame, cut})), Payloads{PayloadOfFrame(frame)});
-    EXPECT_EQ(PayloadsOf(cut), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({frame, cut})), Payloads{PayloadOfFrame(frame)});
+    EXPECT_EQ(probe.PayloadsOf(cut), Payloads{});
 }
 
 TEST_F(AacPackerTest, LargeFrameIsFragmented)
@@ -122,7 +109,7 @@ TEST_F(AacPackerTest, LargeFrameIsFragmented)
     const KovaBytes frame = Frame(2100);
     const KovaBytes payload = PayloadOfFrame(frame);
     ASSERT_EQ(payload.size(), 2097U);
-    const std::vector<KovaSeenPacket> packets = Pack(frame);
+    const std::vector<KovaSeenPacket> packets = probe.Pack(frame);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[0].bytes.size(), 1400U);
     EXPECT_EQ(packets[1].bytes.size(), 721U);
@@ -138,11 +125,11 @@ TEST_F(AacPackerTest, LargeFrameIsFragmented)
 TEST_F(AacPackerTest, FragmentsThatFillTheirPacketsExactly)
 {
     // 2779 bytes make a payload of 2 * 1388; that length reads as a positive one.
-    const std::vector<KovaSeenPacket> packets = Pack(Frame(2779));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Frame(2779));
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[1].bytes.size(), 1400U);
     EXPECT_TRUE(KovaRtpFieldsOf(packets[1]).bMarker);
-    EXPECT_EQ(Pack(Frame(2780)).size(), 3U);
+    EXPECT_EQ(probe.Pack(Frame(2780)).size(), 3U);
 }
 
 /// The offset is reset by a push only, so the second large frame begins where
@@ -151,7 +138,7 @@ TEST_F(AacPackerTest, SecondLargeFrameOfAPushGoesOnFromTheFirst)
 {
     const KovaBytes second = PayloadOfFrame(Frame(4200));
     ASSERT_EQ(second.size(), 4197U);
-    const Payloads payloads = PayloadsOf(KovaJoin({Frame(2100), Frame(4200)}));
+    const Payloads payloads = probe.PayloadsOf(KovaJoin({Frame(2100), Frame(4200)}));
     ASSERT_EQ(payloads.size(), 4U);
     EXPECT_EQ(payloads[2], KovaBytes(second.begin() + 2097, second.begin() + 2097 + 1388));
     EXPECT_EQ(payloads[3], KovaBytes(second.begin() + 2097 + 1388, second.end()));
@@ -172,7 +159,8 @@ struct DirtyHeapTest : AacPackerTest {
 TEST_F(DirtyHeapTest, WhatASecondLargeFrameCannotFillIsZero)
 {
     for (const uint32_t nLength : {2100U, 2099U, 2048U}) {
-        const std::vector<KovaSeenPacket> packets = Pack(KovaJoin({Frame(2100), Frame(nLength)}));
+        const std::vector<KovaSeenPacket> packets =
+            probe.Pack(KovaJoin({Frame(2100), Frame(nLength)}));
         ASSERT_EQ(packets.size(), 3U) << nLength;
         EXPECT_EQ(KovaPayloadOf(packets[2]), KovaBytes(1388, 0)) << nLength;
         EXPECT_FALSE(KovaRtpFieldsOf(packets[2]).bMarker);
@@ -182,7 +170,7 @@ TEST_F(DirtyHeapTest, WhatASecondLargeFrameCannotFillIsZero)
 TEST_F(DirtyHeapTest, WhatIsLeftOfASecondLargeFrameIsFollowedByZeros)
 {
     const KovaBytes second = PayloadOfFrame(Frame(2200));
-    const std::vector<KovaSeenPacket> packets = Pack(KovaJoin({Frame(2100), Frame(2200)}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(KovaJoin({Frame(2100), Frame(2200)}));
     ASSERT_EQ(packets.size(), 3U);
     EXPECT_EQ(KovaPayloadOf(packets[2]),
               KovaJoin({KovaBytes(second.begin() + 2097, second.end()), KovaBytes(1288, 0)}));
@@ -194,7 +182,7 @@ TEST_F(AacPackerTest, PushDuringAFragmentEndsItWithAnEmptyPacket)
     ASSERT_EQ(probe.Push(Frame(3000), 0), 0U);
     ASSERT_TRUE(probe.Next().has_value());
     const KovaBytes frame = Frame(100);
-    const std::vector<KovaSeenPacket> packets = Pack(frame, 23);
+    const std::vector<KovaSeenPacket> packets = probe.Pack(frame, 23);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[0].bytes.size(), 12U);
     EXPECT_TRUE(KovaRtpFieldsOf(packets[0]).bMarker);
@@ -203,7 +191,7 @@ TEST_F(AacPackerTest, PushDuringAFragmentEndsItWithAnEmptyPacket)
 
 TEST_F(AacPackerTest, FramesOfOnePushShareTheTimestamp)
 {
-    const std::vector<KovaSeenPacket> packets = Pack(KovaJoin({Frame(100), Frame(200)}), 23);
+    const std::vector<KovaSeenPacket> packets = probe.Pack(KovaJoin({Frame(100), Frame(200)}), 23);
     ASSERT_EQ(packets.size(), 2U);
     for (const KovaSeenPacket &packet : packets) {
         EXPECT_EQ(KovaRtpFieldsOf(packet).nTimestamp, 1014U);
@@ -214,40 +202,40 @@ TEST_F(AacPackerTest, FramesOfOnePushShareTheTimestamp)
 
 TEST_F(AacPackerTest, TimestampMovesByTheRoundedSamples)
 {
-    Pack(Frame(100), 0);
+    probe.Pack(Frame(100), 0);
     EXPECT_EQ(probe.Packer()->nTimestamp, 0U);
-    Pack(Frame(100), 23);
+    probe.Pack(Frame(100), 23);
     EXPECT_EQ(probe.Packer()->nTimestamp, 1014U);
-    Pack(Frame(100), 46);
+    probe.Pack(Frame(100), 46);
     EXPECT_EQ(probe.Packer()->nTimestamp, 2028U);
-    Pack(Frame(100), 46);
+    probe.Pack(Frame(100), 46);
     EXPECT_EQ(probe.Packer()->nTimestamp, 2028U);
     // 5 ms are 220.5 samples: rounded up.
-    Pack(Frame(100), 51);
+    probe.Pack(Frame(100), 51);
     EXPECT_EQ(probe.Packer()->nTimestamp, 2249U);
 }
 
 TEST_F(AacPackerTest, PtsThatGoesBackAddsOneFrame)
 {
-    Pack(Frame(100), 1000);
+    probe.Pack(Frame(100), 1000);
     EXPECT_EQ(probe.Packer()->nTimestamp, 44100U);
-    Pack(Frame(100), 999);
+    probe.Pack(Frame(100), 999);
     EXPECT_EQ(probe.Packer()->nTimestamp, 45124U);
     EXPECT_EQ(probe.Packer()->nPts, 999U);
-    Pack(Frame(100), 0);
+    probe.Pack(Frame(100), 0);
     EXPECT_EQ(probe.Packer()->nTimestamp, 46148U);
 }
 
 TEST_F(AacPackerTest, ProductOfALongStepIsCutTo32Bits)
 {
-    Pack(Frame(100), 100000);
+    probe.Pack(Frame(100), 100000);
     // 4410000000 - 2^32 = 115032704
     EXPECT_EQ(probe.Packer()->nTimestamp, 115033U);
 }
 
 TEST_F(AacPackerTest, ReservedRateDoesNotMoveTheTimestamp)
 {
-    Pack(Frame(100, 0x74), 1000);
+    probe.Pack(Frame(100, 0x74), 1000);
     EXPECT_EQ(Codec()->nSampleRate, 0U);
     EXPECT_EQ(probe.Packer()->nTimestamp, 0U);
     EXPECT_EQ(probe.Packer()->nPts, 1000U);
@@ -256,14 +244,14 @@ TEST_F(AacPackerTest, ReservedRateDoesNotMoveTheTimestamp)
 
 TEST_F(AacPackerTest, LastFrameOfAPushDecidesTheRate)
 {
-    Pack(KovaJoin({Frame(100, 0x50), Frame(100, 0x60)}), 1000);
+    probe.Pack(KovaJoin({Frame(100, 0x50), Frame(100, 0x60)}), 1000);
     EXPECT_EQ(Codec()->nSampleRate, 16000U);
     EXPECT_EQ(probe.Packer()->nTimestamp, 16000U);
 }
 
 TEST_F(AacPackerTest, EveryFrameReportsRateAndConfig)
 {
-    Pack(KovaJoin({Frame(100), Frame(100, 0x6C)}));
+    probe.Pack(KovaJoin({Frame(100), Frame(100, 0x6C)}));
     EXPECT_TRUE(
         probe.reports ==
         (std::vector<KovaSeenReport>{
@@ -272,7 +260,7 @@ TEST_F(AacPackerTest, EveryFrameReportsRateAndConfig)
 
 TEST_F(AacPackerTest, FrameThatStopsTheParseIsReportedToo)
 {
-    Pack(Frame(1391));
+    probe.Pack(Frame(1391));
     EXPECT_TRUE(probe.reports ==
                 (std::vector<KovaSeenReport>{RateReport("44100"), {{0x12, 0x10}, 1}}));
 }
@@ -287,7 +275,7 @@ TEST_F(AacPackerTest, WorksWithoutACallback)
 TEST_F(AacPackerTest, BytesInFrontOfAFrameAreSkipped)
 {
     const KovaBytes frame = Frame(100);
-    EXPECT_EQ(PayloadsOf(KovaJoin({{1, 2, 0xFF, 0x0F}, frame, {0xFF, 0xE1, 7}, frame})),
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({{1, 2, 0xFF, 0x0F}, frame, {0xFF, 0xE1, 7}, frame})),
               (Payloads{PayloadOfFrame(frame), PayloadOfFrame(frame)}));
 }
 
@@ -305,7 +293,7 @@ TEST_F(AacPackerTest, BytesLeftOverWithoutAFrameRefuseThePush)
 
 TEST_F(AacPackerTest, BufferUsedUpExactlyEndsTheSearch)
 {
-    EXPECT_EQ(PayloadsOf(KovaJoin({Frame(8), Frame(9)})).size(), 2U);
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({Frame(8), Frame(9)})).size(), 2U);
 }
 
 TEST_F(AacPackerTest, BufferWithoutASyncWordIsRefused)
@@ -368,7 +356,7 @@ TEST_F(AacPackerTest, FreeAccessUnitListEmptiesTheList)
     KovaRtpAacPackerFreeAccessUnitList(probe.Packer());
     EXPECT_EQ(Codec()->pAuList, nullptr);
     EXPECT_EQ(Codec()->pAuListTail, nullptr);
-    EXPECT_EQ(Pack(Frame(100)).size(), 1U);
+    EXPECT_EQ(probe.Pack(Frame(100)).size(), 1U);
 }
 
 TEST_F(AacPackerTest, FrameWithoutMemoryIsDropped)

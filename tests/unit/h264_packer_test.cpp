@@ -35,21 +35,6 @@ struct H264PackerTest : testing::Test {
     {
         return reinterpret_cast<KovaRtpH264Packer *>(probe.Packer());
     }
-
-    /// Pushes a unit that is taken, and gives all of its packets.
-    std::vector<KovaSeenPacket> Pack(const KovaBytes &unit, uint32_t nPts = 0)
-    {
-        EXPECT_EQ(probe.Push(unit, nPts), 0U);
-        return probe.Drain();
-    }
-
-    Payloads PayloadsOf(const KovaBytes &unit)
-    {
-        Payloads payloads;
-        for (const KovaSeenPacket &packet : Pack(unit))
-            payloads.push_back(KovaPayloadOf(packet));
-        return payloads;
-    }
 };
 
 TEST_F(H264PackerTest, IsMadeWithEverythingZero)
@@ -65,10 +50,11 @@ TEST_F(H264PackerTest, IsMadeWithEverythingZero)
 
 TEST_F(H264PackerTest, TimestampIsPtsTimes90Modulo32Bits)
 {
-    ASSERT_EQ(Pack(Unit({KovaFilled(9, kSlice)}), 1000).size(), 1U);
+    ASSERT_EQ(probe.Pack(Unit({KovaFilled(9, kSlice)}), 1000).size(), 1U);
     EXPECT_EQ(probe.Packer()->nTimestamp, 90000U);
     EXPECT_EQ(probe.Packer()->nPts, 1000U);
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({KovaFilled(9, kSlice)}), 0xFFFFFFFF);
+    const std::vector<KovaSeenPacket> packets =
+        probe.Pack(Unit({KovaFilled(9, kSlice)}), 0xFFFFFFFF);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(KovaRtpFieldsOf(packets[0]).nTimestamp, 0xFFFFFFA6U);
     EXPECT_EQ(packets[0].nPts, 0xFFFFFFFFU);
@@ -77,7 +63,7 @@ TEST_F(H264PackerTest, TimestampIsPtsTimes90Modulo32Bits)
 TEST_F(H264PackerTest, LargestSingleNalIs1398Bytes)
 {
     const KovaBytes nal = KovaFilled(1398, kIdr);
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({nal}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({nal}));
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].bytes.size(), 1410U);
     EXPECT_EQ(KovaPayloadOf(packets[0]), nal);
@@ -88,7 +74,7 @@ TEST_F(H264PackerTest, LargestSingleNalIs1398Bytes)
 TEST_F(H264PackerTest, Nal1399BytesLongIsOneFragmentWithoutMarker)
 {
     const KovaBytes nal = KovaFilled(1399, kIdr);
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({nal}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({nal}));
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(packets[0].bytes.size(), 1412U);
     EXPECT_EQ(KovaPayloadOf(packets[0]),
@@ -101,7 +87,7 @@ TEST_F(H264PackerTest, Nal1399BytesLongIsOneFragmentWithoutMarker)
 TEST_F(H264PackerTest, Nal2797BytesLongIsTwoFullFragments)
 {
     const KovaBytes nal = KovaFilled(1399 + 1398, kIdr);
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({nal}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({nal}));
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[0].bytes.size(), 1412U);
     EXPECT_EQ(packets[1].bytes.size(), 1412U);
@@ -115,7 +101,7 @@ TEST_F(H264PackerTest, Nal2797BytesLongIsTwoFullFragments)
 
 TEST_F(H264PackerTest, OnlyTheFirstFragmentIsAKeyFrame)
 {
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({KovaFilled(2798, kIdr)}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({KovaFilled(2798, kIdr)}));
     ASSERT_EQ(packets.size(), 3U);
     EXPECT_EQ(packets[0].nFrameType, 2U);
     EXPECT_EQ(packets[1].nFrameType, 0U);
@@ -128,7 +114,7 @@ TEST_F(H264PackerTest, OnlyTheFirstFragmentIsAKeyFrame)
 TEST_F(H264PackerTest, EachFragmentedNalEndsWithTheMarker)
 {
     const std::vector<KovaSeenPacket> packets =
-        Pack(Unit({KovaFilled(2000, kSlice), KovaFilled(2000, kSlice)}));
+        probe.Pack(Unit({KovaFilled(2000, kSlice), KovaFilled(2000, kSlice)}));
     ASSERT_EQ(packets.size(), 4U);
     for (size_t n = 0; n < 4; n++) {
         EXPECT_EQ(KovaRtpFieldsOf(packets[n]).bMarker, n % 2 == 1) << n;
@@ -138,12 +124,12 @@ TEST_F(H264PackerTest, EachFragmentedNalEndsWithTheMarker)
 
 TEST_F(H264PackerTest, HeaderByte7AloneMarksTheFirstFragment)
 {
-    const std::vector<KovaSeenPacket> odd = Pack(Unit({KovaFilled(3000, 0x07)}));
+    const std::vector<KovaSeenPacket> odd = probe.Pack(Unit({KovaFilled(3000, 0x07)}));
     ASSERT_EQ(odd.size(), 3U);
     EXPECT_TRUE(KovaRtpFieldsOf(odd[0]).bMarker);
     EXPECT_FALSE(KovaRtpFieldsOf(odd[1]).bMarker);
     EXPECT_TRUE(KovaRtpFieldsOf(odd[2]).bMarker);
-    const std::vector<KovaSeenPacket> usual = Pack(Unit({KovaFilled(3000, 0x67)}));
+    const std::vector<KovaSeenPacket> usual = probe.Pack(Unit({KovaFilled(3000, 0x67)}));
     ASSERT_EQ(usual.size(), 3U);
     EXPECT_FALSE(KovaRtpFieldsOf(usual[0]).bMarker);
 }
@@ -153,7 +139,7 @@ TEST_F(H264PackerTest, SmallNalsAreAggregated)
     const KovaBytes a = KovaFilled(600, kSlice);
     const KovaBytes b = KovaFilled(600, 0x01);
     const KovaBytes c = KovaFilled(600, 0x61);
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({a, b, c}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({a, b, c}));
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[0].bytes.size(), 12U + 1205);
     EXPECT_EQ(KovaPayloadOf(packets[0]), KovaJoin({{0x40 | 24}, {0x02, 0x58}, a, {0x02, 0x58}, b}));
@@ -165,15 +151,15 @@ TEST_F(H264PackerTest, SmallNalsAreAggregated)
 TEST_F(H264PackerTest, AggregateMayTakeOneByteMoreThanASingleNal)
 {
     const KovaBytes a = KovaFilled(698, kSlice);
-    EXPECT_EQ(PayloadsOf(Unit({a, a}))[0].size(), 1401U);
-    const Payloads payloads = PayloadsOf(Unit({a, KovaFilled(699, kSlice)}));
+    EXPECT_EQ(probe.PayloadsOf(Unit({a, a}))[0].size(), 1401U);
+    const Payloads payloads = probe.PayloadsOf(Unit({a, KovaFilled(699, kSlice)}));
     ASSERT_EQ(payloads.size(), 2U);
     EXPECT_EQ(payloads[0], a);
 }
 
 TEST_F(H264PackerTest, AggregateJoinsTheReferenceBitsAndTheKeyFrame)
 {
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({{0x21, 9}, {0x45, 9}, {0x81, 9}}));
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({{0x21, 9}, {0x45, 9}, {0x81, 9}}));
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(KovaPayloadOf(packets[0]),
               (KovaBytes{0x80 | 0x60 | 24, 0, 2, 0x21, 9, 0, 2, 0x45, 9, 0, 2, 0x81, 9}));
@@ -184,7 +170,7 @@ TEST_F(H264PackerTest, AggregateJoinsTheReferenceBitsAndTheKeyFrame)
 TEST_F(H264PackerTest, LargeNalEndsAnAggregate)
 {
     const KovaBytes large = KovaFilled(1399, kSlice);
-    const Payloads payloads = PayloadsOf(Unit({{0x41, 1}, {0x41, 2}, large, {0x41, 3}}));
+    const Payloads payloads = probe.PayloadsOf(Unit({{0x41, 1}, {0x41, 2}, large, {0x41, 3}}));
     ASSERT_EQ(payloads.size(), 3U);
     EXPECT_EQ(payloads[0], (KovaBytes{0x40 | 24, 0, 2, 0x41, 1, 0, 2, 0x41, 2}));
     EXPECT_EQ(payloads[1].size(), 1400U);
@@ -194,7 +180,7 @@ TEST_F(H264PackerTest, LargeNalEndsAnAggregate)
 TEST_F(H264PackerTest, ParameterSetsGoToTheCallbackOnly)
 {
     const KovaBytes slice = KovaFilled(50, kIdr);
-    EXPECT_EQ(PayloadsOf(Unit({kSps, kPps, slice})), Payloads{slice});
+    EXPECT_EQ(probe.PayloadsOf(Unit({kSps, kPps, slice})), Payloads{slice});
     EXPECT_TRUE(probe.reports == (std::vector<KovaSeenReport>{{kSps, 2}, {kPps, 3}}));
 }
 
@@ -210,9 +196,9 @@ TEST_F(H264PackerTest, ParameterSetsAreDroppedWithoutACallback)
 
 TEST_F(H264PackerTest, LastNalIsPacketizedWhateverItsType)
 {
-    EXPECT_EQ(PayloadsOf(Unit({kSps, kPps})), Payloads{kPps});
+    EXPECT_EQ(probe.PayloadsOf(Unit({kSps, kPps})), Payloads{kPps});
     EXPECT_TRUE(probe.reports == (std::vector<KovaSeenReport>{{kSps, 2}}));
-    EXPECT_EQ(PayloadsOf(Unit({kSps})), Payloads{kSps});
+    EXPECT_EQ(probe.PayloadsOf(Unit({kSps})), Payloads{kSps});
     EXPECT_EQ(probe.reports.size(), 1U);
 }
 
@@ -221,9 +207,9 @@ TEST_F(H264PackerTest, DelimiterAndSeiAreDroppedAnywhere)
     const KovaBytes slice = KovaFilled(50, kIdr);
     const KovaBytes sei = {0x06, 5, 5};
     const KovaBytes delimiter = {0x09, 0xF0};
-    EXPECT_EQ(PayloadsOf(Unit({delimiter, sei, slice, sei, delimiter})), Payloads{slice});
-    EXPECT_EQ(PayloadsOf(Unit({delimiter})), Payloads{});
-    EXPECT_EQ(PayloadsOf(Unit({{0x66, 1}, {0x29, 1}})), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(Unit({delimiter, sei, slice, sei, delimiter})), Payloads{slice});
+    EXPECT_EQ(probe.PayloadsOf(Unit({delimiter})), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(Unit({{0x66, 1}, {0x29, 1}})), Payloads{});
     EXPECT_TRUE(probe.reports.empty());
 }
 
@@ -238,36 +224,37 @@ TEST_F(H264PackerTest, BothStartCodesEndANalWhereTheyBegin)
                                      {kSlice, 4},
                                      kCode3,
                                      {kSlice, 5}});
-    EXPECT_EQ(PayloadsOf(unit), (Payloads{{0x40 | 24, 0, 2, kSlice, 2, 0, 3, kSlice, 3, 0, 0, 2,
-                                           kSlice, 4, 0, 2, kSlice, 5}}));
+    EXPECT_EQ(probe.PayloadsOf(unit), (Payloads{{0x40 | 24, 0, 2, kSlice, 2, 0, 3, kSlice, 3, 0, 0,
+                                                 2, kSlice, 4, 0, 2, kSlice, 5}}));
 }
 
 TEST_F(H264PackerTest, TrailingZerosStayWithTheLastNal)
 {
-    EXPECT_EQ(PayloadsOf(KovaJoin({kCode3, {kSlice, 2, 0, 0, 0}})),
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({kCode3, {kSlice, 2, 0, 0, 0}})),
               (Payloads{{kSlice, 2, 0, 0, 0}}));
 }
 
 TEST_F(H264PackerTest, StartCodeInTheLastThreeBytesBelongsToTheNal)
 {
-    EXPECT_EQ(PayloadsOf(KovaJoin({kCode3, kSps, kCode3})), (Payloads{KovaJoin({kSps, kCode3})}));
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({kCode3, kSps, kCode3})),
+              (Payloads{KovaJoin({kSps, kCode3})}));
     EXPECT_TRUE(probe.reports.empty());
-    EXPECT_EQ(PayloadsOf(KovaJoin({kCode3, kSps, kCode4})), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({kCode3, kSps, kCode4})), Payloads{});
     EXPECT_TRUE(probe.reports == (std::vector<KovaSeenReport>{{kSps, 2}}));
 }
 
 TEST_F(H264PackerTest, EmptyNalsAreDropped)
 {
-    EXPECT_EQ(PayloadsOf(KovaJoin(
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin(
                   {kCode4, kCode4, {kSlice, 2}, kCode3, kCode3, kCode4, {kSlice, 3}, kCode4})),
               (Payloads{{0x40 | 24, 0, 2, kSlice, 2, 0, 2, kSlice, 3}}));
-    EXPECT_EQ(PayloadsOf(kCode4), Payloads{});
-    EXPECT_EQ(PayloadsOf(KovaJoin({kCode3, kCode4})), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(kCode4), Payloads{});
+    EXPECT_EQ(probe.PayloadsOf(KovaJoin({kCode3, kCode4})), Payloads{});
 }
 
 TEST_F(H264PackerTest, NalOfOneByteIsSent)
 {
-    EXPECT_EQ(PayloadsOf(Unit({{kSlice}})), (Payloads{{kSlice}}));
+    EXPECT_EQ(probe.PayloadsOf(Unit({{kSlice}})), (Payloads{{kSlice}}));
 }
 
 TEST_F(H264PackerTest, BufferWithoutAStartCodeIsRefused)
@@ -302,7 +289,7 @@ TEST_F(H264PackerTest, FragmentsLeftOverGoOnUnderTheNextPush)
     const KovaBytes nal = KovaFilled(2000, kSlice);
     ASSERT_EQ(probe.Push(Unit({nal}), 10), 0U);
     ASSERT_TRUE(probe.Next().has_value());
-    const std::vector<KovaSeenPacket> packets = Pack(Unit({{kSlice, 9}}), 20);
+    const std::vector<KovaSeenPacket> packets = probe.Pack(Unit({{kSlice, 9}}), 20);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(KovaPayloadOf(packets[0]),
               KovaJoin({{0x5C, 0x41}, KovaBytes(nal.begin() + 1399, nal.end())}));
@@ -351,7 +338,7 @@ TEST_F(H264PackerTest, FreeNalListEmptiesTheList)
     KovaRtpH264PackerFreeNalList(probe.Packer());
     EXPECT_EQ(Codec()->pNalList, nullptr);
     EXPECT_EQ(Codec()->pNalListTail, nullptr);
-    EXPECT_EQ(PayloadsOf(Unit({{kSlice, 3}})), (Payloads{{kSlice, 3}}));
+    EXPECT_EQ(probe.PayloadsOf(Unit({{kSlice, 3}})), (Payloads{{kSlice, 3}}));
 }
 
 TEST_F(H264PackerTest, NalWithoutMemoryIsDropped)
