@@ -143,11 +143,14 @@ void Console::Print(const std::string &line)
 void Console::PrintAbove(const std::string &lines)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_live)
+    if (!m_live) {
         m_out->Write(lines);
-    else
-        // In one piece, so that nothing comes between erasing and drawing anew.
-        m_out->Write(Erased() + Harmless(lines) + Drawn());
+        return;
+    }
+    const std::string text = m_repeats.Without(lines);
+    // In one piece, so that nothing comes between erasing and drawing anew.
+    if (!text.empty())
+        m_out->Write(Erased() + Harmless(text) + Drawn());
 }
 
 void Console::ShowStatus(const std::vector<std::string> &lines)
@@ -156,7 +159,7 @@ void Console::ShowStatus(const std::vector<std::string> &lines)
     if (m_live) {
         const std::string erased = Erased();
         m_status = lines;
-        m_out->Write(erased + Drawn());
+        m_out->Write(erased + m_repeats.Said() + Drawn());
         return;
     }
     for (const std::string &line : lines)

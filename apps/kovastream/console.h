@@ -2,6 +2,7 @@
 
 #include "options.h"
 #include "output.h"
+#include "repeats.h"
 
 #include <memory>
 #include <mutex>
@@ -52,6 +53,7 @@ private:
     std::mutex m_mutex; ///< guards the status lines and their order with other lines
     std::vector<std::string> m_status;
     size_t m_drawn = 0; ///< status lines on the screen
+    Repeats m_repeats;
     std::unique_ptr<Output> m_out;
     std::unique_ptr<Output> m_error;
     std::thread m_reader;

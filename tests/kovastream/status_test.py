@@ -190,6 +190,28 @@ class Terminal(unittest.TestCase):
         self.assertEqual(len(re.findall(r"(?m)^SSRC: [0-9a-f]+$", text)), 4)
         self.assertLess(text.index("SSRC: "), text.index("two  0:00:"))
 
+    def test_repeated_lines_are_counted(self):
+        self.start("one=" + clip())
+        screen = Screen()
+        self.read(2.5, screen)
+        # Waits for its PLAY: the library prints a line per packet.
+        with socket.create_connection(("127.0.0.1", self.port), 5) as player:
+            player.sendall(b"SETUP rtsp://x/one/trackID=97 RTSP/1.0\r\nCSeq: 1\r\n"
+                           b"Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n")
+            self.assertIn(b"200 OK", player.recv(4096))
+            self.read(3.5, screen)
+        os.write(self.terminal, b"\x03")  # Ctrl-C
+        self.read(15, screen)
+        _, status = os.waitpid(self.process, 0)
+        os.close(self.terminal)
+        self.assertEqual(os.waitstatus_to_exitcode(status), 0)
+        text = "\n".join(screen.lines)
+        counts = [int(count) for count in re.findall(r"(?m)^  \((\d+) more of this line\)$", text)]
+        self.assertGreater(sum(counts), 30)
+        # Printed again only behind another line.
+        self.assertNotIn("Client Waiting !!!\nClient Waiting !!!", text)
+        self.assertLessEqual(text.count("Client Waiting !!!"), 5)
+
 
 if __name__ == "__main__":
     main()
