@@ -44,7 +44,8 @@ KOVA_API KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender);
 /// reference of each queued packet. Null is ignored.
 KOVA_API void KovaRtpSendGroupDestory(KovaRtpSendGroup *pGroup);
 
-/// Starts the group's thread. 0; 1 when it cannot be made; 2 for null.
+/// Starts the group's thread. 0, also when it runs already; 1 when it cannot be
+/// made; 2 for null.
 KOVA_API int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup);
 
 /// Asks the thread to stop and waits for it; a thread that is sending first sends

@@ -123,6 +123,9 @@ int32_t KovaRtspServerHandlerStart(KovaRtspServerHandler *pHandler)
 {
     if (pHandler == nullptr)
         return KOVA_RESULT_NULL;
+    // Two threads on one handler would outlive it: a stop waits for the first that ends.
+    if (KovaThreadRuns(pHandler->nState))
+        return KOVA_RESULT_OK;
     pHandler->nState = kThreadStarting;
     pHandler->nState = kThreadRunning;
     if (KovaThreadStart(nullptr, pHandleRequestProc, pHandler))

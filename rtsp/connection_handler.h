@@ -48,7 +48,8 @@ struct KovaRtspServerHandler {
 KOVA_API KovaRtspServerHandler *
 KovaRtspServerHandlerCreate(KovaRtspServer *pServer, int32_t nSocket, sockaddr_in peerAddress);
 
-/// Starts the request thread. 0; 1 when it cannot be made; 2 for null.
+/// Starts the request thread. 0, also when it runs already; 1 when it cannot be
+/// made; 2 for null.
 KOVA_API int32_t KovaRtspServerHandlerStart(KovaRtspServerHandler *pHandler);
 
 /// Asks the request thread to end, waits for it and closes the socket. The

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
 
 #include <fcntl.h>
@@ -205,6 +208,23 @@ TEST_F(Connection, StopOfAThreadThatNeverStartedDoesNotWait)
         EXPECT_EQ(pair.pHandler->nSocket.load(), -1);
         EXPECT_TRUE(pair.player.WaitClosed(2000));
     }
+}
+
+TEST_F(Connection, HasOneThreadHoweverOftenItIsStarted)
+{
+    const KovaHandlerPair pair(server.Server());
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const std::ptrdiff_t nBefore = threads();
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        ASSERT_EQ(KovaRtspServerHandlerStart(pair.pHandler), 0);
+        EXPECT_EQ(pair.pHandler->nState, 2);
+        EXPECT_EQ(threads(), nBefore + 1);
+    }
+    EXPECT_EQ(KovaRtspServerHandlerStop(pair.pHandler), 0);
+    EXPECT_EQ(pair.pHandler->nState, 4);
+    EXPECT_TRUE(KovaWaitUntil(2000, [&] { return threads() == nBefore; }));
 }
 
 TEST_F(Connection, StopEndsTheThreadAndLeavesTheHandler)
