@@ -6,6 +6,7 @@
 #include "tests/support/packer_model.h"
 #include "tests/support/wait_until.h"
 
+#include <functional>
 #include <string>
 
 struct KovaRtspServer;
