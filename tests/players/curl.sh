@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# libcurl goes through a whole session. The curl program can only ask "OPTIONS *", which names no
-# stream and is refused.
+# libcurl goes through a whole session over TCP and over UDP. The curl program can only ask
+# "OPTIONS *", which names no stream and is refused.
 . "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
 need curl curl-config gcc
 start_host
@@ -11,5 +11,13 @@ refused=$(curl -s -S -i -m 10 "$url" 2>&1)
 read -r -a flags < <(curl-config --cflags --libs | tr '\n' ' ')
 gcc -std=c99 -Wall -Wextra -pedantic -Werror -o "$work/curl_rtsp" "$players/curl_rtsp.c" \
     "${flags[@]}" || fail "curl_rtsp.c does not compile"
-timeout 40 "$work/curl_rtsp" "$url" || fail "curl_rtsp: status $?"
+for transport in tcp udp; do
+    timeout 60 "$work/curl_rtsp" $transport "$url" >"$work/$transport.out" 2>&1 &
+    pids+=($!)
+done
+for transport in tcp udp; do
+    wait "${pids[0]}" || fail "curl_rtsp over $transport: status $?: $(cat "$work/$transport.out")"
+    pids=("${pids[@]:1}")
+    cat "$work/$transport.out"
+done
 await_status '^clients 0, 0 kbit/s, idle$' 10
