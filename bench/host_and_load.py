@@ -1,0 +1,75 @@
+"""Starts kova_bench_host and kova_load_players, and talks to them."""
+
+import json
+import os
+import subprocess
+import threading
+import time
+
+BUILD = os.environ.get("KOVA_BUILD_DIR", "build/bench")
+
+
+class Program:
+    """A program that answers lines with lines. What it prints besides goes to a file or nowhere."""
+
+    def __init__(self, command, seconds, core=None, log=subprocess.DEVNULL):
+        pinned = [] if core is None else ["taskset", "-c", str(core)]
+        self.process = subprocess.Popen(
+            pinned + command,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=log,
+            text=True,
+            bufsize=1,
+        )
+        # Whatever happens, nobody waits for ever: without the program there is no answer.
+        self.guard = threading.Timer(seconds, self.process.kill)
+        self.guard.daemon = True
+        self.guard.start()
+
+    def line(self):
+        line = self.process.stdout.readline()
+        if not line:
+            raise RuntimeError(f"{self.process.args[0:4]} ended, or took too long")
+        return line.strip()
+
+    def tell(self, command):
+        self.process.stdin.write(command + "\n")
+        self.process.stdin.flush()
+        return self.line()
+
+    def finish(self):
+        """Lets it end, and returns its exit status."""
+        if self.process.stdin and not self.process.stdin.closed:
+            try:
+                self.process.stdin.close()
+            except BrokenPipeError:
+                pass
+        self.process.stdout.read()
+        status = self.process.wait()
+        self.guard.cancel()
+        return status
+
+
+class Host(Program):
+    def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
+        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
+        super().__init__(command + (["-s"] if sound else []), seconds, core, log)
+        port = self.line().removeprefix("port ")
+        self.urls = [f"rtsp://127.0.0.1:{port}/s{n + 1}" for n in range(streams)]
+
+    def set_rate(self, kilobits):
+        self.tell(f"rate {kilobits}")
+
+    def cpu(self):
+        """Processor time so far, all threads, user and system, in seconds."""
+        return time.clock_gettime(~self.process.pid << 3 | 2)  # as clock_getcpuclockid(3) makes it
+
+
+class Load(Program):
+    def __init__(self, urls, transport, seconds, options=(), core=None):
+        command = [f"{BUILD}/kova_load_players", "--transport", transport]
+        super().__init__(command + [*options, *urls], seconds, core)
+
+    def ask(self, command):
+        return json.loads(self.tell(command))

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "rtp/rtp_packer.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <vector>
+
+/// Packs one access unit again and again; reports bytes and RTP packets a second. Takes the packer.
+inline void KovaMicroPack(benchmark::State &state, KovaRtpPacker *pPacker,
+                          const std::vector<uint8_t> &unit)
+{
+    uint32_t nTime = 40;
+    int64_t nPackets = 0;
+    for (auto _ : state) {
+        if (KovaRtpPackerPushData(pPacker, unit.data(), static_cast<uint32_t>(unit.size()),
+                                  nTime++) != kPackerOk) {
+            state.SkipWithError("the access unit was refused");
+            break;
+        }
+        KovaRtpPacket *pPacket = nullptr;
+        while (KovaRtpPackerGetRtpPacket(pPacker, &pPacket) == kPackerOk) {
+            benchmark::DoNotOptimize(pPacket->pData);
+            KovaRtpFreePacket(pPacket);
+            nPackets++;
+        }
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(unit.size()));
+    state.SetItemsProcessed(nPackets);
+    KovaRtpPackerDestroy(pPacker);
+}

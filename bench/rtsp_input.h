@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// An answer to a request.
+struct KovaRtspAnswer {
+    int nStatus = 0;
+    std::string session; ///< without its parameters
+    std::string body;
+};
+
+/// Tells answers and interleaved frames in the bytes of an RTSP connection apart.
+class KovaRtspInput {
+public:
+    using OnAnswer = std::function<void(const KovaRtspAnswer &)>;
+    using OnFrame = std::function<void(unsigned nChannel, const uint8_t *pPacket, size_t nSize)>;
+
+    KovaRtspInput(OnAnswer onAnswer, OnFrame onFrame);
+
+    /// Reads all that is there, and notes behind each read when that was. False when the connection
+    /// has ended.
+    bool Read(int nSocket, uint64_t *pNow);
+
+private:
+    size_t TakeFrame(const uint8_t *pBytes, size_t nSize);
+    size_t TakeAnswer(const uint8_t *pBytes, size_t nSize);
+    void TakeAll(const uint8_t *pBytes, size_t nSize);
+
+    OnAnswer m_onAnswer;
+    OnFrame m_onFrame;
+    std::vector<uint8_t> m_rest; ///< begun, but not complete
+};
+
+/// What the description tells of a track.
+struct KovaDescribedTrack {
+    unsigned nId = 0;
+    uint32_t nRate = 0;
+};
+
+/// The tracks of a session description, in its order.
+std::vector<KovaDescribedTrack> KovaDescribedTracks(const std::string &description);
