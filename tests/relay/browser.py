@@ -32,8 +32,8 @@ class Browser:
         self._number = 0
         to_browser, self._out = os.pipe()
         self._in, from_browser = os.pipe()
-        # dup2 onto 3 and 4 in the child must not overwrite what it still needs.
-        program = ['sh', '-c', f'exec 3<&{to_browser} 4>&{from_browser}; exec "$@"', 'sh',
+        # bash, because dash takes no descriptor above 9 here.
+        program = ['bash', '-c', f'exec 3<&{to_browser} 4>&{from_browser}; exec "$@"', 'bash',
                    'chromium', *OPTIONS, '--remote-debugging-pipe',
                    f'--user-data-dir={self._profile}', 'about:blank']
         with open(os.path.join(self._profile, 'log'), 'wb') as log:
