@@ -147,20 +147,8 @@ decode() {
 # frames <name> <track>: the number of decoded frames (0 the picture, 1 the sound)
 frames() { grep -c "^$2," "$work/$1.frames"; }
 
-# judge_frames <name> <seconds>: no message, and as many frames as that time has. A player begins
-# with the next key frame (at most a second away), the sound with the next packet.
-judge_frames() {
-    local pictures sounds
-    judge "$1"
-    pictures=$(frames "$1" 0)
-    sounds=$(frames "$1" 1)
-    echo "$1: $pictures pictures, $sounds sound frames in $2 s"
-    ((pictures >= 24 * ($2 - 1) && pictures <= 26 * $2)) || fail "$1: $pictures pictures"
-    ((sounds >= 45 * ($2 - 1) && sounds <= 49 * $2)) || fail "$1: $sounds sound frames"
-}
-
-# judge_whole <name>: no message, and no frame missing. FFmpeg gives the first picture no time of its
-# own; all others are one 25th of a second apart, the sound's frames 21 or 22 ms.
+# judge_whole <name>: no message, and no frame missing. FFmpeg gives the first picture no time of
+# its own; all others are one 25th of a second apart, the sound's frames 21 or 22 ms.
 judge_whole() {
     judge "$1"
     awk -F ', *' -v name="$1" '
@@ -169,7 +157,7 @@ judge_whole() {
             last[$1] = $2
         }
         END {
-            printf "%s: %d pictures, %d sound frames without a gap\n", name, count[0], count[1]
+            printf "%s: %d pictures, %d sound frames\n", name, count[0], count[1]
             for (step in steps) {
                 split(step, part, SUBSEP)
                 good = part[1] == 0 ? part[2] == 1 : part[2] == 1008 || part[2] == 1056
@@ -177,4 +165,15 @@ judge_whole() {
             }
             exit bad || count[0] < 50 || count[1] < 90
         }' "$work/$1.frames" || fail "$1 has gaps or is too short"
+}
+
+# judge_frames <name> <seconds>: no message, no gap, and as many frames as that time has. A player
+# begins with the next key frame (at most a second away), the sound with the next packet.
+judge_frames() {
+    local pictures sounds
+    judge_whole "$1"
+    pictures=$(frames "$1" 0)
+    sounds=$(frames "$1" 1)
+    ((pictures >= 24 * ($2 - 1) && pictures <= 26 * $2)) || fail "$1: $pictures pictures"
+    ((sounds >= 45 * ($2 - 1) && sounds <= 49 * $2)) || fail "$1: $sounds sound frames"
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Players that retry, as a shell loop with FFmpeg and as mpv with --loop-playlist=force, come back by
-# themselves when the host ends and is started again on the same port, and then play without an
+# Players that retry, as a shell loop with FFmpeg and as mpv with --loop-playlist=force, come back
+# by themselves when the host ends and is started again on the same port, and then play without an
 # error. What they were playing before ends for them without an error too.
 . "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
 need ffmpeg mpv
@@ -41,7 +41,8 @@ stop_host || fail "the host ended with status $?"
 sleep 1.5
 start_host_again
 for transport in "${transports[@]}"; do
-    wait "${pids[0]}" || fail "ffmpeg over $transport does not come back: $(cat "$work/$transport.err")"
+    wait "${pids[0]}" ||
+        fail "ffmpeg over $transport does not come back: $(cat "$work/$transport.err")"
     pids=("${pids[@]:1}")
     judge_whole "$transport.first"
     judge_frames "$transport" 5
