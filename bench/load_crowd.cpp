@@ -16,7 +16,8 @@ constexpr uint64_t kTick = 50'000; // microseconds
 // it does not cost where the players are on other machines.
 constexpr unsigned kNap = 2'000;
 constexpr uint64_t kQuietSpan = 300'000;
-constexpr uint64_t kQuietPackets = 100; // of one player in one second
+constexpr uint64_t kQuietPackets = 20; // of one player in one second
+constexpr unsigned kQuietSpans = 2;    // one after the other
 
 double CpuSeconds()
 {
@@ -86,15 +87,17 @@ KovaLoadResult KovaLoadCrowd::Measure(double fSeconds)
 
 bool KovaLoadCrowd::Settle(unsigned nSeconds)
 {
-    uint64_t nSpanEnd = After(0);
+    uint64_t nSpanEnd = m_pWorld->nNow + kQuietSpan;
     const uint64_t nMost = kQuietPackets * kQuietSpan / 1'000'000 * std::max<size_t>(1, Players());
-    bool bFirst = true;
+    unsigned nQuiet = 0;
+    m_pWorld->counts = {};
     return PumpUntil(After(nSeconds), [&] {
         if (m_pWorld->nNow < nSpanEnd)
             return false;
         const KovaLoadCounts counts = std::exchange(m_pWorld->counts, KovaLoadCounts{});
         nSpanEnd = m_pWorld->nNow + kQuietSpan;
-        return !std::exchange(bFirst, false) && counts.nPackets <= nMost && counts.nLate == 0;
+        nQuiet = counts.nPackets <= nMost && counts.nLate == 0 ? nQuiet + 1 : 0;
+        return nQuiet == kQuietSpans;
     });
 }
 

@@ -71,6 +71,7 @@ class Point:
             f"players' core {100 * self.load_cpu:.0f} %" * (self.load_cpu >= FULL),
         ]
         self.faults = ", ".join(fault for fault in faults if fault)
+        self.cpu = max(self.cpu, 1e-6)
         self.most_late = result["most_late_ms"]
 
 
@@ -152,7 +153,9 @@ def search(bench, transport, rate, until):
     print(f"{transport} {rate} kbit/s", file=sys.stderr)
     retried = False
     for players in FEW:
-        row.few[players] = bench.point(players, rate)
+        point = bench.point(players, rate)
+        # What few players cannot be served was disturbed.
+        row.few[players] = bench.point(players, rate) if point.faults else point
         row.take(row.few[players])
     for _ in range(STEPS):
         players = row.guess()
