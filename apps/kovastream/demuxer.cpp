@@ -16,6 +16,10 @@ namespace {
 // Live input: two seconds tell what is in it, and nobody watches meanwhile.
 constexpr char kLiveAnalysis[] = "2000000";
 
+// A network source that has said nothing for so long is gone, though its connection is not closed:
+// unplugged, or behind a dead link. Microseconds.
+constexpr char kSilence[] = "5000000";
+
 constexpr std::chrono::milliseconds kRetry{10};
 
 // Among so many there is one of each track, unless the file is badly interleaved.
@@ -91,10 +95,17 @@ void Demuxer::Open(double fps)
     Settings settings;
     if (fps > 0)
         settings.Set("framerate", std::to_string(fps));
-    if (m_kind == SourceKind::Network)
+    if (m_kind == SourceKind::Network) {
         settings.Set("rtsp_transport", "tcp");
-    if (m_kind != SourceKind::File)
+        // The one is RTSP's, the other everybody else's.
+        settings.Set(m_input.compare(0, 4, "rtsp") == 0 ? "timeout" : "rw_timeout", kSilence);
+    }
+    if (m_kind != SourceKind::File) {
         settings.Set("analyzeduration", kLiveAnalysis);
+        // A second of pictures would go by just to find their rate, which nothing here needs: the
+        // delay would last.
+        settings.Set("fpsprobesize", "0");
+    }
     // Prefixed, so that a colon in a file's name is no protocol.
     const std::string name = m_kind == SourceKind::File ? "file:" + m_input : m_input;
     int error = avformat_open_input(&format, name.c_str(), nullptr, &settings.dictionary);

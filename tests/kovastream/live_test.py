@@ -1,7 +1,11 @@
 """Pipes are waited for, signals end the program, and everything is torn down."""
 
+import json
+import select
 import signal
+import socket
 import subprocess
+import threading
 import time
 import unittest
 
@@ -75,6 +79,70 @@ class Pipes(unittest.TestCase):
             time.sleep(0.5)
             program.signal(signal.SIGTERM)
             self.assertEqual(program.wait(6), 0)
+
+
+class Link:
+    """A TCP link to a port that can die: its connections stay open and carry nothing any more."""
+
+    def __init__(self, port):
+        self.target = port
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.pairs = {}
+        self.dead = []
+        self.ending = False
+        self.thread = threading.Thread(target=self.run)
+        self.thread.start()
+
+    def run(self):
+        while not self.ending:
+            readable, _, _ = select.select([self.listener, *self.pairs], [], [], 0.1)
+            for end in readable:
+                if end is self.listener:
+                    one = self.listener.accept()[0]
+                    other = socket.create_connection(("127.0.0.1", self.target), 5)
+                    self.pairs.update({one: other, other: one})
+                elif end in self.pairs:
+                    other = self.pairs[end]
+                    try:
+                        data = end.recv(65536)
+                        other.sendall(data)
+                    except OSError:
+                        data = b""
+                    if not data:
+                        for closed in (end, other):
+                            del self.pairs[closed]
+                            closed.close()
+
+    def die(self):
+        self.dead, self.pairs = list(self.pairs), {}
+
+    def close(self):
+        self.ending = True
+        self.thread.join()
+        for end in [self.listener, *self.pairs, *self.dead]:
+            end.close()
+
+
+class Networks(unittest.TestCase):
+    def test_source_that_falls_silent_is_connected_anew(self):
+        with Program(clip()) as device:
+            device.await_ready()
+            link = Link(device.port)
+            self.addCleanup(link.close)
+            with Program("--status", "json", f"rtsp://127.0.0.1:{link.port}/live") as program:
+                program.await_ready(seconds=20)
+                link.die()
+                flowing, silent = 0, False
+                end = time.time() + 40
+                while time.time() < end and not (silent and flowing > 2):
+                    time.sleep(0.5)
+                    rates = [json.loads(line)["fps"] for line in program.out().splitlines()]
+                    silent = 0 in rates[1:]
+                    flowing = len([rate for rate in rates[rates.index(0, 1):] if rate > 20]) \
+                        if silent else 0
+                self.assertTrue(silent)
+                self.assertGreater(flowing, 2, program.out())
 
 
 class Signals(unittest.TestCase):
