@@ -19,7 +19,7 @@ from host_and_load import Host, Load
 MOST = 1024  # playing clients of one server
 FEW = (1, 64)
 FULL = 0.90  # of the host's core
-AIM = 0.78  # what the next guess aims at
+AIM = 0.72  # what the next guess aims at
 NEAR = 1.12  # bad over good, at which the search ends
 STEPS = 6  # of one search
 FLOWING = 1.4  # seconds until a new rate has come out of the one second of delay
@@ -248,7 +248,7 @@ def print_machine(rows, seconds):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--rates", default="500,2000,4000,8000")
-    parser.add_argument("--limit", type=float, default=220)
+    parser.add_argument("--limit", type=float, default=230)
     options = parser.parse_args()
     rates = [int(rate) for rate in options.rates.split(",")]
     os.sched_setaffinity(0, {LOAD_CORE})
@@ -263,7 +263,7 @@ def main():
         # Each may take its share of the time that is left.
         left = begin + options.limit - time.monotonic()
         share = left / (len(searches) - number)
-        rows.append(search(bench, transport, rate, time.monotonic() + share - 8))
+        rows.append(search(bench, transport, rate, time.monotonic() + share - 4))
         if number % len(rates) == len(rates) - 1:
             bench.finish()
     print_tables(rows, spread_points, 2000)
