@@ -23,7 +23,7 @@ std::string Repeats::Said()
 {
     if (m_count == 0)
         return "";
-    const std::string said = "  (" + std::to_string(m_count) + " more of this line)\n";
+    std::string said = "  (" + std::to_string(m_count) + " more of this line)\n";
     m_count = 0;
     return said;
 }
