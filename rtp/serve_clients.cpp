@@ -217,9 +217,11 @@ void ServeClient(ServingPass *pPass, KovaRtpClient *pClient)
         return;
     }
     // Each client that waits costs its group a millisecond per packet, with the
-    // lock held: the price of a set-up track that never plays.
+    // lock held: the price of a set-up track that never plays. A stop does not pay
+    // it: a crowd of them would keep what is queued from going out for minutes.
     printf("Client Waiting !!!\n");
-    usleep(kPollMicroseconds);
+    if (KovaThreadRuns(pContext->pGroup->nState))
+        usleep(kPollMicroseconds);
     if (pClient->nState == kClientGone)
         RemoveGone(pPass, pClient);
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
@@ -238,6 +239,26 @@ TEST_F(SendGroupTest, DestroysItsClientsInTheEnd)
     pGroup = nullptr;
     EXPECT_FALSE(KovaIsOpen(ends.nServerRtp));
     EXPECT_FALSE(KovaIsOpen(ends.nServerRtcp));
+}
+
+TEST_F(SendGroupTest, StopDoesNotWaitWithWaitingClients)
+{
+    KovaStdoutCapture capture;
+    KovaUdpEnds ends;
+    for (int n = 0; n < 300; n++)
+        KovaRtpSendGroupAddRtpClient(pGroup, ends.Client("1"));
+    for (uint16_t n = 10; n < 110; n++) {
+        KovaRtpPacket *pPacket = KovaMakePacket({n});
+        KovaRtpPacketAddRef(pPacket);
+        KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
+    }
+    ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+    EXPECT_TRUE(KovaWaitUntil([this] { return delivery.pSender->nLastSequence == 10; }));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0);
+    // With a millisecond for each packet and client it would take half a minute.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_EQ(Packets(), PacketList{});
 }
 
 TEST_F(SendGroupTest, SendsWhatIsQueuedBeforeItStops)
