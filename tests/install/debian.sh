@@ -68,7 +68,7 @@ if [[ ! -e /usr/share/kovastream ]]; then
     said=$(timeout 10 "$streamer" 2>&1 </dev/null)
     [[ $said == *'/usr/share/kovastream/clip.h264'* ]] || fail "without an input: $said"
 fi
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])')
+port=$(free_port) || fail "no free port"
 timeout 30 "$streamer" --port "$port" --duration 3 --status json \
     "live=$work/root/usr/share/kovastream/clip.h264+$work/root/usr/share/kovastream/clip.aac" \
     >"$work/stream.json" 2>"$work/stream.err" </dev/null ||

@@ -1,25 +1,12 @@
 # Helpers of the installation tests: a folder to work in, and the example host built elsewhere.
-# Sourced, not run. A tool that is missing is a failure.
-set -uo pipefail
-export LC_ALL=C
+# Sourced, not run.
+. "${KOVA_SOURCE_DIR:?}/tests/support/checks.bash"
 source=${KOVA_SOURCE_DIR:?}
 build=${KOVA_BUILD_DIR:?}
 example=$source/examples/minimal_host.c
 strict=(-std=c99 -Wall -Wextra -pedantic -Werror)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-
-fail() {
-    echo "FAILED: $*"
-    exit 1
-}
-
-need() {
-    local tool
-    for tool in "$@"; do
-        command -v "$tool" >/dev/null || fail "$tool is not installed"
-    done
-}
 
 # install_into <prefix> [argument]...: what a host is built with, from the build at hand
 install_into() {
@@ -41,8 +28,7 @@ runs() {
     shift
     need python3 timeout
     for attempt in 1 2 3 4 5; do
-        port=$(python3 -c \
-            'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])')
+        port=$(free_port) || fail "no free port"
         timeout 30 "$@" -p "$port" -s 3 "$source/samples/clip.h264" "$source/samples/clip.aac" \
             >"$work/$name.out" 2>"$work/$name.err" </dev/null
         status=$?

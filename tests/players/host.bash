@@ -1,7 +1,6 @@
 # Helpers of the player tests: a host that streams the sample clip, and how to judge a player.
-# Sourced, not run. A tool that is missing is a failure.
-set -uo pipefail
-export LC_ALL=C
+# Sourced, not run.
+. "${KOVA_SOURCE_DIR:?}/tests/support/checks.bash"
 host_program=${KOVA_BUILD_DIR:?}/kova_minimal_host
 clip_h264=${KOVA_SOURCE_DIR:?}/samples/clip.h264
 clip_aac=${KOVA_SOURCE_DIR:?}/samples/clip.aac
@@ -13,18 +12,6 @@ host_pid=
 port=
 url=
 pids=() # players in the background
-
-fail() {
-    echo "FAILED: $*"
-    exit 1
-}
-
-need() {
-    local tool
-    for tool in "$@"; do
-        command -v "$tool" >/dev/null || fail "$tool is not installed"
-    done
-}
 
 # A host ends on SIGTERM within its shut-down time; every wait here has an end.
 stop_host() {
@@ -61,22 +48,6 @@ clean_up() {
     exit $status
 }
 trap clean_up EXIT
-
-# Below the ports that the system gives to clients: none of a retrying player's connections can have
-# the port of a host that is away, and connect to itself.
-free_port() {
-    python3 - <<'END'
-import random, socket
-for port in random.sample(range(20000, 32000), 100):
-    with socket.socket() as probe:
-        try:
-            probe.bind(("", port))
-        except OSError:
-            continue
-        print(port)
-        break
-END
-}
 
 host_is_ready() { grep -aEq '^clients -?[0-9]+, [0-9]+ kbit/s, (idle|flowing)$' "$work/host.log"; }
 

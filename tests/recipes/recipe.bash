@@ -1,25 +1,12 @@
 # Helpers of the recipe tests: they run the very text that docs/recipes.md shows, in an empty
 # directory, and play the stream that comes of it. Sourced, not run.
-set -uo pipefail
-export LC_ALL=C
+. "${KOVA_SOURCE_DIR:?}/tests/support/checks.bash"
 recipes=${KOVA_SOURCE_DIR:?}/docs/recipes.md
 clip_h264=${KOVA_SOURCE_DIR:?}/samples/clip.h264
 clip_aac=${KOVA_SOURCE_DIR:?}/samples/clip.aac
 work=$(mktemp -d)
 pids=() # process groups in the background
 cd "$work" || exit 1
-
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
-
-need() {
-    local tool
-    for tool in "$@"; do
-        command -v "$tool" >/dev/null || fail "$tool is not installed"
-    done
-}
 
 clean_up() {
     local status=$? pid tries
@@ -42,10 +29,6 @@ clean_up() {
     exit $status
 }
 trap clean_up EXIT
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])'
-}
 
 # recipe <name>: the text of the code block that follows the marker
 recipe() {

@@ -1,19 +1,13 @@
 #!/usr/bin/env bash
 # scripts/relay-hls waits for a stream, shows it in a browser, outlives the stream's absence, and
 # ends cleanly.
-set -uo pipefail
-export LC_ALL=C
+. "${KOVA_SOURCE_DIR:?}/tests/support/checks.bash"
 source_dir=${KOVA_SOURCE_DIR:?}
 kovastream=${KOVA_BUILD_DIR:?}/kovastream
 work=$(mktemp -d)
 host_pid=
 relay_pid=
 watch_pid=
-
-fail() {
-    echo "FAILED: $*"
-    exit 1
-}
 
 # await <seconds> <command>...: until the command succeeds
 await() {
@@ -47,10 +41,6 @@ clean_up() {
     exit $status
 }
 trap clean_up EXIT
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])'
-}
 
 start_host() {
     : >"$work/host.json"
