@@ -49,7 +49,8 @@ Console::Console(const Options &options)
       m_original(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
 {
     if (!options.logFile.empty()) {
-        m_log = open(options.logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        m_log = open(options.logFile.c_str(),
+                     O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
         if (m_log < 0)
             throw Failure("the log file '" + options.logFile +
                           "' cannot be written: " + strerror(errno));
@@ -122,7 +123,7 @@ void Console::PrintLibrary(const std::string &lines)
         for (size_t at = 0; at < lines.size();) {
             const ssize_t written = write(m_log, lines.data() + at, lines.size() - at);
             if (written <= 0)
-                return; // a full disk: the service goes on
+                return; // a full disk or pipe: the service goes on
             at += static_cast<size_t>(written);
         }
     } else if (m_json) {

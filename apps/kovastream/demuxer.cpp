@@ -114,8 +114,20 @@ void Demuxer::Open(double fps)
         error = avformat_find_stream_info(format, nullptr);
     }
     if (error < 0 && !m_stop.Requested())
-        throw Failure("'" + m_input + "' cannot be opened: " + ErrorText(error) +
-                      ". It is broken, or no media file; try  ffprobe " + m_input);
+        throw Failure("'" + m_input + "' cannot be opened: " + ErrorText(error) + WhatToDo());
+}
+
+/// Behind the reason for which the input could not be opened.
+std::string Demuxer::WhatToDo() const
+{
+    switch (m_kind) {
+    case SourceKind::Network:
+        return ". Is it running, and can it be reached? Try  ffprobe " + m_input;
+    case SourceKind::File:
+        return ". It is broken, or no media file; try  ffprobe " + m_input;
+    default:
+        return ". What comes is no media, or broken; write it to a file and try  ffprobe FILE";
+    }
 }
 
 void Demuxer::FindTracks(const Wish &wish)

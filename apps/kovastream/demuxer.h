@@ -80,6 +80,7 @@ public:
 private:
     static int Interrupted(void *stop);
     void Open(double fps);
+    std::string WhatToDo() const;
     void FindTracks(const Wish &wish);
     void CheckFirstPackets();
     void DiscardOthers();

@@ -19,9 +19,9 @@ Words WordsFor(const Figures &figures)
 {
     switch (figures.input) {
     case Figures::Input::Opening:
-        return {"waiting for the input to begin", "opening"};
+        return {"no input yet", "opening"};
     case Figures::Input::Waiting:
-        return {"waiting for input", "waiting"};
+        return {"no input", "waiting"};
     case Figures::Input::Ended:
         return {"ended", "ended"};
     case Figures::Input::Flowing:
@@ -29,11 +29,11 @@ Words WordsFor(const Figures &figures)
     }
     switch (figures.status) {
     case KOVA_STREAM_IDLE:
-        return {"ready, nobody watches", "idle"};
+        return {"no viewers", "idle"};
     case KOVA_STREAM_FLOWING:
         return {"streaming", "flowing"};
     case KOVA_STREAM_STALLED:
-        return {"stalled: nothing reaches the players", "stalled"};
+        return {"stalled", "stalled"};
     default:
         return {"getting ready", "not_ready"};
     }

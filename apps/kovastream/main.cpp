@@ -16,7 +16,9 @@ extern "C" {
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <fcntl.h>
 #include <memory>
+#include <unistd.h>
 #include <vector>
 
 namespace kovastream {
@@ -100,8 +102,18 @@ void Run(const Options &options, Stop *stop)
         AwaitQueue(streams, *stop);
 }
 
+/// Standard descriptors that the caller has closed would be given to whatever is opened next.
+void OpenStandardDescriptors()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0)
+            static_cast<void>(open("/dev/null", O_RDWR));
+    }
+}
+
 int Main(int argc, char **argv)
 {
+    OpenStandardDescriptors();
     try {
         const std::optional<Options> options = ParseOptions(argc, argv);
         if (!options)

@@ -30,9 +30,13 @@ Examples:
 std::string CheckAddress(const std::string &text)
 {
     in_addr parsed = {};
-    if (inet_pton(AF_INET, text.c_str(), &parsed) == 1)
-        return "";
-    return "'" + text + "' is no IPv4 address; give one of this machine, such as 192.168.1.5";
+    if (inet_pton(AF_INET, text.c_str(), &parsed) == 1) {
+        const in_addr_t address = ntohl(parsed.s_addr);
+        if (!IN_MULTICAST(address) && address != INADDR_BROADCAST)
+            return "";
+    }
+    return "'" + text +
+           "' is no IPv4 address to listen on; give one of this machine, such as 192.168.1.5";
 }
 
 std::string CheckForm(const std::string &text)

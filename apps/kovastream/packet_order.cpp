@@ -58,4 +58,11 @@ Demuxer::Result PacketOrder::Next(AVPacket *packet)
     return Demuxer::Result::Got;
 }
 
+int64_t PacketOrder::NextPicture() const
+{
+    if (m_waiting[0].empty() || m_waiting[0].front()->pts == AV_NOPTS_VALUE)
+        return AV_NOPTS_VALUE;
+    return av_rescale_q(m_waiting[0].front()->pts, m_demuxer->Picture()->time_base, kMicroseconds);
+}
+
 } // namespace kovastream

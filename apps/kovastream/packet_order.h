@@ -15,6 +15,9 @@ public:
     explicit PacketOrder(Demuxer *demuxer);
 
     Demuxer::Result Next(AVPacket *packet);
+    /// When the next picture that was read ahead is shown, microseconds; AV_NOPTS_VALUE if there is
+    /// none, or it does not say.
+    int64_t NextPicture() const;
 
 private:
     bool IsFull() const;

@@ -104,6 +104,12 @@ void Round::FindOrigin(const Unit &unit)
         m_origin = m_demuxer->Start();
     else
         m_origin = unit.presentation;
+    // A file that was trimmed without encoding begins with pictures that lie before its start: the
+    // first one that is shown needs them.
+    const int64_t picture =
+        unit.track == TrackKind::Picture ? unit.presentation : m_packets.NextPicture();
+    if (picture != AV_NOPTS_VALUE && !m_demuxer->IsRawVideo())
+        m_origin = std::min(m_origin, picture);
 }
 
 } // namespace kovastream

@@ -53,8 +53,13 @@ Stop::Stop()
     action.sa_handler = OnSignal;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(number, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before = {};
+        sigaction(number, nullptr, &before);
+        // nohup has it ignored.
+        if (number != SIGHUP || before.sa_handler != SIG_IGN)
+            sigaction(number, &action, nullptr);
+    }
     // A reader of our output that is gone shows as an error of write.
     signal(SIGPIPE, SIG_IGN);
 }

@@ -144,7 +144,8 @@ void Stream::Publish()
     m_published.emplace(m_publisher->Publish(m_uri, m_sound, m_picture));
     m_lastPush = Now();
     m_isPublished = true;
-    const std::string address = m_options.address.empty() ? "127.0.0.1" : m_options.address;
+    const bool any = m_options.address.empty() || m_options.address == "0.0.0.0";
+    const std::string address = any ? "127.0.0.1" : m_options.address;
     m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
                      "  (" + m_about + ")");
 }
@@ -158,6 +159,10 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
+        if (result == Demuxer::Result::Broken && !begun && source->kind == SourceKind::Stdin)
+            throw Failure("'-' cannot be read: " + ErrorText(source->demuxer->LastError()) +
+                          "; MP4 in a pipe has to have its index in front: name the file, or  "
+                          "ffmpeg -i IN -c copy -f mpegts - | kovastream -");
         if (result == Demuxer::Result::Broken)
             m_console->Print(m_uri + ": reading '" + source->input +
                              "' failed: " + ErrorText(source->demuxer->LastError()));

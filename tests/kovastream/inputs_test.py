@@ -20,6 +20,7 @@ def setUpModule():
     inputs["joined"] = clip("h264") + "+" + clip("aac")
     inputs["b-mp4"] = b_frames()
     inputs["b-h264"] = b_frames("h264")
+    inputs["trimmed"] = trimmed()
     inputs["sets-once"] = without_later_parameter_sets(clip("h264"), "once.h264")
     program = Program(*[f"{uri}={source}" for uri, source in inputs.items()])
     sample = Program()
@@ -33,6 +34,13 @@ def setUpModule():
         thread.join(60)
     sample.__exit__()
     fifty.__exit__()
+
+
+def trimmed():
+    """Cut without encoding: it begins with pictures before its start, which decoders need."""
+    whole = media("whole.mp4", "-f", "lavfi", "-i", "testsrc2=s=320x180:r=25:d=3", "-f", "lavfi",
+                  "-i", "sine=d=3:r=48000", "-c:v", "libx264", "-g", "38", *NO_B, *SOUND)
+    return media("trimmed.mp4", "-ss", "1.2", "-i", whole, "-c", "copy")
 
 
 def tearDownModule():
@@ -130,6 +138,13 @@ class Tracks(unittest.TestCase):
         self.assertLess(sdp.index("m=audio 0 RTP/AVP 96"), sdp.index("m=video 0 RTP/AVP 97"))
         self.assertEqual({packet.type for packet in packets}, {96, 97})
         check_steps(self, packets)
+
+    def test_pictures_before_the_start_of_a_trimmed_file(self):
+        _, packets = recorded["trimmed"]
+        pictures = steps(packets, 97)
+        self.assertGreater(len(pictures), 76)  # so that the file's end is among them
+        self.assertGreater(min(pictures), 0)
+        self.assertLess(max(pictures), 3 * FRAME)
 
     def test_rate_of_raw_video(self):
         self.assertEqual(set(steps(recorded["fifty"][1], 97)), {FRAME // 2})

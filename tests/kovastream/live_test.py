@@ -168,6 +168,18 @@ class Signals(unittest.TestCase):
             program.signal(signal.SIGINT)
             self.assertEqual(program.wait(5), 128 + signal.SIGINT)
 
+    def test_ignored_hangup_stays_ignored(self):
+        started = signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        try:
+            program = Program(clip())
+        finally:
+            signal.signal(signal.SIGHUP, started)
+        with program:
+            program.await_ready()
+            program.signal(signal.SIGHUP)
+            time.sleep(1)
+            self.assertIsNone(program.process.poll())
+
     def test_duration(self):
         begin = time.time()
         with Program("--duration", "1.5", clip()) as program:

@@ -39,7 +39,9 @@ class Refusals(unittest.TestCase):
                 (["'-1'"], ["--duration=-1"]),
                 (["--bogus", "--help"], ["--bogus"]),
                 (["--loop", "--once"], ["--loop", "--once"]),
-                (["'here'", "IPv4"], ["--address", "here"])):
+                (["'here'", "IPv4"], ["--address", "here"]),
+                (["'224.0.0.1'", "this machine"], ["--address", "224.0.0.1"]),
+                (["'255.255.255.255'", "this machine"], ["--address", "255.255.255.255"])):
             with self.subTest(arguments=arguments):
                 self.refused(expected, *arguments)
 
@@ -76,6 +78,32 @@ class Refusals(unittest.TestCase):
         result = run("--port", str(free_port()), path("half.mp4"))
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stderr, r"^kovastream: .*half.mp4' is (cut off|broken): .*\n$")
+
+    def test_names_with_control_characters(self):
+        self.refused(["no file 'no?file?[2J'"], "no\nfile\x1b[2J")
+
+    def test_index_behind_the_media_in_a_pipe(self):
+        with open(clip(), "rb") as pipe:
+            result = subprocess.run([PROGRAM, "--port", str(free_port()), "-"], stdin=pipe,
+                                    capture_output=True, text=True, timeout=20)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, r"^kovastream: '-' cannot be .*mpegts.*\n$")
+
+    def test_closed_descriptors(self):
+        for closed in ("<&-", ">&-", "<&- >&-", "<&- >&- 2>&-"):
+            with self.subTest(closed=closed):
+                result = subprocess.run(
+                    ["sh", "-c", f'exec "$0" --port {free_port()} --duration 1 "$1" {closed}',
+                     PROGRAM, clip()], timeout=20)
+                self.assertEqual(result.returncode, 0)
+        result = subprocess.run(["sh", "-c", 'exec "$0" - <&-', PROGRAM], capture_output=True,
+                                text=True, timeout=20)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, r"^kovastream: '-' .*\n$")
+
+    def test_log_without_a_reader(self):
+        os.mkfifo(path("log.fifo"))
+        self.refused(["log.fifo"], "--log", path("log.fifo"), clip())
 
     def test_encrypted(self):
         # With the first key the tracks look sound; with the others the encrypted sound reads as if

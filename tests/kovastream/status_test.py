@@ -15,7 +15,7 @@ import unittest
 from support import *
 
 STATUS = (r"\d:\d\d:\d\d  \d+\.\d fps  \d+ kbit/s in  \d+ clients?  \d+ kbit/s out  "
-          r"(getting ready|ready, nobody watches|streaming|waiting for .*)")
+          r"(getting ready|no viewers|streaming|no input|no input yet)")
 FIELDS = {"time": str, "uri": str, "position": float, "fps": float, "in_kbps": float,
           "clients": int, "out_kbps": int, "status": str}
 
