@@ -26,6 +26,18 @@ bool KovaThreadStart(pthread_t *pHandle, KovaThreadBody pfnBody, void *pArgument
     return bMade;
 }
 
+bool KovaThreadStartOnce(KovaStateWord &state, KovaThreadBody pfnBody, void *pArgument)
+{
+    if (KovaThreadRuns(state))
+        return true;
+    state = kThreadStarting;
+    state = kThreadRunning;
+    if (KovaThreadStart(nullptr, pfnBody, pArgument))
+        return true;
+    state = kThreadStopped;
+    return false;
+}
+
 bool KovaThreadRuns(const KovaStateWord &state)
 {
     return state.load(std::memory_order_acquire) == kThreadRunning;

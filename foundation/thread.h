@@ -35,6 +35,13 @@ using KovaThreadBody = void *(*)(void *);
 /// @return whether the thread was made.
 bool KovaThreadStart(pthread_t *pHandle, KovaThreadBody pfnBody, void *pArgument);
 
+/// Starts a detached thread together with its state word: running before the body
+/// begins, stopped when no thread could be made. One that runs already is left
+/// alone: a stop waits for the first of two threads, and the other one would
+/// outlive what it works on.
+/// @return whether the thread runs.
+bool KovaThreadStartOnce(KovaStateWord &state, KovaThreadBody pfnBody, void *pArgument);
+
 /// Whether the word reads kThreadRunning.
 bool KovaThreadRuns(const KovaStateWord &state);
 

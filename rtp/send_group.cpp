@@ -33,15 +33,9 @@ int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
         return KOVA_RESULT_NULL;
-    // Two threads on one group would outlive it: a stop waits for the first that ends.
-    if (KovaThreadRuns(pGroup->nState))
-        return KOVA_RESULT_OK;
-    pGroup->nState = kThreadStarting;
-    pGroup->nState = kThreadRunning;
     pGroup->bNoThread = false;
-    if (KovaThreadStart(nullptr, pSenderProc, pGroup))
+    if (KovaThreadStartOnce(pGroup->nState, pSenderProc, pGroup))
         return KOVA_RESULT_OK;
-    pGroup->nState = kThreadStopped;
     pGroup->bNoThread = true;
     return KOVA_RESULT_FAILED;
 }

@@ -123,15 +123,8 @@ int32_t KovaRtspServerHandlerStart(KovaRtspServerHandler *pHandler)
 {
     if (pHandler == nullptr)
         return KOVA_RESULT_NULL;
-    // Two threads on one handler would outlive it: a stop waits for the first that ends.
-    if (KovaThreadRuns(pHandler->nState))
-        return KOVA_RESULT_OK;
-    pHandler->nState = kThreadStarting;
-    pHandler->nState = kThreadRunning;
-    if (KovaThreadStart(nullptr, pHandleRequestProc, pHandler))
-        return KOVA_RESULT_OK;
-    pHandler->nState = kThreadStopped;
-    return KOVA_RESULT_FAILED;
+    return KovaThreadStartOnce(pHandler->nState, pHandleRequestProc, pHandler) ? KOVA_RESULT_OK
+                                                                               : KOVA_RESULT_FAILED;
 }
 
 int32_t KovaRtspServerHandlerStop(KovaRtspServerHandler *pHandler)

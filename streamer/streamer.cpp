@@ -54,12 +54,7 @@ bool StartPacker(KovaRtspStreamer *pStreamer, KovaRingbuffer *pRing, int32_t nSi
     if (pBlock == nullptr)
         return false;
     KovaRingbufferInit(pRing, pBlock, nSize);
-    *pState = kThreadStarting;
-    *pState = kThreadRunning;
-    if (KovaThreadStart(nullptr, pfnBody, pStreamer))
-        return true;
-    *pState = kThreadStopped;
-    return false;
+    return KovaThreadStartOnce(*pState, pfnBody, pStreamer);
 }
 
 void StopPacker(KovaStateWord *pState, KovaEvent *pWork)
