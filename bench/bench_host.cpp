@@ -5,11 +5,11 @@
 // Publishes s1, s2, ...; -s adds a sound track to each. Prints "port P" when players may come. Then
 // it obeys lines from standard input, each answered with "ok": "rate K" (kbit/s of each stream, 0
 // for next to nothing) and "quit". What the library prints goes to standard error.
+#include "bench/descriptor_limit.h"
 #include "bench/stream_feed.h"
 #include "server/kova_rtsp_server.h"
 
 #include <arpa/inet.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -104,16 +104,6 @@ Options ReadOptions(int nArguments, char **pArguments)
     return options;
 }
 
-/// Each player costs a descriptor, and two for each track over UDP.
-void RaiseDescriptorLimit()
-{
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
 } // namespace
 
 int main(int nArguments, char **pArguments)
@@ -123,7 +113,7 @@ int main(int nArguments, char **pArguments)
     if (pReplies == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
         Fail("no standard output");
     setvbuf(pReplies, nullptr, _IOLBF, 0);
-    RaiseDescriptorLimit();
+    KovaRaiseDescriptorLimit();
 
     KovaRtspServer *pServer = StartServer(&options);
     std::vector<KovaRtspStreamer *> streams;

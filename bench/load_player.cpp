@@ -189,8 +189,14 @@ bool KovaLoadPlayer::Listen(KovaLoadEnd::Kind kind, size_t nTrack, int nSocket)
 void KovaLoadPlayer::Frame(unsigned nChannel, const uint8_t *pPacket, size_t nSize)
 {
     const size_t nTrack = nChannel / 2;
-    if (nChannel % 2 == 0 && nTrack < m_tracks.size() && nSize >= kLoadRtpHeader)
-        m_tracks[nTrack].check.Take(pPacket, nSize, m_pWorld->nNow, m_pWorld->nLateLimit,
+    if (nChannel % 2 == 0 && nTrack < m_tracks.size())
+        Packet(nTrack, pPacket, nSize);
+}
+
+void KovaLoadPlayer::Packet(size_t nTrack, const uint8_t *pHeader, size_t nSize)
+{
+    if (nSize >= kLoadRtpHeader)
+        m_tracks[nTrack].check.Take(pHeader, nSize, m_pWorld->nNow, m_pWorld->nLateLimit,
                                     &m_pStream->clocks[nTrack], &m_pWorld->counts);
 }
 
@@ -200,12 +206,8 @@ void KovaLoadPlayer::Drain(const KovaLoadEnd &end)
     do {
         KovaTakeDatagrams(end.nSocket, &heads);
         m_pWorld->nNow = KovaLoadNow();
-        for (size_t nAt = 0; nAt < heads.nCount && end.kind == KovaLoadEnd::kRtp; nAt++) {
-            if (heads.nSizes[nAt] >= kLoadRtpHeader)
-                m_tracks[end.nTrack].check.Take(heads.bytes[nAt], heads.nSizes[nAt], m_pWorld->nNow,
-                                                m_pWorld->nLateLimit,
-                                                &m_pStream->clocks[end.nTrack], &m_pWorld->counts);
-        }
+        for (size_t nAt = 0; nAt < heads.nCount && end.kind == KovaLoadEnd::kRtp; nAt++)
+            Packet(end.nTrack, heads.bytes[nAt], heads.nSizes[nAt]);
     } while (heads.nCount == kDatagrams);
 }
 

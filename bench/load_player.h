@@ -100,6 +100,7 @@ private:
     bool OpenPorts(size_t nTrack);
     bool Listen(KovaLoadEnd::Kind kind, size_t nTrack, int nSocket);
     void Frame(unsigned nChannel, const uint8_t *pPacket, size_t nSize);
+    void Packet(size_t nTrack, const uint8_t *pHeader, size_t nSize);
     void Drain(const KovaLoadEnd &end);
     void End(State state, const std::string &trouble);
 

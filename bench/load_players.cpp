@@ -13,11 +13,11 @@
 //
 // Prints a line of JSON. The exit status is 1 when a player was refused, lost its connection, or
 // heard nothing on a track, when a sequence number was left out, or a TEARDOWN was not answered.
+#include "bench/descriptor_limit.h"
 #include "bench/load_crowd.h"
 
 #include <arpa/inet.h>
 #include <getopt.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -95,16 +95,6 @@ void ReadOptions(int nArguments, char **pArguments, Options *pOptions, KovaLoadW
         default:
             Fail("see bench/load_players.cpp for the options");
         }
-    }
-}
-
-/// Each player has a descriptor, and two for each track over UDP.
-void RaiseDescriptorLimit()
-{
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
 
@@ -195,7 +185,7 @@ int main(int nArguments, char **pArguments)
     if (streams.empty())
         Fail("which stream?");
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    RaiseDescriptorLimit();
+    KovaRaiseDescriptorLimit();
     KovaLoadCrowd crowd(&world, streams);
     return options.bObey ? Obey(&crowd) : PlayOnce(&crowd, options);
 }

@@ -1,5 +1,7 @@
 #include "bench/stream_feed.h"
 
+#include "bench/access_units.h"
+
 #include <utility>
 
 namespace {
@@ -12,60 +14,14 @@ constexpr unsigned kQuietSize = 60;
 constexpr unsigned kSampleRate = 48000;
 constexpr unsigned kSamplesPerFrame = 1024;
 constexpr unsigned kSoundSize = 170; // 64 kbit/s
-constexpr unsigned kAdtsHeaderSize = 7;
 // Above 0, as the schedule wants it, and below the 1000 ms that count as a gap.
 constexpr uint64_t kFirstTime = 40;
-
-const std::vector<uint8_t> kSps = {0x67, 0x42, 0xC0, 0x1E, 0xD9, 0x00, 0xA0, 0x47, 0xFE, 0xC8};
-const std::vector<uint8_t> kPps = {0x68, 0xCE, 0x3C, 0x80};
-
-void AppendUnit(std::vector<uint8_t> *pPicture, const std::vector<uint8_t> &nal)
-{
-    pPicture->insert(pPicture->end(), {0, 0, 0, 1});
-    pPicture->insert(pPicture->end(), nal.begin(), nal.end());
-}
-
-/// A slice without zero bytes, so that no start code appears in it.
-std::vector<uint8_t> Slice(uint8_t nHeader, size_t nSize)
-{
-    std::vector<uint8_t> slice(nSize, nHeader);
-    uint32_t nState = nHeader;
-    for (size_t nAt = 1; nAt < nSize; nAt++) {
-        nState = nState * 1664525U + 1013904223U;
-        slice[nAt] = static_cast<uint8_t>(nState >> 24 | 1);
-    }
-    return slice;
-}
-
-std::vector<uint8_t> KeyPicture(size_t nSize)
-{
-    std::vector<uint8_t> picture;
-    AppendUnit(&picture, kSps);
-    AppendUnit(&picture, kPps);
-    AppendUnit(&picture, Slice(0x65, nSize));
-    return picture;
-}
-
-std::vector<uint8_t> AdtsFrame(size_t nSize)
-{
-    const size_t nLength = nSize + kAdtsHeaderSize;
-    // AAC LC, 48 kHz, two channels, no CRC.
-    std::vector<uint8_t> frame = {0xFF,
-                                  0xF1,
-                                  0x4C,
-                                  static_cast<uint8_t>(0x80 | nLength >> 11),
-                                  static_cast<uint8_t>(nLength >> 3),
-                                  static_cast<uint8_t>((nLength & 7) << 5 | 0x1F),
-                                  0xFC};
-    frame.resize(nLength, 0x21);
-    return frame;
-}
 
 } // namespace
 
 KovaStreamFeed::KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSound)
-    : m_streams(std::move(streams)), m_bSound(bSound), m_key(KeyPicture(kQuietSize)),
-      m_sound(AdtsFrame(kSoundSize))
+    : m_streams(std::move(streams)), m_bSound(bSound), m_key(KovaBenchPicture(true, kQuietSize)),
+      m_sound(KovaBenchSound(kSoundSize))
 {}
 
 KovaStreamFeed::~KovaStreamFeed()
@@ -105,10 +61,9 @@ void KovaStreamFeed::TakeRate(unsigned nKilobits)
     m_nTakenRate = nKilobits;
     m_nPicture = 0;
     const size_t nOther = size_t{nKilobits} * 125 / (kFps - 1 + kKeyFactor);
-    m_key = KeyPicture(nKilobits == 0 ? kQuietSize : nOther * kKeyFactor);
-    m_other.clear();
+    m_key = KovaBenchPicture(true, nKilobits == 0 ? kQuietSize : nOther * kKeyFactor);
     if (nKilobits != 0)
-        AppendUnit(&m_other, Slice(0x41, nOther));
+        m_other = KovaBenchPicture(false, nOther);
 }
 
 void KovaStreamFeed::PushPicture()

@@ -1,5 +1,5 @@
 // AAC frames to RTP packets.
-#include "bench/micro/access_units.h"
+#include "bench/access_units.h"
 #include "bench/micro/packing.h"
 
 namespace {
@@ -7,7 +7,7 @@ namespace {
 void Aac(benchmark::State &state)
 {
     KovaMicroPack(state, KovaRtpAudioPackerCreate(1, 96, 1, nullptr, nullptr),
-                  KovaMicroSound(static_cast<size_t>(state.range(0))));
+                  KovaBenchSound(static_cast<size_t>(state.range(0))));
 }
 
 BENCHMARK(Aac)->Arg(170)->Arg(700);

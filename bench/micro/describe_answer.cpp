@@ -1,5 +1,5 @@
 // A DESCRIBE from the request's bytes to the answer in the player's socket.
-#include "bench/micro/access_units.h"
+#include "bench/access_units.h"
 #include "rtsp/request_handler.h"
 #include "server/server.h"
 
@@ -32,8 +32,8 @@ public:
         KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, "live");
         KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nId, &sound);
         KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nId, &picture);
-        Push(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaMicroSound(170));
-        Push(pStream, KOVA_PAYLOAD_ID_VIDEO, KovaMicroPicture(true, 1000));
+        Push(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaBenchSound(170));
+        Push(pStream, KOVA_PAYLOAD_ID_VIDEO, KovaBenchPicture(true, 1000));
         for (int nTry = 0; nTry < kReadyTries && !m_bReady; nTry++) {
             m_bReady = KovaRtspSdpGeneratorIsReady(pStream->pSdpGenerator) != 0;
             usleep(1000);

@@ -1,5 +1,5 @@
 // Access units of H.264 to RTP packets.
-#include "bench/micro/access_units.h"
+#include "bench/access_units.h"
 #include "bench/micro/packing.h"
 
 namespace {
@@ -7,7 +7,7 @@ namespace {
 void H264(benchmark::State &state, bool bKey)
 {
     KovaMicroPack(state, KovaRtpVideoPackerCreate(2, 97, 1, nullptr, nullptr),
-                  KovaMicroPicture(bKey, static_cast<size_t>(state.range(0))));
+                  KovaBenchPicture(bKey, static_cast<size_t>(state.range(0))));
 }
 
 BENCHMARK_CAPTURE(H264, Picture, false)->Arg(1'000)->Arg(20'000);

@@ -1,4 +1,4 @@
-#include "bench/micro/access_units.h"
+#include "bench/access_units.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ void Append(std::vector<uint8_t> *pPicture, const std::vector<uint8_t> &nal)
 
 } // namespace
 
-std::vector<uint8_t> KovaMicroPicture(bool bKey, size_t nSize)
+std::vector<uint8_t> KovaBenchPicture(bool bKey, size_t nSize)
 {
     std::vector<uint8_t> picture;
     std::vector<uint8_t> slice(nSize);
@@ -30,7 +30,7 @@ std::vector<uint8_t> KovaMicroPicture(bool bKey, size_t nSize)
     return picture;
 }
 
-std::vector<uint8_t> KovaMicroSound(size_t nSize)
+std::vector<uint8_t> KovaBenchSound(size_t nSize)
 {
     const size_t nLength = nSize + 7;
     std::vector<uint8_t> frame = {0xFF, 0xF1, 0x4C};
