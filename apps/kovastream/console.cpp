@@ -1,7 +1,9 @@
 #include "console.h"
 
 #include "failure.h"
+#include "printable.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -31,14 +33,11 @@ size_t Width(int terminal)
     return ioctl(terminal, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col : kUsualWidth;
 }
 
-/// Some lines quote what players sent: nothing of it may steer the terminal.
-std::string Harmless(std::string text)
+/// Lines of the library, some of which quote what players sent.
+std::string Harmless(const std::string &lines)
 {
-    for (char &c : text) {
-        const auto code = static_cast<unsigned char>(c);
-        if ((code < 0x20 && c != '\n' && c != '\t') || code == 0x7F)
-            c = c == '\r' ? ' ' : '?';
-    }
+    std::string text = Printable(lines, "\n\t\r");
+    std::replace(text.begin(), text.end(), '\r', ' ');
     return text;
 }
 
