@@ -138,13 +138,27 @@ class Screen:
 class Terminal(unittest.TestCase):
     WIDTH = 60
 
-    def start(self, *arguments):
+    def start(self, streams, *arguments):
+        """Starts it and waits until so many streams show pictures; returns the screen."""
         self.port = free_port()
         self.process, self.terminal = pty.fork()
         if self.process == 0:
             os.environ["TERM"] = "xterm"
             os.execv(PROGRAM, [PROGRAM, "--port", str(self.port), *arguments])
+        self.addCleanup(self.kill)
         fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, self.WIDTH, 0, 0))
+        screen = Screen()
+        end = time.time() + 15
+        while sum(bool(re.search(r"[1-9]\d*\.\d fps", line)) for line in screen.lines) < streams:
+            self.assertLess(time.time(), end, screen.lines[-8:])
+            self.read(0.2, screen)
+        return screen
+
+    def kill(self):
+        """Where a test has failed, it may run yet."""
+        if self.process is not None:
+            os.kill(self.process, signal.SIGKILL)
+            os.waitpid(self.process, 0)
 
     def read(self, seconds, screen):
         end = time.time() + seconds
@@ -159,10 +173,16 @@ class Terminal(unittest.TestCase):
                 return
             screen.write(data.decode())
 
+    def end(self, screen):
+        os.write(self.terminal, b"\x03")  # Ctrl-C
+        self.read(15, screen)
+        _, status = os.waitpid(self.process, 0)
+        self.process = None
+        os.close(self.terminal)
+        self.assertEqual(os.waitstatus_to_exitcode(status), 0)
+
     def test_status_stays_below_whole_lines(self):
-        self.start("--log-level", "4", "one=" + clip(), "two=" + clip())
-        screen = Screen()
-        self.read(3, screen)
+        screen = self.start(2, "--log-level", "4", "one=" + clip(), "two=" + clip())
         # Requests of a player print many lines; one of them tries to move the cursor.
         with socket.create_connection(("127.0.0.1", self.port), 5) as player:
             for number in range(20):
@@ -170,11 +190,7 @@ class Terminal(unittest.TestCase):
                                f"X: \x1b[2J{number:04}end\r\n\r\n".encode())
                 self.assertIn(b"200 OK", player.recv(4096))
             self.read(2.5, screen)
-        os.write(self.terminal, b"\x03")  # Ctrl-C
-        self.read(15, screen)
-        _, status = os.waitpid(self.process, 0)
-        os.close(self.terminal)
-        self.assertEqual(os.waitstatus_to_exitcode(status), 0)
+        self.end(screen)
         lines = screen.lines
         shown = [i for i, line in enumerate(lines) if "fps" in line]
         # One line per stream, cut to the width, and nothing of earlier ones is left.
@@ -191,20 +207,14 @@ class Terminal(unittest.TestCase):
         self.assertLess(text.index("SSRC: "), text.index("two  0:00:"))
 
     def test_repeated_lines_are_counted(self):
-        self.start("one=" + clip())
-        screen = Screen()
-        self.read(2.5, screen)
+        screen = self.start(1, "one=" + clip())
         # Waits for its PLAY: the library prints a line per packet.
         with socket.create_connection(("127.0.0.1", self.port), 5) as player:
             player.sendall(b"SETUP rtsp://x/one/trackID=97 RTSP/1.0\r\nCSeq: 1\r\n"
                            b"Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n")
             self.assertIn(b"200 OK", player.recv(4096))
             self.read(3.5, screen)
-        os.write(self.terminal, b"\x03")  # Ctrl-C
-        self.read(15, screen)
-        _, status = os.waitpid(self.process, 0)
-        os.close(self.terminal)
-        self.assertEqual(os.waitstatus_to_exitcode(status), 0)
+        self.end(screen)
         text = "\n".join(screen.lines)
         counts = [int(count) for count in re.findall(r"(?m)^  \((\d+) more of this line\)$", text)]
         self.assertGreater(sum(counts), 30)

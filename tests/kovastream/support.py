@@ -5,6 +5,7 @@ import atexit
 import base64
 import contextlib
 import os
+import random
 import re
 import shutil
 import signal
@@ -60,9 +61,14 @@ def b_frames(extension="mp4"):
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("", 0))
-        return probe.getsockname()[1]
+    """Below the ports that the system gives to clients: those of tests that run beside this one
+    could be given this port before the server has it."""
+    for port in random.sample(range(20000, 32000), 100):
+        with socket.socket() as probe:
+            with contextlib.suppress(OSError):
+                probe.bind(("", port))
+                return port
+    raise RuntimeError("no free port")
 
 
 class Program:

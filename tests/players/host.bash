@@ -15,21 +15,10 @@ pids=() # players in the background
 
 # A host ends on SIGTERM within its shut-down time; every wait here has an end.
 stop_host() {
-    local tries
+    local status
     [[ -n $host_pid ]] || return 0
-    kill -TERM "$host_pid" 2>/dev/null
-    for ((tries = 0; tries < 100; tries++)); do
-        kill -0 "$host_pid" 2>/dev/null || break
-        sleep 0.1
-    done
-    if kill -0 "$host_pid" 2>/dev/null; then
-        kill -KILL "$host_pid"
-        wait "$host_pid" 2>/dev/null
-        host_pid=
-        return 1
-    fi
-    wait "$host_pid"
-    local status=$?
+    end 10 "$host_pid"
+    status=$?
     host_pid=
     return $status
 }
@@ -51,10 +40,12 @@ trap clean_up EXIT
 
 host_is_ready() { grep -aEq '^clients -?[0-9]+, [0-9]+ kbit/s, (idle|flowing)$' "$work/host.log"; }
 
+ready_or_ended() { "$1" || has_ended "$host_pid"; }
+
 # start_server <port> <ready> <command>...: runs the command, with the port where it says PORT, and
 # waits until the command <ready> succeeds. Without a port it takes a free one.
 start_server() {
-    local fixed=$1 ready=$2 tries
+    local fixed=$1 ready=$2
     shift 2
     need python3 timeout
     for _ in 1 2 3 4 5; do
@@ -64,12 +55,8 @@ start_server() {
         : >"$work/host.log"
         "${@/#PORT/$port}" >"$work/host.log" 2>"$work/host.err" </dev/null &
         host_pid=$!
-        for ((tries = 0; tries < 100; tries++)); do
-            "$ready" && return 0
-            kill -0 "$host_pid" 2>/dev/null || break
-            sleep 0.1
-        done
-        kill -0 "$host_pid" 2>/dev/null && fail "the host shows no idle stream"
+        await 10 ready_or_ended "$ready" || fail "the host shows no idle stream"
+        "$ready" && return 0
         wait "$host_pid"
         host_pid=
         grep -q 'is taken' "$work/host.err" || fail "the host ended: $(cat "$work/host.err")"
@@ -88,16 +75,15 @@ run_host() {
 start_host() { run_host ''; }
 start_host_again() { run_host "$port"; }
 
-# Waits until a new status line of the host matches.
+# shown_behind <lines> <pattern>: whether a status line behind so many of them matches
+shown_behind() { grep -a '^clients ' "$work/host.log" | tail -n "+$(($1 + 1))" | grep -Eq "$2"; }
+
+# await_status <pattern> <seconds>: until a new status line of the host matches
 await_status() {
-    local pattern=$1 seconds=$2 seen tries
+    local pattern=$1 seconds=$2 seen
     seen=$(grep -ac '^clients ' "$work/host.log")
-    for ((tries = 0; tries < seconds * 10; tries++)); do
-        grep -a '^clients ' "$work/host.log" | tail -n "+$((seen + 1))" | grep -Eq "$pattern" &&
-            return 0
-        sleep 0.1
-    done
-    fail "the host never showed '$pattern'; last: $(grep -a '^clients ' "$work/host.log" | tail -1)"
+    await "$seconds" shown_behind "$seen" "$pattern" ||
+        fail "the host never showed '$pattern'; last: $(grep -a '^clients ' "$work/host.log" | tail -1)"
 }
 
 # judge <name>: the player's messages must be empty. FFmpeg's library draws its UDP ports at random,

@@ -9,17 +9,13 @@ pids=() # process groups in the background
 cd "$work" || exit 1
 
 clean_up() {
-    local status=$? pid tries
-    # Each is a timeout, which passes the signal on to its group.
+    local status=$? pid
+    # Each is a timeout, which passes the signal on to its group. All at once first.
     for pid in "${pids[@]}"; do
         kill -TERM "$pid" 2>/dev/null
     done
     for pid in "${pids[@]}"; do
-        for ((tries = 0; tries < 100; tries++)); do
-            kill -0 "$pid" 2>/dev/null || break
-            sleep 0.1
-        done
-        kill -KILL "$pid" 2>/dev/null
+        await 10 has_ended "$pid" || kill -KILL "$pid"
     done
     if ((status != 0)); then
         tail -n 20 "$work"/*.log
@@ -73,24 +69,12 @@ run_recipe() {
     run_text "$text"
 }
 
-await_stream() {
-    local tries
-    for ((tries = 0; tries < 300; tries++)); do
-        stream_is_there && return 0
-        sleep 0.1
-    done
-    fail "there is no stream"
-}
+await_stream() { await 30 stream_is_there || fail "there is no stream"; }
+
+status_is() { tail -n 1 status.log | grep -Eq "$1"; }
 
 # await_status <pattern>: until the last line of status matches
-await_status() {
-    local tries
-    for ((tries = 0; tries < 300; tries++)); do
-        tail -n 1 status.log | grep -Eq "$1" && return 0
-        sleep 0.1
-    done
-    fail "the status is never $1"
-}
+await_status() { await 30 status_is "$1" || fail "the status is never $1"; }
 
 # start_recipe <name>: until its stream is there
 start_recipe() {
@@ -109,7 +93,6 @@ make_film() {
 
 # start_device: another kovastream, with the sample clip; $device is its URL, which it keeps
 start_device() {
-    local tries
     [[ -n ${device-} ]] || device_port=$(free_port) || fail "no free port"
     export device=rtsp://127.0.0.1:$device_port/live
     : >device.log
@@ -117,11 +100,7 @@ start_device() {
         "$clip_h264+$clip_aac" >device.log 2>device-host.log </dev/null &
     device_pid=$!
     pids[${#pids[@]}]=$device_pid
-    for ((tries = 0; tries < 100; tries++)); do
-        grep -Eq '"status":"(idle|flowing)"' device.log && return 0
-        sleep 0.1
-    done
-    fail "the device does not stream"
+    await 10 grep -Eq '"status":"(idle|flowing)"' device.log || fail "the device does not stream"
 }
 
 stop_device() {

@@ -9,31 +9,11 @@ host_pid=
 relay_pid=
 watch_pid=
 
-# await <seconds> <command>...: until the command succeeds
-await() {
-    local tries=$(($1 * 10))
-    shift
-    for (( ; tries > 0; tries--)); do
-        "$@" && return 0
-        sleep 0.1
-    done
-    return 1
-}
-
-has_ended() { ! kill -0 "$1" 2>/dev/null; }
-
-# end <pid>: its status; after 20 s it is killed
-end() {
-    kill -TERM "$1" 2>/dev/null
-    await 20 has_ended "$1" || kill -KILL "$1"
-    wait "$1"
-}
-
 clean_up() {
     local status=$?
-    [[ -z $watch_pid ]] || end "$watch_pid"
-    [[ -z $relay_pid ]] || end "$relay_pid"
-    [[ -z $host_pid ]] || end "$host_pid"
+    [[ -z $watch_pid ]] || end 20 "$watch_pid"
+    [[ -z $relay_pid ]] || end 20 "$relay_pid"
+    [[ -z $host_pid ]] || end 20 "$host_pid"
     if ((status != 0)); then
         tail -n 20 "$work"/*.log
     fi
@@ -55,9 +35,7 @@ relay_started() {
     grep -q '^Relaying' "$work/relay.log" || has_ended "$relay_pid"
 }
 
-for tool in chromium curl ffmpeg python3; do
-    command -v "$tool" >/dev/null || fail "$tool is not installed"
-done
+need chromium curl ffmpeg python3
 rtsp_port=$(free_port) || fail "no free port"
 
 # A port that was free may be taken a moment later.
@@ -105,7 +83,7 @@ segment=$(grep -v '^#' "$work/body" | tail -n 1)
 expect "$segment" video/mp2t 'public, max-age=3600, immutable'
 
 # The same playlist and the open page go on when the stream has gone and come back.
-end "$host_pid" || fail "kovastream: status $?"
+end 20 "$host_pid" || fail "kovastream: status $?"
 host_pid=
 attempts=$(grep -c 'next attempt' "$work/relay.log")
 another_try() { (($(grep -c 'next attempt' "$work/relay.log") > attempts)); }
@@ -121,7 +99,7 @@ cat "$work/watch.log"
 
 mapfile -t children < <(pgrep -P "$(pgrep -P "$relay_pid")")
 ((${#children[@]} >= 2)) || fail "the relay has no children"
-end "$relay_pid" || fail "the relay: status $?"
+end 20 "$relay_pid" || fail "the relay: status $?"
 relay_pid=
 for pid in "${children[@]}"; do
     await 2 has_ended "$pid" || fail "the relay has left process $pid behind"

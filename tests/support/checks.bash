@@ -32,3 +32,23 @@ else:
     raise SystemExit(1)
 END
 }
+
+# await <seconds> <command>...: until the command succeeds
+await() {
+    local tries=$(($1 * 10))
+    shift
+    for (( ; tries > 0; tries--)); do
+        "$@" && return 0
+        sleep 0.1
+    done
+    return 1
+}
+
+has_ended() { ! kill -0 "$1" 2>/dev/null; }
+
+# end <seconds> <pid>: lets a child of ours end, and is its status; after that time it is killed
+end() {
+    kill -TERM "$2" 2>/dev/null
+    await "$1" has_ended "$2" || kill -KILL "$2"
+    wait "$2"
+}

@@ -1,5 +1,6 @@
 #include "sdp/sdp_generator.h"
 #include "server/server.h"
+#include "tests/unit/field_offset.h"
 
 #include <gtest/gtest.h>
 
@@ -14,34 +15,17 @@
 /// with the C compiler's alignment; private fields only behind them.
 namespace {
 
-/// Memory for a record that nobody constructs: only addresses are taken.
-template <typename Record> struct Untouched {
-    alignas(Record) unsigned char bytes[sizeof(Record)] = {};
-};
-
 /// Compares the fields of a record with those of a plain C record, one by one.
 template <typename Record, typename Mirror> class Fields {
 public:
     template <typename A, typename B>
     Fields &Same(A Record::*pField, B Mirror::*pExpected, const char *szName)
     {
-        EXPECT_EQ(Place(m_record, pField), Place(m_mirror, pExpected)) << szName;
+        EXPECT_EQ(KovaFieldOffset(pField), KovaFieldOffset(pExpected)) << szName;
         EXPECT_EQ(sizeof(A), sizeof(B)) << szName;
         EXPECT_EQ(alignof(A), alignof(B)) << szName;
         return *this;
     }
-
-private:
-    template <typename Owner, typename Field>
-    static size_t Place(const Untouched<Owner> &memory, Field Owner::*pField)
-    {
-        const Owner &owner = *reinterpret_cast<const Owner *>(memory.bytes);
-        return reinterpret_cast<uintptr_t>(&(owner.*pField)) -
-               reinterpret_cast<uintptr_t>(memory.bytes);
-    }
-
-    Untouched<Record> m_record;
-    Untouched<Mirror> m_mirror;
 };
 
 struct ServerMirror {
