@@ -94,7 +94,8 @@ void KovaStreamerUnpin(KovaRtspStreamer *pStreamer);
 /// Declares a payload type: assigns the payload id, makes media info, session
 /// description entry, packer and sender, and starts the sender. 0; 1 for an
 /// unknown media type or without memory (the id is consumed, and what was
-/// registered stays); 2 for a null argument.
+/// registered stays, except a media info without its entry in the session
+/// description); 2 for a null argument.
 KOVA_API int32_t KovaRtspStreamerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMediaType,
                                                 uint32_t *pPayloadId, const void *pDescription);
 
