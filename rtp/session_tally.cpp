@@ -1,7 +1,7 @@
 #include "rtp/session_tally.h"
 
 #include "foundation/heap.h"
-#include "foundation/list.h"
+#include "foundation/keyed_list.h"
 #include "foundation/scope_guard.h"
 #include "foundation/text.h"
 #include "rtp/rtp_client.h"
@@ -20,15 +20,26 @@ namespace {
 
 pthread_mutex_t g_tallyMutex = PTHREAD_MUTEX_INITIALIZER; // guards the list and its members
 KovaList *g_pTallies = nullptr;
+KovaKeyedList g_tallyKeys; // by session id
 
-KovaSessionTally *FindTally(const void *pStream, const char *szSessionId)
+/// A null stream is any.
+struct Wanted {
+    const void *pStream;
+    const char *szSessionId;
+};
+
+bool IsWanted(const void *pData, const void *pContext)
 {
-    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
-        KovaSessionTally *pTally = static_cast<KovaSessionTally *>(pNode->data);
-        if (pTally->pStream == pStream && strcmp(pTally->szSessionId, szSessionId) == 0)
-            return pTally;
-    }
-    return nullptr;
+    const KovaSessionTally *pTally = static_cast<const KovaSessionTally *>(pData);
+    const Wanted *pWanted = static_cast<const Wanted *>(pContext);
+    return (pWanted->pStream == nullptr || pTally->pStream == pWanted->pStream) &&
+           strcmp(pTally->szSessionId, pWanted->szSessionId) == 0;
+}
+
+KovaSessionTally *FindTally(const Wanted &wanted)
+{
+    return static_cast<KovaSessionTally *>(KovaKeyedFind(
+        &g_tallyKeys, g_pTallies, KovaKeyOfText(wanted.szSessionId), IsWanted, &wanted));
 }
 
 KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
@@ -38,7 +49,7 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
         return nullptr;
     pTally->pStream = pStream;
     KovaTextCopy(pTally->szSessionId, sizeof(pTally->szSessionId), szSessionId);
-    if (KovaListPush(&g_pTallies, pTally))
+    if (KovaKeyedPush(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally))
         return pTally;
     free(pTally);
     return nullptr;
@@ -49,7 +60,7 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
 KovaSessionTally *KovaSessionTallyJoin(const void *pStream, const char *szSessionId)
 {
     const KovaMutexLock lock(&g_tallyMutex);
-    KovaSessionTally *pTally = FindTally(pStream, szSessionId);
+    KovaSessionTally *pTally = FindTally({pStream, szSessionId});
     if (pTally == nullptr)
         pTally = MakeTally(pStream, szSessionId);
     if (pTally != nullptr)
@@ -64,7 +75,7 @@ void KovaSessionTallyLeave(KovaSessionTally *pTally)
     const KovaMutexLock lock(&g_tallyMutex);
     if (--pTally->nClients != 0)
         return;
-    KovaListTake(&g_pTallies, nullptr, pTally);
+    KovaKeyedTake(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
     free(pTally);
 }
 
@@ -81,9 +92,5 @@ bool KovaSessionTallyTake(KovaSessionTally *pTally)
 bool KovaSessionTallyExists(const char *szSessionId)
 {
     const KovaMutexLock lock(&g_tallyMutex);
-    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
-        if (strcmp(static_cast<KovaSessionTally *>(pNode->data)->szSessionId, szSessionId) == 0)
-            return true;
-    }
-    return false;
+    return FindTally({nullptr, szSessionId}) != nullptr;
 }

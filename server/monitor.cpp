@@ -5,6 +5,7 @@
 #include "foundation/scope_guard.h"
 #include "server/server.h"
 #include "server/session_end.h"
+#include "server/session_registry.h"
 #include "streamer/client_walk.h"
 
 #include <unistd.h>
@@ -33,7 +34,7 @@ void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
     printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName, pSession->szSessionId);
     KovaRtspServerRemoveRtpClient(pServer, pSession->szSessionId);
     printf("%s, KovaRtspServerRemoveRtpClient Finish !!!\n", kThreadName);
-    KovaListTake(&pServer->pSessionList, nullptr, pSession);
+    KovaServerUnlinkSession(pServer, pSession);
     KovaRtspSessionDestroy(pSession);
 }
 

@@ -106,6 +106,12 @@ KovaFixedRand::~KovaFixedRand()
     g_values.clear();
 }
 
+int KovaFixedRand::Draws() const
+{
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return static_cast<int>(g_nNext);
+}
+
 KovaFailingCall::KovaFailingCall(KovaShimmedCall call, int nError, int nGood, int nTimes)
 {
     g_nError = nError;
