@@ -21,7 +21,7 @@ struct Search {
 /// close it.
 bool OpenSocket(Search *pSearch, int32_t *pSocket)
 {
-    *pSocket = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    *pSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
     if (*pSocket == 0)
         pSearch->bHoldsZero = true;
     return *pSocket > 0;
