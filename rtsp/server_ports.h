@@ -10,6 +10,7 @@
 /// @param pRtpSocket, pRtcpSocket  receive the descriptors, the caller's from
 ///        then on; when no pair is free they hold the last ones tried, already
 ///        closed
+/// A search that meets a shortage of descriptors, buffers or memory finds nothing.
 /// The client's ports are not used. Nothing happens when a pointer is null.
 KOVA_API void GetServerPort(uint16_t nClientRtpPort, uint16_t nClientRtcpPort, uint16_t *pRtpPort,
                             uint16_t *pRtcpPort, int32_t *pRtpSocket, int32_t *pRtcpSocket);

@@ -62,6 +62,13 @@ extern "C" int socket(int nDomain, int nType, int nProtocol) noexcept
     return Fails(kShimSocket) ? -1 : pfnReal(nDomain, nType, nProtocol);
 }
 
+extern "C" int bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize) noexcept
+{
+    using Function = int (*)(int, const struct sockaddr *, socklen_t);
+    static const Function pfnReal = Real("bind", static_cast<Function>(nullptr));
+    return Fails(kShimBind) ? -1 : pfnReal(nSocket, pAddress, nSize);
+}
+
 extern "C" int setsockopt(int nSocket, int nLevel, int nName, const void *pValue,
                           socklen_t nSize) noexcept
 {

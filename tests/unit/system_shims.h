@@ -16,6 +16,7 @@ public:
 /// System calls that a test can let fail.
 enum KovaShimmedCall {
     kShimSocket,
+    kShimBind,
     kShimSetsockopt,
     kShimListen,
     kShimAccept, ///< accept4()
