@@ -92,6 +92,14 @@ unsigned FindPair(Search *pSearch)
     return 0;
 }
 
+/// Nothing is ever read from a track's RTP socket. What anybody sends there must
+/// not fill a buffer of the usual size; the system raises 0 to its smallest.
+void KeepNothing(int nSocket)
+{
+    const int nSize = 0;
+    setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nSize, sizeof(nSize));
+}
+
 } // namespace
 
 void GetServerPort(uint16_t, uint16_t, uint16_t *pRtpPort, uint16_t *pRtcpPort, int32_t *pRtpSocket,
@@ -106,6 +114,7 @@ void GetServerPort(uint16_t, uint16_t, uint16_t *pRtpPort, uint16_t *pRtcpPort, 
         close(0);
     if (nPort == 0)
         return;
+    KeepNothing(*pRtpSocket);
     const int nFlags = fcntl(*pRtcpSocket, F_GETFL) | O_NONBLOCK;
     fcntl(*pRtpSocket, F_SETFL, nFlags);
     fcntl(*pRtcpSocket, F_SETFL, nFlags);
