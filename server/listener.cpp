@@ -52,7 +52,7 @@ bool AcceptOnce(KovaRtspServer *pServer, socklen_t *pLength, bool *pHoldsZero)
     const int nSocket =
         accept4(pServer->nListenSocket, reinterpret_cast<sockaddr *>(&peer), pLength, SOCK_CLOEXEC);
     if (nSocket > 0) {
-        KovaTcpSetSendTimeout(nSocket);
+        KovaTcpSetKeepAlive(nSocket);
         AddNewRtspHandler(pServer, nSocket, peer);
         usleep(kPollMicroseconds);
         return true;
