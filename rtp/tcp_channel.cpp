@@ -35,7 +35,10 @@ namespace {
 static_assert(sizeof(std::atomic<int>) == sizeof(int), "a socket field is one plain int");
 static_assert(alignof(std::atomic<int>) == alignof(int), "a socket field is one plain int");
 
-constexpr unsigned kSendTimeoutMilliseconds = 10000;
+constexpr int kSendTimeoutMilliseconds = 10000;
+constexpr int kKeepAliveIdleSeconds = 30;
+constexpr int kKeepAliveIntervalSeconds = 10;
+constexpr int kKeepAliveProbes = 3;
 constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
 /// Channels by the address of their socket field, which they all still have.
@@ -73,6 +76,12 @@ KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
     pthread_mutex_destroy(&pChannel->mutex);
     free(pChannel);
     return nullptr;
+}
+
+/// What the system does not have, it refuses: the connection works without.
+void SetOption(int nSocket, int nLevel, int nName, int nValue)
+{
+    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
 }
 
 /// Leaves errno as it is: it tells why the tail is dropped.
@@ -320,12 +329,22 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
         shutdown(nSocket, SHUT_RD);
 }
 
-void KovaTcpSetSendTimeout(int nSocket)
+void KovaTcpSetKeepAlive(int nSocket)
+{
+    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+}
+
+void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
 {
 #ifdef TCP_USER_TIMEOUT
-    const unsigned nTimeout = kSendTimeoutMilliseconds;
-    setsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nTimeout, sizeof(nTimeout));
+    const KovaMutexLock lock(&pChannel->mutex);
+    const int nSocket = pChannel->pSocket->load();
+    if (nSocket > 0)
+        SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);
 #else
-    (void)nSocket;
+    (void)pChannel;
 #endif
 }

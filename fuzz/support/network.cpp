@@ -147,7 +147,7 @@ void KovaCheckMediaPacket(const uint8_t *pData, size_t nSize)
 
 extern "C" int __wrap_socket(int nDomain, int nType, int nProtocol)
 {
-    if (!KovaWorldIsOn() || nDomain != AF_INET || nType != SOCK_DGRAM)
+    if (!KovaWorldIsOn() || nDomain != AF_INET || (nType & ~SOCK_CLOEXEC) != SOCK_DGRAM)
         return __real_socket(nDomain, nType, nProtocol);
     const int nSocket = __real_socket(AF_UNIX, SOCK_DGRAM, 0);
     if (nSocket >= 0)

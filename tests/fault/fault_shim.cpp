@@ -2,6 +2,7 @@
 
 #include "tests/support/test_server.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -27,8 +28,16 @@ KovaFaults *g_pFaults = nullptr;
 
 std::mutex g_blockMutex;
 std::atomic<size_t> g_nThreads{0};
+std::atomic<size_t> g_nInheritable{0};
 
 thread_local bool t_bInside = false;
+
+/// Notes a call of the library that makes a descriptor.
+void NoteOpening(bool bCloseOnExec)
+{
+    if (t_bInside && !bCloseOnExec)
+        g_nInheritable++;
+}
 
 /// What the heap has given out, in disguise: an address kept as it is would hide
 /// a lost block from the leak sanitizer.
@@ -160,6 +169,11 @@ KovaHoldings KovaHoldingsNow()
     return {Blocks().size(), g_nThreads, static_cast<size_t>(KovaOpenDescriptors())};
 }
 
+size_t KovaInheritableOpenings()
+{
+    return g_nInheritable;
+}
+
 // What the linker puts in the place of the C library's functions, and their real
 // selves.
 
@@ -176,6 +190,7 @@ int __real_bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize);
 int __real_listen(int nSocket, int nBacklog);
 int __real_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, socklen_t nSize);
 int __real_accept(int nSocket, struct sockaddr *pAddress, socklen_t *pSize);
+int __real_accept4(int nSocket, struct sockaddr *pAddress, socklen_t *pSize, int nFlags);
 ssize_t __real_send(int nSocket, const void *pData, size_t nSize, int nFlags);
 ssize_t __real_sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
                       const struct sockaddr *pAddress, socklen_t nAddressSize);
@@ -230,6 +245,7 @@ int __wrap_pthread_create(pthread_t *pHandle, const pthread_attr_t *pAttributes,
 
 int __wrap_socket(int nDomain, int nType, int nProtocol)
 {
+    NoteOpening((nType & SOCK_CLOEXEC) != 0);
     return KovaFaultHooks::Fails(kFaultSocket) ? -1 : __real_socket(nDomain, nType, nProtocol);
 }
 
@@ -252,7 +268,15 @@ int __wrap_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, so
 
 int __wrap_accept(int nSocket, struct sockaddr *pAddress, socklen_t *pSize)
 {
+    NoteOpening(false);
     return KovaFaultHooks::Fails(kFaultAccept) ? -1 : __real_accept(nSocket, pAddress, pSize);
+}
+
+int __wrap_accept4(int nSocket, struct sockaddr *pAddress, socklen_t *pSize, int nFlags)
+{
+    NoteOpening((nFlags & SOCK_CLOEXEC) != 0);
+    return KovaFaultHooks::Fails(kFaultAccept) ? -1
+                                               : __real_accept4(nSocket, pAddress, pSize, nFlags);
 }
 
 ssize_t __wrap_send(int nSocket, const void *pData, size_t nSize, int nFlags)
@@ -301,6 +325,8 @@ int __wrap_fcntl(int nDescriptor, int nCommand, ...)
     va_start(arguments, nCommand);
     const int nArgument = va_arg(arguments, int);
     va_end(arguments);
+    if (nCommand == F_DUPFD)
+        NoteOpening(false);
     return KovaFaultHooks::Fails(kFaultControl) ? -1
                                                 : __real_fcntl(nDescriptor, nCommand, nArgument);
 }

@@ -18,7 +18,7 @@ enum KovaFaultCall : uint32_t {
     kFaultBind = 1U << 5,
     kFaultListen = 1U << 6,
     kFaultSetOption = 1U << 7, ///< setsockopt()
-    kFaultAccept = 1U << 8,
+    kFaultAccept = 1U << 8,    ///< accept() and accept4()
     kFaultSend = 1U << 9,
     kFaultSendTo = 1U << 10,
     kFaultReceive = 1U << 11,     ///< recv()
@@ -92,3 +92,7 @@ struct KovaHoldings {
 };
 
 KovaHoldings KovaHoldingsNow();
+
+/// How many calls of the library have made, or tried to make, a descriptor that
+/// a program which the host starts would inherit.
+size_t KovaInheritableOpenings();

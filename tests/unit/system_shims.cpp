@@ -62,6 +62,13 @@ extern "C" int socket(int nDomain, int nType, int nProtocol) noexcept
     return Fails(kShimSocket) ? -1 : pfnReal(nDomain, nType, nProtocol);
 }
 
+extern "C" int bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize) noexcept
+{
+    using Function = int (*)(int, const struct sockaddr *, socklen_t);
+    static const Function pfnReal = Real("bind", static_cast<Function>(nullptr));
+    return Fails(kShimBind) ? -1 : pfnReal(nSocket, pAddress, nSize);
+}
+
 extern "C" int setsockopt(int nSocket, int nLevel, int nName, const void *pValue,
                           socklen_t nSize) noexcept
 {
@@ -76,12 +83,12 @@ extern "C" int listen(int nSocket, int nBacklog) noexcept
     return Fails(kShimListen) ? -1 : pfnReal(nSocket, nBacklog);
 }
 
-extern "C" int accept(int nSocket, struct sockaddr *__restrict pAddress,
-                      socklen_t *__restrict pSize)
+extern "C" int accept4(int nSocket, struct sockaddr *__restrict pAddress,
+                       socklen_t *__restrict pSize, int nFlags)
 {
-    using Function = int (*)(int, struct sockaddr *, socklen_t *);
-    static const Function pfnReal = Real("accept", static_cast<Function>(nullptr));
-    return Fails(kShimAccept) ? -1 : pfnReal(nSocket, pAddress, pSize);
+    using Function = int (*)(int, struct sockaddr *, socklen_t *, int);
+    static const Function pfnReal = Real("accept4", static_cast<Function>(nullptr));
+    return Fails(kShimAccept) ? -1 : pfnReal(nSocket, pAddress, pSize, nFlags);
 }
 
 extern "C" int pthread_create(pthread_t *__restrict pThread,

@@ -19,9 +19,10 @@ public:
 /// System calls that a test can let fail.
 enum KovaShimmedCall {
     kShimSocket,
+    kShimBind,
     kShimSetsockopt,
     kShimListen,
-    kShimAccept,
+    kShimAccept, ///< accept4()
     kShimThread, ///< pthread_create()
     kShimCount
 };
