@@ -3,6 +3,7 @@
 #include "foundation/event.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
+#include "foundation/result.h"
 #include "foundation/ring_buffer.h"
 #include "foundation/thread.h"
 #include "rtp/rtp_packer.h"
@@ -16,10 +17,6 @@
 #include <cstdint>
 
 struct KovaRtspServer;
-
-/// Storage of the two input rings, bytes.
-constexpr int32_t kAudioRingSize = 2 * 1024 * 1024;
-constexpr int32_t kVideoRingSize = 14 * 1024 * 1024;
 
 /// Values of a stream's status, set once a second by the monitor.
 enum KovaStreamStatus : uint32_t {
