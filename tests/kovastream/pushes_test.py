@@ -39,6 +39,13 @@ def kinds(unit):
     return [part[0] & 31 for part in re.split(rb"\x00?\x00\x00\x01", unit) if part]
 
 
+def joined(name, source, times):
+    """The file so many times in a row: its clock steps back where one ends."""
+    with open(source, "rb") as one, open(path(name), "wb") as made:
+        made.write(times * one.read())
+    return path(name)
+
+
 class Pushes(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -46,13 +53,14 @@ class Pushes(unittest.TestCase):
         beside = media("beside.nut", "-i", clip(), "-an", "-c", "copy", "-bsf:v",
                        "h264_mp4toannexb")
         inputs = {"mp4": clip(), "ts": clip("ts"), "nut": beside, "late": clip("flv"),
-                  "once": without_later_parameter_sets(clip("h264"), "once.h264")}
+                  "once": without_later_parameter_sets(clip("h264"), "once.h264"),
+                  "joined": joined("joined.ts", clip("ts"), 3)}
         hosts = [start(name, source) for name, source in inputs.items()]
         cls.codes = [host.wait(30) for host in hosts]
         cls.taken = {name: pushes(name) for name in inputs}
 
     def test_exit_status(self):
-        self.assertEqual(self.codes, [0] * 5)
+        self.assertEqual(self.codes, [0] * len(self.taken))
 
     def test_parameter_sets_in_every_key_frame(self):
         for name, taken in self.taken.items():
@@ -104,12 +112,20 @@ class Pushes(unittest.TestCase):
                 self.assertGreater(taken[-1].timestamp, 4000)
 
     def test_both_tracks_come_together(self):
-        for name in ("mp4", "ts", "late"):
+        for name in ("mp4", "ts", "late", "joined"):
             with self.subTest(name=name):
                 last = {96: 0, 97: 0}
                 for push in self.taken[name]:
                     last[push.id] = push.timestamp
                     self.assertLess(abs(last[96] - last[97]), 700)
+
+    def test_nothing_is_lost_where_the_clock_of_a_file_steps_back(self):
+        for track in (96, 97):
+            stamps = [push.timestamp for push in self.taken["joined"] if push.id == track]
+            self.assertGreater(stamps[-1], 4000)
+            apart = [after - before for before, after in zip(stamps, stamps[1:])]
+            self.assertGreater(min(apart), 0)
+            self.assertLess(max(apart), 100, f"track {track}")
 
 
 if __name__ == "__main__":
