@@ -14,7 +14,6 @@ using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kReopenPause{1};
 constexpr std::chrono::seconds kQuiet{2};
-constexpr int64_t kKeyFrameTime = 10000000;
 
 int64_t Now()
 {
@@ -186,19 +185,20 @@ void Stream::PushOne(Source *source, const Unit &unit)
     m_bytes += unit.bytes.size();
     if (unit.track == TrackKind::Picture)
         m_pictures++;
-    Warn(*source->round, placed.due);
+    Warn(*source->round, unit, placed.due);
 }
 
-/// Says once what keeps players from seeing or hearing all of it.
-void Stream::Warn(const Round &round, int64_t played)
+/// Says what keeps players from seeing or hearing all of it.
+void Stream::Warn(const Round &round, const Unit &unit, int64_t due)
 {
     if (round.LeftSoundOut() && !m_warnedSound.exchange(true))
         m_console->Print(m_uri + ": warning: sound frames of 1024 to 2047 bytes cannot be sent and "
                                  "are left out; encode the sound at a lower bit rate (-b:a 128k)");
-    if (played > kKeyFrameTime && round.Picture().has_value() && !round.Picture()->HasKeyFrame() &&
-        !m_warnedKeyFrame.exchange(true))
-        m_console->Print(m_uri + ": warning: no key frame (IDR) for 10 s, which players need to "
-                                 "begin; let the encoder make one every second or two (-g 50)");
+    if (unit.track != TrackKind::Picture)
+        return;
+    const std::optional<std::string> wait = m_keyFrames.Look(unit.entry, due);
+    if (wait.has_value())
+        m_console->Print(m_uri + ": warning: " + *wait);
 }
 
 /// Opens the source for another round. Returns false when the end was requested.

@@ -4,6 +4,7 @@
 #include "demuxer.h"
 #include "figures.h"
 #include "input_name.h"
+#include "key_frames.h"
 #include "meeting.h"
 #include "options.h"
 #include "pacer.h"
@@ -61,7 +62,7 @@ private:
     void Publish();
     bool Feed(Source *source, int64_t base);
     void PushOne(Source *source, const Unit &unit);
-    void Warn(const Round &round, int64_t played);
+    void Warn(const Round &round, const Unit &unit, int64_t due);
     bool Reopen(Source *source);
     void Open(Source *source);
     bool AllFiles() const;
@@ -75,6 +76,7 @@ private:
     Meeting m_meeting;
     StreamEnd m_end;
     Pacer m_pacer;
+    KeyFrames m_keyFrames; ///< of the thread that pushes pictures
     std::vector<std::unique_ptr<Source>> m_sources;
     std::atomic<size_t> m_running;
 
@@ -93,7 +95,6 @@ private:
     std::atomic<uint64_t> m_bytes{0};
     std::atomic<int64_t> m_lastPush{0};
     std::atomic<bool> m_warnedSound{false};
-    std::atomic<bool> m_warnedKeyFrame{false};
 };
 
 } // namespace kovastream

@@ -14,12 +14,12 @@ constexpr int64_t kSound = 20000;
 
 Unit PictureAt(int64_t time)
 {
-    return {TrackKind::Picture, {}, time, time, kPicture};
+    return {TrackKind::Picture, kovastream::Entry::None, {}, time, time, kPicture};
 }
 
 Unit SoundAt(int64_t time)
 {
-    return {TrackKind::Sound, {}, time, time, kSound};
+    return {TrackKind::Sound, kovastream::Entry::None, {}, time, time, kSound};
 }
 
 struct TimelineTest : testing::Test {
