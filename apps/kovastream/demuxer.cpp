@@ -111,6 +111,10 @@ void Demuxer::Open(double fps)
     int error = avformat_open_input(&format, name.c_str(), nullptr, &settings.dictionary);
     if (error >= 0) {
         m_format.reset(format); // a failed open has freed it
+        // Two seconds of pictures would go by in search of timestamps that raw video does not have,
+        // and what is read meanwhile stays the delay of live input.
+        if (IsRawVideo())
+            format->max_ts_probe = 0;
         error = avformat_find_stream_info(format, nullptr);
     }
     if (error < 0 && !m_stop.Requested())

@@ -18,10 +18,6 @@ public:
 
     /// Fills the unit from the packet, which is used up. Returns false for one that holds none.
     bool Convert(AVPacket *packet, Unit *unit);
-    bool HasKeyFrame() const
-    {
-        return m_keyFrame;
-    }
 
 private:
     void Stamp(const AVPacket &packet, Unit *unit);
@@ -32,7 +28,6 @@ private:
     Filter m_filter;
     std::optional<PictureClock> m_clock;
     int64_t m_lastDecode;
-    bool m_keyFrame = false;
 };
 
 } // namespace kovastream

@@ -12,9 +12,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kReopenPause{1};
 constexpr std::chrono::seconds kQuiet{2};
-constexpr int64_t kKeyFrameTime = 10000000;
 
 int64_t Now()
 {
@@ -34,9 +32,10 @@ Stream::Stream(const InputName &name, const Options &options, Console *console, 
         // The first of two is for the picture, the second for the sound.
         const Wish wish = {options.fps, m_sources.empty(),
                            !m_sources.empty() || name.sources.size() == 1};
+        CheckScheme(input);
         m_sources.push_back(std::make_unique<Source>(
-            Source{input, KindOf(input), wish, Timeline(&m_end), nullptr, nullptr, {}}));
-        if (m_sources.back()->kind == SourceKind::File)
+            Source{input, wish, Timeline(&m_end), {}, {}, nullptr, nullptr, {}}));
+        if (options.strict && KindOf(input) == SourceKind::File)
             Open(m_sources.back().get());
     }
 }
@@ -51,8 +50,13 @@ Stream::~Stream()
 
 void Stream::Open(Source *source)
 {
+    const SourceKind kind = KindOf(source->input);
+    // The sources agree on how they begin again by what they were at first.
+    if (source->kind.value_or(kind) != kind)
+        throw Failure("'" + source->input + "' is no longer of the kind that it was");
+    source->kind = kind;
     source->round.reset();
-    source->demuxer = std::make_unique<Demuxer>(source->input, source->kind, source->wish, *m_stop,
+    source->demuxer = std::make_unique<Demuxer>(source->input, kind, source->wish, *m_stop,
                                                 std::move(source->demuxer));
     source->round = std::make_unique<Round>(source->demuxer.get(), m_options.fps);
 }
@@ -63,7 +67,7 @@ bool Stream::AllFiles() const
                        [](const auto &source) { return source->kind == SourceKind::File; });
 }
 
-void Stream::Start(Publisher *publisher, std::function<void()> onEnd)
+void Stream::Start(Publisher *publisher, OnEnd onEnd)
 {
     m_publisher = publisher;
     m_onEnd = std::move(onEnd);
@@ -73,22 +77,31 @@ void Stream::Start(Publisher *publisher, std::function<void()> onEnd)
 
 void Stream::Run(Source *source)
 {
+    std::string failure;
     try {
         Play(source);
     } catch (const std::bad_alloc &) {
         m_stop->Fail("no memory is left for '" + source->input + "'");
     } catch (const std::exception &error) {
-        m_stop->Fail(error.what());
+        failure = error.what();
     }
+    End(failure);
+}
+
+void Stream::End(const std::string &failure)
+{
+    const std::lock_guard<std::mutex> lock(m_ending);
+    if (m_options.strict && !failure.empty())
+        m_stop->Fail(failure);
+    else if (m_failure.empty())
+        m_failure = failure;
     if (--m_running == 0)
-        m_onEnd();
+        m_onEnd(m_failure);
 }
 
 void Stream::Play(Source *source)
 {
-    if (source->demuxer == nullptr)
-        Open(source);
-    if (m_stop->Requested())
+    if (source->demuxer == nullptr && !Await(source))
         return;
     Describe(*source);
     const auto publish = [this] {
@@ -98,8 +111,8 @@ void Stream::Play(Source *source)
     if (!m_meeting.Meet(publish))
         return;
     int64_t base = m_base;
-    while (Feed(source, base)) {
-        if (!Reopen(source))
+    while (FeedOrWait(source, base)) {
+        if (!Await(source))
             return;
         // Two files begin again together; live sources do not wait for each other.
         if (!AllFiles())
@@ -150,6 +163,21 @@ void Stream::Publish()
                      "  (" + m_about + ")");
 }
 
+/// The same as Feed; a source that breaks and can begin again does so after a pause.
+bool Stream::FeedOrWait(Source *source, int64_t base)
+{
+    try {
+        const bool again = Feed(source, base);
+        source->retry.Forget();
+        return again;
+    } catch (const Failure &failure) {
+        if (m_options.strict || !m_options.loop || source->kind == SourceKind::Stdin)
+            throw;
+        WaitAfter(source, failure);
+        return true;
+    }
+}
+
 /// Streams one round. Returns whether the source may begin again.
 bool Stream::Feed(Source *source, int64_t base)
 {
@@ -170,6 +198,8 @@ bool Stream::Feed(Source *source, int64_t base)
             return m_options.loop && source->kind != SourceKind::Stdin;
         if (!begun)
             source->timeline.Begin(source->round->Origin(), base);
+        if (!begun)
+            source->retry.Succeeded();
         begun = true;
         PushOne(source, unit);
     }
@@ -186,38 +216,45 @@ void Stream::PushOne(Source *source, const Unit &unit)
     m_bytes += unit.bytes.size();
     if (unit.track == TrackKind::Picture)
         m_pictures++;
-    Warn(*source->round, placed.due);
+    Warn(*source->round, unit, placed.due);
 }
 
-/// Says once what keeps players from seeing or hearing all of it.
-void Stream::Warn(const Round &round, int64_t played)
+/// Says what keeps players from seeing or hearing all of it.
+void Stream::Warn(const Round &round, const Unit &unit, int64_t due)
 {
     if (round.LeftSoundOut() && !m_warnedSound.exchange(true))
         m_console->Print(m_uri + ": warning: sound frames of 1024 to 2047 bytes cannot be sent and "
                                  "are left out; encode the sound at a lower bit rate (-b:a 128k)");
-    if (played > kKeyFrameTime && round.Picture().has_value() && !round.Picture()->HasKeyFrame() &&
-        !m_warnedKeyFrame.exchange(true))
-        m_console->Print(m_uri + ": warning: no key frame (IDR) for 10 s, which players need to "
-                                 "begin; let the encoder make one every second or two (-g 50)");
+    if (unit.track != TrackKind::Picture)
+        return;
+    const std::optional<std::string> wait = m_keyFrames.Look(unit.entry, due);
+    if (wait.has_value())
+        m_console->Print(m_uri + ": warning: " + *wait);
 }
 
-/// Opens the source for another round. Returns false when the end was requested.
-bool Stream::Reopen(Source *source)
+/// Says why the source is waited for, once, and pauses.
+void Stream::WaitAfter(Source *source, const Failure &failure)
 {
-    bool said = false;
+    if (source->retry.IsNews(failure.what()))
+        m_console->Print(m_uri + ": waiting for the input: " + failure.what());
+    m_stop->WaitUntil(steady_clock::now() + source->retry.Pause());
+}
+
+/// Opens the source, as often as it takes. Returns false when the end was requested.
+bool Stream::Await(Source *source)
+{
     while (!m_stop->Requested()) {
         try {
             Open(source);
             return !m_stop->Requested();
         } catch (const Failure &failure) {
-            // An encoder that starts again may write rubbish first; a file does not get better.
-            if (source->kind == SourceKind::File)
+            // Standard input cannot begin again. An encoder or a device that starts again may send
+            // rubbish first, while for --strict a file does not get better.
+            const bool begun = m_isPublished && source->kind != SourceKind::File;
+            if (source->kind == SourceKind::Stdin || (m_options.strict && !begun))
                 throw;
-            if (!said)
-                m_console->Print(m_uri + ": " + failure.what());
-            said = true;
+            WaitAfter(source, failure);
         }
-        m_stop->WaitUntil(steady_clock::now() + kReopenPause);
     }
     return false;
 }
