@@ -140,7 +140,7 @@ bool KovaKeyedTake(KovaKeyedList *pIndex, KovaList **ppList, uint32_t nKey, void
     if (!KnowsAll(pIndex, *ppList))
         return KovaListTake(ppList, nullptr, pData);
     KovaKeyedNode *pNode = *BucketOf(pIndex, nKey);
-    while (pNode != nullptr && (pNode->nKey != nKey || pNode->link.data != pData))
+    while (pNode != nullptr && pNode->link.data != pData)
         pNode = pNode->pNext;
     if (pNode == nullptr) {
         KovaList *pLink = *ppList;

@@ -15,7 +15,8 @@ namespace {
 /// Seconds that a refresh grants beyond the session's time-out.
 constexpr int32_t kRefreshGrace = 30;
 
-/// Redraws of all servers: each begins elsewhere, also while the clock stands.
+/// Redraws of all servers. Coarse clocks show many of them the same time, and each
+/// is to begin elsewhere.
 std::atomic<uint32_t> g_nRedraws{0};
 
 /// Draws an id without rand(). Connections seed that with the second, so whoever
@@ -23,7 +24,7 @@ std::atomic<uint32_t> g_nRedraws{0};
 void Redraw(char *szSessionId)
 {
     timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(CLOCK_REALTIME, &now);
     uint64_t nState = (static_cast<uint64_t>(++g_nRedraws) << 32) ^
                       (static_cast<uint64_t>(now.tv_sec) * 1000000000U) ^
                       static_cast<uint64_t>(now.tv_nsec);

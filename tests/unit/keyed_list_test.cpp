@@ -154,6 +154,24 @@ TEST_F(KeyedList, KeepsTheOrderOfAListWhileItGrowsAndShrinks)
     EXPECT_EQ(KovaKeyedTakeFirst(&index, &pList), nullptr);
 }
 
+TEST_F(KeyedList, GivesBucketsBackAsItShrinks)
+{
+    std::vector<Element> elements(1000);
+    for (uint32_t n = 0; n < elements.size(); n++) {
+        elements[n] = {n, std::to_string(n)};
+        Push(&elements[n]);
+        // Never more than four nodes for a bucket, nor buckets for less than one.
+        ASSERT_LE(index.nCount, 4U << index.nBits);
+        ASSERT_LE(1U << index.nBits, index.nCount);
+    }
+    for (uint32_t n = 0; n < elements.size(); n++) {
+        Take(&elements[n], n);
+        ASSERT_LE(1U << index.nBits, 2 * index.nCount + 1);
+        ASSERT_TRUE(n + 1 == elements.size() || Find(elements.back()) == &elements.back());
+    }
+    EXPECT_EQ(index.ppBuckets, nullptr);
+}
+
 TEST_F(KeyedList, NodesThatSomebodyElseAppendsAreFound)
 {
     std::vector<Element> elements(20);

@@ -4,6 +4,7 @@
 #include "server/handler_registry.h"
 #include "server/session_registry.h"
 #include "system_shims.h"
+#include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 
@@ -62,7 +63,7 @@ void ExpectSameCost(const std::function<void(size_t nNumber)> &grow,
     };
     const double fFew = costWith(kFew);
     const double fMany = costWith(kMany);
-    EXPECT_LT(fMany, fFew * kMostRatio);
+    EXPECT_LT(fMany / fFew, kMostRatio);
 }
 
 std::string IdOf(size_t nNumber)
@@ -174,6 +175,8 @@ TEST_F(ManySessions, InterleavedClientsJoinTheirConnectionAtTheSameCost)
 
 TEST_F(ManySessions, PlayersOfOneSecondLeaveTheirGeneratorAtTheFirstCollision)
 {
+    KovaFakeClock clock;
+    clock.Fix(1704445387LL * 1000000); // coarse clocks show several players the same time
     int nDrawn = 0;
     std::set<std::string> ids;
     for (int nPlayer = 0; nPlayer < 1000; nPlayer++) {

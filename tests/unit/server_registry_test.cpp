@@ -64,6 +64,27 @@ TEST_F(ServerRegistry, SessionsAreAddedAndRemoved)
     KovaRtspServerRemoveAllSession(nullptr);
 }
 
+TEST_F(ServerRegistry, SessionsThatSomebodyElseListedAreFoundAndRemoved)
+{
+    KovaRtspSession *pFirst = host.AddSession("first");
+    char szId[kSessionIdSize] = "second";
+    KovaRtspSession *pSecond = KovaRtspSessionCreate(szId, 60);
+    pServer->pSessionList = KovaListAppend(pServer->pSessionList, nullptr);
+    pServer->pSessionList = KovaListAppend(pServer->pSessionList, pSecond);
+    KovaRtspSession *pThird = host.AddSession("third");
+    host.AddSession("second");
+    EXPECT_EQ(KovaListLength(pServer->pSessionList), 5U);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "first"), pFirst);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "second"), pSecond);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "third"), pThird);
+    EXPECT_EQ(KovaRtspServerIsSessionExist(pServer, "nobody"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "first"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 5);
+    EXPECT_EQ(KovaListLength(pServer->pSessionList), 2U);
+}
+
 TEST_F(ServerRegistry, UpdateMovesTheExpiry)
 {
     KovaFakeClock clock;
