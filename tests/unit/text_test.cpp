@@ -36,6 +36,32 @@ TEST(Text, CopyToNoRoomWritesNothing)
     EXPECT_EQ(nByte, '#');
 }
 
+TEST(Text, PrintableHasAQuestionMarkForEachControlByte)
+{
+    std::string all;
+    std::string shown;
+    for (int nByte = 0; nByte < 256; nByte++) {
+        all += static_cast<char>(nByte);
+        shown += nByte < 32 || nByte == 127 ? '?' : static_cast<char>(nByte);
+    }
+    char szShown[300];
+    EXPECT_EQ(KovaTextPrintable(szShown, sizeof(szShown), all), szShown);
+    EXPECT_EQ(std::string(szShown), shown);
+    EXPECT_STREQ(KovaTextPrintable(szShown, sizeof(szShown), ""), "");
+}
+
+TEST(Text, PrintableIsCutToItsRoom)
+{
+    char szShown[8];
+    memset(szShown, '#', sizeof(szShown));
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "a\nb\n"), "a?b");
+    EXPECT_EQ(std::string(szShown, sizeof(szShown)), std::string("a?b\0####", 8));
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "\n\n\n"), "???");
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "\n\n"), "??");
+    EXPECT_STREQ(KovaTextPrintable(szShown, 0, "abc"), "");
+    EXPECT_STREQ(szShown, "??");
+}
+
 TEST(Text, FieldEndsAtItsTerminatorOrItsCapacity)
 {
     const char szFull[4] = {'a', 'b', 'c', 'd'};
