@@ -29,6 +29,18 @@ TEST(Text, CopyCutsToFit)
     EXPECT_STREQ(szField, "");
 }
 
+TEST(Text, CopyOfTheFieldsOwnSizeLosesOneCharacter)
+{
+    char szField[8];
+    for (const auto &[text, expected] :
+         {std::pair("ab", "ab\0#####"), std::pair("abc", "abc\0####"),
+          std::pair("abcd", "abc\0####"), std::pair("abcde", "abc\0####")}) {
+        memset(szField, '#', sizeof(szField));
+        KovaTextCopy(szField, 4, text);
+        EXPECT_EQ(std::string(szField, sizeof(szField)), std::string(expected, 8)) << text;
+    }
+}
+
 TEST(Text, CopyToNoRoomWritesNothing)
 {
     char nByte = '#';
