@@ -107,7 +107,9 @@ bool RefreshSession(ServingPass *pPass, KovaRtpClient *pClient)
 {
     char szSessionId[kSessionIdSize];
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
-    TimeLog(kLogThread, "%s, UpdateSession: %s\n", kSendingThread, szSessionId);
+    char szShown[kSessionIdSize];
+    TimeLog(kLogThread, "%s, UpdateSession: %s\n", kSendingThread,
+            KovaTextPrintable(szShown, sizeof(szShown), szSessionId));
     const uint32_t nSerial = pClient->nSerial;
     pPass->pLock->Unlock();
     KovaStreamRefreshSession(pPass->pContext->pStreamer, szSessionId);

@@ -73,12 +73,19 @@ int32_t CheckCSeq(Request *pRequest)
     return kGoOn;
 }
 
+/// An id that no session has may be as long as the request.
+void PrintSessionId(std::string_view id)
+{
+    char szShown[kRequestSize + 1];
+    printf("Session Id: %s\n", KovaTextPrintable(szShown, sizeof(szShown), id));
+}
+
 int32_t CheckSession(Request *pRequest)
 {
     std::string_view id;
     if (!KovaRequestScanSession(&pRequest->scan, &id))
         return kGoOn;
-    printf("Session Id: %.*s\n", static_cast<int>(id.size()), id.data());
+    PrintSessionId(id);
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     if (id.size() >= sizeof(pInfo->szSessionId))
         return kStatusSessionNotFound;
@@ -222,7 +229,9 @@ void DoPlay(Request *pRequest)
 void DoGetParameter(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
-    TimeLog(kLogThread, "%s, UpdateSession: %s\n", "HandleRtspRequest", info.szSessionId);
+    char szShown[kSessionIdSize];
+    TimeLog(kLogThread, "%s, UpdateSession: %s\n", "HandleRtspRequest",
+            KovaTextPrintable(szShown, sizeof(szShown), info.szSessionId));
     KovaRtspServerUpdateSession(pRequest->pServer, info.szSessionId);
     RequestGetParameterResponse(pRequest->pHandler, info);
 }

@@ -3,6 +3,7 @@
 #include "foundation/clock.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
+#include "foundation/text.h"
 #include "server/server.h"
 #include "server/session_end.h"
 #include "server/session_registry.h"
@@ -31,7 +32,9 @@ bool IsExpired(const KovaRtspSession *pSession)
 
 void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
-    printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName, pSession->szSessionId);
+    char szShown[kSessionIdSize];
+    printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName,
+           KovaTextPrintable(szShown, sizeof(szShown), pSession->szSessionId));
     KovaRtspServerRemoveRtpClient(pServer, pSession->szSessionId);
     printf("%s, KovaRtspServerRemoveRtpClient Finish !!!\n", kThreadName);
     KovaServerUnlinkSession(pServer, pSession);

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <memory>
 #include <mutex>
@@ -31,6 +33,26 @@ std::atomic<size_t> g_nThreads{0};
 std::atomic<size_t> g_nInheritable{0};
 
 thread_local bool t_bInside = false;
+
+std::mutex g_heldMutex; // guards the next three
+std::condition_variable g_heldChange;
+uint32_t g_nHoldAt = 0;
+enum HeldState {
+    kNobodyHeld,
+    kHeld,
+    kLetGo
+} g_heldState = kNobodyHeld;
+
+/// Keeps the first thread that comes by with the call.
+void HoldIfAsked(KovaFaultCall nCall)
+{
+    std::unique_lock<std::mutex> lock(g_heldMutex);
+    if (!t_bInside || g_nHoldAt != nCall || g_heldState != kNobodyHeld)
+        return;
+    g_heldState = kHeld;
+    g_heldChange.notify_all();
+    g_heldChange.wait(lock, [] { return g_heldState == kLetGo; });
+}
 
 /// Notes a call of the library that makes a descriptor.
 void NoteOpening(bool bCloseOnExec)
@@ -156,6 +178,33 @@ int KovaFaults::Hits() const
     return m_nHits;
 }
 
+KovaHeldCall::KovaHeldCall(KovaFaultCall nCall)
+{
+    const std::lock_guard<std::mutex> lock(g_heldMutex);
+    g_heldState = kNobodyHeld;
+    g_nHoldAt = nCall;
+}
+
+KovaHeldCall::~KovaHeldCall()
+{
+    Release();
+}
+
+bool KovaHeldCall::WaitHeld(int nMilliseconds)
+{
+    std::unique_lock<std::mutex> lock(g_heldMutex);
+    return g_heldChange.wait_for(lock, std::chrono::milliseconds(nMilliseconds),
+                                 [] { return g_heldState == kHeld; });
+}
+
+void KovaHeldCall::Release()
+{
+    const std::lock_guard<std::mutex> lock(g_heldMutex);
+    g_nHoldAt = 0;
+    g_heldState = kLetGo;
+    g_heldChange.notify_all();
+}
+
 KovaInsideLibrary::KovaInsideLibrary() : m_bBefore(std::exchange(t_bInside, true)) {}
 
 KovaInsideLibrary::~KovaInsideLibrary()
@@ -251,6 +300,7 @@ int __wrap_socket(int nDomain, int nType, int nProtocol)
 
 int __wrap_bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize)
 {
+    HoldIfAsked(kFaultBind);
     return KovaFaultHooks::Fails(kFaultBind) ? -1 : __real_bind(nSocket, pAddress, nSize);
 }
 

@@ -72,6 +72,22 @@ private:
     std::atomic<int> m_nHits{0};
 };
 
+/// Holds the first such call (kFaultBind) of the library from now on at its beginning, with
+/// whatever its thread holds, until Release() or the object's end. One object at a
+/// time.
+class KovaHeldCall {
+public:
+    explicit KovaHeldCall(KovaFaultCall nCall);
+    ~KovaHeldCall();
+    KovaHeldCall(const KovaHeldCall &) = delete;
+    KovaHeldCall &operator=(const KovaHeldCall &) = delete;
+
+    /// Waits until a thread is held; false when none came in time.
+    bool WaitHeld(int nMilliseconds);
+    /// Lets it go on.
+    void Release();
+};
+
 /// Counts what this thread calls as the library's while it lives.
 class KovaInsideLibrary {
 public:

@@ -337,6 +337,20 @@ TEST_F(TcpChannelTest, ReaderWakesForDataForTheEndAndForACall)
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
 }
 
+TEST_F(TcpChannelTest, WakeBeforeTheWaitEndsItAtOnce)
+{
+    // A stop request may come between the reader's look at its state and its wait.
+    KovaTcpChannelWakeReader(ends.Channel());
+    std::atomic<bool> bReturned{false};
+    std::thread reader([&] {
+        KovaTcpChannelWaitReadable(ends.Channel(), 300000);
+        bReturned = true;
+    });
+    EXPECT_TRUE(KovaWaitUntil(20000, [&] { return bReturned.load(); }));
+    KovaTcpChannelClose(ends.Channel());
+    reader.join();
+}
+
 int Option(int nSocket, int nLevel, int nName)
 {
     int nValue = -1;
