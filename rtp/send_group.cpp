@@ -6,6 +6,8 @@
 #include "foundation/scope_guard.h"
 #include "rtp/sender.h"
 #include "rtp/sending_thread.h"
+#include "rtp/session_tally.h"
+#include "rtp/stream_calls.h"
 
 namespace {
 
@@ -32,6 +34,17 @@ bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
         pGroup->nDroppedPts = pPacket->nPts;
     pGroup->bDropping = true;
     return false;
+}
+
+/// Takes a client that goes with its group out of its session's tally.
+void CountOutLast(const KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
+{
+    const bool bPlays = pClient->nState != kClientSetUp;
+    const bool bLast = KovaSessionTallyLeaveLast(pClient->pTally, bPlays);
+    pClient->pTally = nullptr;
+    const KovaRtpSender *pSender = pGroup->pSender;
+    if (bLast && pSender != nullptr && pSender->pStreamer != nullptr)
+        KovaStreamLowerClientCount(pSender->pStreamer);
 }
 
 } // namespace
@@ -112,9 +125,12 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
     if (pGroup == nullptr)
         return;
     KovaRtpSendGroupLockClients(pGroup);
-    while (pGroup->pClientList != nullptr)
-        KovaRtpClientDestroy(
-            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr)));
+    while (pGroup->pClientList != nullptr) {
+        auto *pClient =
+            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr));
+        CountOutLast(pGroup, pClient);
+        KovaRtpClientDestroy(pClient);
+    }
     pthread_mutex_unlock(&pGroup->clientMutex);
 }
 

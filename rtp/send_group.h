@@ -61,7 +61,8 @@ KOVA_API void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClie
 /// Unlinks a client without destroying it. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
 
-/// Unlinks and destroys every client. Null is ignored.
+/// Unlinks and destroys every client. A session that plays and loses its last
+/// client on the stream with it is counted out there. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup);
 
 /// Queues a packet together with a reference that the caller has taken for the

@@ -13,7 +13,9 @@ struct KovaSessionTally {
     const void *pStream;
     char szSessionId[kSessionIdSize];
     uint32_t nClients;
-    bool bTaken;
+    uint32_t nHolders; // who are no clients
+    bool bRaised;      // a PLAY has counted the session
+    bool bTaken;       // somebody has lowered the count, or is about to
 };
 
 namespace {
@@ -55,14 +57,33 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
     return nullptr;
 }
 
+KovaSessionTally *FindOrMake(const void *pStream, const char *szSessionId)
+{
+    KovaSessionTally *pTally = FindTally({pStream, szSessionId});
+    return pTally != nullptr ? pTally : MakeTally(pStream, szSessionId);
+}
+
+void FreeUnused(KovaSessionTally *pTally)
+{
+    if (pTally->nClients != 0 || pTally->nHolders != 0)
+        return;
+    KovaKeyedTake(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
+    free(pTally);
+}
+
+bool Take(KovaSessionTally *pTally)
+{
+    const bool bFirst = !pTally->bTaken;
+    pTally->bTaken = true;
+    return bFirst;
+}
+
 } // namespace
 
 KovaSessionTally *KovaSessionTallyJoin(const void *pStream, const char *szSessionId)
 {
     const KovaMutexLock lock(&g_tallyMutex);
-    KovaSessionTally *pTally = FindTally({pStream, szSessionId});
-    if (pTally == nullptr)
-        pTally = MakeTally(pStream, szSessionId);
+    KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
     if (pTally != nullptr)
         pTally->nClients++;
     return pTally;
@@ -73,10 +94,35 @@ void KovaSessionTallyLeave(KovaSessionTally *pTally)
     if (pTally == nullptr)
         return;
     const KovaMutexLock lock(&g_tallyMutex);
-    if (--pTally->nClients != 0)
+    pTally->nClients--;
+    FreeUnused(pTally);
+}
+
+KovaSessionTally *KovaSessionTallyHold(const void *pStream, const char *szSessionId)
+{
+    const KovaMutexLock lock(&g_tallyMutex);
+    KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
+    if (pTally != nullptr)
+        pTally->nHolders++;
+    return pTally;
+}
+
+void KovaSessionTallyRelease(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
         return;
-    KovaKeyedTake(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
-    free(pTally);
+    const KovaMutexLock lock(&g_tallyMutex);
+    pTally->nHolders--;
+    FreeUnused(pTally);
+}
+
+void KovaSessionTallyRaised(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
+        return;
+    const KovaMutexLock lock(&g_tallyMutex);
+    pTally->bRaised = true;
+    pTally->bTaken = false;
 }
 
 bool KovaSessionTallyTake(KovaSessionTally *pTally)
@@ -84,9 +130,26 @@ bool KovaSessionTallyTake(KovaSessionTally *pTally)
     if (pTally == nullptr)
         return true;
     const KovaMutexLock lock(&g_tallyMutex);
-    const bool bFirst = !pTally->bTaken;
-    pTally->bTaken = true;
-    return bFirst;
+    return Take(pTally);
+}
+
+bool KovaSessionTallyTakePlaying(KovaSessionTally *pTally, bool bPlays)
+{
+    if (pTally == nullptr)
+        return bPlays;
+    const KovaMutexLock lock(&g_tallyMutex);
+    return (bPlays || pTally->bRaised) && Take(pTally);
+}
+
+bool KovaSessionTallyLeaveLast(KovaSessionTally *pTally, bool bPlays)
+{
+    if (pTally == nullptr)
+        return bPlays;
+    const KovaMutexLock lock(&g_tallyMutex);
+    const bool bLast = --pTally->nClients == 0;
+    const bool bTakes = bLast && (bPlays || pTally->bRaised) && Take(pTally);
+    FreeUnused(pTally);
+    return bTakes;
 }
 
 bool KovaSessionTallyExists(const char *szSessionId)
