@@ -13,6 +13,9 @@ using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kQuiet{2};
 
+// However short what it sends: a server is not asked more often.
+constexpr std::chrono::seconds kBetweenRequests{1};
+
 int64_t Now()
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -54,6 +57,8 @@ void Stream::Open(Source *source)
     if (source->kind.value_or(kind) != kind)
         throw Failure("'" + source->input + "' is no longer of the kind that it was");
     source->kind = kind;
+    if (kind == SourceKind::Network)
+        source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();
     source->demuxer = std::make_unique<Demuxer>(source->input, kind, source->wish, *m_stop,
                                                 std::move(source->demuxer));
@@ -159,15 +164,31 @@ void Stream::FollowChange(const Source &source, const Unit &unit)
 bool Stream::FeedOrWait(Source *source, int64_t base)
 {
     try {
-        const bool again = Feed(source, base);
-        source->retry.Forget();
-        return again;
+        return Feed(source, base);
     } catch (const Failure &failure) {
         if (m_options.strict || !m_options.loop || source->kind == SourceKind::Stdin)
             throw;
         WaitAfter(source, failure);
         return true;
     }
+}
+
+/// Whether an input from which nothing has come yet ends so that it makes no sense to begin again
+/// at once.
+bool Stream::IsUnreadable(const Source &source, Demuxer::Result result)
+{
+    if (result == Demuxer::Result::End)
+        return source.kind == SourceKind::Network;
+    return result == Demuxer::Result::Broken;
+}
+
+/// Says how reading a source has ended, once for the same reason.
+void Stream::SayBroken(Source *source)
+{
+    const std::string text =
+        "reading '" + source->input + "' failed: " + ErrorText(source->demuxer->LastError());
+    if (source->retry.IsNews(text))
+        m_console->Print(m_uri + ": " + text);
 }
 
 /// Streams one round. Returns whether the source may begin again.
@@ -179,13 +200,12 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
-        if (result == Demuxer::Result::Broken && !begun && source->kind == SourceKind::Stdin)
-            throw Failure("'-' cannot be read: " + ErrorText(source->demuxer->LastError()) +
-                          "; MP4 in a pipe has to have its index in front: name the file, or  "
-                          "ffmpeg -i IN -c copy -f mpegts - | kovastream -");
+        if (!begun && IsUnreadable(*source, result))
+            throw Failure(source->demuxer->WhyUnreadable());
         if (result == Demuxer::Result::Broken)
-            m_console->Print(m_uri + ": reading '" + source->input +
-                             "' failed: " + ErrorText(source->demuxer->LastError()));
+            SayBroken(source);
+        if (result == Demuxer::Result::End)
+            source->retry.Forget();
         if (result != Demuxer::Result::Got)
             return m_options.loop && source->kind != SourceKind::Stdin;
         FollowChange(*source, unit);
@@ -236,7 +256,7 @@ void Stream::WaitAfter(Source *source, const Failure &failure)
 /// Opens the source, as often as it takes. Returns false when the end was requested.
 bool Stream::Await(Source *source)
 {
-    while (!m_stop->Requested()) {
+    while (!m_stop->WaitUntil(source->notBefore)) {
         try {
             Open(source);
             return !m_stop->Requested();

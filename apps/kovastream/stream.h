@@ -62,6 +62,7 @@ private:
         std::unique_ptr<Demuxer> demuxer;
         std::unique_ptr<Round> round; // reads from the demuxer
         std::thread thread;
+        std::chrono::steady_clock::time_point notBefore{}; // it is opened again
     };
 
     void Run(Source *source);
@@ -72,6 +73,8 @@ private:
     void PushOne(Source *source, const Unit &unit);
     void Warn(const Round &round, const Unit &unit, int64_t due);
     bool FeedOrWait(Source *source, int64_t base);
+    static bool IsUnreadable(const Source &source, Demuxer::Result result);
+    void SayBroken(Source *source);
     void WaitAfter(Source *source, const Failure &failure);
     bool Await(Source *source);
     void Open(Source *source);
