@@ -62,10 +62,10 @@ Rates RatesBetween(const Figures &before, const Figures &now, double seconds)
 std::string StatusLine(const Figures &figures, const Rates &rates)
 {
     const auto seconds = static_cast<long long>(figures.position / 1000000);
-    return Text("%s  %lld:%02lld:%02lld  %.1f fps  %.0f kbit/s in  %d %s  %u kbit/s out  %s",
+    return Text("%s  %lld:%02lld:%02lld  %.1f fps  %.0f kbit/s in  %d %s  %.0f kbit/s out  %s",
                 figures.uri.c_str(), seconds / 3600, seconds / 60 % 60, seconds % 60, rates.fps,
                 rates.kilobitsIn, figures.clients, figures.clients == 1 ? "client" : "clients",
-                figures.kilobitsOut, WordsFor(figures).people);
+                rates.kilobitsOut, WordsFor(figures).people);
 }
 
 std::string StatusJson(const Figures &figures, const Rates &rates)
@@ -77,9 +77,9 @@ std::string StatusJson(const Figures &figures, const Rates &rates)
     strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%SZ", &utc);
     // A URI has no character that would have to be escaped.
     return Text("{\"time\":\"%s\",\"uri\":\"%s\",\"position\":%.3f,\"fps\":%.1f,\"in_kbps\":%.1f,"
-                "\"clients\":%d,\"out_kbps\":%u,\"status\":\"%s\"}",
+                "\"clients\":%d,\"out_kbps\":%.0f,\"status\":\"%s\"}",
                 stamp, figures.uri.c_str(), static_cast<double>(figures.position) / 1e6, rates.fps,
-                rates.kilobitsIn, figures.clients, figures.kilobitsOut, WordsFor(figures).programs);
+                rates.kilobitsIn, figures.clients, rates.kilobitsOut, WordsFor(figures).programs);
 }
 
 } // namespace kovastream
