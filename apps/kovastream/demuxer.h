@@ -80,7 +80,6 @@ public:
 private:
     static int Interrupted(void *stop);
     void Open(double fps);
-    std::string WhatToDo() const;
     void FindTracks(const Wish &wish);
     void CheckFirstPackets();
     void DiscardOthers();

@@ -1,5 +1,7 @@
 #include "stream.h"
 
+#include "own_address.h"
+
 #include "failure.h"
 
 #include <algorithm>
@@ -139,6 +141,10 @@ void Stream::Publish()
     const std::string address = any ? "127.0.0.1" : m_options.address;
     m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
                      "  (" + m_description.About() + ")");
+    const std::string own = any ? OwnAddress() : "";
+    if (!own.empty())
+        m_console->Print("rtsp://" + own + ":" + std::to_string(m_options.port) + "/" + m_uri +
+                         "  (from other machines)");
 }
 
 /// Publishes the stream anew where a unit is not what its players were told: they would go on with
@@ -183,7 +189,7 @@ bool Stream::Feed(Source *source, int64_t base)
         if (result == Demuxer::Result::Broken && !begun && source->kind == SourceKind::Stdin)
             throw Failure("'-' cannot be read: " + ErrorText(source->demuxer->LastError()) +
                           "; MP4 in a pipe has to have its index in front: name the file, or  "
-                          "ffmpeg -i IN -c copy -f mpegts - | kovastream -");
+                          "ffmpeg -v error -i IN -c copy -f mpegts - | kovastream -");
         if (result == Demuxer::Result::Broken)
             m_console->Print(m_uri + ": reading '" + source->input +
                              "' failed: " + ErrorText(source->demuxer->LastError()));
@@ -256,6 +262,7 @@ Figures Stream::Look() const
 {
     Figures figures;
     figures.uri = m_uri;
+    figures.maxClients = m_options.maxClients;
     if (!m_isPublished)
         return figures;
     figures.input = Figures::Input::Flowing;
