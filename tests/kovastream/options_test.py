@@ -1,5 +1,6 @@
 """What is wrong is said in one line that tells what to do, and the exit status is 1."""
 
+import http.server
 import re
 import shlex
 import socket
@@ -150,18 +151,24 @@ class Refusals(unittest.TestCase):
                      str(free_port()), "rtsp://nohost.invalid/x")
 
     def test_a_server_that_has_something_else(self):
-        with socket.create_server(("127.0.0.1", 0)) as web:
-            def answer():
-                for _ in range(3):  # it may ask for a part once more
-                    one = web.accept()[0]
-                    with one:
-                        one.recv(4096)
-                        one.sendall(b"HTTP/1.0 200 OK\r\n\r\n<!DOCTYPE html>\n<html><body>"
-                                    b"Nothing to see here</body></html>\n")
-            threading.Thread(target=answer, daemon=True).start()
-            address = f"http://127.0.0.1:{web.getsockname()[1]}/page"
+        class Page(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                page = b"<!DOCTYPE html>\n<html><body>" + b"Nothing here.\n" * 300
+                self.send_response(200)
+                self.send_header("Content-Length", str(len(page)))
+                self.end_headers()
+                with contextlib.suppress(OSError):
+                    self.wfile.write(page)
+
+            def log_message(self, *_):
+                pass
+
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Page) as web:
+            threading.Thread(target=web.serve_forever, daemon=True).start()
+            address = f"http://127.0.0.1:{web.server_port}/page"
             self.refused([f"'{address}' answers, but not with media"], "--strict", "--port",
                          str(free_port()), address)
+            web.shutdown()
 
     def test_port_and_address(self):
         with socket.socket() as other:
