@@ -1,6 +1,7 @@
 #include "picture_track.h"
 
 #include "failure.h"
+#include "key_frames.h"
 #include "nal_units.h"
 #include "source.h"
 
@@ -113,10 +114,7 @@ bool PictureTrack::Convert(AVPacket *packet, Unit *unit)
     unit->track = TrackKind::Picture;
     unit->bytes.assign(packet->data, packet->data + packet->size);
     TakeSets(*packet, unit);
-    if (!m_keyFrame)
-        ForEachNalUnit(
-            packet->data, static_cast<size_t>(packet->size),
-            [this](const uint8_t *nal, size_t) { m_keyFrame |= NalType(nal) == kNalIdr; });
+    unit->entry = EntryOf(packet->data, static_cast<size_t>(packet->size));
     Stamp(*packet, unit);
     av_packet_unref(packet);
     return !unit->bytes.empty();

@@ -24,10 +24,6 @@ public:
     {
         return m_sets;
     }
-    bool HasKeyFrame() const
-    {
-        return m_keyFrame;
-    }
 
 private:
     void Stamp(const AVPacket &packet, Unit *unit);
@@ -42,7 +38,6 @@ private:
     ParameterSets m_sets;
     std::optional<PictureClock> m_clock;
     int64_t m_lastDecode;
-    bool m_keyFrame = false;
 };
 
 } // namespace kovastream

@@ -14,7 +14,9 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kQuiet{2};
-constexpr int64_t kKeyFrameTime = 10000000;
+
+// However short what it sends: a server is not asked more often.
+constexpr std::chrono::seconds kBetweenRequests{1};
 
 int64_t Now()
 {
@@ -57,6 +59,8 @@ void Stream::Open(Source *source)
     if (source->kind.value_or(kind) != kind)
         throw Failure("'" + source->input + "' is no longer of the kind that it was");
     source->kind = kind;
+    if (kind == SourceKind::Network)
+        source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();
     source->demuxer = std::make_unique<Demuxer>(source->input, kind, source->wish, *m_stop,
                                                 std::move(source->demuxer));
@@ -166,15 +170,31 @@ void Stream::FollowChange(const Source &source, const Unit &unit)
 bool Stream::FeedOrWait(Source *source, int64_t base)
 {
     try {
-        const bool again = Feed(source, base);
-        source->retry.Forget();
-        return again;
+        return Feed(source, base);
     } catch (const Failure &failure) {
         if (m_options.strict || !m_options.loop || source->kind == SourceKind::Stdin)
             throw;
         WaitAfter(source, failure);
         return true;
     }
+}
+
+/// Whether an input from which nothing has come yet ends so that it makes no sense to begin again
+/// at once.
+bool Stream::IsUnreadable(const Source &source, Demuxer::Result result)
+{
+    if (result == Demuxer::Result::End)
+        return source.kind == SourceKind::Network;
+    return result == Demuxer::Result::Broken;
+}
+
+/// Says how reading a source has ended, once for the same reason.
+void Stream::SayBroken(Source *source)
+{
+    const std::string text =
+        "reading '" + source->input + "' failed: " + ErrorText(source->demuxer->LastError());
+    if (source->retry.IsNews(text))
+        m_console->Print(m_uri + ": " + text);
 }
 
 /// Streams one round. Returns whether the source may begin again.
@@ -186,13 +206,12 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
-        if (result == Demuxer::Result::Broken && !begun && source->kind == SourceKind::Stdin)
-            throw Failure("'-' cannot be read: " + ErrorText(source->demuxer->LastError()) +
-                          "; MP4 in a pipe has to have its index in front: name the file, or  "
-                          "ffmpeg -v error -i IN -c copy -f mpegts - | kovastream -");
+        if (!begun && IsUnreadable(*source, result))
+            throw Failure(source->demuxer->WhyUnreadable());
         if (result == Demuxer::Result::Broken)
-            m_console->Print(m_uri + ": reading '" + source->input +
-                             "' failed: " + ErrorText(source->demuxer->LastError()));
+            SayBroken(source);
+        if (result == Demuxer::Result::End)
+            source->retry.Forget();
         if (result != Demuxer::Result::Got)
             return m_options.loop && source->kind != SourceKind::Stdin;
         FollowChange(*source, unit);
@@ -216,19 +235,20 @@ void Stream::PushOne(Source *source, const Unit &unit)
     m_bytes += unit.bytes.size();
     if (unit.track == TrackKind::Picture)
         m_pictures++;
-    Warn(*source->round, placed.due);
+    Warn(*source->round, unit, placed.due);
 }
 
-/// Says once what keeps players from seeing or hearing all of it.
-void Stream::Warn(const Round &round, int64_t played)
+/// Says what keeps players from seeing or hearing all of it.
+void Stream::Warn(const Round &round, const Unit &unit, int64_t due)
 {
     if (round.LeftSoundOut() && !m_warnedSound.exchange(true))
         m_console->Print(m_uri + ": warning: sound frames of 1024 to 2047 bytes cannot be sent and "
                                  "are left out; encode the sound at a lower bit rate (-b:a 128k)");
-    if (played > kKeyFrameTime && round.Picture().has_value() && !round.Picture()->HasKeyFrame() &&
-        !m_warnedKeyFrame.exchange(true))
-        m_console->Print(m_uri + ": warning: no key frame (IDR) for 10 s, which players need to "
-                                 "begin; let the encoder make one every second or two (-g 50)");
+    if (unit.track != TrackKind::Picture)
+        return;
+    const std::optional<std::string> wait = m_keyFrames.Look(unit.entry, due);
+    if (wait.has_value())
+        m_console->Print(m_uri + ": warning: " + *wait);
 }
 
 /// Says why the source is waited for, once, and pauses.
@@ -242,7 +262,7 @@ void Stream::WaitAfter(Source *source, const Failure &failure)
 /// Opens the source, as often as it takes. Returns false when the end was requested.
 bool Stream::Await(Source *source)
 {
-    while (!m_stop->Requested()) {
+    while (!m_stop->WaitUntil(source->notBefore)) {
         try {
             Open(source);
             return !m_stop->Requested();

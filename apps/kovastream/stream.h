@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "figures.h"
 #include "input_name.h"
+#include "key_frames.h"
 #include "meeting.h"
 #include "options.h"
 #include "pacer.h"
@@ -61,6 +62,7 @@ private:
         std::unique_ptr<Demuxer> demuxer;
         std::unique_ptr<Round> round; // reads from the demuxer
         std::thread thread;
+        std::chrono::steady_clock::time_point notBefore{}; // it is opened again
     };
 
     void Run(Source *source);
@@ -69,8 +71,10 @@ private:
     void FollowChange(const Source &source, const Unit &unit);
     bool Feed(Source *source, int64_t base);
     void PushOne(Source *source, const Unit &unit);
-    void Warn(const Round &round, int64_t played);
+    void Warn(const Round &round, const Unit &unit, int64_t due);
     bool FeedOrWait(Source *source, int64_t base);
+    static bool IsUnreadable(const Source &source, Demuxer::Result result);
+    void SayBroken(Source *source);
     void WaitAfter(Source *source, const Failure &failure);
     bool Await(Source *source);
     void Open(Source *source);
@@ -86,6 +90,7 @@ private:
     Meeting m_meeting;
     StreamEnd m_end;
     Pacer m_pacer;
+    KeyFrames m_keyFrames; ///< of the thread that pushes pictures
     std::vector<std::unique_ptr<Source>> m_sources;
     std::atomic<size_t> m_running;
     std::mutex m_ending;
@@ -105,7 +110,6 @@ private:
     std::atomic<uint64_t> m_bytes{0};
     std::atomic<int64_t> m_lastPush{0};
     std::atomic<bool> m_warnedSound{false};
-    std::atomic<bool> m_warnedKeyFrame{false};
 };
 
 } // namespace kovastream
