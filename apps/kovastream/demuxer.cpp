@@ -1,6 +1,7 @@
 #include "demuxer.h"
 
 #include "failure.h"
+#include "open_failure.h"
 #include "track_check.h"
 
 #include <algorithm>
@@ -118,20 +119,7 @@ void Demuxer::Open(double fps)
         error = avformat_find_stream_info(format, nullptr);
     }
     if (error < 0 && !m_stop.Requested())
-        throw Failure("'" + m_input + "' cannot be opened: " + ErrorText(error) + WhatToDo());
-}
-
-/// Behind the reason for which the input could not be opened.
-std::string Demuxer::WhatToDo() const
-{
-    switch (m_kind) {
-    case SourceKind::Network:
-        return ". Is it running, and can it be reached? Try  ffprobe " + m_input;
-    case SourceKind::File:
-        return ". It is broken, or no media file; try  ffprobe " + m_input;
-    default:
-        return ". What comes is no media, or broken; write it to a file and try  ffprobe FILE";
-    }
+        throw Failure(OpenFailure(m_input, m_kind, error));
 }
 
 void Demuxer::FindTracks(const Wish &wish)
@@ -238,9 +226,10 @@ std::string Demuxer::WhyUnreadable() const
         return what;
     if (m_kind != SourceKind::Network)
         return what + "; MP4 in a pipe has to have its index in front: name the file, or  "
-                      "ffmpeg -i IN -c copy -f mpegts - | kovastream -";
+                      "ffmpeg -v error -i IN -c copy -f mpegts - | kovastream -";
     return what + "; from a server without ranges, MP4 has to have its index in front:  "
-                  "ffmpeg -i IN -c copy -movflags +faststart OUT.mp4  (or be fragmented: -movflags "
+                  "ffmpeg -v error -i IN -c copy -movflags +faststart OUT.mp4  (or be fragmented: "
+                  "-movflags "
                   "+frag_keyframe+empty_moov)";
 }
 

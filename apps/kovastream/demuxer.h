@@ -85,7 +85,6 @@ private:
     static int Interrupted(void *stop);
     void Open(double fps);
     bool IsMp4() const;
-    std::string WhatToDo() const;
     void FindTracks(const Wish &wish);
     void CheckOrder(const Wish &wish) const;
     void CheckFirstPackets();

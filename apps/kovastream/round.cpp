@@ -9,7 +9,8 @@ namespace kovastream {
 
 namespace {
 
-constexpr char kRescue[] = "; get it again, or save what is there:  ffmpeg -i IN -c copy OUT.mkv";
+constexpr char kRescue[] =
+    "; get it again, or save what is there:  ffmpeg -v error -i IN -c copy OUT.mkv";
 
 /// What a file may lack at its end besides a tenth, microseconds: lengths are rounded.
 constexpr int64_t kMissing = 500000;

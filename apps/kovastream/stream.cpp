@@ -1,9 +1,10 @@
 #include "stream.h"
 
+#include "own_address.h"
+
 #include "failure.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 
 namespace kovastream {
@@ -108,7 +109,10 @@ void Stream::Play(Source *source)
 {
     if (source->demuxer == nullptr && !Await(source))
         return;
-    Describe(*source);
+    {
+        const std::lock_guard<std::mutex> lock(m_describing);
+        m_description.Take(*source->demuxer, *source->round, source->wish, nullptr);
+    }
     const auto publish = [this] {
         Publish();
         m_base = m_end.Get();
@@ -129,43 +133,37 @@ void Stream::Play(Source *source)
     }
 }
 
-void Stream::Describe(const Source &source)
-{
-    const Round &round = *source.round;
-    constexpr uint32_t kUsualPicture = 2000;
-    constexpr uint32_t kUsualSound = 128;
-    const auto rate = [](const AVStream &stream, uint32_t usual) {
-        const int64_t known = stream.codecpar->bit_rate / 1000;
-        return known > 0 ? static_cast<uint32_t>(known) : usual;
-    };
-    char text[128] = "";
-    const std::lock_guard<std::mutex> lock(m_describing);
-    if (round.Picture().has_value()) {
-        const AVCodecParameters &codec = *source.demuxer->Picture()->codecpar;
-        const int64_t all = source.demuxer->BitRate();
-        m_picture = {
-            rate(*source.demuxer->Picture(), all > 0 ? static_cast<uint32_t>(all) : kUsualPicture)};
-        snprintf(text, sizeof(text), "H.264 %dx%d", codec.width, codec.height);
-        m_about = m_about.empty() ? text : text + (", " + m_about);
-    }
-    if (round.Sound().has_value()) {
-        m_sound = {rate(*source.demuxer->Sound(), kUsualSound), round.Sound()->SampleRate(),
-                   round.Sound()->Channels()};
-        snprintf(text, sizeof(text), "AAC %u Hz, %u %s", m_sound->nSampleRate, m_sound->nChannels,
-                 m_sound->nChannels == 1 ? "channel" : "channels");
-        m_about += m_about.empty() ? text : std::string(", ") + text;
-    }
-}
-
 void Stream::Publish()
 {
-    m_published.emplace(m_publisher->Publish(m_uri, m_sound, m_picture));
+    {
+        const std::lock_guard<std::mutex> lock(m_describing);
+        m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+    }
     m_lastPush = Now();
     m_isPublished = true;
     const bool any = m_options.address.empty() || m_options.address == "0.0.0.0";
     const std::string address = any ? "127.0.0.1" : m_options.address;
     m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
-                     "  (" + m_about + ")");
+                     "  (" + m_description.About() + ")");
+    const std::string own = any ? OwnAddress() : "";
+    if (!own.empty())
+        m_console->Print("rtsp://" + own + ":" + std::to_string(m_options.port) + "/" + m_uri +
+                         "  (from other machines)");
+}
+
+/// Publishes the stream anew where a unit is not what its players were told: they would go on with
+/// the old description and show nothing, or rubbish.
+void Stream::FollowChange(const Source &source, const Unit &unit)
+{
+    // The other source's thread waits meanwhile.
+    const std::lock_guard<std::mutex> lock(m_describing);
+    const std::string change = m_description.Contradiction(*source.round, source.wish, unit);
+    if (change.empty())
+        return;
+    m_description.Take(*source.demuxer, *source.round, source.wish, &unit);
+    m_console->Print(m_uri + ": " + change + ": published anew (" + m_description.About() +
+                     "); its players have to connect again");
+    m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
 }
 
 /// The same as Feed; a source that breaks and can begin again does so after a pause.
@@ -216,6 +214,7 @@ bool Stream::Feed(Source *source, int64_t base)
             source->retry.Forget();
         if (result != Demuxer::Result::Got)
             return m_options.loop && source->kind != SourceKind::Stdin;
+        FollowChange(*source, unit);
         if (!begun)
             source->timeline.Begin(source->round->Origin(), base);
         if (!begun)
@@ -230,7 +229,7 @@ void Stream::PushOne(Source *source, const Unit &unit)
     const Placed placed = source->timeline.Place(unit);
     if (!m_pacer.Wait(placed.due))
         return;
-    m_published->Push(unit, placed.milliseconds);
+    m_published.Push(unit, placed.milliseconds);
     m_lastPush = Now();
     m_position = std::max<int64_t>(m_position, placed.due);
     m_bytes += unit.bytes.size();
@@ -283,6 +282,7 @@ Figures Stream::Look() const
 {
     Figures figures;
     figures.uri = m_uri;
+    figures.maxClients = m_options.maxClients;
     if (!m_isPublished)
         return figures;
     figures.input = Figures::Input::Flowing;
@@ -293,9 +293,9 @@ Figures Stream::Look() const
     figures.position = m_position;
     figures.pictures = m_pictures;
     figures.bytes = m_bytes;
-    figures.clients = m_published->Clients();
-    figures.kilobitsOut = m_published->KilobitsOut();
-    figures.status = m_published->Status();
+    figures.clients = m_published.Clients();
+    figures.kilobitsOut = m_published.KilobitsOut();
+    figures.status = m_published.Status();
     return figures;
 }
 

@@ -2,6 +2,7 @@
 
 #include "console.h"
 #include "demuxer.h"
+#include "description.h"
 #include "failure.h"
 #include "figures.h"
 #include "input_name.h"
@@ -66,8 +67,8 @@ private:
 
     void Run(Source *source);
     void Play(Source *source);
-    void Describe(const Source &source);
     void Publish();
+    void FollowChange(const Source &source, const Unit &unit);
     bool Feed(Source *source, int64_t base);
     void PushOne(Source *source, const Unit &unit);
     void Warn(const Round &round, const Unit &unit, int64_t due);
@@ -96,12 +97,11 @@ private:
     std::string m_failure;
 
     // Written until the sources have met, read afterwards.
-    std::mutex m_describing;
-    std::optional<KovaAudioDescription> m_sound;
-    std::optional<KovaVideoDescription> m_picture;
-    std::string m_about;
-    std::optional<Published> m_published;
     int64_t m_base = 0;
+
+    std::mutex m_describing;
+    Description m_description;
+    Published m_published;
 
     // Figures, by whatever thread.
     std::atomic<bool> m_isPublished{false};

@@ -217,6 +217,25 @@ class Player:
         self.socket.close()
 
 
+def await_text(program, text, seconds=30):
+    """Waits until the program has printed the text, while it runs."""
+    end = time.time() + seconds
+    while text not in program.out() + program.err():
+        if time.time() > end or program.process.poll() is not None:
+            raise AssertionError(f"no {text!r}: {program.out()} {program.err()}")
+        time.sleep(0.05)
+
+
+def await_quiet(program, seconds=40):
+    """Waits until the one stream of a program with --status json has had no input for two seconds:
+    all that a pipe has had is read, and its next writer does not append to it."""
+    end = time.time() + seconds
+    while not program.out().endswith('"status":"waiting","max_clients":32}\n'):
+        if time.time() > end:
+            raise AssertionError(f"input goes on: {program.out()[-500:]}")
+        time.sleep(0.1)
+
+
 def units(packets):
     """The NAL units of H.264 packets, as (timestamp, unit) in order of arrival."""
     whole = []
