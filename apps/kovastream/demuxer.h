@@ -75,7 +75,13 @@ public:
     {
         return m_error;
     }
-    /// What to say when nothing at all could be read of an open input.
+    /// Whether an input that is open, and of which nothing has come, ends so that it makes no sense
+    /// to begin again at once.
+    bool IsUnreadable(Result result) const
+    {
+        return result == Result::Broken || (result == Result::End && m_kind == SourceKind::Network);
+    }
+    /// What to say then.
     std::string WhyUnreadable() const;
     /// Where the shorter of the tracks ends by what the file itself says, microseconds;
     /// AV_NOPTS_VALUE when it does not say.

@@ -179,15 +179,6 @@ bool Stream::FeedOrWait(Source *source, int64_t base)
     }
 }
 
-/// Whether an input from which nothing has come yet ends so that it makes no sense to begin again
-/// at once.
-bool Stream::IsUnreadable(const Source &source, Demuxer::Result result)
-{
-    if (result == Demuxer::Result::End)
-        return source.kind == SourceKind::Network;
-    return result == Demuxer::Result::Broken;
-}
-
 /// Says how reading a source has ended, once for the same reason.
 void Stream::SayBroken(Source *source)
 {
@@ -206,7 +197,7 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
-        if (!begun && IsUnreadable(*source, result))
+        if (!begun && source->demuxer->IsUnreadable(result))
             throw Failure(source->demuxer->WhyUnreadable());
         if (result == Demuxer::Result::Broken)
             SayBroken(source);

@@ -73,7 +73,6 @@ private:
     void PushOne(Source *source, const Unit &unit);
     void Warn(const Round &round, const Unit &unit, int64_t due);
     bool FeedOrWait(Source *source, int64_t base);
-    static bool IsUnreadable(const Source &source, Demuxer::Result result);
     void SayBroken(Source *source);
     void WaitAfter(Source *source, const Failure &failure);
     bool Await(Source *source);

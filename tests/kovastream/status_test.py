@@ -215,7 +215,7 @@ class LogFile(unittest.TestCase):
             self.assertNotIn("Payload Id", program.out())
         with open(path("library.log")) as log:
             text = log.read()
-        self.assertRegex(text, r"Payload Id: 96\nSSRC: [0-9a-f]+\n(.*\n)*Payload Id: 97\n")
+        self.assertRegex(text, r"Payload Id: 96\n(.*\n)*SSRC: [0-9a-f]+\n(.*\n)*Payload Id: 97\n")
         # A line of level 4, with its stamp.
         self.assertRegex(text, r"(?m)^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d pListenProc, Leave thread$")
 
