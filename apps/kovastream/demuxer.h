@@ -1,5 +1,6 @@
 #pragma once
 
+#include "codec_change.h"
 #include "ffmpeg.h"
 #include "pipe_reader.h"
 #include "source.h"
@@ -67,7 +68,8 @@ public:
         End,
         Broken, ///< ErrorText of LastError() says how
     };
-    /// Reads the next packet of one of the tracks.
+    /// Reads the next packet of one of the tracks. Throws Failure when what comes can no longer be
+    /// streamed.
     Result Read(AVPacket *packet);
     int LastError() const
     {
@@ -84,7 +86,9 @@ private:
     void Open(double fps);
     bool IsMp4() const;
     void FindTracks(const Wish &wish);
+    void CheckOrder(const Wish &wish) const;
     void CheckFirstPackets();
+    bool IsRival(const AVStream &stream) const;
     void DiscardOthers();
 
     const std::string m_input;
@@ -94,6 +98,7 @@ private:
     Format m_format;
     AVStream *m_picture = nullptr;
     AVStream *m_sound = nullptr;
+    CodecChange m_change;
     int m_error = 0;
 };
 

@@ -69,7 +69,7 @@ std::vector<std::string> StatusFields(const Figures &figures, const Rates &rates
             Text("%.1f fps", rates.fps),
             Text("%d of %d %s", figures.clients, figures.maxClients,
                  figures.maxClients == 1 ? "client" : "clients"),
-            Text("%.0f kbit/s in", rates.kilobitsIn), Text("%u kbit/s out", figures.kilobitsOut)};
+            Text("%.0f kbit/s in", rates.kilobitsIn), Text("%.0f kbit/s out", rates.kilobitsOut)};
 }
 
 std::string StatusJson(const Figures &figures, const Rates &rates)
@@ -81,9 +81,9 @@ std::string StatusJson(const Figures &figures, const Rates &rates)
     strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%SZ", &utc);
     // A URI has no character that would have to be escaped.
     return Text("{\"time\":\"%s\",\"uri\":\"%s\",\"position\":%.3f,\"fps\":%.1f,\"in_kbps\":%.1f,"
-                "\"clients\":%d,\"out_kbps\":%u,\"status\":\"%s\",\"max_clients\":%d}",
+                "\"clients\":%d,\"out_kbps\":%.0f,\"status\":\"%s\",\"max_clients\":%d}",
                 stamp, figures.uri.c_str(), static_cast<double>(figures.position) / 1e6, rates.fps,
-                rates.kilobitsIn, figures.clients, figures.kilobitsOut, WordsFor(figures).programs,
+                rates.kilobitsIn, figures.clients, rates.kilobitsOut, WordsFor(figures).programs,
                 figures.maxClients);
 }
 

@@ -19,15 +19,16 @@ struct Figures {
     uint64_t pictures = 0;
     uint64_t bytes = 0;
     int32_t clients = 0;
-    int32_t maxClients = 0; ///< of all streams together
-    uint32_t kilobitsOut = 0;
-    uint32_t status = 0; ///< KOVA_STREAM_*
+    int32_t maxClients = 0;   ///< of all streams together
+    uint32_t kilobitsOut = 0; ///< as the server tells: of 1024 bits, from the key frame on
+    uint32_t status = 0;      ///< KOVA_STREAM_*
 };
 
-/// What happened between two looks.
+/// What happened between two looks. A kilobit is 1000 bits.
 struct Rates {
     double fps;
     double kilobitsIn;
+    double kilobitsOut = 0; ///< see OutRate
 };
 Rates RatesBetween(const Figures &before, const Figures &now, double seconds);
 

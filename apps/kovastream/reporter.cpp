@@ -15,7 +15,7 @@ Reporter::Reporter(const Options &options, Console *console,
     : m_form(options.status), m_maxClients(options.maxClients), m_console(console),
       m_streams(streams),
       m_period(m_form == StatusForm::Line && !console->IsLive() ? kPlainPeriod : 1),
-      m_last(Clock::now()), m_before(streams.size())
+      m_last(Clock::now()), m_before(streams.size()), m_out(streams.size())
 {}
 
 void Reporter::Tick()
@@ -29,7 +29,8 @@ void Reporter::Tick()
     m_last = now;
     Table table;
     for (size_t i = 0; i < all.size(); i++) {
-        const Rates rates = RatesBetween(m_before[i], all[i], seconds);
+        Rates rates = RatesBetween(m_before[i], all[i], seconds);
+        rates.kilobitsOut = m_out[i].Take(all[i], now);
         if (m_form == StatusForm::Json)
             table.push_back({StatusJson(all[i], rates)});
         else

@@ -17,6 +17,11 @@ constexpr int64_t kMissing = 500000;
 
 } // namespace
 
+bool IsCutOff(int64_t reached, int64_t declared)
+{
+    return declared != AV_NOPTS_VALUE && reached + kMissing + declared / 10 < declared;
+}
+
 Round::Round(Demuxer *demuxer, double fps)
     : m_demuxer(demuxer), m_packets(demuxer), m_packet(Made(av_packet_alloc()))
 {
@@ -78,7 +83,7 @@ void Round::CheckEnd() const
         throw Failure("'" + m_demuxer->Input() + "' is broken: no picture or sound can be read" +
                       kRescue);
     const int64_t declared = m_demuxer->DeclaredEnd();
-    if (declared != AV_NOPTS_VALUE && m_reached + kMissing + declared / 10 < declared) {
+    if (IsCutOff(m_reached, declared)) {
         char text[64];
         snprintf(text, sizeof(text), "%.1f of %.1f seconds", static_cast<double>(m_reached) / 1e6,
                  static_cast<double>(declared) / 1e6);

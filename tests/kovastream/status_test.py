@@ -2,6 +2,7 @@
 
 import fcntl
 import json
+import os
 import pty
 import re
 import select
@@ -92,6 +93,25 @@ class Json(unittest.TestCase):
         self.assertEqual(process.returncode, 0, said)
         self.assertEqual(said.count("kovastream: standard output cannot be written: No space left "
                                     "on device; lines are left out meanwhile\n"), 1, said)
+
+
+class Position(unittest.TestCase):
+    def test_is_that_of_the_furthest_track(self):
+        # All pictures of two seconds, and then a second of sound.
+        media("apart.mp4", "-i", clip("h264"), "-i", clip("aac"), "-c:v", "copy", "-filter_complex",
+              "[1:a]atrim=end=1[a]", "-map", "0:v", "-map", "[a]", *SOUND, "-movflags",
+              "empty_moov+default_base_moof", "-frag_duration", "10000000")
+        os.mkfifo(path("nobody"))
+        with open(path("apart.mp4"), "rb") as apart:
+            with Program("--once", "--status", "json", "--duration", "8", "one=-",
+                         "two=" + path("nobody"), stdin=apart) as program:
+                self.assertEqual(program.wait(30), 0)
+                objects = [json.loads(line) for line in program.out().splitlines()]
+        ended = [entry for entry in objects if (entry["uri"], entry["status"]) == ("one", "ended")]
+        self.assertGreater(len(ended), 0, objects)
+        # It begins at 0.04; encoders prime decoders with a frame of sound.
+        for entry in ended:
+            self.assertAlmostEqual(entry["position"], 0.04 + 49 * 0.04, delta=0.03)
 
 
 class Plain(unittest.TestCase):
