@@ -13,11 +13,12 @@ using Bytes = H264Writer::Bytes;
 
 constexpr char kPictureText[] =
     "'film.ts': its picture changes to hevc in mid-stream, only H.264 can be streamed; transcode "
-    "it:  ffmpeg -i film.ts -c:v libx264 -pix_fmt yuv420p -bf 0 -g 50 -c:a copy -f mpegts - | "
+    "it:  ffmpeg -v error -i film.ts -c:v libx264 -pix_fmt yuv420p -bf 0 -g 50 -c:a copy -f mpegts "
+    "- | "
     "kovastream -";
 constexpr char kSoundText[] =
     "'film.ts': its sound changes to mp2 in mid-stream, only AAC can be streamed; transcode it:  "
-    "ffmpeg -i film.ts -c:v copy -c:a aac -ac 2 -b:a 128k -f mpegts - | kovastream -";
+    "ffmpeg -v error -i film.ts -c:v copy -c:a aac -ac 2 -b:a 128k -f mpegts - | kovastream -";
 
 struct CodecChangeTest : testing::Test {
     kovastream::Format format{avformat_alloc_context()};
