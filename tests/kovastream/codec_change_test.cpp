@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "h264_writer.h"
+#include "source.h"
 
 #include <gtest/gtest.h>
 
@@ -11,14 +12,13 @@ using kovastream::CodecChange;
 using kovastream::TrackKind;
 using Bytes = H264Writer::Bytes;
 
-constexpr char kPictureText[] =
+const std::string kPictureText =
     "'film.ts': its picture changes to hevc in mid-stream, only H.264 can be streamed; transcode "
-    "it:  ffmpeg -v error -i film.ts -c:v libx264 -pix_fmt yuv420p -bf 0 -g 50 -c:a copy -f mpegts "
-    "- | "
-    "kovastream -";
-constexpr char kSoundText[] =
-    "'film.ts': its sound changes to mp2 in mid-stream, only AAC can be streamed; transcode it:  "
-    "ffmpeg -v error -i film.ts -c:v copy -c:a aac -ac 2 -b:a 128k -f mpegts - | kovastream -";
+    "it:  " +
+    kovastream::TranscodeAdvice("film.ts", false, true);
+const std::string kSoundText =
+    "'film.ts': its sound changes to mp2 in mid-stream, only AAC can be streamed; transcode it:  " +
+    kovastream::TranscodeAdvice("film.ts", true, false);
 
 struct CodecChangeTest : testing::Test {
     kovastream::Format format{avformat_alloc_context()};
