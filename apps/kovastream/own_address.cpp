@@ -53,12 +53,24 @@ std::string FirstAddress()
     return first;
 }
 
-} // namespace
-
+/// The one under which other machines most likely reach this one.
 std::string OwnAddress()
 {
     const std::string routed = RoutedAddress();
     return routed.empty() ? FirstAddress() : routed;
+}
+
+} // namespace
+
+Urls UrlsOf(const std::string &uri, const Options &options)
+{
+    const auto at = [&uri, &options](const std::string &address) {
+        return "rtsp://" + address + ":" + std::to_string(options.port) + "/" + uri;
+    };
+    if (!options.address.empty() && options.address != "0.0.0.0")
+        return {at(options.address), ""};
+    const std::string own = OwnAddress();
+    return {at("127.0.0.1"), own.empty() ? "" : at(own)};
 }
 
 } // namespace kovastream

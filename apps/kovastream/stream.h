@@ -67,6 +67,7 @@ private:
 
     void Run(Source *source);
     void Play(Source *source);
+    void Describe(const Source &source);
     void Publish();
     void FollowChange(const Source &source, const Unit &unit);
     bool Feed(Source *source, int64_t base);

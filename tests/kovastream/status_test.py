@@ -160,7 +160,6 @@ class Lines(unittest.TestCase):
             program.await_ready()
             with Player(program) as player:
                 player.play().packets(1)
-                player.socket.settimeout(10)
                 player.request("TEARDOWN", player.url, f"Session: {player.session}")
             program.signal(signal.SIGTERM)
             self.assertEqual(program.wait(), 0)

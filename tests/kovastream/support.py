@@ -107,7 +107,7 @@ class Program:
     def signal(self, number):
         self.process.send_signal(number)
 
-    def wait(self, seconds=15):
+    def wait(self, seconds=30):
         return self.process.wait(seconds)
 
     def __enter__(self):
@@ -140,8 +140,7 @@ class Player:
 
     def __init__(self, program, uri="live"):
         self.url = program.url(uri)
-        self.socket = socket.create_connection(("127.0.0.1", program.port), 5)
-        self.socket.settimeout(5)
+        self.socket = socket.create_connection(("127.0.0.1", program.port), 20)
         self.buffer = b""
         self.count = 0
         self.session = None
@@ -150,6 +149,7 @@ class Player:
 
     def request(self, method, url, *headers):
         self.count += 1
+        self.socket.settimeout(20)
         lines = [f"{method} {url} RTSP/1.0", f"CSeq: {self.count}", *headers]
         self.socket.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
         while b"\r\n\r\n" not in self.buffer or self.buffer[:1] == b"$":
