@@ -44,7 +44,7 @@ std::string Harmless(const std::string &lines)
 } // namespace
 
 Console::Console(const Options &options)
-    : m_json(options.status == StatusForm::Json),
+    : m_json(options.status == StatusForm::Json), m_libraryLines(options.libraryLines),
       m_original(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
 {
     if (!options.logFile.empty()) {
@@ -116,8 +116,11 @@ void Console::ReadLibrary()
         PrintLibrary(text + "\n");
 }
 
-void Console::PrintLibrary(const std::string &lines)
+void Console::PrintLibrary(const std::string &all)
 {
+    const std::string lines = Chosen(all, m_libraryLines);
+    if (lines.empty())
+        return;
     if (m_log >= 0) {
         for (size_t at = 0; at < lines.size();) {
             const ssize_t written = write(m_log, lines.data() + at, lines.size() - at);
@@ -153,32 +156,46 @@ void Console::PrintAbove(const std::string &lines)
         m_out->Write(Erased() + Harmless(text) + Drawn());
 }
 
-void Console::ShowStatus(const std::vector<std::string> &lines)
+void Console::ShowStatus(const Table &status)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_live) {
         const std::string erased = Erased();
-        m_status = lines;
+        m_status = status;
         m_out->Write(erased + m_repeats.Said() + Drawn());
         return;
     }
-    for (const std::string &line : lines)
+    for (const std::string &line : Lines(status, kNoWidth))
         m_out->Write(line + "\n");
 }
 
-/// The cursor stands behind the last status line's end, at the left of the next line.
+void Console::TellLosses()
+{
+    const int error = m_out->TakeError();
+    if (error != 0)
+        m_error->Write("kovastream: standard output cannot be written: " +
+                       std::string(strerror(error)) + "; lines are left out meanwhile\n");
+}
+
+/// The cursor stands behind the last status line's end, at the left of the next line. A terminal
+/// that has become narrower since has broken lines into several rows.
 std::string Console::Erased() const
 {
-    return m_drawn == 0 ? "" : "\r\x1b[" + std::to_string(m_drawn) + "A\x1b[J";
+    const size_t width = Width(m_original);
+    size_t rows = 0;
+    for (const size_t length : m_drawn)
+        rows += std::max<size_t>(1, (length + width - 1) / width);
+    return rows == 0 ? "" : "\r\x1b[" + std::to_string(rows) + "A\x1b[J";
 }
 
 std::string Console::Drawn()
 {
     std::string text;
-    const size_t width = Width(m_original);
-    for (const std::string &line : m_status)
-        text += line.substr(0, width - 1) + "\n";
-    m_drawn = m_status.size();
+    m_drawn.clear();
+    for (const std::string &line : Lines(m_status, Width(m_original) - 1)) {
+        text += line + "\n";
+        m_drawn.push_back(line.size());
+    }
     return text;
 }
 

@@ -3,6 +3,7 @@
 #include "options.h"
 #include "output.h"
 #include "repeats.h"
+#include "table.h"
 
 #include <memory>
 #include <mutex>
@@ -33,7 +34,9 @@ public:
     /// Prints a line of our own.
     void Print(const std::string &line);
     /// Shows the status: in place on a terminal, as further lines elsewhere.
-    void ShowStatus(const std::vector<std::string> &lines);
+    void ShowStatus(const Table &status);
+    /// Says on standard error what has kept lines from being written, once.
+    void TellLosses();
     /// Whether nobody reads standard output any more.
     bool IsBroken() const;
 
@@ -46,13 +49,14 @@ private:
     std::string Drawn();
 
     const bool m_json;
+    const LibraryLines m_libraryLines;
     int m_original; ///< what standard output was
     int m_pipe = -1;
     int m_log = -1;
     bool m_live = false;
     std::mutex m_mutex; ///< guards the status lines and their order with other lines
-    std::vector<std::string> m_status;
-    size_t m_drawn = 0; ///< status lines on the screen
+    Table m_status;
+    std::vector<size_t> m_drawn; ///< lengths of the status lines on the screen
     Repeats m_repeats;
     std::unique_ptr<Output> m_out;
     std::unique_ptr<Output> m_error;

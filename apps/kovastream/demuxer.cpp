@@ -1,6 +1,7 @@
 #include "demuxer.h"
 
 #include "failure.h"
+#include "open_failure.h"
 #include "track_check.h"
 
 #include <algorithm>
@@ -69,7 +70,7 @@ AVStream *Best(const AVFormatContext &format, bool (*isKind)(const AVStream &), 
 
 Demuxer::Demuxer(const std::string &input, SourceKind kind, const Wish &wish, const Stop &stop,
                  std::unique_ptr<Demuxer> previous)
-    : m_input(input), m_kind(kind), m_stop(stop)
+    : m_input(input), m_kind(kind), m_stop(stop), m_change(input)
 {
     if (kind == SourceKind::Fifo || kind == SourceKind::Stdin)
         m_pipe = std::make_unique<PipeReader>(input, kind, stop);
@@ -118,20 +119,7 @@ void Demuxer::Open(double fps)
         error = avformat_find_stream_info(format, nullptr);
     }
     if (error < 0 && !m_stop.Requested())
-        throw Failure("'" + m_input + "' cannot be opened: " + ErrorText(error) + WhatToDo());
-}
-
-/// Behind the reason for which the input could not be opened.
-std::string Demuxer::WhatToDo() const
-{
-    switch (m_kind) {
-    case SourceKind::Network:
-        return ". Is it running, and can it be reached? Try  ffprobe " + m_input;
-    case SourceKind::File:
-        return ". It is broken, or no media file; try  ffprobe " + m_input;
-    default:
-        return ". What comes is no media, or broken; write it to a file and try  ffprobe FILE";
-    }
+        throw Failure(OpenFailure(m_input, m_kind, error));
 }
 
 void Demuxer::FindTracks(const Wish &wish)
@@ -140,6 +128,7 @@ void Demuxer::FindTracks(const Wish &wish)
         m_picture = Best(*m_format, IsPicture, AV_CODEC_ID_H264);
     if (wish.sound)
         m_sound = Best(*m_format, IsSound, AV_CODEC_ID_AAC);
+    CheckOrder(wish);
     try {
         CheckTracks(m_input, m_picture, m_sound);
     } catch (const Failure &) {
@@ -148,6 +137,24 @@ void Demuxer::FindTracks(const Wish &wish)
         throw;
     }
     DiscardOthers();
+}
+
+/// Two inputs are named in a certain order.
+void Demuxer::CheckOrder(const Wish &wish) const
+{
+    if (m_picture != nullptr || m_sound != nullptr || wish.picture == wish.sound)
+        return;
+    const auto any = [this](bool (*isKind)(const AVStream &)) {
+        return Best(*m_format, isKind, AV_CODEC_ID_NONE) != nullptr;
+    };
+    if (wish.picture && any(IsSound))
+        throw Failure("'" + m_input +
+                      "' has sound and no picture: of two inputs the one with the "
+                      "picture stands in front, PICTURE+SOUND");
+    if (wish.sound && any(IsPicture))
+        throw Failure("'" + m_input +
+                      "' has a picture and no sound: of two inputs the one with "
+                      "the sound stands behind, PICTURE+SOUND");
 }
 
 /// Throws another Failure if one of the first packets is encrypted.
@@ -165,11 +172,19 @@ bool Demuxer::IsRawVideo() const
     return strcmp(m_format->iformat->name, "h264") == 0;
 }
 
+/// Whether a track may take the place of one of those that are streamed: in formats whose tracks
+/// may come and go.
+bool Demuxer::IsRival(const AVStream &stream) const
+{
+    return (m_format->iformat->flags & AVFMT_TS_DISCONT) != 0 &&
+           ((m_picture != nullptr && IsPicture(stream)) || (m_sound != nullptr && IsSound(stream)));
+}
+
 void Demuxer::DiscardOthers()
 {
     for (unsigned i = 0; i < m_format->nb_streams; i++) {
         AVStream *stream = m_format->streams[i];
-        const bool wanted = stream == m_picture || stream == m_sound;
+        const bool wanted = stream == m_picture || stream == m_sound || IsRival(*stream);
         stream->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
 }
@@ -189,8 +204,11 @@ Demuxer::Result Demuxer::Read(AVPacket *packet)
         const AVStream *stream = m_format->streams[packet->stream_index];
         if ((stream == m_picture || stream == m_sound) && packet->size > 0) {
             CheckPacket(m_input, *packet);
+            m_change.Streamed(stream == m_picture ? TrackKind::Picture : TrackKind::Sound, *packet);
             return Result::Got;
         }
+        if (IsRival(*stream))
+            m_change.Other(*stream);
         av_packet_unref(packet);
     }
     return Result::End;
@@ -208,9 +226,10 @@ std::string Demuxer::WhyUnreadable() const
         return what;
     if (m_kind != SourceKind::Network)
         return what + "; MP4 in a pipe has to have its index in front: name the file, or  "
-                      "ffmpeg -i IN -c copy -f mpegts - | kovastream -";
+                      "ffmpeg -v error -i IN -c copy -f mpegts - | kovastream -";
     return what + "; from a server without ranges, MP4 has to have its index in front:  "
-                  "ffmpeg -i IN -c copy -movflags +faststart OUT.mp4  (or be fragmented: -movflags "
+                  "ffmpeg -v error -i IN -c copy -movflags +faststart OUT.mp4  (or be fragmented: "
+                  "-movflags "
                   "+frag_keyframe+empty_moov)";
 }
 

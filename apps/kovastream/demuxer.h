@@ -1,5 +1,6 @@
 #pragma once
 
+#include "codec_change.h"
 #include "ffmpeg.h"
 #include "pipe_reader.h"
 #include "source.h"
@@ -67,13 +68,20 @@ public:
         End,
         Broken, ///< ErrorText of LastError() says how
     };
-    /// Reads the next packet of one of the tracks.
+    /// Reads the next packet of one of the tracks. Throws Failure when what comes can no longer be
+    /// streamed.
     Result Read(AVPacket *packet);
     int LastError() const
     {
         return m_error;
     }
-    /// What to say when nothing at all could be read of an open input.
+    /// Whether an input that is open, and of which nothing has come, ends so that it makes no sense
+    /// to begin again at once.
+    bool IsUnreadable(Result result) const
+    {
+        return result == Result::Broken || (result == Result::End && m_kind == SourceKind::Network);
+    }
+    /// What to say then.
     std::string WhyUnreadable() const;
     /// Where the shorter of the tracks ends by what the file itself says, microseconds;
     /// AV_NOPTS_VALUE when it does not say.
@@ -83,9 +91,10 @@ private:
     static int Interrupted(void *stop);
     void Open(double fps);
     bool IsMp4() const;
-    std::string WhatToDo() const;
     void FindTracks(const Wish &wish);
+    void CheckOrder(const Wish &wish) const;
     void CheckFirstPackets();
+    bool IsRival(const AVStream &stream) const;
     void DiscardOthers();
 
     const std::string m_input;
@@ -95,6 +104,7 @@ private:
     Format m_format;
     AVStream *m_picture = nullptr;
     AVStream *m_sound = nullptr;
+    CodecChange m_change;
     int m_error = 0;
 };
 

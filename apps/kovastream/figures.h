@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kovastream {
 
@@ -18,19 +19,21 @@ struct Figures {
     uint64_t pictures = 0;
     uint64_t bytes = 0;
     int32_t clients = 0;
-    uint32_t kilobitsOut = 0;
-    uint32_t status = 0; ///< KOVA_STREAM_*
+    int32_t maxClients = 0;   ///< of all streams together
+    uint32_t kilobitsOut = 0; ///< as the server tells: of 1024 bits, from the key frame on
+    uint32_t status = 0;      ///< KOVA_STREAM_*
 };
 
-/// What happened between two looks.
+/// What happened between two looks. A kilobit is 1000 bits.
 struct Rates {
     double fps;
     double kilobitsIn;
+    double kilobitsOut = 0; ///< see OutRate
 };
 Rates RatesBetween(const Figures &before, const Figures &now, double seconds);
 
-/// A line for people.
-std::string StatusLine(const Figures &figures, const Rates &rates);
+/// A line for people, as the fields of a table.
+std::vector<std::string> StatusFields(const Figures &figures, const Rates &rates);
 /// An object for programs, on one line.
 std::string StatusJson(const Figures &figures, const Rates &rates);
 

@@ -88,7 +88,11 @@ void Report(const Options &options, Console *console, const Streams &streams, St
                          ? begin + std::chrono::duration_cast<Clock::duration>(
                                        std::chrono::duration<double>(options.duration))
                          : Clock::time_point::max();
-    for (auto next = begin + std::chrono::seconds(1);; next += std::chrono::seconds(1)) {
+    constexpr std::chrono::seconds kPeriod{1};
+    for (auto next = begin + kPeriod;; next += kPeriod) {
+        // What was missed while the process was stopped stays out.
+        if (Clock::now() > next + kPeriod)
+            next += (Clock::now() - next) / kPeriod * kPeriod;
         if (stop->WaitUntil(std::min(next, end)))
             return;
         if (next >= end) {
@@ -96,6 +100,7 @@ void Report(const Options &options, Console *console, const Streams &streams, St
             return;
         }
         reporter.Tick();
+        console->TellLosses();
         if (console->IsBroken())
             stop->Fail("nobody reads standard output any more: give it a reader or /dev/null");
     }
@@ -127,6 +132,10 @@ void Run(const Options &options, Stop *stop)
         stream->Start(&publisher, [&ended](const std::string &failure) { ended.Take(failure); });
     }
     Report(options, &console, streams, stop);
+    if (stop->Signalled())
+        console.Print(
+            "stopping: players are let go, which takes a second or two (Ctrl-C again ends "
+            "at once)");
     if (stop->FailureText().empty())
         AwaitQueue(streams, *stop);
 }

@@ -23,7 +23,8 @@ Examples:
   kovastream --once --port 554 film.mp4         a file once, then exit
   kovastream main=hd.mkv sub=sd.mkv             two streams
   kovastream --fps 30 camera.h264+camera.aac    raw picture and sound, joined
-  ffmpeg -i film.avi -c:v libx264 -bf 0 -g 50 -c:a aac -f mpegts - | kovastream -
+  ffmpeg -v error -i film.avi -c:v libx264 -pix_fmt yuv420p -bf 0 -g 50 \
+      -c:a aac -f mpegts - | kovastream -
   mkfifo /tmp/cam && kovastream cam=/tmp/cam    whatever an encoder writes to /tmp/cam
   kovastream --status json film.mp4 | jq .clients)";
 
@@ -85,10 +86,11 @@ void Declare(CLI::App *app, Options *options, std::vector<std::string> *inputs, 
     app->add_option("--duration", options->duration, "Exit after so many seconds")
         ->check(Between(0.1, 1e9, "a number of seconds"))
         ->type_name("SECONDS");
-    app->add_option("--log-level", options->logLevel, "Lines of the library: 1 failures to 5 all")
+    app->add_option("--log-level", options->logLevel,
+                    "All lines of the library up to a level, 0 (none) to 5; without it failures "
+                    "only, and in --log those up to 2")
         ->check(Between(0, 5, "a level from 0 to 5"))
-        ->type_name("LEVEL")
-        ->capture_default_str();
+        ->type_name("LEVEL");
     app->add_option("--log", options->logFile, "Append the library's lines to this file")
         ->type_name("FILE");
     app->add_option_function<std::string>(
@@ -124,6 +126,11 @@ std::optional<Options> ParseOptions(int argc, char **argv)
         throw Failure(std::string(error.what()) + " (kovastream --help shows all options)");
     }
     options.loop = !once;
+    const bool chosen = app.count("--log-level") > 0;
+    if (chosen && options.logLevel == 0)
+        options.libraryLines = LibraryLines::None;
+    else if (chosen || !options.logFile.empty())
+        options.libraryLines = LibraryLines::All;
     options.inputs = NameInputs(inputs);
     return options;
 }

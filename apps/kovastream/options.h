@@ -1,6 +1,7 @@
 #pragma once
 
 #include "input_name.h"
+#include "library_lines.h"
 
 #include <cstdint>
 #include <optional>
@@ -26,6 +27,7 @@ struct Options {
     double fps = 0;      ///< of raw video; 0: what the video says, or 25
     double duration = 0; ///< seconds; 0: no end
     uint32_t logLevel = 2;
+    LibraryLines libraryLines = LibraryLines::Failures;
     std::string logFile;
     StatusForm status = StatusForm::Line;
 };

@@ -15,6 +15,12 @@ constexpr size_t kMostBytes = size_t{1024} * 1024;
 constexpr int kPatience = 100; // milliseconds between looks at a reader that takes nothing
 constexpr std::chrono::seconds kFarewell{2};
 
+/// A disk may have room again later.
+bool IsFull(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
 } // namespace
 
 Output::Output(int descriptor) : m_descriptor(descriptor), m_thread([this] { Run(); }) {}
@@ -54,6 +60,22 @@ bool Output::IsBroken() const
     return m_broken;
 }
 
+int Output::TakeError()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_error == m_toldError)
+        return 0;
+    m_toldError = m_error;
+    return m_error;
+}
+
+void Output::Lose(int error)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_error = error;
+    m_lost++;
+}
+
 void Output::Run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -91,7 +113,10 @@ bool Output::WriteOut(const std::string &text)
         const ssize_t written = write(m_descriptor, text.data() + at, count);
         if (written > 0)
             at += static_cast<size_t>(written);
-        else if (errno != EINTR && errno != EAGAIN)
+        else if (IsFull(errno)) {
+            Lose(errno);
+            return true;
+        } else if (errno != EINTR && errno != EAGAIN)
             return false;
     }
     return true;

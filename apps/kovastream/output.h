@@ -20,12 +20,16 @@ public:
     Output &operator=(const Output &) = delete;
 
     void Write(std::string text);
+    /// What has kept texts from being written since the last call, but for a reader that is gone;
+    /// an error number, 0 if nothing has. The same one is told once.
+    int TakeError();
     /// Whether the reader is gone.
     bool IsBroken() const;
 
 private:
     void Run();
     bool WriteOut(const std::string &text);
+    void Lose(int error);
 
     const int m_descriptor;
     mutable std::mutex m_mutex;
@@ -33,6 +37,8 @@ private:
     std::deque<std::string> m_queue;
     size_t m_bytes = 0;
     size_t m_lost = 0;
+    int m_error = 0;
+    int m_toldError = 0;
     bool m_ending = false;
     bool m_broken = false;
     std::thread m_thread;

@@ -113,8 +113,8 @@ bool PictureTrack::Convert(AVPacket *packet, Unit *unit)
     }
     unit->track = TrackKind::Picture;
     unit->bytes.assign(packet->data, packet->data + packet->size);
-    unit->entry = EntryOf(packet->data, static_cast<size_t>(packet->size));
     TakeSets(*packet, unit);
+    unit->entry = EntryOf(packet->data, static_cast<size_t>(packet->size));
     Stamp(*packet, unit);
     av_packet_unref(packet);
     return !unit->bytes.empty();

@@ -12,27 +12,53 @@ constexpr int kPlainPeriod = 10;
 
 Reporter::Reporter(const Options &options, Console *console,
                    const std::vector<std::unique_ptr<Stream>> &streams)
-    : m_form(options.status), m_console(console), m_streams(streams),
+    : m_form(options.status), m_maxClients(options.maxClients), m_console(console),
+      m_streams(streams),
       m_period(m_form == StatusForm::Line && !console->IsLive() ? kPlainPeriod : 1),
-      m_last(Clock::now()), m_before(streams.size())
+      m_last(Clock::now()), m_before(streams.size()), m_out(streams.size())
 {}
 
 void Reporter::Tick()
 {
+    std::vector<Figures> all = Look();
+    TellRefusals(all);
     if (m_form == StatusForm::None || ++m_ticks % m_period != 0)
         return;
     const Clock::time_point now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - m_last).count();
     m_last = now;
-    std::vector<std::string> lines;
-    for (size_t i = 0; i < m_streams.size(); i++) {
-        Figures figures = m_streams[i]->Look();
-        const Rates rates = RatesBetween(m_before[i], figures, seconds);
-        lines.push_back(m_form == StatusForm::Json ? StatusJson(figures, rates)
-                                                   : StatusLine(figures, rates));
-        m_before[i] = std::move(figures);
+    Table table;
+    for (size_t i = 0; i < all.size(); i++) {
+        Rates rates = RatesBetween(m_before[i], all[i], seconds);
+        rates.kilobitsOut = m_out[i].Take(all[i], now);
+        if (m_form == StatusForm::Json)
+            table.push_back({StatusJson(all[i], rates)});
+        else
+            table.push_back(StatusFields(all[i], rates));
     }
-    m_console->ShowStatus(lines);
+    m_before = std::move(all);
+    m_console->ShowStatus(table);
+}
+
+std::vector<Figures> Reporter::Look() const
+{
+    std::vector<Figures> all;
+    for (const auto &stream : m_streams)
+        all.push_back(stream->Look());
+    return all;
+}
+
+void Reporter::TellRefusals(const std::vector<Figures> &figures)
+{
+    int32_t clients = 0;
+    for (const Figures &one : figures)
+        clients += one.clients;
+    const bool full = clients >= m_maxClients;
+    if (full && !m_full)
+        m_console->Print("the maximum of " + std::to_string(m_maxClients) +
+                         (m_maxClients == 1 ? " player" : " players") +
+                         " is reached: further ones are refused (--max-clients)");
+    m_full = full;
 }
 
 } // namespace kovastream

@@ -9,12 +9,18 @@ namespace kovastream {
 
 namespace {
 
-constexpr char kRescue[] = "; get it again, or save what is there:  ffmpeg -i IN -c copy OUT.mkv";
+constexpr char kRescue[] =
+    "; get it again, or save what is there:  ffmpeg -v error -i IN -c copy OUT.mkv";
 
 /// What a file may lack at its end besides a tenth, microseconds: lengths are rounded.
 constexpr int64_t kMissing = 500000;
 
 } // namespace
+
+bool IsCutOff(int64_t reached, int64_t declared)
+{
+    return declared != AV_NOPTS_VALUE && reached + kMissing + declared / 10 < declared;
+}
 
 Round::Round(Demuxer *demuxer, double fps)
     : m_demuxer(demuxer), m_packets(demuxer), m_packet(Made(av_packet_alloc()))
@@ -77,7 +83,7 @@ void Round::CheckEnd() const
         throw Failure("'" + m_demuxer->Input() + "' is broken: no picture or sound can be read" +
                       kRescue);
     const int64_t declared = m_demuxer->DeclaredEnd();
-    if (declared != AV_NOPTS_VALUE && m_reached + kMissing + declared / 10 < declared) {
+    if (IsCutOff(m_reached, declared)) {
         char text[64];
         snprintf(text, sizeof(text), "%.1f of %.1f seconds", static_cast<double>(m_reached) / 1e6,
                  static_cast<double>(declared) / 1e6);

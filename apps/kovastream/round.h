@@ -10,6 +10,10 @@
 
 namespace kovastream {
 
+/// Whether a file whose media ends at `reached` lacks more of its `declared` end than lengths are
+/// rounded; microseconds, the latter AV_NOPTS_VALUE when the file does not say.
+bool IsCutOff(int64_t reached, int64_t declared);
+
 /// One pass over an input, from its beginning to its end, as units to push.
 class Round {
 public:

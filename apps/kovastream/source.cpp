@@ -45,10 +45,12 @@ SourceKind KindOf(const std::string &input)
         return SourceKind::Fifo;
     if (S_ISREG(about.st_mode))
         return SourceKind::File;
-    throw Failure("'" + input +
-                  "' is a device: let ffmpeg encode it into a pipe, for a webcam  ffmpeg -f v4l2 "
-                  "-i " +
-                  input + " -c:v libx264 -tune zerolatency -g 50 -f mpegts - | kovastream -");
+    throw Failure(
+        "'" + input +
+        "' is a device: let ffmpeg encode it into a pipe, for a webcam  ffmpeg -v error -f "
+        "v4l2 -i " +
+        input +
+        " -c:v libx264 -pix_fmt yuv420p -bf 0 -tune zerolatency -g 50 -f mpegts - | kovastream -");
 }
 
 void CheckScheme(const std::string &input)
@@ -68,7 +70,7 @@ void CheckScheme(const std::string &input)
 
 std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound)
 {
-    return "ffmpeg -i " + Quoted(input) + " -c:v " +
+    return "ffmpeg -v error -i " + Quoted(input) + " -c:v " +
            (copyPicture ? "copy" : "libx264 -pix_fmt yuv420p -bf 0 -g 50") + " -c:a " +
            (copySound ? "copy" : "aac -ac 2 -b:a 128k") + " -f mpegts - | kovastream -";
 }

@@ -62,6 +62,8 @@ Stop::Stop()
     }
     // A reader of our output that is gone shows as an error of write.
     signal(SIGPIPE, SIG_IGN);
+    // So does a file that may not grow any more.
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 Stop::~Stop()

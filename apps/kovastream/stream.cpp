@@ -1,9 +1,9 @@
 #include "stream.h"
 
 #include "failure.h"
+#include "own_address.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace kovastream {
 
@@ -107,10 +107,7 @@ void Stream::Play(Source *source)
 {
     if (source->demuxer == nullptr && !Await(source))
         return;
-    {
-        const std::lock_guard<std::mutex> lock(m_describing);
-        m_description.Take(*source->demuxer, *source->round, source->wish, nullptr);
-    }
+    Describe(*source);
     const auto publish = [this] {
         Publish();
         m_base = m_end.Get();
@@ -131,25 +128,28 @@ void Stream::Play(Source *source)
     }
 }
 
-void Stream::Publish()
+void Stream::Describe(const Source &source)
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_describing);
-        m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
-    }
-    m_lastPush = Now();
-    m_isPublished = true;
-    const bool any = m_options.address.empty() || m_options.address == "0.0.0.0";
-    const std::string address = any ? "127.0.0.1" : m_options.address;
-    m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
-                     "  (" + m_description.About() + ")");
+    const std::lock_guard<std::mutex> lock(m_describing);
+    m_description.Take(*source.demuxer, *source.round, source.wish, nullptr);
 }
 
-/// Publishes the stream anew where a unit is not what its players were told: they would go on with
-/// the old description and show nothing, or rubbish.
+/// While the sources meet: nobody changes the description.
+void Stream::Publish()
+{
+    m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+    m_lastPush = Now();
+    m_isPublished = true;
+    const Urls urls = UrlsOf(m_uri, m_options);
+    m_console->Print(urls.here + "  (" + m_description.About() + ")");
+    if (!urls.others.empty())
+        m_console->Print(urls.others + "  (from other machines)");
+}
+
+/// Publishes the stream anew where a unit is not what its players were told: they would show
+/// nothing, or rubbish. The other source's thread waits meanwhile.
 void Stream::FollowChange(const Source &source, const Unit &unit)
 {
-    // The other source's thread waits meanwhile.
     const std::lock_guard<std::mutex> lock(m_describing);
     const std::string change = m_description.Contradiction(*source.round, source.wish, unit);
     if (change.empty())
@@ -173,15 +173,6 @@ bool Stream::FeedOrWait(Source *source, int64_t base)
     }
 }
 
-/// Whether an input from which nothing has come yet ends so that it makes no sense to begin again
-/// at once.
-bool Stream::IsUnreadable(const Source &source, Demuxer::Result result)
-{
-    if (result == Demuxer::Result::End)
-        return source.kind == SourceKind::Network;
-    return result == Demuxer::Result::Broken;
-}
-
 /// Says how reading a source has ended, once for the same reason.
 void Stream::SayBroken(Source *source)
 {
@@ -200,7 +191,7 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
-        if (!begun && IsUnreadable(*source, result))
+        if (!begun && source->demuxer->IsUnreadable(result))
             throw Failure(source->demuxer->WhyUnreadable());
         if (result == Demuxer::Result::Broken)
             SayBroken(source);
@@ -211,9 +202,8 @@ bool Stream::Feed(Source *source, int64_t base)
         FollowChange(*source, unit);
         if (!begun)
             source->timeline.Begin(source->round->Origin(), base);
-        if (!begun)
-            source->retry.Succeeded();
         begun = true;
+        source->retry.Succeeded();
         PushOne(source, unit);
     }
 }
@@ -276,6 +266,7 @@ Figures Stream::Look() const
 {
     Figures figures;
     figures.uri = m_uri;
+    figures.maxClients = m_options.maxClients;
     if (!m_isPublished)
         return figures;
     figures.input = Figures::Input::Flowing;

@@ -67,13 +67,13 @@ private:
 
     void Run(Source *source);
     void Play(Source *source);
+    void Describe(const Source &source);
     void Publish();
     void FollowChange(const Source &source, const Unit &unit);
     bool Feed(Source *source, int64_t base);
     void PushOne(Source *source, const Unit &unit);
     void Warn(const Round &round, const Unit &unit, int64_t due);
     bool FeedOrWait(Source *source, int64_t base);
-    static bool IsUnreadable(const Source &source, Demuxer::Result result);
     void SayBroken(Source *source);
     void WaitAfter(Source *source, const Failure &failure);
     bool Await(Source *source);

@@ -1,9 +1,11 @@
 """What is wrong is said in one line that tells what to do, and the exit status is 1."""
 
+import http.server
 import re
 import shlex
 import socket
 import subprocess
+import threading
 import unittest
 
 from support import *
@@ -69,8 +71,8 @@ class Refusals(unittest.TestCase):
         for expected, name in (
                 (["no file", "check the name"], "missing.mp4"),
                 (["directory"], ""),
-                (["text.mp4", "ffprobe"], "text.mp4"),
-                (["headless.mp4", "broken"], "headless.mp4"),
+                (["text.mp4' is not media", "ffprobe"], "text.mp4"),
+                (["headless.mp4' is not media", "broken"], "headless.mp4"),
         ):
             with self.subTest(name=name):
                 self.refused(expected, "--strict", path(name))
@@ -121,7 +123,8 @@ class Refusals(unittest.TestCase):
         picture = media("foreign picture.mp4", "-i", clip(), "-c:v", "mpeg4", "-c:a", "copy")
         sound = media("foreign.mkv", "-i", clip(), "-c:v", "copy", "-c:a", "ac3")
         many = media("many.mp4", "-i", clip(), "-c:v", "copy", "-c:a", "aac", "-ac", "6")
-        for file, texts in ((picture, ["mpeg4", "-c:v libx264", "-c:a copy"]),
+        for file, texts in ((picture, ["mpeg4", "ffmpeg -v error", "-c:a copy",
+                                       "-c:v libx264 -pix_fmt yuv420p"]),
                             (sound, ["ac3", "-c:v copy", "-c:a aac"]),
                             (many, ["6 channels", "-c:v copy", "-ac 2"])):
             with self.subTest(file=file):
@@ -142,6 +145,30 @@ class Refusals(unittest.TestCase):
 
     def test_addresses_of_an_unknown_kind(self):
         self.refused(["'foo://host/x'", "do not know 'foo://'", "-protocols"], "foo://host/x")
+
+    def test_a_host_without_an_address(self):
+        self.refused(["the name 'nohost.invalid' has no address", "DNS"], "--strict", "--port",
+                     str(free_port()), "rtsp://nohost.invalid/x")
+
+    def test_a_server_that_has_something_else(self):
+        class Page(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                page = b"<!DOCTYPE html>\n<html><body>" + b"Nothing here.\n" * 300
+                self.send_response(200)
+                self.send_header("Content-Length", str(len(page)))
+                self.end_headers()
+                with contextlib.suppress(OSError):
+                    self.wfile.write(page)
+
+            def log_message(self, *_):
+                pass
+
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Page) as web:
+            threading.Thread(target=web.serve_forever, daemon=True).start()
+            address = f"http://127.0.0.1:{web.server_port}/page"
+            self.refused([f"'{address}' answers, but not with media"], "--strict", "--port",
+                         str(free_port()), address)
+            web.shutdown()
 
     def test_port_and_address(self):
         with socket.socket() as other:

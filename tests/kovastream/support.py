@@ -107,7 +107,7 @@ class Program:
     def signal(self, number):
         self.process.send_signal(number)
 
-    def wait(self, seconds=15):
+    def wait(self, seconds=30):
         return self.process.wait(seconds)
 
     def __enter__(self):
@@ -140,8 +140,7 @@ class Player:
 
     def __init__(self, program, uri="live"):
         self.url = program.url(uri)
-        self.socket = socket.create_connection(("127.0.0.1", program.port), 5)
-        self.socket.settimeout(5)
+        self.socket = socket.create_connection(("127.0.0.1", program.port), 20)
         self.buffer = b""
         self.count = 0
         self.session = None
@@ -150,6 +149,7 @@ class Player:
 
     def request(self, method, url, *headers):
         self.count += 1
+        self.socket.settimeout(20)
         lines = [f"{method} {url} RTSP/1.0", f"CSeq: {self.count}", *headers]
         self.socket.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
         while b"\r\n\r\n" not in self.buffer or self.buffer[:1] == b"$":
@@ -215,6 +215,25 @@ class Player:
 
     def __exit__(self, *_):
         self.socket.close()
+
+
+def await_text(program, text, seconds=30):
+    """Waits until the program has printed the text, while it runs."""
+    end = time.time() + seconds
+    while text not in program.out() + program.err():
+        if time.time() > end or program.process.poll() is not None:
+            raise AssertionError(f"no {text!r}: {program.out()} {program.err()}")
+        time.sleep(0.05)
+
+
+def await_quiet(program, seconds=40):
+    """Waits until the one stream of a program with --status json has had no input for two seconds:
+    all that a pipe has had is read, and its next writer does not append to it."""
+    end = time.time() + seconds
+    while not program.out().endswith('"status":"waiting","max_clients":32}\n'):
+        if time.time() > end:
+            raise AssertionError(f"input goes on: {program.out()[-500:]}")
+        time.sleep(0.1)
 
 
 def units(packets):

@@ -11,15 +11,6 @@ import unittest
 from support import *
 
 
-def await_text(program, text, seconds=30):
-    """Waits until standard output has the text, while the program runs."""
-    end = time.time() + seconds
-    while text not in program.out():
-        if time.time() > end or program.process.poll() is not None:
-            raise AssertionError(f"no {text!r}: {program.out()} {program.err()}")
-        time.sleep(0.05)
-
-
 def place(source, name):
     """Puts a copy there in one step, as a whole file."""
     shutil.copy(source, path(name + ".part"))
