@@ -3,6 +3,7 @@
 #include "foundation/heap.h"
 #include "foundation/keyed_list.h"
 #include "foundation/scope_guard.h"
+#include "rtp/stall_watch.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -28,6 +29,7 @@ struct KovaTcpChannel {
     bool bReaderWaits;
     bool bReaderWoken;
     int nLeftToClose; // descriptor that the waiting reader closes; 0 when none
+    KovaStallWatch stall;
 };
 
 namespace {
@@ -116,7 +118,10 @@ ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize
         errno = EBADF;
         return -1;
     }
-    return send(nSocket, pBytes, nSize, kSendFlags);
+    const ssize_t nSent = send(nSocket, pBytes, nSize, kSendFlags);
+    if (nSent > 0)
+        KovaStallWatchTaken(&pChannel->stall);
+    return nSent;
 }
 
 /// The rest of the frame that was begun will not go out. Whatever followed would
@@ -266,8 +271,14 @@ KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t 
                                         size_t nSize, KovaFrameProgress *pProgress)
 {
     const KovaMutexLock lock(&pChannel->mutex);
-    return pProgress->bBegun ? ContinueFrame(pChannel, *pProgress)
-                             : BeginFrame(pChannel, pFrame, nSize, pProgress);
+    const KovaSendOutcome outcome = pProgress->bBegun
+                                        ? ContinueFrame(pChannel, *pProgress)
+                                        : BeginFrame(pChannel, pFrame, nSize, pProgress);
+    if (outcome != kSendAgain ||
+        !KovaStallWatchRefused(&pChannel->stall, pChannel->pSocket->load()))
+        return outcome;
+    errno = ECONNRESET;
+    return kSendFailed;
 }
 
 KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const uint8_t *pBytes,

@@ -53,7 +53,8 @@ void KovaTcpChannelClose(KovaTcpChannel *pChannel);
 
 /// Sends one interleaved frame. kSendAgain: call again with the same progress,
 /// later; a frame that was begun counts as sent when the rest has gone out,
-/// whoever sent it.
+/// whoever sent it. kSendFailed with ECONNRESET also for a connection that has
+/// taken nothing for 10 s while frames were tried.
 KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame,
                                         size_t nSize, KovaFrameProgress *pProgress);
 

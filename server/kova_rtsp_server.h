@@ -219,7 +219,8 @@ KOVA_EXPORT int32_t KovaRtspServerAddPayloadType(KovaRtspStreamer *pStreamer, ui
                                                  uint32_t *pPayloadId, const void *pDescription);
 
 /*
- * Withdraws a payload type; an unknown id is ignored. Data pushed for the id
+ * Withdraws a payload type; an unknown id is ignored. A player that loses its
+ * last track of the stream is no longer counted. Data pushed for the id
  * afterwards ends the stream's packer thread for that ring.
  * Results: KOVA_OK; KOVA_ERROR_NULL.
  */

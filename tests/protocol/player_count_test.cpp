@@ -9,11 +9,41 @@
 
 #include <cerrno>
 #include <deque>
+#include <future>
+#include <memory>
 #include <string>
+#include <thread>
 
 /// What becomes of the stream's count when a session ends in the middle of a
 /// request, and when its tracks are withdrawn.
 namespace {
+
+/// Holds a mutex in a thread of its own, so that the test itself never has two.
+class HeldMutex {
+public:
+    explicit HeldMutex(pthread_mutex_t *pMutex)
+        : m_thread([this, pMutex] {
+              pthread_mutex_lock(pMutex);
+              m_held.set_value();
+              m_letGo.get_future().wait();
+              pthread_mutex_unlock(pMutex);
+          })
+    {
+        m_held.get_future().wait();
+    }
+    ~HeldMutex()
+    {
+        m_letGo.set_value();
+        m_thread.join();
+    }
+    HeldMutex(const HeldMutex &) = delete;
+    HeldMutex &operator=(const HeldMutex &) = delete;
+
+private:
+    std::promise<void> m_held;
+    std::promise<void> m_letGo;
+    std::thread m_thread;
+};
 
 class PlayerCount : public ProtocolTest {
 protected:
@@ -42,14 +72,15 @@ protected:
     /// Sends a request that comes to a halt at the stream's senders.
     void HoldAtSenders(const std::string &request)
     {
-        pthread_mutex_lock(&server.Stream()->senderMutex);
+        server.Settle(client);
+        pHeldSenders = std::make_unique<HeldMutex>(&server.Stream()->senderMutex);
         ASSERT_TRUE(client.Send(request));
         ASSERT_TRUE(KovaWaitUntil([this] { return server.Stream()->nPins != 0; }));
     }
 
     void LetGo()
     {
-        pthread_mutex_unlock(&server.Stream()->senderMutex);
+        pHeldSenders.reset();
     }
 
     bool SessionsAreBusy()
@@ -77,6 +108,7 @@ protected:
     }
 
     KovaSocketFaults faults;
+    std::unique_ptr<HeldMutex> pHeldSenders;
 };
 
 TEST_F(PlayerCount, ConnectionThatBreaksDuringItsPlayLowersItOnce)
@@ -88,7 +120,7 @@ TEST_F(PlayerCount, ConnectionThatBreaksDuringItsPlayLowersItOnce)
     ASSERT_TRUE(KovaWaitUntil([this] { return ClientCount() == 1; }));
     // PLAY marks the client and comes to its next halt, before it looks whether
     // the session still lives.
-    pthread_mutex_lock(&server.Server()->mtxStreamer);
+    auto pHeldStreams = std::make_unique<HeldMutex>(&server.Server()->mtxStreamer);
     LetGo();
     EXPECT_TRUE(KovaWaitUntil([this] {
         const auto clients = server.Clients(97);
@@ -99,7 +131,7 @@ TEST_F(PlayerCount, ConnectionThatBreaksDuringItsPlayLowersItOnce)
     Send(2);
     EXPECT_TRUE(KovaWaitUntil([this] { return server.Clients(97).empty(); }));
     EXPECT_TRUE(KovaWaitUntil([this] { return SessionsAreBusy(); }));
-    pthread_mutex_unlock(&server.Server()->mtxStreamer);
+    pHeldStreams.reset();
     EXPECT_TRUE(server.WaitHandlers(0, 10000));
     EXPECT_TRUE(KovaWaitUntil([this] { return Drained(); }));
     EXPECT_FALSE(KovaSessionTallyExists(session.c_str()));

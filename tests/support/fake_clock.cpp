@@ -21,6 +21,7 @@ struct KovaShownTime {
 };
 std::atomic<KovaShownTime> g_shown{KovaShownTime{0, true}};
 std::atomic<bool> g_bFails{false};
+std::atomic<int64_t> g_nMonotonicSeconds{0};
 
 /// From the system itself, because all the library functions for it are below.
 struct timespec RealTime(clockid_t nClock)
@@ -76,8 +77,12 @@ extern "C" time_t time(time_t *pTime) noexcept
 
 extern "C" int clock_gettime(clockid_t nClock, struct timespec *pTime) noexcept
 {
-    if (nClock != CLOCK_REALTIME)
-        return static_cast<int>(syscall(SYS_clock_gettime, nClock, pTime));
+    if (nClock != CLOCK_REALTIME) {
+        const int nResult = static_cast<int>(syscall(SYS_clock_gettime, nClock, pTime));
+        if (nClock == CLOCK_MONOTONIC)
+            pTime->tv_sec += g_nMonotonicSeconds.load();
+        return nResult;
+    }
     if (Fails())
         return -1;
     const int64_t nNow = ShownNanoseconds();
@@ -90,6 +95,7 @@ KovaFakeClock::~KovaFakeClock()
 {
     g_shown.store(KovaShownTime{0, true});
     g_bFails.store(false);
+    g_nMonotonicSeconds.store(0);
 }
 
 void KovaFakeClock::Fix(int64_t nMicroseconds)
@@ -110,6 +116,11 @@ void KovaFakeClock::Advance(int64_t nMicroseconds)
         moved.bRuns = shown.bRuns;
         moved.nMicroseconds = shown.nMicroseconds + nMicroseconds;
     } while (!g_shown.compare_exchange_weak(shown, moved));
+}
+
+void KovaFakeClock::AdvanceMonotonic(int64_t nSeconds)
+{
+    g_nMonotonicSeconds += nSeconds;
 }
 
 void KovaFakeClock::Fail(bool bFail)

@@ -5,7 +5,7 @@
 /// The wall clock of the test program: gettimeofday(), time() and
 /// clock_gettime(CLOCK_REALTIME) of everything that is linked into it, the
 /// library's objects included. Without an object of this class they tell the
-/// real time. Sleeps, waits and the monotonic clock are always real.
+/// real time. Sleeps and waits are always real, and the monotonic clock's pace.
 /// All calls may come from any thread, at any time; one clock at a time.
 class KovaFakeClock {
 public:
@@ -24,6 +24,10 @@ public:
 
     /// Moves the clock by this much, forth or back, whether it stands or runs.
     void Advance(int64_t nMicroseconds);
+
+    /// Moves the monotonic clock forth by whole seconds; it goes back in the end, so
+    /// no time is taken across that.
+    void AdvanceMonotonic(int64_t nSeconds);
 
     /// Lets gettimeofday(), time() and clock_gettime() fail, or work again.
     void Fail(bool bFail);
