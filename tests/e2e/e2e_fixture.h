@@ -57,11 +57,14 @@ protected:
             return Figure(KOVA_STATUS_STREAM) == nStatus;
         });
     }
-    /// Waits until a player has so many packets of a track.
-    bool AwaitPackets(KovaPlayer *pPlayer, int nTrack, size_t nCount)
+    /// Waits until a player has so many packets of a track; the others go on meanwhile.
+    bool AwaitPackets(KovaPlayer *pPlayer, int nTrack, size_t nCount,
+                      const std::vector<KovaPlayer *> &others = {})
     {
-        return KovaWaitUntil(8000, [&] {
-            KovaCollect({pPlayer}, 5);
+        std::vector<KovaPlayer *> players = others;
+        players.push_back(pPlayer);
+        return KovaWaitUntil(20000, [&] {
+            KovaCollect(players, 5);
             return pPlayer->RtpCount(nTrack) >= nCount;
         });
     }

@@ -34,27 +34,28 @@ TEST_F(EndToEnd, PlayersGoOnWhileTheServerIsStoppedAndStartedAgain)
 {
     m_server->MakeReady();
     KovaSyntheticFeed feed(m_server->Stream(), m_small);
-    feed.Start(6000);
+    feed.Start(100000); // until it is stopped
     KovaPlayer udp(true), tcp(false), later(false);
     for (KovaPlayer *pPlayer : {&udp, &tcp}) {
         ASSERT_TRUE(pPlayer->SetUp(m_server.get()));
         ASSERT_TRUE(pPlayer->Play());
-        ASSERT_TRUE(AwaitPackets(pPlayer, 97, 5));
+        ASSERT_TRUE(AwaitPackets(pPlayer, 97, 5, {&udp}));
     }
     EXPECT_EQ(KovaRtspServerStop(m_server->Server()), KOVA_OK);
     KovaRtspTestClient refused;
     EXPECT_FALSE(refused.Connect(m_server->Port()));
     const size_t nUdp = udp.RtpCount(97), nTcp = tcp.RtpCount(97);
-    EXPECT_TRUE(AwaitPackets(&udp, 97, nUdp + 30));
-    EXPECT_TRUE(AwaitPackets(&tcp, 97, nTcp + 30));
+    EXPECT_TRUE(AwaitPackets(&udp, 97, nUdp + 30, {&tcp}));
+    EXPECT_TRUE(AwaitPackets(&tcp, 97, nTcp + 30, {&udp}));
     EXPECT_EQ(tcp.Rtsp().GetParameter("live").nStatus, 200);
     EXPECT_EQ(ClientCount(), 2);
 
     EXPECT_EQ(KovaRtspServerStart(m_server->Server()), KOVA_OK);
     ASSERT_TRUE(later.SetUp(m_server.get()));
     ASSERT_TRUE(later.Play());
-    EXPECT_TRUE(AwaitPackets(&later, 97, 10));
+    EXPECT_TRUE(AwaitPackets(&later, 97, 10, {&udp, &tcp}));
     EXPECT_EQ(ClientCount(), 3);
+    feed.Stop();
     KovaCollect({&udp, &tcp, &later}, 100);
     for (KovaPlayer *pPlayer : {&udp, &tcp, &later}) {
         KovaH264Depacketizer video;

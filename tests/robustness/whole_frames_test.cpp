@@ -6,6 +6,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <memory>
@@ -13,8 +14,10 @@
 namespace {
 
 constexpr int kShortSeconds = 7;
+constexpr int kMoreSeconds = 60;     // at most, until enough has happened
 constexpr int kLongestSeconds = 600; // sequence numbers of 16 bits last that long
 constexpr size_t kReaders = 6;
+constexpr size_t kEnough = 20; // responses that came whole, of each player, and full sockets
 
 /// Seconds of reading; KOVA_WHOLE_FRAMES_SECONDS asks for more.
 int SecondsToRead()
@@ -54,7 +57,7 @@ class WholeFrames : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        const int nSeconds = SecondsToRead();
+        const int nSeconds = std::min(SecondsToRead() + kMoreSeconds, kLongestSeconds);
         script = std::make_unique<KovaMediaScript>(server.Stream(),
                                                    KovaScriptPlan{nSeconds, 8, 9000, 40, 250});
         ASSERT_LT(script->Video().packets.size(), 65536U);
@@ -124,15 +127,24 @@ protected:
     }
 
     /// How often a response met a full socket, and was cut or lost.
-    int FullSockets()
+    size_t FullSockets()
     {
         const std::string key = "RequestResponseSend, Send Error: 11(";
         const std::string text = capture.Text();
-        int nCount = 0;
+        size_t nCount = 0;
         for (size_t nAt = text.find(key); nAt != std::string::npos; nAt = text.find(key, nAt + 1))
             nCount++;
-        RecordProperty("full", nCount);
         return nCount;
+    }
+
+    /// Whether the sockets were full often enough for the test to mean something, and answers
+    /// and reports came nevertheless. How soon depends on what else the machine does.
+    bool HasSeenEnough()
+    {
+        for (const auto &pPlayer : players)
+            if (pPlayer->WholeResponses() <= kEnough || pPlayer->Reports() <= 1)
+                return false;
+        return FullSockets() > kEnough;
     }
 
     KovaStdoutCapture capture;
@@ -145,34 +157,34 @@ protected:
 TEST_F(WholeFrames, NoByteComesBetweenTheBytesOfAFrame)
 {
     size_t nRequests = 0;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(SecondsToRead() + 60);
-    while (!script->IsOver() && std::chrono::steady_clock::now() < end) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(SecondsToRead());
+    while (!script->IsOver() && (std::chrono::steady_clock::now() < end || !HasSeenEnough())) {
         for (const auto &pPlayer : players)
             pPlayer->Send(Request(*pPlayer, nRequests % 3));
         nRequests++;
         // What one read takes is one request: leave time for it.
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
-    ASSERT_TRUE(script->IsOver());
+    script->Stop();
     for (const auto &pPlayer : players) {
         for (const KovaScriptTrack *pTrack : {&script->Audio(), &script->Video()})
             EXPECT_TRUE(KovaWaitUntil(15000,
                                       [&] {
                                           return pPlayer->HasEnded() ||
                                                  pPlayer->NextSequence(*pTrack) ==
-                                                     static_cast<int>(pTrack->packets.size());
+                                                     static_cast<int>(script->Pushed(*pTrack));
                                       }))
-                << pPlayer->NextSequence(*pTrack) << " of " << pTrack->packets.size();
-        EXPECT_EQ(pPlayer->Received(script->Audio()), script->Audio().packets.size());
-        EXPECT_EQ(pPlayer->Received(script->Video()), script->Video().packets.size());
+                << pPlayer->NextSequence(*pTrack) << " of " << script->Pushed(*pTrack);
+        EXPECT_EQ(pPlayer->Received(script->Audio()), script->Pushed(script->Audio()));
+        EXPECT_EQ(pPlayer->Received(script->Video()), script->Pushed(script->Video()));
         EXPECT_EQ(pPlayer->Fault(), "");
         EXPECT_GT(pPlayer->Reports(), 1U);
-        EXPECT_GT(pPlayer->WholeResponses(), 20U);
+        EXPECT_GT(pPlayer->WholeResponses(), kEnough);
         for (const std::string &text : pPlayer->CutResponses())
             EXPECT_TRUE(IsBeginningOfAnAnswer(text, *pPlayer)) << text;
     }
-    // The sockets were full often enough for the test to mean something.
-    EXPECT_GT(FullSockets(), 20);
+    EXPECT_GT(FullSockets(), kEnough);
+    RecordProperty("full", static_cast<int>(FullSockets()));
 }
 
 } // namespace

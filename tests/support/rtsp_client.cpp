@@ -52,8 +52,11 @@ int OpenUdp(uint16_t nPort)
 {
     const int nSocket = socket(AF_INET, SOCK_DGRAM, 0);
     const sockaddr_in address = Loopback(nPort);
+    // A key frame fills what the system gives by itself, and a test that does not get the
+    // processor for a while must not lose packets.
     const int nBuffer = 4 << 20;
-    setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
+    if (setsockopt(nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &nBuffer, sizeof(nBuffer)) != 0)
+        setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
     if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
         return nSocket;
     close(nSocket);

@@ -3,6 +3,7 @@
 
 #include "foundation/log.h"
 #include "rtsp/server_calls.h"
+#include "tests/soak/short_sleeps.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
@@ -23,6 +24,7 @@ constexpr uint32_t kUntouched = 77;
 constexpr int64_t kNow = 1000;
 
 struct Monitor : testing::Test {
+    KovaShortSleeps sleeps{10}; // a pass ends with the monitor's second
     KovaStdoutCapture capture;
     KovaFakeClock clock;
     KovaStreamHost host;

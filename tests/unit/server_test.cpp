@@ -3,6 +3,7 @@
 #include "foundation/log.h"
 #include "rtsp/server_calls.h"
 #include "system_shims.h"
+#include "tests/soak/short_sleeps.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
@@ -71,6 +72,7 @@ struct TakenPort {
 };
 
 struct Server : testing::Test {
+    KovaShortSleeps sleeps{10}; // a stop waits for the monitor
     KovaStdoutCapture capture;
     KovaRtspServer *const pUntouched = reinterpret_cast<KovaRtspServer *>(16);
     KovaRtspServer *pServer = pUntouched;
