@@ -130,9 +130,8 @@ private:
                 response = m_client.Receive(nMilliseconds);
                 return response.bComplete || HasEnded();
             });
-        const std::string session = response.Header("Session");
         if (method == "SETUP" && response.nStatus == 200)
-            m_client.SetSession(session.substr(0, session.find(';')));
+            m_client.SetSession(response.Session());
         m_visit.steps.push_back({method, m_client.LastCSeq(), response.bComplete, response.nStatus,
                                  Constant(response.text)});
         return response.bComplete || !HasEnded();
@@ -163,17 +162,12 @@ private:
 
     bool Setup(int nTrack)
     {
-        std::string transport = "Transport: RTP/AVP;unicast;client_port=";
-        if (m_plan.nKind == kVisitUdp) {
-            const int nPort = Ports(nTrack).RtpPort();
-            transport += std::to_string(nPort) + "-" + std::to_string(nPort + 1);
-        } else {
-            const int nChannel = nTrack == kAudioTrack ? kAudioChannel : kVideoChannel;
-            transport = "Transport: RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) +
-                        "-" + std::to_string(nChannel + 1);
-        }
+        const std::string transport =
+            m_plan.nKind == kVisitUdp
+                ? KovaUdpTransport(Ports(nTrack).RtpPort())
+                : KovaTcpTransport(nTrack == kAudioTrack ? kAudioChannel : kVideoChannel);
         return Ask("SETUP", std::string(kVisitUri) + "/trackID=" + std::to_string(nTrack),
-                   transport + "\r\n");
+                   KovaTransportLine(transport));
     }
 
     bool Play()

@@ -1,5 +1,7 @@
 #include "tests/robustness/player.h"
 
+#include "tests/support/rtsp_text.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -14,18 +16,6 @@ namespace {
 
 constexpr size_t kReportSize = 28;
 constexpr int64_t kLate = 3000; ///< milliseconds; a second is usual
-
-std::string SessionOf(const std::string &response)
-{
-    const std::string key = "\r\nSession: ";
-    const size_t nAt = response.find(key);
-    return nAt == std::string::npos ? std::string() : response.substr(nAt + key.size(), 11);
-}
-
-bool IsOk(const std::string &response)
-{
-    return response.compare(0, 17, "RTSP/1.0 200 OK\r\n") == 0;
-}
 
 uint16_t SequenceOf(std::string_view packet)
 {
@@ -81,18 +71,17 @@ bool KovaWatchingPlayer::Setup(const std::string &stream, const KovaMediaScript 
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_tracks[nChannel] = {&script, &track};
     }
-    const std::string response =
+    const KovaTestResponse response = KovaReadResponse(
         Ask(Format("SETUP", stream + "/trackID=" + std::to_string(track.nPayloadId),
-                   "Transport: RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) + "-" +
-                       std::to_string(nChannel + 1) + "\r\n"));
+                   KovaTransportLine(KovaTcpTransport(nChannel)))));
     if (m_session.empty())
-        m_session = SessionOf(response);
-    return IsOk(response) && m_session.size() == 11;
+        m_session = response.Session();
+    return response.nStatus == 200 && m_session.size() == 11;
 }
 
 bool KovaWatchingPlayer::Play(const std::string &stream)
 {
-    return IsOk(Ask(Format("PLAY", stream)));
+    return KovaReadResponse(Ask(Format("PLAY", stream))).nStatus == 200;
 }
 
 bool KovaWatchingPlayer::Send(std::string_view bytes)
@@ -115,11 +104,8 @@ std::string KovaWatchingPlayer::Ask(std::string_view request, int nMilliseconds)
 std::string KovaWatchingPlayer::Format(std::string_view method, std::string_view path,
                                        std::string_view lines)
 {
-    std::string text = std::string(method) + " rtsp://127.0.0.1/" + std::string(path) +
-                       " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
-    if (!m_session.empty())
-        text += "Session: " + m_session + "\r\n";
-    return text + std::string(lines) + "\r\n";
+    return KovaRequestText(method, "rtsp://127.0.0.1/" + std::string(path), ++m_nCSeq, m_session,
+                           lines);
 }
 
 void KovaWatchingPlayer::Close()

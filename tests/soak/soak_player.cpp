@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <mutex>
 #include <thread>
 
 namespace {
@@ -22,14 +20,6 @@ constexpr int kTinyBuffer = 2304;
 /// A group may wait for a player that does not read; a slow machine for itself.
 constexpr std::chrono::seconds kPatience(40);
 constexpr size_t kReportSize = 28;
-
-/// One at a time: the ports are counted up.
-std::unique_ptr<KovaUdpPair> MakePorts()
-{
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
-    return std::make_unique<KovaUdpPair>();
-}
 
 int ConnectTiny(uint16_t nPort, int nMaxSegment)
 {
@@ -45,16 +35,6 @@ int ConnectTiny(uint16_t nPort, int nMaxSegment)
         return nSocket;
     close(nSocket);
     return -1;
-}
-
-uint16_t ServerPort(const KovaTestResponse &response)
-{
-    const std::string key = "server_port=";
-    const std::string transport = response.Header("Transport");
-    const size_t nAt = transport.find(key);
-    return nAt == std::string::npos
-               ? uint16_t{0}
-               : static_cast<uint16_t>(std::atoi(transport.c_str() + nAt + key.size()));
 }
 
 } // namespace
@@ -110,9 +90,9 @@ bool KovaSoakPlayer::SetUpTrack(unsigned nTrack, const char *szUri)
     track.checker = std::make_unique<KovaTrackChecker>(nId);
     KovaTestResponse response;
     if (m_bUdp) {
-        track.ports = MakePorts();
+        track.ports = std::make_unique<KovaUdpPair>();
         response = m_rtsp.SetupUdp(szUri, nId, track.ports->RtpPort());
-        track.nServerPort = ServerPort(response);
+        track.nServerPort = response.ServerPort();
     } else {
         response = m_rtsp.SetupTcp(szUri, nId, m_nFirstChannel + 2 * static_cast<int>(nTrack));
     }
