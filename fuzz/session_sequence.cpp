@@ -4,6 +4,7 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/server_world.h"
 #include "fuzz/support/world.h"
+#include "tests/support/media.h"
 #include "tests/support/rtsp_text.h"
 
 #include <array>
@@ -142,12 +143,12 @@ private:
         const size_t nSize = m_input.Word() % 6000;
         m_nPts += m_input.Byte();
         if (nKind == 3)
-            m_world.Push(96 + nSize % 2, m_input.Bytes(nSize % 64), m_nPts);
+            m_world.Push(96 + nSize % 2, m_input.Text(nSize % 64), m_nPts);
         else if (nKind == 2)
-            m_world.Push(97, KovaVideoUnit(false, nSize), m_nPts);
+            m_world.Push(97, KovaTestInterFrame(nSize), m_nPts);
         else
             m_world.Push(nKind == 0 ? 97 : 96,
-                         nKind == 0 ? KovaVideoUnit(true, nSize) : KovaAudioUnit(nSize), m_nPts);
+                         nKind == 0 ? KovaTestKeyFrame(nSize) : KovaTestAacFrame(nSize), m_nPts);
     }
 
     void SendReport()

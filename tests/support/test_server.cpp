@@ -16,11 +16,6 @@ namespace {
 constexpr int kPortAttempts = 20;
 constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
 
-const uint8_t *Bytes(const std::string &text)
-{
-    return reinterpret_cast<const uint8_t *>(text.data());
-}
-
 /// Listens on a free loopback port.
 int Listen(uint16_t *pPort)
 {
@@ -87,15 +82,7 @@ KovaTestServer::~KovaTestServer()
 
 KovaRtspStreamer *KovaTestServer::AddStream(const std::string &uri)
 {
-    const KovaAudioDescription audio = {64, 44100, 2};
-    const KovaVideoDescription video = {2000};
-    uint32_t nPayloadId = 0;
-    KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, uri.c_str());
-    if (pStream != nullptr) {
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nPayloadId, &audio);
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nPayloadId, &video);
-    }
-    return pStream;
+    return KovaPublishAudioVideo(m_pServer, uri);
 }
 
 void KovaTestServer::RemoveStream()
@@ -104,27 +91,10 @@ void KovaTestServer::RemoveStream()
     m_pStream = nullptr;
 }
 
-void KovaTestServer::MakeReady(KovaRtspStreamer *pStream)
-{
-    const std::string config("\x12\x10", 2);
-    const std::string sps = KovaTestSps();
-    const std::string pps = KovaTestPps();
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 96, kInfoAacConfig, Bytes(config),
-                                     static_cast<uint32_t>(config.size()));
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoSps, Bytes(sps),
-                                     static_cast<uint32_t>(sps.size()));
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoPps, Bytes(pps),
-                                     static_cast<uint32_t>(pps.size()));
-}
-
 bool KovaTestServer::PushReady(uint32_t nTimestamp)
 {
-    const std::string video = KovaTestKeyFrame(100);
-    const std::string audio = KovaTestAacFrame(20);
-    KovaRtspServerPushData(m_pStream, 96, Bytes(audio), static_cast<uint32_t>(audio.size()),
-                           nTimestamp);
-    KovaRtspServerPushData(m_pStream, 97, Bytes(video), static_cast<uint32_t>(video.size()),
-                           nTimestamp);
+    KovaPush(m_pStream, KOVA_PAYLOAD_ID_AUDIO, KovaTestAacFrame(20), nTimestamp);
+    KovaPush(m_pStream, KOVA_PAYLOAD_ID_VIDEO, KovaTestKeyFrame(100), nTimestamp);
     return KovaWaitUntil(5000, [this] { return KovaRtspStreamerSdpIsReady(m_pStream) == 1; });
 }
 
@@ -234,39 +204,6 @@ uint32_t KovaTestServer::Ssrc(uint32_t nPayloadId) const
 {
     KovaRtpPacker *pPacker = KovaRtspStreamerGetRtpPackerByPayloadId(m_pStream, nPayloadId);
     return pPacker == nullptr ? 0 : pPacker->nSsrc;
-}
-
-std::string KovaTestSps()
-{
-    return std::string("\x67\x42\xC0\x1E\xD9\x00\xA0\x47\xFE\xC8", 10);
-}
-
-std::string KovaTestPps()
-{
-    return std::string("\x68\xCE\x3C\x80", 4);
-}
-
-std::string KovaTestKeyFrame(size_t nSliceSize)
-{
-    const std::string start("\0\0\0\1", 4);
-    return start + KovaTestSps() + start + KovaTestPps() + start + "\x65" +
-           std::string(nSliceSize, '\x5a');
-}
-
-std::string KovaTestInterFrame(size_t nSliceSize)
-{
-    return std::string("\0\0\0\1\x41", 5) + std::string(nSliceSize, '\x5a');
-}
-
-std::string KovaTestAacFrame(size_t nPayloadSize)
-{
-    const size_t nLength = nPayloadSize + 7;
-    std::string frame("\xFF\xF1\x50", 3);
-    frame += static_cast<char>(0x80 | nLength >> 11);
-    frame += static_cast<char>(nLength >> 3 & 0xff);
-    frame += static_cast<char>((nLength & 7) << 5 | 0x1f);
-    frame += '\xfc';
-    return frame + std::string(nPayloadSize, '\x21');
 }
 
 int KovaOpenDescriptors()
