@@ -1,12 +1,9 @@
 #include "tests/support/fake_clock.h"
 
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <unistd.h>
+#include "tests/support/c_calls.h"
 
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 
 namespace {
 
@@ -22,17 +19,10 @@ struct KovaShownTime {
 std::atomic<KovaShownTime> g_shown{KovaShownTime{0, true}};
 std::atomic<bool> g_bFails{false};
 
-/// From the system itself, because all the library functions for it are below.
-struct timespec RealTime(clockid_t nClock)
-{
-    struct timespec now = {};
-    syscall(SYS_clock_gettime, nClock, &now);
-    return now;
-}
-
 int64_t RealNanoseconds()
 {
-    const struct timespec now = RealTime(CLOCK_REALTIME);
+    timespec now = {};
+    __real_clock_gettime(CLOCK_REALTIME, &now);
     return now.tv_sec * kBillion + now.tv_nsec;
 }
 
@@ -50,11 +40,7 @@ bool Fails()
     return true;
 }
 
-} // namespace
-
-// These stand in for the functions of the C library in the whole program.
-
-extern "C" int gettimeofday(struct timeval *__restrict pTime, void *__restrict) noexcept
+int GetTimeOfDay(timeval *pTime, void *)
 {
     if (Fails())
         return -1;
@@ -64,7 +50,7 @@ extern "C" int gettimeofday(struct timeval *__restrict pTime, void *__restrict) 
     return 0;
 }
 
-extern "C" time_t time(time_t *pTime) noexcept
+time_t Time(time_t *pTime)
 {
     if (Fails())
         return -1;
@@ -74,16 +60,25 @@ extern "C" time_t time(time_t *pTime) noexcept
     return tNow;
 }
 
-extern "C" int clock_gettime(clockid_t nClock, struct timespec *pTime) noexcept
+int GetClock(clockid_t nClock, timespec *pTime)
 {
     if (nClock != CLOCK_REALTIME)
-        return static_cast<int>(syscall(SYS_clock_gettime, nClock, pTime));
+        return __real_clock_gettime(nClock, pTime);
     if (Fails())
         return -1;
     const int64_t nNow = ShownNanoseconds();
     pTime->tv_sec = nNow / kBillion;
     pTime->tv_nsec = nNow % kBillion;
     return 0;
+}
+
+} // namespace
+
+KovaFakeClock::KovaFakeClock()
+{
+    KovaReplaceCall<__real_gettimeofday>(GetTimeOfDay);
+    KovaReplaceCall<__real_time>(Time);
+    KovaReplaceCall<__real_clock_gettime>(GetClock);
 }
 
 KovaFakeClock::~KovaFakeClock()

@@ -18,7 +18,7 @@ enum KovaShimmedCall {
     kShimSocket,
     kShimSetsockopt,
     kShimListen,
-    kShimAccept,
+    kShimAccept, ///< accept() and accept4()
     kShimThread, ///< pthread_create()
     kShimCount
 };
