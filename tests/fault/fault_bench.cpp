@@ -1,8 +1,8 @@
 #include "tests/fault/fault_bench.h"
 
-#include "foundation/scope_guard.h"
 #include "server/kova_rtsp_server.h"
 #include "streamer/registries.h"
+#include "tests/support/server_records.h"
 #include "tests/support/wait_until.h"
 
 #include <chrono>
@@ -51,26 +51,13 @@ bool PackersWork(KovaRtspStreamer *pStream)
     return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
 }
 
-/// Whether no packet of the track waits to be sent.
-bool IsSent(KovaRtspStreamer *pStream, uint32_t nPayloadId)
-{
-    KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStream, nPayloadId);
-    bool bSent = true;
-    const KovaMutexLock lock(&pSender->mutex);
-    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
-        auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        const KovaMutexLock packetLock(&pGroup->packetMutex);
-        bSent = bSent && pGroup->pPacketList == nullptr;
-    }
-    return bSent;
-}
-
 /// A stream with nothing under way.
 bool IsQuiet(KovaRtspStreamer *pStream)
 {
     return KovaRingbufferAvail(&pStream->audioRing) == 0 &&
-           KovaRingbufferAvail(&pStream->videoRing) == 0 && IsSent(pStream, 96) &&
-           IsSent(pStream, 97);
+           KovaRingbufferAvail(&pStream->videoRing) == 0 &&
+           KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_AUDIO) == 0 &&
+           KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_VIDEO) == 0;
 }
 
 } // namespace

@@ -1,10 +1,8 @@
 #include "tests/robustness/player.h"
 
 #include "tests/support/rtsp_text.h"
+#include "tests/support/sockets.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,17 +38,8 @@ KovaWatchingPlayer::~KovaWatchingPlayer()
 
 bool KovaWatchingPlayer::Connect(uint16_t nPort)
 {
-    m_nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (m_options.nReceiveBuffer > 0)
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &m_options.nReceiveBuffer, sizeof(int));
-    // Each request is a segment of its own, and so a read of its own at the server.
-    const int nOn = 1;
-    setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(m_nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
+    m_nSocket = KovaConnect(nPort, {m_options.nReceiveBuffer, 0});
+    if (m_nSocket < 0)
         return false;
     m_thread = std::thread([this] { Run(); });
     return true;
@@ -58,10 +47,7 @@ bool KovaWatchingPlayer::Connect(uint16_t nPort)
 
 uint16_t KovaWatchingPlayer::LocalPort() const
 {
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    getsockname(m_nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    return ntohs(address.sin_port);
+    return KovaPortOf(m_nSocket);
 }
 
 bool KovaWatchingPlayer::Setup(const std::string &stream, const KovaMediaScript &script,

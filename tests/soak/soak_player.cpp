@@ -1,8 +1,7 @@
 #include "tests/soak/soak_player.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include "tests/support/sockets.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,22 +19,6 @@ constexpr int kTinyBuffer = 2304;
 /// A group may wait for a player that does not read; a slow machine for itself.
 constexpr std::chrono::seconds kPatience(40);
 constexpr size_t kReportSize = 28;
-
-int ConnectTiny(uint16_t nPort, int nMaxSegment)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    const int nBuffer = kTinyBuffer;
-    setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
-    setsockopt(nSocket, IPPROTO_TCP, TCP_MAXSEG, &nMaxSegment, sizeof(nMaxSegment));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return nSocket;
-    close(nSocket);
-    return -1;
-}
 
 } // namespace
 
@@ -62,7 +45,7 @@ bool KovaSoakPlayer::Expect(const KovaTestResponse &response, int nStatus, const
 bool KovaSoakPlayer::Connect(int nMaxSegment)
 {
     if (nMaxSegment > 0)
-        m_rtsp.Adopt(ConnectTiny(m_stage.nPort, nMaxSegment));
+        m_rtsp.Adopt(KovaConnect(m_stage.nPort, {kTinyBuffer, nMaxSegment}));
     else
         m_rtsp.Connect(m_stage.nPort);
     return m_rtsp.Socket() >= 0 || Complain("no connection");

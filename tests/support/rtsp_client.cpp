@@ -1,15 +1,12 @@
 #include "tests/support/rtsp_client.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
+#include "tests/support/sockets.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 
 namespace {
@@ -28,41 +25,17 @@ int Left(Clock::time_point end)
     return static_cast<int>(std::max<decltype(left)>(left, 0));
 }
 
-bool WaitReadable(int nSocket, int nMilliseconds)
-{
-    struct pollfd entry = {nSocket, POLLIN, 0};
-    const Clock::time_point end = In(nMilliseconds);
-    int nResult = -1;
-    do
-        nResult = poll(&entry, 1, Left(end));
-    while (nResult < 0 && errno == EINTR);
-    return nResult == 1;
-}
-
-sockaddr_in Loopback(uint16_t nPort)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 int OpenUdp(uint16_t nPort)
 {
-    const int nSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    const sockaddr_in address = Loopback(nPort);
+    const int nSocket = KovaBind(SOCK_DGRAM, nPort);
     const int nBuffer = 4 << 20;
     setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
-    if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return nSocket;
-    close(nSocket);
-    return -1;
+    return nSocket;
 }
 
 bool ReceiveFrom(int nSocket, std::string *pPacket, int nMilliseconds)
 {
-    if (!WaitReadable(nSocket, nMilliseconds))
+    if (!KovaWaitReadable(nSocket, nMilliseconds))
         return false;
     pPacket->resize(65536);
     const ssize_t nGot = recv(nSocket, pPacket->data(), pPacket->size(), MSG_DONTWAIT);
@@ -72,10 +45,8 @@ bool ReceiveFrom(int nSocket, std::string *pPacket, int nMilliseconds)
 
 bool SendTo(int nSocket, uint16_t nPort, std::string_view bytes)
 {
-    const sockaddr_in address = Loopback(nPort);
-    return sendto(nSocket, bytes.data(), bytes.size(), 0,
-                  reinterpret_cast<const sockaddr *>(&address),
-                  sizeof(address)) == static_cast<ssize_t>(bytes.size());
+    return sendto(nSocket, bytes.data(), bytes.size(), 0, KovaPlain(KovaLoopback(nPort)),
+                  sizeof(sockaddr_in)) == static_cast<ssize_t>(bytes.size());
 }
 
 } // namespace
@@ -87,18 +58,8 @@ KovaRtspTestClient::~KovaRtspTestClient()
 
 bool KovaRtspTestClient::Connect(uint16_t nPort, int nReceiveBuffer)
 {
-    Close();
-    m_nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (nReceiveBuffer > 0)
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &nReceiveBuffer, sizeof(nReceiveBuffer));
-    // Each Send() is a segment of its own, and so a read of its own at the server.
-    const int nOn = 1;
-    setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
-    const sockaddr_in address = Loopback(nPort);
-    if (connect(m_nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return true;
-    Close();
-    return false;
+    Adopt(KovaConnect(nPort, {nReceiveBuffer, 0}));
+    return m_nSocket >= 0;
 }
 
 void KovaRtspTestClient::Adopt(int nSocket)
@@ -112,10 +73,7 @@ void KovaRtspTestClient::Close(bool bReset)
     if (m_nSocket >= 0) {
         if (m_onExchange)
             m_onExchange();
-        const struct linger reset = {1, 0};
-        if (bReset)
-            setsockopt(m_nSocket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
-        close(m_nSocket);
+        KovaCloseSocket(m_nSocket, bReset);
     }
     m_nSocket = -1;
     m_onExchange = nullptr;
@@ -125,10 +83,7 @@ void KovaRtspTestClient::Close(bool bReset)
 
 uint16_t KovaRtspTestClient::LocalPort() const
 {
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    getsockname(m_nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    return ntohs(address.sin_port);
+    return KovaPortOf(m_nSocket);
 }
 
 bool KovaRtspTestClient::Send(std::string_view bytes)
@@ -146,7 +101,7 @@ bool KovaRtspTestClient::Send(std::string_view bytes)
 
 bool KovaRtspTestClient::Fill(int nMilliseconds)
 {
-    if (m_nSocket < 0 || !WaitReadable(m_nSocket, nMilliseconds))
+    if (m_nSocket < 0 || !KovaWaitReadable(m_nSocket, nMilliseconds))
         return false;
     char chunk[65536];
     const ssize_t nGot = recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT);
@@ -207,13 +162,13 @@ bool KovaRtspTestClient::NextFrame(KovaTestFrame *pFrame, int nMilliseconds)
 bool KovaRtspTestClient::IsSilent(int nMilliseconds)
 {
     TakeFrames();
-    return m_input.empty() && m_frames.empty() && !WaitReadable(m_nSocket, nMilliseconds);
+    return m_input.empty() && m_frames.empty() && !KovaWaitReadable(m_nSocket, nMilliseconds);
 }
 
 bool KovaRtspTestClient::WaitClosed(int nMilliseconds)
 {
     const Clock::time_point end = In(nMilliseconds);
-    while (Left(end) > 0 && WaitReadable(m_nSocket, Left(end))) {
+    while (Left(end) > 0 && KovaWaitReadable(m_nSocket, Left(end))) {
         char chunk[65536];
         if (recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT) <= 0)
             return true;

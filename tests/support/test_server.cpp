@@ -5,8 +5,9 @@
 #include "server/listener.h"
 #include "server/session_registry.h"
 #include "streamer/registries.h"
+#include "tests/support/server_records.h"
+#include "tests/support/sockets.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,33 +17,15 @@ namespace {
 constexpr int kPortAttempts = 20;
 constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
 
-/// Listens on a free loopback port.
-int Listen(uint16_t *pPort)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
-    listen(nSocket, 128);
-    getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    *pPort = ntohs(address.sin_port);
-    return nSocket;
-}
-
 /// The socket that a client's reference leads to. A connection that is not
 /// registered any more is about to be freed: its memory is not looked at.
 int32_t SocketOf(KovaRtspServer *pServer, const int *pSocket)
 {
     int32_t nSocket = -1;
-    pthread_mutex_lock(&pServer->mtxHandler);
-    for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
-        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+    KovaForEachHandler(pServer, [&](KovaRtspServerHandler *pHandler) {
         if (reinterpret_cast<int *>(&pHandler->nSocket) == pSocket)
             nSocket = pHandler->nSocket;
-    }
-    pthread_mutex_unlock(&pServer->mtxHandler);
+    });
     return nSocket;
 }
 
@@ -50,15 +33,17 @@ int32_t SocketOf(KovaRtspServer *pServer, const int *pSocket)
 
 uint16_t KovaFreeTcpPort()
 {
-    uint16_t nPort = 0;
-    close(Listen(&nPort));
+    const int nSocket = KovaListen();
+    const uint16_t nPort = KovaPortOf(nSocket);
+    close(nSocket);
     return nPort;
 }
 
 KovaTestServer::KovaTestServer(const KovaTestServerOptions &options) : m_uri(options.uri)
 {
     if (!options.bStart) {
-        m_nListener = Listen(&m_nPort);
+        m_nListener = KovaListen();
+        m_nPort = KovaPortOf(m_nListener);
         m_pServer = KovaRtspServerCreate(kLoopback, m_nPort, options.nMaxClient);
     }
     // Somebody else may take the port between the choice and its use.
@@ -116,13 +101,10 @@ KovaRtspServerHandler *KovaTestServer::Handler(const KovaRtspTestClient &client)
 {
     KovaRtspServerHandler *pFound = nullptr;
     const uint16_t nPort = client.LocalPort();
-    pthread_mutex_lock(&m_pServer->mtxHandler);
-    for (KovaList *pNode = m_pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
-        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+    KovaForEachHandler(m_pServer, [&](KovaRtspServerHandler *pHandler) {
         if (pHandler->nPeerPort == nPort)
             pFound = pHandler;
-    }
-    pthread_mutex_unlock(&m_pServer->mtxHandler);
+    });
     return pFound;
 }
 
@@ -161,13 +143,10 @@ unsigned KovaTestServer::SessionCount()
 int32_t KovaTestServer::Expiry(const std::string &session)
 {
     int32_t tExpire = 0;
-    pthread_mutex_lock(&m_pServer->mtxSession);
-    for (KovaList *pNode = m_pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
+    KovaForEachSession(m_pServer, [&](const KovaRtspSession *pSession) {
         if (session == pSession->szSessionId)
             tExpire = pSession->tExpire.load();
-    }
-    pthread_mutex_unlock(&m_pServer->mtxSession);
+    });
     return tExpire;
 }
 
