@@ -46,11 +46,6 @@ std::vector<std::string> WithParts(const std::vector<std::string> &payloads)
     return whole;
 }
 
-bool PackersWork(KovaRtspStreamer *pStream)
-{
-    return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
-}
-
 /// A stream with nothing under way.
 bool IsQuiet(KovaRtspStreamer *pStream)
 {
@@ -73,6 +68,11 @@ std::vector<int> KovaFaultNumbers(int nCalls, int nMost)
     for (int nIndex = 1; !bAll && nIndex <= nSpread; nIndex++)
         numbers.push_back(nFirst + (nCalls - nFirst) * nIndex / nSpread);
     return numbers;
+}
+
+bool KovaPackersWork(KovaRtspStreamer *pStream)
+{
+    return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
 }
 
 void KovaExpectHeld(const KovaHoldings &before)
@@ -155,7 +155,7 @@ KovaVisitPlan KovaFaultBench::Plan(KovaVisitKind nKind)
 
 void KovaFaultBench::Republish()
 {
-    if (m_pStream != nullptr && PackersWork(m_pStream))
+    if (m_pStream != nullptr && KovaPackersWork(m_pStream))
         return;
     KovaRtspServerRemoveUri(m_pServer->Server(), kVisitUri);
     m_pStream = m_pServer->AddStream(kVisitUri);
