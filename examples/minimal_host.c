@@ -182,7 +182,8 @@ int main(int argc, char **argv)
     const char address[KOVA_ADDRESS_SIZE] = ""; /* any interface; all 16 bytes are read */
     const int32_t result = KovaRtspServerInit(&server, address, (uint32_t)port, 16);
     if (result != KOVA_OK)
-        fail("server", result == KOVA_ERROR_BIND ? "the port is taken" : "cannot be started");
+        fail("server",
+             result == KOVA_ERROR_BIND ? "the port is taken or not allowed" : "cannot be started");
     KovaRtspStreamer *stream = KovaRtspServerAddUri(server, uri);
     if (!stream)
         fail(uri, "cannot be published");

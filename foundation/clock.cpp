@@ -31,6 +31,13 @@ uint64_t KovaClockMilliseconds()
     return kWhole - (nBelow + 999 - kRest) / 1000;
 }
 
+uint64_t KovaClockMonotonic()
+{
+    struct timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000U + static_cast<uint32_t>(now.tv_nsec) / 1000;
+}
+
 int32_t KovaClockSeconds()
 {
     return static_cast<int32_t>(static_cast<uint32_t>(time(nullptr)));

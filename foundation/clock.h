@@ -15,6 +15,10 @@ KOVA_API int32_t RtspGetTime(uint64_t *pTime);
 /// RtspGetTime() in milliseconds (unsigned division), 0 when it fails.
 uint64_t KovaClockMilliseconds();
 
+/// Microseconds that only ever go forward, at real speed, from an arbitrary
+/// beginning: for waits, which nobody who sets the clock may change.
+uint64_t KovaClockMonotonic();
+
 /// The wall clock's seconds as the records keep them: the low 32 bits.
 int32_t KovaClockSeconds();
 

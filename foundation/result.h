@@ -29,3 +29,7 @@ enum KovaMediaType : uint32_t {
 /// The payload ids that the two input rings are bound to, in order of addition.
 constexpr uint32_t kPayloadIdFirstRing = 96;
 constexpr uint32_t kPayloadIdSecondRing = 97;
+
+/// Storage of the two input rings, bytes. It also bounds what waits behind them.
+constexpr int32_t kAudioRingSize = 2 * 1024 * 1024;
+constexpr int32_t kVideoRingSize = 14 * 1024 * 1024;

@@ -19,6 +19,20 @@ std::string_view KovaTextField(const char *szField, size_t nCapacity)
     return std::string_view(szField, strnlen(szField, nCapacity));
 }
 
+const char *KovaTextPrintable(char *szShown, size_t nCapacity, std::string_view text)
+{
+    if (nCapacity == 0)
+        return "";
+    KovaTextCopy(szShown, nCapacity, text);
+    const size_t nCount = text.size() < nCapacity ? text.size() : nCapacity - 1;
+    for (size_t nIndex = 0; nIndex < nCount; nIndex++) {
+        const unsigned char nByte = static_cast<unsigned char>(szShown[nIndex]);
+        if (nByte < 0x20 || nByte == 0x7F)
+            szShown[nIndex] = '?';
+    }
+    return szShown;
+}
+
 bool KovaTextAppend(char *szBuffer, size_t nCapacity, size_t *pLength, const char *szFormat, ...)
 {
     const size_t nRoom = nCapacity - *pLength;

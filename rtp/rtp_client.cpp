@@ -27,11 +27,14 @@ void CloseSocket(int32_t *pSocket)
     *pSocket = -1;
 }
 
-bool JoinConnection(KovaRtpClient *pClient, int *pTcpSocket)
+/// Media in the connection is what a peer may refuse to take.
+bool JoinConnection(KovaRtpClient *pClient, int *pTcpSocket, bool bInterleaved)
 {
     pClient->pChannel = KovaTcpChannelJoin(pTcpSocket);
     if (pClient->pChannel == nullptr)
         return pTcpSocket == nullptr;
+    if (bInterleaved)
+        KovaTcpChannelLimitSending(pClient->pChannel);
     return KovaTcpChannelFollow(pClient->pChannel, &pClient->pTcpSocket);
 }
 
@@ -56,7 +59,7 @@ KovaRtpClient *KovaRtpClientCreate(const char *szSessionId, int32_t nRtpSocket, 
     KovaRtpClient *pClient = KovaHeapNew<KovaRtpClient>();
     if (pClient == nullptr)
         return nullptr;
-    if (!JoinConnection(pClient, pTcpSocket)) {
+    if (!JoinConnection(pClient, pTcpSocket, nInterleaved != 0)) {
         LeaveConnection(pClient);
         free(pClient);
         return nullptr;

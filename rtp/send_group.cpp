@@ -1,9 +1,53 @@
 #include "rtp/send_group.h"
 
 #include "foundation/heap.h"
+#include "foundation/log.h"
 #include "foundation/result.h"
 #include "foundation/scope_guard.h"
+#include "rtp/sender.h"
 #include "rtp/sending_thread.h"
+#include "rtp/session_tally.h"
+#include "rtp/stream_calls.h"
+
+namespace {
+
+uint32_t MostQueuedBytes(const KovaRtpSendGroup *pGroup)
+{
+    const KovaRtpSender *pSender = pGroup->pSender;
+    const bool bFirstRing = pSender != nullptr && pSender->nPayloadId == kPayloadIdFirstRing;
+    return static_cast<uint32_t>(bFirstRing ? kAudioRingSize : kVideoRingSize);
+}
+
+/// Whether the queue takes the packet. Under packetMutex.
+bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
+{
+    const uint64_t nBytes = uint64_t{pGroup->nQueuedBytes} + pPacket->nSize;
+    const bool bFits = nBytes <= MostQueuedBytes(pGroup);
+    const bool bEntry = pPacket->nFrameType == kFrameKey || pPacket->nFrameType == kFrameAudio;
+    if (bFits && (!pGroup->bDropping || (bEntry && pPacket->nPts > pGroup->nDroppedPts))) {
+        pGroup->bDropping = false;
+        return true;
+    }
+    // The rest of a key frame whose beginning was dropped is no beginning. Parameter
+    // sets in front of one may be dropped.
+    if (!pGroup->bDropping || bEntry)
+        pGroup->nDroppedPts = pPacket->nPts;
+    pGroup->bDropping = true;
+    return false;
+}
+
+/// Takes a client that goes with its group out of its session's tally.
+void CountOutLast(const KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
+{
+    const bool bPlays = pClient->nState != kClientSetUp;
+    const bool bLast = KovaSessionTallyLeaveLast(pClient->pTally, bPlays);
+    pClient->pTally = nullptr;
+    const KovaRtpSender *pSender = pGroup->pSender;
+    if (bLast && pSender != nullptr && pSender->pStreamer != nullptr)
+        KovaStreamLowerClientCount(pSender->pStreamer);
+}
+
+} // namespace
 
 KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender)
 {
@@ -81,22 +125,34 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
     if (pGroup == nullptr)
         return;
     KovaRtpSendGroupLockClients(pGroup);
-    while (pGroup->pClientList != nullptr)
-        KovaRtpClientDestroy(
-            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr)));
+    while (pGroup->pClientList != nullptr) {
+        auto *pClient =
+            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr));
+        CountOutLast(pGroup, pClient);
+        KovaRtpClientDestroy(pClient);
+    }
     pthread_mutex_unlock(&pGroup->clientMutex);
 }
 
 void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
-    if (pGroup != nullptr && pPacket != nullptr)
-        KovaRtpSendGroupTakePacket(pGroup, pPacket);
+    if (pGroup != nullptr && pPacket != nullptr && !KovaRtpSendGroupTakePacket(pGroup, pPacket))
+        KovaRtpPacketReleaseRef(pPacket);
 }
 
 bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
     KovaMutexLock lock(&pGroup->packetMutex);
+    const bool bDropping = pGroup->bDropping;
+    if (!Admits(pGroup, pPacket)) {
+        lock.Unlock();
+        if (!bDropping)
+            TimeLog(kLogOverflow, "%s, Packet Overflow !!!\n", "KovaRtpSendGroupAddRtpPacket");
+        return false;
+    }
     const bool bTaken = KovaListPushTail(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
+    if (bTaken)
+        pGroup->nQueuedBytes += pPacket->nSize;
     lock.Unlock();
     KovaEventSignal(&pGroup->work);
     return bTaken;
@@ -107,7 +163,7 @@ void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pP
     if (pGroup == nullptr || pPacket == nullptr)
         return;
     const KovaMutexLock lock(&pGroup->packetMutex);
-    KovaListTake(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
+    KovaRtpSendGroupUnlinkPacket(pGroup, pPacket);
 }
 
 void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup)
@@ -118,6 +174,15 @@ void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup)
     while (pGroup->pPacketList != nullptr)
         KovaRtpPacketReleaseRef(static_cast<KovaRtpPacket *>(
             KovaListTakeFirst(&pGroup->pPacketList, &pGroup->pPacketListTail)));
+    pGroup->nQueuedBytes = 0;
+}
+
+bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+{
+    if (!KovaListTake(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket))
+        return false;
+    pGroup->nQueuedBytes -= pPacket->nSize;
+    return true;
 }
 
 uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup)

@@ -35,6 +35,9 @@ struct KovaRtpSendGroup {
     uint32_t nLastSerial;                 ///< last number given to a client (clientMutex)
     std::atomic<uint32_t> nClientWaiters; ///< threads that wait for clientMutex
     std::atomic<bool> bNoThread;          ///< the last start failed: nobody empties the queue
+    uint32_t nQueuedBytes;                ///< of the packets in pPacketList (packetMutex)
+    bool bDropping;                       ///< the queue was full (packetMutex, as the next)
+    uint32_t nDroppedPts;                 ///< only what is later lets packets in again
 };
 
 /// Makes a group without a thread. Null for a null sender or without memory.
@@ -58,11 +61,19 @@ KOVA_API void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClie
 /// Unlinks a client without destroying it. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
 
-/// Unlinks and destroys every client. Null is ignored.
+/// Unlinks and destroys every client. A session that plays and loses its last
+/// client on the stream with it is counted out there. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup);
 
 /// Queues a packet together with a reference that the caller has taken for the
-/// group. Null is ignored.
+/// group; one that is not queued loses that reference. Null is ignored.
+///
+/// The queue holds at most as many bytes as the ring of its payload id. A packet
+/// that does not fit is dropped, with a line at level 2, and so are those behind it,
+/// until one fits at which players can take up the stream again: a key frame or
+/// audio, of a later PTS than the packets of that kind that were dropped. PTS are
+/// compared as plain numbers; after a wrap, or a step back of the host's clock, it
+/// takes one key frame more.
 KOVA_API void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
 
 /// Unlinks a packet; its reference is the caller's again. Null is ignored.
@@ -71,10 +82,14 @@ KOVA_API void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpP
 /// Unlinks every packet and releases its reference. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup);
 
-/// As the Add operations, but tells whether there was memory for it; when not,
-/// client and reference stay the caller's.
+/// As the Add operations, but tells whether the group has taken it (there may be no
+/// memory, or no room); when not, client and reference stay the caller's.
 bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
 bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Unlinks a packet; its reference is the caller's. Returns whether it was queued.
+/// Under packetMutex.
+bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
 
 /// Number of clients.
 uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup);

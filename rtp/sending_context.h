@@ -30,6 +30,6 @@ struct KovaSendingContext {
 };
 
 /// Sends one packet to every client of the group. Takes and releases
-/// clientMutex itself, and holds it neither while it waits for a full socket
-/// nor while it talks to the stream.
+/// clientMutex itself, and holds it neither while it waits, for a full socket or
+/// on behalf of clients that do not play, nor while it talks to the stream.
 void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket);

@@ -92,8 +92,7 @@ void DrainQueue(KovaSendingContext *pContext)
         lock.Unlock();
         SendPacket(pContext, pPacket);
         lock.Lock();
-        const bool bQueued = KovaListTake(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
-        if (bQueued)
+        if (KovaRtpSendGroupUnlinkPacket(pGroup, pPacket))
             KovaRtpPacketReleaseRef(pPacket);
         KovaRtpPacketReleaseRef(pPacket);
     }

@@ -21,12 +21,17 @@ namespace {
 /// Seconds that must have passed, and then some, between two sender reports.
 constexpr int32_t kReportInterval = 5;
 
+/// Longest sleep for waiting clients, microseconds: a stop request wakes the
+/// thread; this bounds the wait for a state word that somebody wrote without.
+constexpr uint32_t kPayStep = 10000;
+
 /// One packet on its way to all clients of a group, with clientMutex.
 struct ServingPass {
     KovaSendingContext *pContext;
     const KovaRtpPacket *pPacket;
     KovaMutexLock *pLock;
-    bool bReleased; ///< the lock was released, so the walk starts over
+    bool bReleased;    ///< the lock was released, so the walk starts over
+    uint32_t nWaiting; ///< clients met that wait
 };
 
 /// Whether the client is still a member; by its number, because another one may
@@ -102,7 +107,9 @@ bool RefreshSession(ServingPass *pPass, KovaRtpClient *pClient)
 {
     char szSessionId[kSessionIdSize];
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
-    TimeLog(kLogThread, "%s, UpdateSession: %s\n", kSendingThread, szSessionId);
+    char szShown[kSessionIdSize];
+    TimeLog(kLogThread, "%s, UpdateSession: %s\n", kSendingThread,
+            KovaTextPrintable(szShown, sizeof(szShown), szSessionId));
     const uint32_t nSerial = pClient->nSerial;
     pPass->pLock->Unlock();
     KovaStreamRefreshSession(pPass->pContext->pStreamer, szSessionId);
@@ -216,12 +223,8 @@ void ServeClient(ServingPass *pPass, KovaRtpClient *pClient)
         SendPacketTo(pPass, pClient);
         return;
     }
-    // Each client that waits costs its group a millisecond per packet, with the
-    // lock held: the price of a set-up track that never plays. A stop does not pay
-    // it: a crowd of them would keep what is queued from going out for minutes.
     printf("Client Waiting !!!\n");
-    if (KovaThreadRuns(pContext->pGroup->nState))
-        usleep(kPollMicroseconds);
+    pPass->nWaiting++;
     if (pClient->nState == kClientGone)
         RemoveGone(pPass, pClient);
 }
@@ -235,6 +238,23 @@ void PrepareFrame(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
     pContext->nFrameSize = kInterleavedHeaderSize + pPacket->nSize;
 }
 
+/// Each client that waits costs its group a millisecond per packet: the price of a
+/// set-up track that never plays. Nobody else pays it, so no lock is held. Nor does
+/// a stop: a crowd of them would keep what is queued from going out for minutes.
+void PayForWaiting(KovaRtpSendGroup *pGroup, uint32_t nClients)
+{
+    if (nClients == 0)
+        return;
+    uint64_t nNow = KovaClockMonotonic();
+    const uint64_t nEnd = nNow + uint64_t{nClients} * kPollMicroseconds;
+    while (nNow < nEnd && KovaThreadRuns(pGroup->nState)) {
+        const uint64_t nLeft = nEnd - nNow;
+        KovaEventWait(&pGroup->work,
+                      (nLeft < kPayStep ? static_cast<uint32_t>(nLeft) + 999 : kPayStep) / 1000);
+        nNow = KovaClockMonotonic();
+    }
+}
+
 } // namespace
 
 void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
@@ -242,7 +262,7 @@ void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket
     KovaRtpSendGroup *pGroup = pContext->pGroup;
     PrepareFrame(pContext, pPacket);
     KovaMutexLock lock(&pGroup->clientMutex);
-    ServingPass pass = {pContext, pPacket, &lock, false};
+    ServingPass pass = {pContext, pPacket, &lock, false, 0};
     const uint32_t nPass = ++pGroup->nPass;
     KovaList *pNode = pGroup->pClientList;
     while (pNode != nullptr) {
@@ -257,6 +277,7 @@ void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket
             pNode = pGroup->pClientList;
     }
     lock.Unlock();
+    PayForWaiting(pGroup, pass.nWaiting);
     if (pGroup->nClientWaiters != 0)
         usleep(kPollMicroseconds);
 }

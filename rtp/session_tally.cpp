@@ -1,7 +1,7 @@
 #include "rtp/session_tally.h"
 
 #include "foundation/heap.h"
-#include "foundation/list.h"
+#include "foundation/keyed_list.h"
 #include "foundation/scope_guard.h"
 #include "foundation/text.h"
 #include "rtp/rtp_client.h"
@@ -13,22 +13,35 @@ struct KovaSessionTally {
     const void *pStream;
     char szSessionId[kSessionIdSize];
     uint32_t nClients;
-    bool bTaken;
+    uint32_t nHolders; // who are no clients
+    bool bRaised;      // a PLAY has counted the session
+    bool bTaken;       // somebody has lowered the count, or is about to
 };
 
 namespace {
 
 pthread_mutex_t g_tallyMutex = PTHREAD_MUTEX_INITIALIZER; // guards the list and its members
 KovaList *g_pTallies = nullptr;
+KovaKeyedList g_tallyKeys; // by session id
 
-KovaSessionTally *FindTally(const void *pStream, const char *szSessionId)
+/// A null stream is any.
+struct Wanted {
+    const void *pStream;
+    const char *szSessionId;
+};
+
+bool IsWanted(const void *pData, const void *pContext)
 {
-    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
-        KovaSessionTally *pTally = static_cast<KovaSessionTally *>(pNode->data);
-        if (pTally->pStream == pStream && strcmp(pTally->szSessionId, szSessionId) == 0)
-            return pTally;
-    }
-    return nullptr;
+    const KovaSessionTally *pTally = static_cast<const KovaSessionTally *>(pData);
+    const Wanted *pWanted = static_cast<const Wanted *>(pContext);
+    return (pWanted->pStream == nullptr || pTally->pStream == pWanted->pStream) &&
+           strcmp(pTally->szSessionId, pWanted->szSessionId) == 0;
+}
+
+KovaSessionTally *FindTally(const Wanted &wanted)
+{
+    return static_cast<KovaSessionTally *>(KovaKeyedFind(
+        &g_tallyKeys, g_pTallies, KovaKeyOfText(wanted.szSessionId), IsWanted, &wanted));
 }
 
 KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
@@ -38,10 +51,31 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
         return nullptr;
     pTally->pStream = pStream;
     KovaTextCopy(pTally->szSessionId, sizeof(pTally->szSessionId), szSessionId);
-    if (KovaListPush(&g_pTallies, pTally))
+    if (KovaKeyedPush(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally))
         return pTally;
     free(pTally);
     return nullptr;
+}
+
+KovaSessionTally *FindOrMake(const void *pStream, const char *szSessionId)
+{
+    KovaSessionTally *pTally = FindTally({pStream, szSessionId});
+    return pTally != nullptr ? pTally : MakeTally(pStream, szSessionId);
+}
+
+void FreeUnused(KovaSessionTally *pTally)
+{
+    if (pTally->nClients != 0 || pTally->nHolders != 0)
+        return;
+    KovaKeyedTake(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
+    free(pTally);
+}
+
+bool Take(KovaSessionTally *pTally)
+{
+    const bool bFirst = !pTally->bTaken;
+    pTally->bTaken = true;
+    return bFirst;
 }
 
 } // namespace
@@ -49,9 +83,7 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
 KovaSessionTally *KovaSessionTallyJoin(const void *pStream, const char *szSessionId)
 {
     const KovaMutexLock lock(&g_tallyMutex);
-    KovaSessionTally *pTally = FindTally(pStream, szSessionId);
-    if (pTally == nullptr)
-        pTally = MakeTally(pStream, szSessionId);
+    KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
     if (pTally != nullptr)
         pTally->nClients++;
     return pTally;
@@ -62,10 +94,35 @@ void KovaSessionTallyLeave(KovaSessionTally *pTally)
     if (pTally == nullptr)
         return;
     const KovaMutexLock lock(&g_tallyMutex);
-    if (--pTally->nClients != 0)
+    pTally->nClients--;
+    FreeUnused(pTally);
+}
+
+KovaSessionTally *KovaSessionTallyHold(const void *pStream, const char *szSessionId)
+{
+    const KovaMutexLock lock(&g_tallyMutex);
+    KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
+    if (pTally != nullptr)
+        pTally->nHolders++;
+    return pTally;
+}
+
+void KovaSessionTallyRelease(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
         return;
-    KovaListTake(&g_pTallies, nullptr, pTally);
-    free(pTally);
+    const KovaMutexLock lock(&g_tallyMutex);
+    pTally->nHolders--;
+    FreeUnused(pTally);
+}
+
+void KovaSessionTallyRaised(KovaSessionTally *pTally)
+{
+    if (pTally == nullptr)
+        return;
+    const KovaMutexLock lock(&g_tallyMutex);
+    pTally->bRaised = true;
+    pTally->bTaken = false;
 }
 
 bool KovaSessionTallyTake(KovaSessionTally *pTally)
@@ -73,17 +130,30 @@ bool KovaSessionTallyTake(KovaSessionTally *pTally)
     if (pTally == nullptr)
         return true;
     const KovaMutexLock lock(&g_tallyMutex);
-    const bool bFirst = !pTally->bTaken;
-    pTally->bTaken = true;
-    return bFirst;
+    return Take(pTally);
+}
+
+bool KovaSessionTallyTakePlaying(KovaSessionTally *pTally, bool bPlays)
+{
+    if (pTally == nullptr)
+        return bPlays;
+    const KovaMutexLock lock(&g_tallyMutex);
+    return (bPlays || pTally->bRaised) && Take(pTally);
+}
+
+bool KovaSessionTallyLeaveLast(KovaSessionTally *pTally, bool bPlays)
+{
+    if (pTally == nullptr)
+        return bPlays;
+    const KovaMutexLock lock(&g_tallyMutex);
+    const bool bLast = --pTally->nClients == 0;
+    const bool bTakes = bLast && (bPlays || pTally->bRaised) && Take(pTally);
+    FreeUnused(pTally);
+    return bTakes;
 }
 
 bool KovaSessionTallyExists(const char *szSessionId)
 {
     const KovaMutexLock lock(&g_tallyMutex);
-    for (KovaList *pNode = g_pTallies; pNode != nullptr; pNode = pNode->next) {
-        if (strcmp(static_cast<KovaSessionTally *>(pNode->data)->szSessionId, szSessionId) == 0)
-            return true;
-    }
-    return false;
+    return FindTally({nullptr, szSessionId}) != nullptr;
 }

@@ -1,7 +1,7 @@
 #include "rtp/tcp_channel.h"
 
 #include "foundation/heap.h"
-#include "foundation/list.h"
+#include "foundation/keyed_list.h"
 #include "foundation/scope_guard.h"
 
 #include <netinet/in.h>
@@ -20,7 +20,8 @@ struct KovaTcpChannel {
     std::atomic<int> *pSocket; // the socket field; nGone once its owner has left
     std::atomic<int> nGone{-1};
     KovaList *pReferences; // of std::atomic<int *>, all pointing at pSocket
-    uint8_t *pTail;        // rest of a frame that was begun; null when none is
+    KovaKeyedList referenceKeys;
+    uint8_t *pTail; // rest of a frame that was begun; null when none is
     size_t nTailSize;
     size_t nTailSent;
     uint32_t nFrame; // number of the frame that pTail ends
@@ -34,21 +35,33 @@ namespace {
 static_assert(sizeof(std::atomic<int>) == sizeof(int), "a socket field is one plain int");
 static_assert(alignof(std::atomic<int>) == alignof(int), "a socket field is one plain int");
 
-constexpr unsigned kSendTimeoutMilliseconds = 10000;
+constexpr int kSendTimeoutMilliseconds = 10000;
+constexpr int kKeepAliveIdleSeconds = 30;
+constexpr int kKeepAliveIntervalSeconds = 10;
+constexpr int kKeepAliveProbes = 3;
 constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
-/// Channels by the address of their socket field.
+/// Channels by the address of their socket field, which they all still have.
 pthread_mutex_t g_registryMutex = PTHREAD_MUTEX_INITIALIZER;
 KovaList *g_pChannels = nullptr;
+KovaKeyedList g_channelKeys;
+
+bool HasSocket(const void *pData, const void *pSocket)
+{
+    return static_cast<const KovaTcpChannel *>(pData)->pSocket == pSocket;
+}
 
 KovaTcpChannel *FindChannel(const std::atomic<int> *pSocket)
 {
-    for (KovaList *pNode = g_pChannels; pNode != nullptr; pNode = pNode->next) {
-        KovaTcpChannel *pChannel = static_cast<KovaTcpChannel *>(pNode->data);
-        if (pChannel->pSocket == pSocket)
-            return pChannel;
-    }
-    return nullptr;
+    return static_cast<KovaTcpChannel *>(
+        KovaKeyedFind(&g_channelKeys, g_pChannels, KovaKeyOfAddress(pSocket), HasSocket, pSocket));
+}
+
+/// Nobody finds the channel any more.
+void Unregister(KovaTcpChannel *pChannel)
+{
+    if (pChannel->pSocket != &pChannel->nGone)
+        KovaKeyedTake(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pChannel->pSocket), pChannel);
 }
 
 KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
@@ -58,11 +71,17 @@ KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
         return nullptr;
     pChannel->pSocket = pSocket;
     pthread_mutex_init(&pChannel->mutex, nullptr);
-    if (KovaListPush(&g_pChannels, pChannel))
+    if (KovaKeyedPush(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pSocket), pChannel))
         return pChannel;
     pthread_mutex_destroy(&pChannel->mutex);
     free(pChannel);
     return nullptr;
+}
+
+/// What the system does not have, it refuses: the connection works without.
+void SetOption(int nSocket, int nLevel, int nName, int nValue)
+{
+    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
 }
 
 /// Leaves errno as it is: it tells why the tail is dropped.
@@ -203,7 +222,7 @@ void KovaTcpChannelLeave(KovaTcpChannel *pChannel)
     KovaMutexLock lock(&g_registryMutex);
     if (--pChannel->nUsers != 0)
         return;
-    KovaListTake(&g_pChannels, nullptr, pChannel);
+    Unregister(pChannel);
     lock.Unlock();
     DropTail(pChannel);
     pthread_mutex_destroy(&pChannel->mutex);
@@ -214,13 +233,15 @@ bool KovaTcpChannelFollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppRefere
 {
     const KovaMutexLock lock(&pChannel->mutex);
     ppReference->store(reinterpret_cast<int *>(pChannel->pSocket));
-    return KovaListPush(&pChannel->pReferences, ppReference);
+    return KovaKeyedPush(&pChannel->referenceKeys, &pChannel->pReferences,
+                         KovaKeyOfAddress(ppReference), ppReference);
 }
 
 void KovaTcpChannelUnfollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
 {
     const KovaMutexLock lock(&pChannel->mutex);
-    KovaListTake(&pChannel->pReferences, nullptr, ppReference);
+    KovaKeyedTake(&pChannel->referenceKeys, &pChannel->pReferences, KovaKeyOfAddress(ppReference),
+                  ppReference);
 }
 
 void KovaTcpChannelAbandon(KovaTcpChannel *pChannel)
@@ -228,6 +249,7 @@ void KovaTcpChannelAbandon(KovaTcpChannel *pChannel)
     const KovaMutexLock registryLock(&g_registryMutex);
     const KovaMutexLock lock(&pChannel->mutex);
     CloseLocked(pChannel);
+    Unregister(pChannel);
     pChannel->pSocket = &pChannel->nGone;
     for (KovaList *pNode = pChannel->pReferences; pNode != nullptr; pNode = pNode->next)
         static_cast<std::atomic<int *> *>(pNode->data)
@@ -307,12 +329,22 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
         shutdown(nSocket, SHUT_RD);
 }
 
-void KovaTcpSetSendTimeout(int nSocket)
+void KovaTcpSetKeepAlive(int nSocket)
+{
+    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+}
+
+void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
 {
 #ifdef TCP_USER_TIMEOUT
-    const unsigned nTimeout = kSendTimeoutMilliseconds;
-    setsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nTimeout, sizeof(nTimeout));
+    const KovaMutexLock lock(&pChannel->mutex);
+    const int nSocket = pChannel->pSocket->load();
+    if (nSocket > 0)
+        SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);
 #else
-    (void)nSocket;
+    (void)pChannel;
 #endif
 }

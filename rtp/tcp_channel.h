@@ -71,7 +71,12 @@ void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds);
 /// Ends the reader's wait, also one that has not begun yet, for good.
 void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel);
 
-/// Gives an accepted connection its time-out of 10 s for unacknowledged data
-/// (TCP_USER_TIMEOUT), where the system has it: a peer that takes nothing for
-/// that long ends as a connection error.
-void KovaTcpSetSendTimeout(int nSocket);
+/// Lets the system find out when an accepted connection's peer is gone: after 30 s
+/// of silence it asks every 10 s, and the third lost answer ends the connection.
+void KovaTcpSetKeepAlive(int nSocket);
+
+/// Gives the connection its time-out of 10 s for unacknowledged data
+/// (TCP_USER_TIMEOUT), where the system has it: a peer that takes nothing for that
+/// long ends as a connection error. It overrides the count of lost answers, so
+/// only a connection that carries media has it. May be called again.
+void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel);

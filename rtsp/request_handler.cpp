@@ -73,12 +73,19 @@ int32_t CheckCSeq(Request *pRequest)
     return kGoOn;
 }
 
+/// An id that no session has may be as long as the request.
+void PrintSessionId(std::string_view id)
+{
+    char szShown[kRequestSize + 1];
+    printf("Session Id: %s\n", KovaTextPrintable(szShown, sizeof(szShown), id));
+}
+
 int32_t CheckSession(Request *pRequest)
 {
     std::string_view id;
     if (!KovaRequestScanSession(&pRequest->scan, &id))
         return kGoOn;
-    printf("Session Id: %.*s\n", static_cast<int>(id.size()), id.data());
+    PrintSessionId(id);
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     if (id.size() >= sizeof(pInfo->szSessionId))
         return kStatusSessionNotFound;
@@ -166,26 +173,24 @@ void TakeClient(Request *pRequest)
         pRequest->bPortsOpened = false;
 }
 
-/// A request whose clients are to go, and whether it counted them.
-struct Drop {
-    const Request *pRequest;
-    bool bCounted;
-};
-
-void DropClients(void *pContext)
+void TakeBackSetup(void *pContext)
 {
-    const Drop *pDrop = static_cast<Drop *>(pContext);
-    const KovaRtspRequestInfo &info = pDrop->pRequest->info;
-    KovaStreamDropSession(pDrop->pRequest->pServer, info.szUri, info.szSessionId, pDrop->bCounted);
+    const Request *pRequest = static_cast<Request *>(pContext);
+    KovaStreamDropSession(pRequest->pServer, pRequest->info.szUri, pRequest->info.szSessionId);
+}
+
+void TakeBackPlay(void *pContext)
+{
+    KovaStreamTakeBackPlay(*static_cast<KovaPlay *>(pContext));
 }
 
 /// Takes back what the request did if its session has expired, or broken, since
 /// the request was checked.
-void DropIfSessionEnded(const Request *pRequest, bool bCounted)
+void IfSessionEnded(const Request *pRequest, void (*pfnTakeBack)(void *), void *pContext)
 {
-    Drop drop = {pRequest, bCounted};
     if (pRequest->info.szSessionId[0] != '\0')
-        KovaServerIfSessionEnded(pRequest->pServer, pRequest->info.szSessionId, DropClients, &drop);
+        KovaServerIfSessionEnded(pRequest->pServer, pRequest->info.szSessionId, pfnTakeBack,
+                                 pContext);
 }
 
 int32_t DoSetup(Request *pRequest)
@@ -203,7 +208,7 @@ int32_t DoSetup(Request *pRequest)
     // Without a session nothing would ever end the client.
     if (bHasSession) {
         TakeClient(pRequest);
-        DropIfSessionEnded(pRequest, false);
+        IfSessionEnded(pRequest, TakeBackSetup, pRequest);
     }
     CloseLeftPorts(pRequest);
     RequestSetupResponse(pRequest->pHandler, *pInfo);
@@ -213,16 +218,19 @@ int32_t DoSetup(Request *pRequest)
 void DoPlay(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
-    UpdateRtpClientStatus(pRequest->pServer, pInfo->szUri, pInfo->szSessionId);
+    KovaPlay play = KovaStreamBeginPlay(pRequest->pServer, pInfo->szUri, pInfo->szSessionId);
     GetTrackIdList(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, &pInfo->pTrackList);
-    DropIfSessionEnded(pRequest, true);
+    IfSessionEnded(pRequest, TakeBackPlay, &play);
+    KovaStreamFinishPlay(play);
     RequestPlayResponse(pRequest->pHandler, *pInfo);
 }
 
 void DoGetParameter(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
-    TimeLog(kLogThread, "%s, UpdateSession: %s\n", "HandleRtspRequest", info.szSessionId);
+    char szShown[kSessionIdSize];
+    TimeLog(kLogThread, "%s, UpdateSession: %s\n", "HandleRtspRequest",
+            KovaTextPrintable(szShown, sizeof(szShown), info.szSessionId));
     KovaRtspServerUpdateSession(pRequest->pServer, info.szSessionId);
     RequestGetParameterResponse(pRequest->pHandler, info);
 }

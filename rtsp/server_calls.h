@@ -22,8 +22,8 @@ KOVA_API int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSessi
 
 /// Appends a session under an id that no other one has: as long as its id is
 /// taken, another is drawn into the session and into szSessionId
-/// (kSessionIdSize bytes). One step, because connections reseed the generator
-/// with the second and so draw the same ids. 0; 1 without memory.
+/// (kSessionIdSize bytes), not from rand(). One step, because connections reseed
+/// that with the second and so draw the same ids. 0; 1 without memory.
 int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSession,
                                    char *szSessionId);
 

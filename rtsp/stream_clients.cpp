@@ -3,6 +3,7 @@
 #include "foundation/heap.h"
 #include "foundation/result.h"
 #include "foundation/scope_guard.h"
+#include "rtp/session_tally.h"
 #include "rtp/stream_calls.h"
 #include "rtsp/server_calls.h"
 #include "streamer/client_walk.h"
@@ -47,6 +48,12 @@ bool MarkPlaying(const KovaClientVisit &visit, void *)
 {
     visit.pClient->nState = kClientPlaying;
     return false;
+}
+
+bool CountOutAndRemove(const KovaClientVisit &visit, void *)
+{
+    KovaVisitCountOut(visit);
+    return true;
 }
 
 bool AppendTrack(const KovaClientVisit &visit, void *pContext)
@@ -121,28 +128,48 @@ int32_t RemoveRtpClient(KovaRtspServer *pServer, const char *szUri, const char *
     return WalkSession(pinned.Get(), szSessionId, KovaVisitRemoveClient, &bCounted);
 }
 
-void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId,
-                           bool bCounted)
+void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId)
 {
     const PinnedStreamer pinned(pServer, szUri);
-    if (pinned.Get() == nullptr)
+    if (pinned.Get() != nullptr)
+        WalkSession(pinned.Get(), szSessionId, CountOutAndRemove, nullptr);
+}
+
+KovaPlay KovaStreamBeginPlay(KovaRtspServer *pServer, const char *szUri, const char *szSessionId)
+{
+    const KovaPlay play = {KovaServerPinStreamer(pServer, szUri), nullptr, szSessionId};
+    if (play.pStreamer == nullptr)
+        return play;
+    KovaSessionTally *pTally = KovaSessionTallyHold(play.pStreamer, szSessionId);
+    play.pStreamer->nClientCount++;
+    // Before any client plays: from then on its sending thread may find it lost.
+    KovaSessionTallyRaised(pTally);
+    WalkSession(play.pStreamer, szSessionId, MarkPlaying, nullptr);
+    return {play.pStreamer, pTally, szSessionId};
+}
+
+void KovaStreamTakeBackPlay(const KovaPlay &play)
+{
+    if (play.pStreamer == nullptr)
         return;
-    // Only the first client met lowers the count; with none counted, no one does.
-    bool bDone = !bCounted;
-    WalkSession(pinned.Get(), szSessionId, KovaVisitRemoveClient, &bDone);
-    if (!bDone)
-        pinned.Get()->nClientCount--;
+    WalkSession(play.pStreamer, play.szSessionId, CountOutAndRemove, nullptr);
+    if (KovaSessionTallyTake(play.pTally))
+        play.pStreamer->nClientCount--;
+}
+
+void KovaStreamFinishPlay(const KovaPlay &play)
+{
+    KovaSessionTallyRelease(play.pTally);
+    KovaStreamerUnpin(play.pStreamer);
 }
 
 int32_t UpdateRtpClientStatus(KovaRtspServer *pServer, const char *szUri, const char *szSessionId)
 {
     if (pServer == nullptr || szUri == nullptr || szSessionId == nullptr)
         return KOVA_RESULT_NULL;
-    const PinnedStreamer pinned(pServer, szUri);
-    if (pinned.Get() == nullptr)
-        return KOVA_RESULT_FAILED;
-    pinned.Get()->nClientCount++;
-    return WalkSession(pinned.Get(), szSessionId, MarkPlaying, nullptr);
+    const KovaPlay play = KovaStreamBeginPlay(pServer, szUri, szSessionId);
+    KovaStreamFinishPlay(play);
+    return play.pStreamer != nullptr ? KOVA_RESULT_OK : KOVA_RESULT_FAILED;
 }
 
 int32_t GetTrackIdList(KovaRtspServer *pServer, const char *szUri, const char *szSessionId,

@@ -10,10 +10,13 @@
 #include <cstdint>
 
 struct KovaRtspServer;
+struct KovaRtspStreamer;
+struct KovaSessionTally;
 
 /// What requests do with a stream and its RTP clients. Results, where there are
 /// any: 0; 1 stream (or packer) not found; 2 a null argument. Request threads;
-/// no lock held, but for mtxSession around KovaStreamDropSession.
+/// no lock held, but for mtxSession around KovaStreamDropSession and
+/// KovaStreamTakeBackPlay.
 
 /// Everything that makes an RTP client out of a SETUP.
 struct KovaClientSetup {
@@ -46,11 +49,28 @@ KOVA_API void AddNewRtpClient(KovaRtspServer *pServer, const char *szUri, int32_
 KOVA_API int32_t RemoveRtpClient(KovaRtspServer *pServer, const char *szUri,
                                  const char *szSessionId);
 
-/// Takes back what a SETUP or a PLAY did for a session that ended in the middle
-/// of it: removes the session's clients; if there is none and bCounted, lowers
-/// the count that the request has raised.
-void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId,
-                           bool bCounted);
+/// Takes back what a SETUP did for a session that ended in the middle of it:
+/// removes the session's clients, and counts it out if it plays and nobody did so.
+void KovaStreamDropSession(KovaRtspServer *pServer, const char *szUri, const char *szSessionId);
+
+/// A PLAY on its way. The stream is pinned and the session's tally held, so that
+/// the count that it raises is lowered by one only, whoever finds out first that
+/// the session has ended.
+struct KovaPlay {
+    KovaRtspStreamer *pStreamer; ///< null: no such stream
+    KovaSessionTally *pTally;
+    const char *szSessionId; ///< the caller's
+};
+
+/// Does what UpdateRtpClientStatus does. Followed by KovaStreamFinishPlay().
+KovaPlay KovaStreamBeginPlay(KovaRtspServer *pServer, const char *szUri, const char *szSessionId);
+
+/// Takes it back, for a session that has ended since: removes the session's
+/// clients, and lowers the count unless somebody did.
+void KovaStreamTakeBackPlay(const KovaPlay &play);
+
+/// Lets the stream and the tally go.
+void KovaStreamFinishPlay(const KovaPlay &play);
 
 /// Raises the stream's client count by one, then marks every client of the
 /// session playing.

@@ -14,6 +14,19 @@ bool IsClaimed(const KovaRtspServerHandler *pHandler)
     return nState == kThreadStopRequested || nState == kThreadStopped;
 }
 
+/// Appends and unlinks, under mtxHandler.
+bool Register(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    return KovaKeyedPush(&pServer->handlerKeys, &pServer->pHandlerList, KovaKeyOfAddress(pHandler),
+                         pHandler);
+}
+
+void Unlink(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+{
+    KovaKeyedTake(&pServer->handlerKeys, &pServer->pHandlerList, KovaKeyOfAddress(pHandler),
+                  pHandler);
+}
+
 } // namespace
 
 int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
@@ -21,17 +34,17 @@ int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHa
     if (pServer == nullptr || pHandler == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxHandler);
-    return KovaListPush(&pServer->pHandlerList, pHandler) ? KOVA_OK : KOVA_ERROR_FAILED;
+    return Register(pServer, pHandler) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
 int32_t KovaServerStartHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
 {
     const KovaMutexLock lock(&pServer->mtxHandler);
-    if (!KovaListPush(&pServer->pHandlerList, pHandler))
+    if (!Register(pServer, pHandler))
         return KOVA_ERROR_FAILED;
     const int32_t nResult = KovaRtspServerHandlerStart(pHandler);
     if (nResult != KOVA_OK)
-        KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+        Unlink(pServer, pHandler);
     return nResult;
 }
 
@@ -40,7 +53,7 @@ int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer, KovaRtspServe
     if (pServer == nullptr || pHandler == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxHandler);
-    KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+    Unlink(pServer, pHandler);
     return KOVA_OK;
 }
 
@@ -51,7 +64,7 @@ void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer)
     const KovaMutexLock lock(&pServer->mtxHandler);
     while (pServer->pHandlerList != nullptr) {
         KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(
-            KovaListTakeFirst(&pServer->pHandlerList, nullptr));
+            KovaKeyedTakeFirst(&pServer->handlerKeys, &pServer->pHandlerList));
         KovaRtspServerHandlerStop(pHandler);
         KovaRtspServerHandlerDestroy(pHandler);
     }
@@ -82,7 +95,7 @@ bool KovaServerReleaseHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pH
         }
         const bool bOwn = !IsClaimed(pHandler);
         if (bOwn)
-            KovaListTake(&pServer->pHandlerList, nullptr, pHandler);
+            Unlink(pServer, pHandler);
         pthread_mutex_unlock(&pServer->mtxHandler);
         return bOwn;
     }

@@ -55,13 +55,13 @@ enum {
     KOVA_ERROR_FAILED = 1,     /* not found, or could not be made */
     KOVA_ERROR_NULL = 2,       /* a required argument is null, or an unknown status type */
     KOVA_ERROR_CREATE = 4,     /* KovaRtspServerInit: the server could not be made */
-    KOVA_ERROR_NO_SESSION = 5, /* no session has that id */
+    KOVA_ERROR_NO_SESSION = 5, /* used inside the library; no call below returns it */
     KOVA_ERROR_SOCKET = 7,     /* socket() failed */
     KOVA_ERROR_SETSOCKOPT = 8, /* setsockopt(SO_REUSEADDR) failed */
-    KOVA_ERROR_BIND = 9,       /* bind() failed: the port is taken, or the address is not ours */
+    KOVA_ERROR_BIND = 9,       /* bind() failed: port taken, no permission, or not our address */
     KOVA_ERROR_LISTEN = 10,    /* listen() failed */
-    KOVA_ERROR_THREAD = 11,    /* a service thread could not be created */
-    KOVA_ERROR_OVERFLOW = 12,  /* a stream's input ring had no room */
+    KOVA_ERROR_THREAD = 11,    /* KovaRtspServerStart: a service thread could not be created */
+    KOVA_ERROR_OVERFLOW = 12,  /* used inside the library; no call below returns it */
     KOVA_ERROR_PUSH = -1       /* KovaRtspServerPushData: null stream or null data */
 };
 
@@ -118,7 +118,7 @@ typedef struct KovaRtspStatus {
     uint32_t nType; /* set by the caller: one of KOVA_STATUS_* */
     union {
         int32_t nClientCount;     /* KOVA_STATUS_CLIENT_COUNT */
-        uint32_t nBitrateWord[2]; /* KOVA_STATUS_BITRATE: kbit/s, 64 bits, low word first */
+        uint32_t nBitrateWord[2]; /* KOVA_STATUS_BITRATE: in 1024 bit/s, 64 bits, low word first */
         uint32_t nStreamStatus;   /* KOVA_STATUS_STREAM: one of KOVA_STREAM_* */
     } value;
 } KovaRtspStatus;

@@ -50,9 +50,9 @@ bool AcceptOnce(KovaRtspServer *pServer, socklen_t *pLength, bool *pHoldsZero)
 {
     sockaddr_in peer = {};
     const int nSocket =
-        accept(pServer->nListenSocket, reinterpret_cast<sockaddr *>(&peer), pLength);
+        accept4(pServer->nListenSocket, reinterpret_cast<sockaddr *>(&peer), pLength, SOCK_CLOEXEC);
     if (nSocket > 0) {
-        KovaTcpSetSendTimeout(nSocket);
+        KovaTcpSetKeepAlive(nSocket);
         AddNewRtspHandler(pServer, nSocket, peer);
         usleep(kPollMicroseconds);
         return true;

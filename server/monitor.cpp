@@ -3,8 +3,10 @@
 #include "foundation/clock.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
+#include "foundation/text.h"
 #include "server/server.h"
 #include "server/session_end.h"
+#include "server/session_registry.h"
 #include "streamer/client_walk.h"
 
 #include <unistd.h>
@@ -30,10 +32,12 @@ bool IsExpired(const KovaRtspSession *pSession)
 
 void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
-    printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName, pSession->szSessionId);
+    char szShown[kSessionIdSize];
+    printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName,
+           KovaTextPrintable(szShown, sizeof(szShown), pSession->szSessionId));
     KovaRtspServerRemoveRtpClient(pServer, pSession->szSessionId);
     printf("%s, KovaRtspServerRemoveRtpClient Finish !!!\n", kThreadName);
-    KovaListTake(&pServer->pSessionList, nullptr, pSession);
+    KovaServerUnlinkSession(pServer, pSession);
     KovaRtspSessionDestroy(pSession);
 }
 

@@ -33,12 +33,14 @@ constexpr int kBacklog = 128;
 constexpr uint32_t kInitialLogLevel = kLogOverflow;
 
 /// A TCP socket that is not descriptor 0: that one would never be closed again.
+/// Like every descriptor made here it stays out of the programs that the host
+/// starts: one of them that outlives the host would keep the port.
 int OpenSocket()
 {
-    const int nSocket = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
     if (nSocket != 0)
         return nSocket;
-    const int nHigher = fcntl(nSocket, F_DUPFD, 1);
+    const int nHigher = fcntl(nSocket, F_DUPFD_CLOEXEC, 1);
     close(nSocket);
     return nHigher;
 }

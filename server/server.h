@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/export.h"
+#include "foundation/keyed_list.h"
 #include "foundation/list.h"
 #include "foundation/thread.h"
 #include "rtsp/connection_handler.h"
@@ -37,6 +38,8 @@ struct KovaRtspServer {
     pthread_mutex_t mtxStreamer;
 
     pthread_mutex_t mtxListen; ///< held while the listening socket is closed or woken
+    KovaKeyedList handlerKeys; ///< of pHandlerList, by address; guarded by mtxHandler
+    KovaKeyedList sessionKeys; ///< of pSessionList, by id; guarded by mtxSession
 };
 
 /// Closes the listening socket if its descriptor is above 0.

@@ -1,7 +1,6 @@
 #include "server/session_end.h"
 
 #include "foundation/scope_guard.h"
-#include "rtp/session_tally.h"
 #include "rtsp/server_calls.h"
 #include "server/server.h"
 #include "server/session_registry.h"
@@ -11,14 +10,6 @@ namespace {
 
 /// A stray gets no packets that would tell it after so many passes.
 constexpr uint32_t kStrayPasses = 3;
-
-/// Lowers the stream's count for a client's session, unless it did not play or
-/// was counted out there before.
-void CountOut(const KovaClientVisit &visit)
-{
-    if (visit.pClient->nState != kClientSetUp && KovaSessionTallyTake(visit.pClient->pTally))
-        visit.pStreamer->nClientCount--;
-}
 
 /// Removes a client whose session has ended; pContext says whether because its
 /// connection was lost.
@@ -30,7 +21,7 @@ bool RemoveStray(const KovaClientVisit &visit, void *pContext)
         pClient->nStrayPasses = 1;
         return false;
     }
-    CountOut(visit);
+    KovaVisitCountOut(visit);
     return true;
 }
 
@@ -81,7 +72,7 @@ bool KovaStrayIsDue(const KovaClientVisit &visit)
     KovaRtpClient *pClient = visit.pClient;
     if (pClient->nStrayPasses == 0 || ++pClient->nStrayPasses <= kStrayPasses)
         return false;
-    CountOut(visit);
+    KovaVisitCountOut(visit);
     return true;
 }
 

@@ -6,55 +6,73 @@
 #include "rtp/session_tally.h"
 #include "rtsp/server_calls.h"
 
+#include <atomic>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
 /// Seconds that a refresh grants beyond the session's time-out.
 constexpr int32_t kRefreshGrace = 30;
 
-/// Draws before ids are counted up instead: a generator that only repeats
-/// itself must not keep a SETUP for ever.
-constexpr unsigned kMostDraws = 2000;
+/// Redraws of all servers. Coarse clocks show many of them the same time, and each
+/// is to begin elsewhere.
+std::atomic<uint32_t> g_nRedraws{0};
 
-/// The next id in decimal counting, from 99999999999 on to 00000000000.
-void CountUp(char *szSessionId)
+/// Draws an id without rand(). Connections seed that with the second, so whoever
+/// meets a taken id there would meet those of all players of that second.
+void Redraw(char *szSessionId)
 {
-    for (unsigned nIndex = kSessionIdSize - 1; nIndex > 0; nIndex--) {
-        char *pDigit = &szSessionId[nIndex - 1];
-        if (*pDigit < '9') {
-            ++*pDigit;
-            return;
-        }
-        *pDigit = '0';
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    uint64_t nState = (static_cast<uint64_t>(++g_nRedraws) << 32) ^
+                      (static_cast<uint64_t>(now.tv_sec) * 1000000000U) ^
+                      static_cast<uint64_t>(now.tv_nsec);
+    for (unsigned nIndex = 0; nIndex < kSessionIdSize - 1; nIndex++) {
+        nState = nState * 6364136223846793005U + 1442695040888963407U; // Knuth's MMIX
+        szSessionId[nIndex] = static_cast<char>('0' + static_cast<uint32_t>(nState >> 33) % 10U);
     }
+    szSessionId[kSessionIdSize - 1] = '\0';
 }
 
 /// Under mtxSession: gives the session an id that nobody has. Nor may a client
 /// of a session that has just ended have it: connections of one second draw the
 /// same ids, and that client's end would end the new session.
-void MakeUnique(const KovaRtspServer *pServer, KovaRtspSession *pSession)
+void MakeUnique(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
-    unsigned nDraws = 0;
     while (KovaServerFindSession(pServer, pSession->szSessionId) != nullptr ||
-           KovaSessionTallyExists(pSession->szSessionId)) {
-        if (nDraws++ < kMostDraws)
-            GenerateSessionId(pSession->szSessionId);
-        else
-            CountUp(pSession->szSessionId);
-    }
+           KovaSessionTallyExists(pSession->szSessionId))
+        Redraw(pSession->szSessionId);
+}
+
+bool HasId(const void *pData, const void *pWanted)
+{
+    return strcmp(static_cast<const KovaRtspSession *>(pData)->szSessionId,
+                  static_cast<const char *>(pWanted)) == 0;
+}
+
+/// Under mtxSession.
+int32_t Register(KovaRtspServer *pServer, KovaRtspSession *pSession)
+{
+    return KovaKeyedPush(&pServer->sessionKeys, &pServer->pSessionList,
+                         KovaKeyOfText(pSession->szSessionId), pSession)
+               ? KOVA_OK
+               : KOVA_ERROR_FAILED;
 }
 
 } // namespace
 
-KovaRtspSession *KovaServerFindSession(const KovaRtspServer *pServer, const char *szSessionId)
+KovaRtspSession *KovaServerFindSession(KovaRtspServer *pServer, const char *szSessionId)
 {
-    for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspSession *pSession = static_cast<KovaRtspSession *>(pNode->data);
-        if (pSession != nullptr && strcmp(pSession->szSessionId, szSessionId) == 0)
-            return pSession;
-    }
-    return nullptr;
+    return static_cast<KovaRtspSession *>(
+        KovaKeyedFind(&pServer->sessionKeys, pServer->pSessionList, KovaKeyOfText(szSessionId),
+                      HasId, szSessionId));
+}
+
+void KovaServerUnlinkSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
+{
+    KovaKeyedTake(&pServer->sessionKeys, &pServer->pSessionList,
+                  KovaKeyOfText(pSession->szSessionId), pSession);
 }
 
 int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
@@ -62,7 +80,7 @@ int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSession *pSess
     if (pServer == nullptr || pSession == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxSession);
-    return KovaListPush(&pServer->pSessionList, pSession) ? KOVA_OK : KOVA_ERROR_FAILED;
+    return Register(pServer, pSession);
 }
 
 int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSession,
@@ -71,7 +89,7 @@ int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSe
     const KovaMutexLock lock(&pServer->mtxSession);
     MakeUnique(pServer, pSession);
     KovaTextCopy(szSessionId, kSessionIdSize, pSession->szSessionId);
-    return KovaListPush(&pServer->pSessionList, pSession) ? KOVA_OK : KOVA_ERROR_FAILED;
+    return Register(pServer, pSession);
 }
 
 int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
@@ -79,7 +97,7 @@ int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSession *pS
     if (pServer == nullptr || pSession == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxSession);
-    KovaListTake(&pServer->pSessionList, nullptr, pSession);
+    KovaServerUnlinkSession(pServer, pSession);
     return KOVA_OK;
 }
 
@@ -89,8 +107,8 @@ void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer)
         return;
     const KovaMutexLock lock(&pServer->mtxSession);
     while (pServer->pSessionList != nullptr)
-        KovaRtspSessionDestroy(
-            static_cast<KovaRtspSession *>(KovaListTakeFirst(&pServer->pSessionList, nullptr)));
+        KovaRtspSessionDestroy(static_cast<KovaRtspSession *>(
+            KovaKeyedTakeFirst(&pServer->sessionKeys, &pServer->pSessionList)));
 }
 
 KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,
@@ -125,7 +143,7 @@ KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSe
 {
     KovaRtspSession *pSession = KovaServerFindSession(pServer, szSessionId);
     if (pSession != nullptr)
-        KovaListTake(&pServer->pSessionList, nullptr, pSession);
+        KovaServerUnlinkSession(pServer, pSession);
     return pSession;
 }
 

@@ -12,7 +12,10 @@ KOVA_API int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSe
 KOVA_API void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer);
 
 /// The first session with that id, or null. The caller holds mtxSession.
-KovaRtspSession *KovaServerFindSession(const KovaRtspServer *pServer, const char *szSessionId);
+KovaRtspSession *KovaServerFindSession(KovaRtspServer *pServer, const char *szSessionId);
+
+/// Unlinks a session without destroying it. The caller holds mtxSession.
+void KovaServerUnlinkSession(KovaRtspServer *pServer, KovaRtspSession *pSession);
 
 /// Unlinks the session with that id; null when there is none. The caller holds
 /// mtxSession, and destroys the session.

@@ -87,6 +87,13 @@ bool KovaVisitRemoveClient(const KovaClientVisit &visit, void *pContext)
     return true;
 }
 
+void KovaVisitCountOut(const KovaClientVisit &visit)
+{
+    const KovaRtpClient *pClient = visit.pClient;
+    if (KovaSessionTallyTakePlaying(pClient->pTally, pClient->nState != kClientSetUp))
+        visit.pStreamer->nClientCount--;
+}
+
 void KovaWalkTrace(const char *szTrace, const char *szStep, const char *szLevel)
 {
     if (szTrace != nullptr)

@@ -39,5 +39,9 @@ void KovaStreamerWalkSession(KovaRtspStreamer *pStreamer, const char *szSessionI
 /// already, lowers its stream's client count.
 bool KovaVisitRemoveClient(const KovaClientVisit &visit, void *pContext);
 
+/// Lowers the stream's client count for a client's session, unless that did not
+/// play or was counted out before.
+void KovaVisitCountOut(const KovaClientVisit &visit);
+
 /// Prints a walk's line, "<name>, <Enter or Leave> <level>"; null is silent.
 void KovaWalkTrace(const char *szTrace, const char *szStep, const char *szLevel);

@@ -58,10 +58,15 @@ int32_t KovaRtspStreamerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMe
     GetNewPayloadId(pStreamer, pPayloadId);
     GetNewSSRC(&nSsrc);
     const uint32_t nPayloadId = *pPayloadId;
-    // What stands before a failure stays until the payload id is removed.
     if (!RegisterMediaInfo(pStreamer, nMediaType, nPayloadId, pDescription))
         return KOVA_RESULT_FAILED;
-    KovaRtspSdpGeneratorAddMedia(pStreamer->pSdpGenerator, nMediaType, nPayloadId, pDescription);
+    // A track that no description names would be pushed to and never be seen.
+    if (KovaRtspSdpGeneratorAddMedia(pStreamer->pSdpGenerator, nMediaType, nPayloadId,
+                                     pDescription) != KOVA_RESULT_OK) {
+        KovaRtspStreamerRemoveRtspMediaInfoByPayloadId(pStreamer, nPayloadId);
+        return KOVA_RESULT_FAILED;
+    }
+    // What stands before a later failure stays until the payload id is removed.
     if (!RegisterPacker(pStreamer, nMediaType, nPayloadId, nSsrc))
         return KOVA_RESULT_FAILED;
     KovaRtpSender *pSender = RegisterSender(pStreamer, nPayloadId);

@@ -3,6 +3,7 @@
 #include "foundation/event.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
+#include "foundation/result.h"
 #include "foundation/ring_buffer.h"
 #include "foundation/thread.h"
 #include "rtp/rtp_packer.h"
@@ -16,10 +17,6 @@
 #include <cstdint>
 
 struct KovaRtspServer;
-
-/// Storage of the two input rings, bytes.
-constexpr int32_t kAudioRingSize = 2 * 1024 * 1024;
-constexpr int32_t kVideoRingSize = 14 * 1024 * 1024;
 
 /// Values of a stream's status, set once a second by the monitor.
 enum KovaStreamStatus : uint32_t {
@@ -94,7 +91,8 @@ void KovaStreamerUnpin(KovaRtspStreamer *pStreamer);
 /// Declares a payload type: assigns the payload id, makes media info, session
 /// description entry, packer and sender, and starts the sender. 0; 1 for an
 /// unknown media type or without memory (the id is consumed, and what was
-/// registered stays); 2 for a null argument.
+/// registered stays, except a media info without its entry in the session
+/// description); 2 for a null argument.
 KOVA_API int32_t KovaRtspStreamerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMediaType,
                                                 uint32_t *pPayloadId, const void *pDescription);
 

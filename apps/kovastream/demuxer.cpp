@@ -111,6 +111,10 @@ void Demuxer::Open(double fps)
     int error = avformat_open_input(&format, name.c_str(), nullptr, &settings.dictionary);
     if (error >= 0) {
         m_format.reset(format); // a failed open has freed it
+        // Two seconds of pictures would go by in search of timestamps that raw video does not have,
+        // and what is read meanwhile stays the delay of live input.
+        if (IsRawVideo())
+            format->max_ts_probe = 0;
         error = avformat_find_stream_info(format, nullptr);
     }
     if (error < 0 && !m_stop.Requested())
@@ -192,10 +196,28 @@ Demuxer::Result Demuxer::Read(AVPacket *packet)
     return Result::End;
 }
 
+bool Demuxer::IsMp4() const
+{
+    return strstr(m_format->iformat->name, "mp4") != nullptr;
+}
+
+std::string Demuxer::WhyUnreadable() const
+{
+    const std::string what = "'" + m_input + "' cannot be read: " + ErrorText(m_error);
+    if (!IsMp4())
+        return what;
+    if (m_kind != SourceKind::Network)
+        return what + "; MP4 in a pipe has to have its index in front: name the file, or  "
+                      "ffmpeg -i IN -c copy -f mpegts - | kovastream -";
+    return what + "; from a server without ranges, MP4 has to have its index in front:  "
+                  "ffmpeg -i IN -c copy -movflags +faststart OUT.mp4  (or be fragmented: -movflags "
+                  "+frag_keyframe+empty_moov)";
+}
+
 int64_t Demuxer::DeclaredEnd() const
 {
     // Only MP4 tells each track's own length, in its header. Other formats guess or round.
-    if (m_kind != SourceKind::File || strstr(m_format->iformat->name, "mp4") == nullptr)
+    if (m_kind != SourceKind::File || !IsMp4())
         return AV_NOPTS_VALUE;
     int64_t end = AV_NOPTS_VALUE;
     for (const AVStream *stream : {m_picture, m_sound}) {

@@ -73,6 +73,8 @@ public:
     {
         return m_error;
     }
+    /// What to say when nothing at all could be read of an open input.
+    std::string WhyUnreadable() const;
     /// Where the shorter of the tracks ends by what the file itself says, microseconds;
     /// AV_NOPTS_VALUE when it does not say.
     int64_t DeclaredEnd() const;
@@ -80,6 +82,7 @@ public:
 private:
     static int Interrupted(void *stop);
     void Open(double fps);
+    bool IsMp4() const;
     std::string WhatToDo() const;
     void FindTracks(const Wish &wish);
     void CheckFirstPackets();

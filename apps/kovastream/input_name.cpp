@@ -20,6 +20,11 @@ bool Exists(const std::string &path)
     return std::filesystem::exists(path, ignored);
 }
 
+bool HasExtension(const std::string &path)
+{
+    return std::filesystem::path(path).has_extension();
+}
+
 /// The place of the "=" behind a URI; npos when the argument is an input alone. An "=" in a path
 /// or a network address does not count.
 size_t EndOfUri(const std::string &argument)
@@ -59,6 +64,14 @@ std::vector<std::string> SplitSources(const std::string &input)
         const std::string first = input.substr(0, at);
         const std::string second = input.substr(at + 1);
         if (Exists(first) && Exists(second))
+            return {first, second};
+    }
+    // One that is not there yet is waited for. Names with an end on both sides of a plus sign are
+    // two.
+    for (size_t at = input.find('+'); at != std::string::npos; at = input.find('+', at + 1)) {
+        const std::string first = input.substr(0, at);
+        const std::string second = input.substr(at + 1);
+        if (HasExtension(first) && HasExtension(second))
             return {first, second};
     }
     return {input};

@@ -13,11 +13,12 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
@@ -45,6 +46,37 @@ public:
 private:
     Streams *const m_streams;
     Stop *const m_stop;
+};
+
+/// Ends the program when all streams have ended: with the first failure, if any has failed.
+class Ended {
+public:
+    Ended(size_t running, Console *console, Stop *stop)
+        : m_running(running), m_console(console), m_stop(stop)
+    {}
+
+    /// By whatever thread.
+    void Take(const std::string &failure)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_failure.empty())
+            m_failure = failure;
+        if (--m_running > 0) {
+            if (!failure.empty())
+                m_console->Print(failure);
+        } else if (m_failure.empty()) {
+            m_stop->Request();
+        } else {
+            m_stop->Fail(m_failure);
+        }
+    }
+
+private:
+    size_t m_running;
+    Console *const m_console;
+    Stop *const m_stop;
+    std::mutex m_mutex;
+    std::string m_failure;
 };
 
 /// Reports once a second until the end is requested.
@@ -89,13 +121,10 @@ void Run(const Options &options, Stop *stop)
     for (const InputName &name : options.inputs)
         streams.push_back(std::make_unique<Stream>(name, options, &console, stop));
     Publisher publisher(options);
-    std::atomic<size_t> running{streams.size()};
+    Ended ended(streams.size(), &console, stop);
     const Joined joined(&streams, stop);
     for (const auto &stream : streams) {
-        stream->Start(&publisher, [&running, stop] {
-            if (--running == 0)
-                stop->Request();
-        });
+        stream->Start(&publisher, [&ended](const std::string &failure) { ended.Take(failure); });
     }
     Report(options, &console, streams, stop);
     if (stop->FailureText().empty())

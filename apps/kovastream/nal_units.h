@@ -6,7 +6,9 @@
 namespace kovastream {
 
 /// NAL unit types of H.264 (ITU-T H.264, table 7-1).
+constexpr int kNalSlice = 1;
 constexpr int kNalIdr = 5;
+constexpr int kNalSei = 6;
 constexpr int kNalSps = 7;
 constexpr int kNalPps = 8;
 

@@ -77,6 +77,8 @@ void Declare(CLI::App *app, Options *options, std::vector<std::string> *inputs, 
         ->capture_default_str();
     CLI::Option *loop = app->add_flag("--loop", "Begin again at the end of the input (default)");
     app->add_flag("--once", *once, "Exit when the input has ended")->excludes(loop);
+    app->add_flag("--strict", options->strict,
+                  "End at the first input that fails, instead of waiting for it");
     app->add_option("--fps", options->fps, "Pictures a second of raw video, which has no timing")
         ->check(Between(0.1, 1000, "a rate from 0.1 to 1000"))
         ->type_name("RATE");

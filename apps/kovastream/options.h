@@ -22,6 +22,7 @@ struct Options {
     uint32_t port = 8554;
     int32_t maxClients = 32;
     bool loop = true;
+    bool strict = false;
     double fps = 0;      ///< of raw video; 0: what the video says, or 25
     double duration = 0; ///< seconds; 0: no end
     uint32_t logLevel = 2;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "schedule.h"
 #include "stop.h"
 
 #include <chrono>
@@ -13,22 +14,17 @@ class Pacer {
 public:
     explicit Pacer(const Stop &stop) : m_stop(stop) {}
 
-    /// Waits until shortly before `due`. Input that comes late is not waited for; when it comes
-    /// much later than it was due, everything behind it is due that much later too. Returns false
-    /// when the end was requested.
+    /// Waits until the unit that is due at `due`, microseconds of the stream's time, may go; see
+    /// Schedule. Returns false when the end was requested.
     bool Wait(int64_t due);
 
     /// When the time `due` comes.
     std::chrono::steady_clock::time_point TimeOf(int64_t due) const;
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     const Stop &m_stop;
     mutable std::mutex m_mutex;
-    bool m_started = false;
-    Clock::time_point m_zero; ///< when the stream's time 0 was
-    int64_t m_furthest = 0;
+    Schedule m_schedule;
 };
 
 } // namespace kovastream

@@ -22,37 +22,47 @@ bool PacketOrder::IsFull() const
     return m_waiting[0].size() + m_waiting[1].size() >= kMostPackets || m_bytes >= kMostBytes;
 }
 
-int64_t PacketOrder::TimeOf(const AVPacket &packet) const
+int64_t PacketOrder::TimeOf(const AVPacket &packet)
 {
-    const AVStream &stream = packet.stream_index == m_demuxer->Picture()->index
-                                 ? *m_demuxer->Picture()
-                                 : *m_demuxer->Sound();
+    const bool picture = packet.stream_index == m_demuxer->Picture()->index;
+    const AVRational base = (picture ? m_demuxer->Picture() : m_demuxer->Sound())->time_base;
     const int64_t time = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
-    return time == AV_NOPTS_VALUE ? time : av_rescale_q(time, stream.time_base, kMicroseconds);
+    if (time == AV_NOPTS_VALUE)
+        return time;
+    const int64_t decode = av_rescale_q(time, base, kMicroseconds);
+    return decode + m_clock.Follow(picture ? TrackKind::Picture : TrackKind::Sound, decode,
+                                   av_rescale_q(packet.duration, base, kMicroseconds));
+}
+
+/// Reads until there is a packet of each track.
+void PacketOrder::ReadAhead()
+{
+    while (m_end == Demuxer::Result::Got && !IsFull() &&
+           (m_waiting[0].empty() || m_waiting[1].empty())) {
+        Packet read(Made(av_packet_alloc()));
+        m_end = m_demuxer->Read(read.get());
+        if (m_end != Demuxer::Result::Got)
+            return;
+        m_bytes += static_cast<size_t>(read->size);
+        const size_t track = read->stream_index == m_demuxer->Picture()->index ? 0 : 1;
+        const int64_t time = TimeOf(*read);
+        m_waiting[track].push_back({std::move(read), time});
+    }
 }
 
 Demuxer::Result PacketOrder::Next(AVPacket *packet)
 {
     if (!m_ordered)
         return m_demuxer->Read(packet);
-    while (m_end == Demuxer::Result::Got && !IsFull() &&
-           (m_waiting[0].empty() || m_waiting[1].empty())) {
-        Packet read(Made(av_packet_alloc()));
-        m_end = m_demuxer->Read(read.get());
-        if (m_end != Demuxer::Result::Got)
-            break;
-        m_bytes += static_cast<size_t>(read->size);
-        m_waiting[read->stream_index == m_demuxer->Picture()->index ? 0 : 1].push_back(
-            std::move(read));
-    }
+    ReadAhead();
     if (m_waiting[0].empty() && m_waiting[1].empty())
         return m_end;
     // A packet without a time, the smallest value, goes out at once.
     const bool sound =
         m_waiting[0].empty() ||
-        (!m_waiting[1].empty() && TimeOf(*m_waiting[1].front()) < TimeOf(*m_waiting[0].front()));
-    std::deque<Packet> &from = m_waiting[sound ? 1 : 0];
-    av_packet_move_ref(packet, from.front().get());
+        (!m_waiting[1].empty() && m_waiting[1].front().time < m_waiting[0].front().time);
+    std::deque<Waiting> &from = m_waiting[sound ? 1 : 0];
+    av_packet_move_ref(packet, from.front().packet.get());
     from.pop_front();
     m_bytes -= static_cast<size_t>(packet->size);
     return Demuxer::Result::Got;
@@ -60,9 +70,10 @@ Demuxer::Result PacketOrder::Next(AVPacket *packet)
 
 int64_t PacketOrder::NextPicture() const
 {
-    if (m_waiting[0].empty() || m_waiting[0].front()->pts == AV_NOPTS_VALUE)
+    if (m_waiting[0].empty() || m_waiting[0].front().packet->pts == AV_NOPTS_VALUE)
         return AV_NOPTS_VALUE;
-    return av_rescale_q(m_waiting[0].front()->pts, m_demuxer->Picture()->time_base, kMicroseconds);
+    return av_rescale_q(m_waiting[0].front().packet->pts, m_demuxer->Picture()->time_base,
+                        kMicroseconds);
 }
 
 } // namespace kovastream

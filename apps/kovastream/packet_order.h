@@ -1,6 +1,7 @@
 #pragma once
 
 #include "demuxer.h"
+#include "even_clock.h"
 
 #include <array>
 #include <deque>
@@ -8,8 +9,9 @@
 namespace kovastream {
 
 /// Reads ahead in files, so that picture and sound come in the order of their times: files may
-/// keep a second of one in front of a second of the other. Live input is passed on as it comes,
-/// since reading ahead would hold it up.
+/// keep a second of one in front of a second of the other. Where a file's clock breaks, as in one
+/// that was joined from several, the order is that of a clock without the break. Live input is
+/// passed on as it comes, since reading ahead would hold it up.
 class PacketOrder {
 public:
     explicit PacketOrder(Demuxer *demuxer);
@@ -20,12 +22,18 @@ public:
     int64_t NextPicture() const;
 
 private:
+    struct Waiting {
+        Packet packet;
+        int64_t time; ///< on the even clock; AV_NOPTS_VALUE when the packet has none
+    };
     bool IsFull() const;
-    int64_t TimeOf(const AVPacket &packet) const;
+    void ReadAhead();
+    int64_t TimeOf(const AVPacket &packet);
 
     Demuxer *const m_demuxer;
     const bool m_ordered;
-    std::array<std::deque<Packet>, 2> m_waiting; ///< picture and sound
+    EvenClock m_clock;
+    std::array<std::deque<Waiting>, 2> m_waiting; ///< picture and sound
     size_t m_bytes = 0;
     Demuxer::Result m_end = Demuxer::Result::Got;
 };

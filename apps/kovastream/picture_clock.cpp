@@ -1,5 +1,6 @@
 #include "picture_clock.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace kovastream {
@@ -17,7 +18,7 @@ constexpr int64_t kFurthest = 16;
 PictureClock::PictureClock(const AVStream &stream, double rate)
     : m_codec(Made(avcodec_alloc_context3(nullptr))),
       m_parser(Made(av_parser_init(AV_CODEC_ID_H264))), m_rate(rate),
-      m_delay(stream.codecpar->video_delay)
+      m_delay(stream.codecpar->video_delay), m_decode(0)
 {
     avcodec_parameters_to_context(m_codec.get(), stream.codecpar);
     m_parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
@@ -25,6 +26,7 @@ PictureClock::PictureClock(const AVStream &stream, double rate)
         m_rate = av_q2d(stream.avg_frame_rate);
     if (m_rate <= 0)
         m_rate = kUsualRate;
+    m_decode = At(-m_delay);
 }
 
 int64_t PictureClock::At(int64_t picture) const
@@ -51,17 +53,24 @@ int64_t PictureClock::ShownAs(const AVPacket &packet)
     // It counts fields, as a rule; few encoders count pictures.
     if (order % 2 != 0)
         m_step = 1;
-    const int64_t place = m_first + order / m_step;
-    return std::llabs(place - m_count) <= kFurthest ? place : m_count;
+    int64_t place = m_first + order / m_step;
+    if (std::llabs(place - m_count) > kFurthest)
+        place = m_count;
+    // What is shown before a picture that was decoded earlier tells how far showing lies behind.
+    if (place < m_shown)
+        m_delay = std::max(m_delay, m_count - place);
+    m_shown = std::max(m_shown, place);
+    return place;
 }
 
 PictureClock::Times PictureClock::Next(const AVPacket &packet)
 {
-    const int64_t place = m_delay > 0 ? ShownAs(packet) : m_count;
+    const int64_t shown = ShownAs(packet);
+    const int64_t place = m_delay > 0 ? shown : m_count;
     // Shown later by the delay, no picture is due before it is decoded.
-    const Times times = {At(m_count - m_delay), At(place)};
+    m_decode = std::max(m_decode, At(m_count - m_delay));
     m_count++;
-    return times;
+    return {m_decode, At(place)};
 }
 
 } // namespace kovastream

@@ -1,18 +1,23 @@
 #include "picture_track.h"
 
 #include "failure.h"
+#include "key_frames.h"
 #include "nal_units.h"
 #include "source.h"
 
-#include <algorithm>
+extern "C" {
+#include <libavutil/mem.h>
+}
+
+#include <cstring>
+#include <vector>
 
 namespace kovastream {
 
 namespace {
 
-// The first turns the length fields of MP4, MKV and FLV into start codes; the second repeats the
-// parameter sets for encoders that write them once.
-constexpr char kFilters[] = "h264_mp4toannexb,dump_extra=freq=keyframe";
+// Turns the length fields of MP4, MKV and FLV into start codes.
+constexpr char kFilters[] = "h264_mp4toannexb";
 
 /// What the library's session description holds of one parameter set.
 constexpr size_t kLongestParameterSet = 189;
@@ -20,14 +25,14 @@ constexpr size_t kLongestParameterSet = 189;
 constexpr AVRational kMicroseconds = {1, 1000000};
 constexpr int64_t kUsualDuration = 40000;
 
-Filter MakeFilter(const AVStream &stream)
+Filter MakeFilter(const AVCodecParameters &codec, AVRational timeBase)
 {
     AVBSFContext *made = nullptr;
     if (av_bsf_list_parse_str(kFilters, &made) < 0)
         throw Failure("FFmpeg's libraries lack a bitstream filter: " + std::string(kFilters));
     Filter filter(made);
-    avcodec_parameters_copy(made->par_in, stream.codecpar);
-    made->time_base_in = stream.time_base;
+    avcodec_parameters_copy(made->par_in, &codec);
+    made->time_base_in = timeBase;
     if (av_bsf_init(made) < 0)
         throw Failure("the H.264 parameter sets cannot be read: the input is broken");
     return filter;
@@ -42,32 +47,65 @@ int64_t DurationOf(const AVStream &stream)
 } // namespace
 
 PictureTrack::PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps)
-    : m_timeBase(stream.time_base), m_usualDuration(DurationOf(stream)),
-      m_filter(MakeFilter(stream)), m_lastDecode(AV_NOPTS_VALUE)
+    : m_input(input), m_timeBase(stream.time_base), m_usualDuration(DurationOf(stream)),
+      m_filter(MakeFilter(*stream.codecpar, stream.time_base)), m_lastDecode(AV_NOPTS_VALUE)
 {
-    CheckParameterSets(input);
+    m_sets.Take(m_filter->par_out->extradata,
+                static_cast<size_t>(m_filter->par_out->extradata_size));
+    CheckParameterSets();
     if (raw)
         m_clock.emplace(stream, fps);
     else if (stream.start_time == AV_NOPTS_VALUE)
         m_clock.emplace(stream, 0);
 }
 
-void PictureTrack::CheckParameterSets(const std::string &input) const
+void PictureTrack::CheckParameterSets() const
 {
-    const AVCodecParameters &codec = *m_filter->par_out;
-    ForEachNalUnit(codec.extradata, static_cast<size_t>(codec.extradata_size),
-                   [&input](const uint8_t *unit, size_t size) {
-                       const int type = NalType(unit);
-                       if ((type == kNalSps || type == kNalPps) && size > kLongestParameterSet)
-                           throw Failure("'" + input +
-                                         "': its H.264 parameter sets are longer than 189 bytes, "
-                                         "which no description holds; transcode it:  " +
-                                         TranscodeAdvice(input, false, true));
-                   });
+    if (m_sets.Longest() > kLongestParameterSet)
+        throw Failure("'" + m_input +
+                      "': its H.264 parameter sets are longer than 189 bytes, which no description "
+                      "holds; transcode it:  " +
+                      TranscodeAdvice(m_input, false, true));
+}
+
+/// Containers that hold the parameter sets beside the pictures give new ones with the first picture
+/// that needs them.
+void PictureTrack::FollowExtradata(const AVPacket &packet)
+{
+    size_t size = 0;
+    const uint8_t *data = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (data == nullptr || size == 0)
+        return;
+    AVCodecParameters *codec = Made(avcodec_parameters_alloc());
+    avcodec_parameters_copy(codec, m_filter->par_in);
+    av_freep(&codec->extradata);
+    codec->extradata = static_cast<uint8_t *>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    codec->extradata_size = codec->extradata != nullptr ? static_cast<int>(size) : 0;
+    if (codec->extradata != nullptr)
+        memcpy(codec->extradata, data, size);
+    m_filter = MakeFilter(*codec, m_timeBase);
+    avcodec_parameters_free(&codec);
+    m_sets.Take(m_filter->par_out->extradata,
+                static_cast<size_t>(m_filter->par_out->extradata_size));
+    CheckParameterSets();
+}
+
+/// Notes the parameter sets, and puts them in front of a key frame that lacks some: encoders may
+/// write them once.
+void PictureTrack::TakeSets(const AVPacket &packet, Unit *unit)
+{
+    const size_t count = m_sets.Take(packet.data, static_cast<size_t>(packet.size));
+    if (count > 0)
+        CheckParameterSets();
+    if ((packet.flags & AV_PKT_FLAG_KEY) == 0 || count == m_sets.Count())
+        return;
+    const std::vector<uint8_t> text = m_sets.Text();
+    unit->bytes.insert(unit->bytes.begin(), text.begin(), text.end());
 }
 
 bool PictureTrack::Convert(AVPacket *packet, Unit *unit)
 {
+    FollowExtradata(*packet);
     if (av_bsf_send_packet(m_filter.get(), packet) < 0 ||
         av_bsf_receive_packet(m_filter.get(), packet) < 0) {
         av_packet_unref(packet);
@@ -75,10 +113,8 @@ bool PictureTrack::Convert(AVPacket *packet, Unit *unit)
     }
     unit->track = TrackKind::Picture;
     unit->bytes.assign(packet->data, packet->data + packet->size);
-    if (!m_keyFrame)
-        ForEachNalUnit(
-            packet->data, static_cast<size_t>(packet->size),
-            [this](const uint8_t *nal, size_t) { m_keyFrame |= NalType(nal) == kNalIdr; });
+    unit->entry = EntryOf(packet->data, static_cast<size_t>(packet->size));
+    TakeSets(*packet, unit);
     Stamp(*packet, unit);
     av_packet_unref(packet);
     return !unit->bytes.empty();

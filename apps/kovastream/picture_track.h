@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ffmpeg.h"
+#include "parameter_sets.h"
 #include "picture_clock.h"
 #include "unit.h"
 
@@ -18,21 +19,25 @@ public:
 
     /// Fills the unit from the packet, which is used up. Returns false for one that holds none.
     bool Convert(AVPacket *packet, Unit *unit);
-    bool HasKeyFrame() const
+    /// Those of the last picture, and of those before it.
+    const ParameterSets &Sets() const
     {
-        return m_keyFrame;
+        return m_sets;
     }
 
 private:
     void Stamp(const AVPacket &packet, Unit *unit);
-    void CheckParameterSets(const std::string &input) const;
+    void CheckParameterSets() const;
+    void FollowExtradata(const AVPacket &packet);
+    void TakeSets(const AVPacket &packet, Unit *unit);
 
+    const std::string m_input;
     const AVRational m_timeBase;
     const int64_t m_usualDuration;
     Filter m_filter;
+    ParameterSets m_sets;
     std::optional<PictureClock> m_clock;
     int64_t m_lastDecode;
-    bool m_keyFrame = false;
 };
 
 } // namespace kovastream

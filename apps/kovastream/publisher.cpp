@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kovastream {
 
@@ -64,11 +65,12 @@ Publisher::~Publisher()
     KovaRtspServerUninit(m_server);
 }
 
-Published Publisher::Publish(const std::string &uri,
-                             const std::optional<KovaAudioDescription> &sound,
-                             const std::optional<KovaVideoDescription> &picture)
+void Publisher::Publish(const std::string &uri, const std::optional<KovaAudioDescription> &sound,
+                        const std::optional<KovaVideoDescription> &picture, Published *published)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (published->Exchange(nullptr) != nullptr)
+        KovaRtspServerRemoveUri(m_server, uri.c_str());
     KovaRtspStreamer *stream = KovaRtspServerAddUri(m_server, uri.c_str());
     if (stream == nullptr)
         throw Failure("the stream '" + uri + "' cannot be published: no memory or threads left");
@@ -87,13 +89,20 @@ Published Publisher::Publish(const std::string &uri,
                id == KOVA_PAYLOAD_ID_VIDEO;
     if (!made)
         throw Failure("the tracks of '" + uri + "' cannot be published: no memory left");
-    return Published(stream);
+    published->Exchange(stream);
+}
+
+KovaRtspStreamer *Published::Exchange(KovaRtspStreamer *stream)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::exchange(m_stream, stream);
 }
 
 void Published::Push(const Unit &unit, uint32_t milliseconds)
 {
     const uint32_t id =
         unit.track == TrackKind::Sound ? KOVA_PAYLOAD_ID_AUDIO : KOVA_PAYLOAD_ID_VIDEO;
+    const std::lock_guard<std::mutex> lock(m_mutex);
     KovaRtspServerPushData(m_stream, id, unit.bytes.data(),
                            static_cast<uint32_t>(unit.bytes.size()), milliseconds);
 }
@@ -102,6 +111,7 @@ KovaRtspStatus Published::Read(uint32_t type) const
 {
     KovaRtspStatus status = {};
     status.nType = type;
+    const std::lock_guard<std::mutex> lock(m_mutex);
     KovaRtspServerGetStatus(m_stream, &status);
     return status;
 }

@@ -11,11 +11,11 @@
 
 namespace kovastream {
 
-/// A stream that players can ask for.
+class Publisher;
+
+/// A stream that players can ask for, once it has been published. Any thread may call it.
 class Published {
 public:
-    explicit Published(KovaRtspStreamer *stream) : m_stream(stream) {}
-
     void Push(const Unit &unit, uint32_t milliseconds);
 
     int32_t Clients() const;
@@ -23,9 +23,14 @@ public:
     uint32_t Status() const;
 
 private:
-    KovaRtspStatus Read(uint32_t type) const;
+    friend class Publisher;
 
-    KovaRtspStreamer *const m_stream;
+    KovaRtspStatus Read(uint32_t type) const;
+    /// Returns what it was. Nobody uses that any more.
+    KovaRtspStreamer *Exchange(KovaRtspStreamer *stream);
+
+    mutable std::mutex m_mutex;
+    KovaRtspStreamer *m_stream = nullptr;
 };
 
 /// The server with its streams, from construction to destruction.
@@ -37,9 +42,10 @@ public:
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
 
-    /// Publishes a stream with the tracks that it has. Any thread may call it.
-    Published Publish(const std::string &uri, const std::optional<KovaAudioDescription> &sound,
-                      const std::optional<KovaVideoDescription> &picture);
+    /// Publishes a stream with the tracks that it has. One that is published already is withdrawn
+    /// before, which ends what its players get and takes a second or two. Any thread may call it.
+    void Publish(const std::string &uri, const std::optional<KovaAudioDescription> &sound,
+                 const std::optional<KovaVideoDescription> &picture, Published *published);
 
 private:
     KovaRtspServer *m_server = nullptr;

@@ -67,21 +67,21 @@ bool IsTooLarge(size_t frame)
 } // namespace
 
 SoundTrack::SoundTrack(const std::string &input, const AVStream &stream)
-    : m_timeBase(stream.time_base)
+    : m_input(input), m_timeBase(stream.time_base)
 {
     const AVCodecParameters &codec = *stream.codecpar;
     if (codec.extradata_size >= 2) {
         m_framed = false;
-        ReadConfiguration(input, codec);
+        ReadConfiguration(codec.extradata, codec.extradata_size);
         return;
     }
     m_rateIndex = IndexOf(static_cast<uint32_t>(codec.sample_rate));
     m_channels = static_cast<uint32_t>(codec.ch_layout.nb_channels);
 }
 
-void SoundTrack::ReadConfiguration(const std::string &input, const AVCodecParameters &codec)
+void SoundTrack::ReadConfiguration(const uint8_t *bytes, int size)
 {
-    Bits bits(codec.extradata, codec.extradata_size);
+    Bits bits(bytes, size);
     const uint32_t type = bits.Take(5);
     m_rateIndex = bits.Take(4);
     if (m_rateIndex == 15)
@@ -90,9 +90,9 @@ void SoundTrack::ReadConfiguration(const std::string &input, const AVCodecParame
     const bool usable =
         type == kLowComplexity || type == kBandReplication || type == kParametricStereo;
     if (!usable || m_rateIndex >= kRates.size() || m_channels == 0 || m_channels > 3)
-        throw Failure("'" + input +
+        throw Failure("'" + m_input +
                       "': its AAC is not plain AAC-LC with 1 to 3 channels; transcode it:  " +
-                      TranscodeAdvice(input, true, false));
+                      TranscodeAdvice(m_input, true, false));
 }
 
 uint32_t SoundTrack::SampleRate() const
@@ -146,6 +146,11 @@ void SoundTrack::Frame(const AVPacket &packet, Unit *unit)
 
 SoundTrack::Result SoundTrack::Convert(AVPacket *packet, Unit *unit)
 {
+    // Containers that hold the configuration apart give a new one with its first frame.
+    size_t size = 0;
+    const uint8_t *data = av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (!m_framed && data != nullptr && size >= 2)
+        ReadConfiguration(data, static_cast<int>(size));
     Result result = Result::None;
     if (!m_framed || HasHeader(*packet)) {
         unit->track = TrackKind::Sound;

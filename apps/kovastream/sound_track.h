@@ -29,10 +29,11 @@ public:
     uint32_t Channels() const;
 
 private:
-    void ReadConfiguration(const std::string &input, const AVCodecParameters &codec);
+    void ReadConfiguration(const uint8_t *bytes, int size);
     void Frame(const AVPacket &packet, Unit *unit);
     void Stamp(const AVPacket &packet, Unit *unit);
 
+    const std::string m_input;
     const AVRational m_timeBase;
     bool m_framed = true; ///< the packets have ADTS headers already
     uint32_t m_rateIndex = 0;

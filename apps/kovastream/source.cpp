@@ -1,6 +1,7 @@
 #include "source.h"
 
 #include "failure.h"
+#include "ffmpeg.h"
 
 #include <cerrno>
 #include <cstring>
@@ -48,6 +49,21 @@ SourceKind KindOf(const std::string &input)
                   "' is a device: let ffmpeg encode it into a pipe, for a webcam  ffmpeg -f v4l2 "
                   "-i " +
                   input + " -c:v libx264 -tune zerolatency -g 50 -f mpegts - | kovastream -");
+}
+
+void CheckScheme(const std::string &input)
+{
+    const size_t end = input.find("://");
+    struct stat about = {};
+    if (end == std::string::npos || stat(input.c_str(), &about) == 0)
+        return;
+    const std::string scheme = input.substr(0, end);
+    // RTSP is a demuxer of its own to FFmpeg, not one of its protocols.
+    if (scheme == "rtsps" || av_find_input_format(scheme.c_str()) != nullptr ||
+        avio_find_protocol_name(input.c_str()) != nullptr)
+        return;
+    throw Failure("'" + input + "': FFmpeg's libraries do not know '" + scheme +
+                  "://'; what they know is listed by  ffmpeg -protocols");
 }
 
 std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound)

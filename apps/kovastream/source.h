@@ -12,8 +12,11 @@ enum class SourceKind {
     Network, ///< everything else that FFmpeg opens by a name
 };
 
-/// Looks at an input without opening it. Throws Failure for one that cannot be opened.
+/// Looks at an input without opening it. Throws Failure for one that cannot be opened (now).
 SourceKind KindOf(const std::string &input);
+
+/// Throws Failure for a network address of a kind that will never be opened.
+void CheckScheme(const std::string &input);
 
 /// The command that turns an input into what can be streamed; for advice to the user.
 std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound);

@@ -3,7 +3,6 @@
 #include "failure.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 
 namespace kovastream {
@@ -12,9 +11,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kReopenPause{1};
 constexpr std::chrono::seconds kQuiet{2};
-constexpr int64_t kKeyFrameTime = 10000000;
+
+// However short what it sends: a server is not asked more often.
+constexpr std::chrono::seconds kBetweenRequests{1};
 
 int64_t Now()
 {
@@ -34,9 +34,10 @@ Stream::Stream(const InputName &name, const Options &options, Console *console, 
         // The first of two is for the picture, the second for the sound.
         const Wish wish = {options.fps, m_sources.empty(),
                            !m_sources.empty() || name.sources.size() == 1};
+        CheckScheme(input);
         m_sources.push_back(std::make_unique<Source>(
-            Source{input, KindOf(input), wish, Timeline(&m_end), nullptr, nullptr, {}}));
-        if (m_sources.back()->kind == SourceKind::File)
+            Source{input, wish, Timeline(&m_end), {}, {}, nullptr, nullptr, {}}));
+        if (options.strict && KindOf(input) == SourceKind::File)
             Open(m_sources.back().get());
     }
 }
@@ -51,8 +52,15 @@ Stream::~Stream()
 
 void Stream::Open(Source *source)
 {
+    const SourceKind kind = KindOf(source->input);
+    // The sources agree on how they begin again by what they were at first.
+    if (source->kind.value_or(kind) != kind)
+        throw Failure("'" + source->input + "' is no longer of the kind that it was");
+    source->kind = kind;
+    if (kind == SourceKind::Network)
+        source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();
-    source->demuxer = std::make_unique<Demuxer>(source->input, source->kind, source->wish, *m_stop,
+    source->demuxer = std::make_unique<Demuxer>(source->input, kind, source->wish, *m_stop,
                                                 std::move(source->demuxer));
     source->round = std::make_unique<Round>(source->demuxer.get(), m_options.fps);
 }
@@ -63,7 +71,7 @@ bool Stream::AllFiles() const
                        [](const auto &source) { return source->kind == SourceKind::File; });
 }
 
-void Stream::Start(Publisher *publisher, std::function<void()> onEnd)
+void Stream::Start(Publisher *publisher, OnEnd onEnd)
 {
     m_publisher = publisher;
     m_onEnd = std::move(onEnd);
@@ -73,24 +81,36 @@ void Stream::Start(Publisher *publisher, std::function<void()> onEnd)
 
 void Stream::Run(Source *source)
 {
+    std::string failure;
     try {
         Play(source);
     } catch (const std::bad_alloc &) {
         m_stop->Fail("no memory is left for '" + source->input + "'");
     } catch (const std::exception &error) {
-        m_stop->Fail(error.what());
+        failure = error.what();
     }
+    End(failure);
+}
+
+void Stream::End(const std::string &failure)
+{
+    const std::lock_guard<std::mutex> lock(m_ending);
+    if (m_options.strict && !failure.empty())
+        m_stop->Fail(failure);
+    else if (m_failure.empty())
+        m_failure = failure;
     if (--m_running == 0)
-        m_onEnd();
+        m_onEnd(m_failure);
 }
 
 void Stream::Play(Source *source)
 {
-    if (source->demuxer == nullptr)
-        Open(source);
-    if (m_stop->Requested())
+    if (source->demuxer == nullptr && !Await(source))
         return;
-    Describe(*source);
+    {
+        const std::lock_guard<std::mutex> lock(m_describing);
+        m_description.Take(*source->demuxer, *source->round, source->wish, nullptr);
+    }
     const auto publish = [this] {
         Publish();
         m_base = m_end.Get();
@@ -98,8 +118,8 @@ void Stream::Play(Source *source)
     if (!m_meeting.Meet(publish))
         return;
     int64_t base = m_base;
-    while (Feed(source, base)) {
-        if (!Reopen(source))
+    while (FeedOrWait(source, base)) {
+        if (!Await(source))
             return;
         // Two files begin again together; live sources do not wait for each other.
         if (!AllFiles())
@@ -111,43 +131,64 @@ void Stream::Play(Source *source)
     }
 }
 
-void Stream::Describe(const Source &source)
-{
-    const Round &round = *source.round;
-    constexpr uint32_t kUsualPicture = 2000;
-    constexpr uint32_t kUsualSound = 128;
-    const auto rate = [](const AVStream &stream, uint32_t usual) {
-        const int64_t known = stream.codecpar->bit_rate / 1000;
-        return known > 0 ? static_cast<uint32_t>(known) : usual;
-    };
-    char text[128] = "";
-    const std::lock_guard<std::mutex> lock(m_describing);
-    if (round.Picture().has_value()) {
-        const AVCodecParameters &codec = *source.demuxer->Picture()->codecpar;
-        const int64_t all = source.demuxer->BitRate();
-        m_picture = {
-            rate(*source.demuxer->Picture(), all > 0 ? static_cast<uint32_t>(all) : kUsualPicture)};
-        snprintf(text, sizeof(text), "H.264 %dx%d", codec.width, codec.height);
-        m_about = m_about.empty() ? text : text + (", " + m_about);
-    }
-    if (round.Sound().has_value()) {
-        m_sound = {rate(*source.demuxer->Sound(), kUsualSound), round.Sound()->SampleRate(),
-                   round.Sound()->Channels()};
-        snprintf(text, sizeof(text), "AAC %u Hz, %u %s", m_sound->nSampleRate, m_sound->nChannels,
-                 m_sound->nChannels == 1 ? "channel" : "channels");
-        m_about += m_about.empty() ? text : std::string(", ") + text;
-    }
-}
-
 void Stream::Publish()
 {
-    m_published.emplace(m_publisher->Publish(m_uri, m_sound, m_picture));
+    {
+        const std::lock_guard<std::mutex> lock(m_describing);
+        m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+    }
     m_lastPush = Now();
     m_isPublished = true;
     const bool any = m_options.address.empty() || m_options.address == "0.0.0.0";
     const std::string address = any ? "127.0.0.1" : m_options.address;
     m_console->Print("rtsp://" + address + ":" + std::to_string(m_options.port) + "/" + m_uri +
-                     "  (" + m_about + ")");
+                     "  (" + m_description.About() + ")");
+}
+
+/// Publishes the stream anew where a unit is not what its players were told: they would go on with
+/// the old description and show nothing, or rubbish.
+void Stream::FollowChange(const Source &source, const Unit &unit)
+{
+    // The other source's thread waits meanwhile.
+    const std::lock_guard<std::mutex> lock(m_describing);
+    const std::string change = m_description.Contradiction(*source.round, source.wish, unit);
+    if (change.empty())
+        return;
+    m_description.Take(*source.demuxer, *source.round, source.wish, &unit);
+    m_console->Print(m_uri + ": " + change + ": published anew (" + m_description.About() +
+                     "); its players have to connect again");
+    m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+}
+
+/// The same as Feed; a source that breaks and can begin again does so after a pause.
+bool Stream::FeedOrWait(Source *source, int64_t base)
+{
+    try {
+        return Feed(source, base);
+    } catch (const Failure &failure) {
+        if (m_options.strict || !m_options.loop || source->kind == SourceKind::Stdin)
+            throw;
+        WaitAfter(source, failure);
+        return true;
+    }
+}
+
+/// Whether an input from which nothing has come yet ends so that it makes no sense to begin again
+/// at once.
+bool Stream::IsUnreadable(const Source &source, Demuxer::Result result)
+{
+    if (result == Demuxer::Result::End)
+        return source.kind == SourceKind::Network;
+    return result == Demuxer::Result::Broken;
+}
+
+/// Says how reading a source has ended, once for the same reason.
+void Stream::SayBroken(Source *source)
+{
+    const std::string text =
+        "reading '" + source->input + "' failed: " + ErrorText(source->demuxer->LastError());
+    if (source->retry.IsNews(text))
+        m_console->Print(m_uri + ": " + text);
 }
 
 /// Streams one round. Returns whether the source may begin again.
@@ -159,17 +200,19 @@ bool Stream::Feed(Source *source, int64_t base)
         const Demuxer::Result result = source->round->Next(&unit);
         if (m_stop->Requested())
             return false;
-        if (result == Demuxer::Result::Broken && !begun && source->kind == SourceKind::Stdin)
-            throw Failure("'-' cannot be read: " + ErrorText(source->demuxer->LastError()) +
-                          "; MP4 in a pipe has to have its index in front: name the file, or  "
-                          "ffmpeg -i IN -c copy -f mpegts - | kovastream -");
+        if (!begun && IsUnreadable(*source, result))
+            throw Failure(source->demuxer->WhyUnreadable());
         if (result == Demuxer::Result::Broken)
-            m_console->Print(m_uri + ": reading '" + source->input +
-                             "' failed: " + ErrorText(source->demuxer->LastError()));
+            SayBroken(source);
+        if (result == Demuxer::Result::End)
+            source->retry.Forget();
         if (result != Demuxer::Result::Got)
             return m_options.loop && source->kind != SourceKind::Stdin;
+        FollowChange(*source, unit);
         if (!begun)
             source->timeline.Begin(source->round->Origin(), base);
+        if (!begun)
+            source->retry.Succeeded();
         begun = true;
         PushOne(source, unit);
     }
@@ -180,44 +223,51 @@ void Stream::PushOne(Source *source, const Unit &unit)
     const Placed placed = source->timeline.Place(unit);
     if (!m_pacer.Wait(placed.due))
         return;
-    m_published->Push(unit, placed.milliseconds);
+    m_published.Push(unit, placed.milliseconds);
     m_lastPush = Now();
     m_position = std::max<int64_t>(m_position, placed.due);
     m_bytes += unit.bytes.size();
     if (unit.track == TrackKind::Picture)
         m_pictures++;
-    Warn(*source->round, placed.due);
+    Warn(*source->round, unit, placed.due);
 }
 
-/// Says once what keeps players from seeing or hearing all of it.
-void Stream::Warn(const Round &round, int64_t played)
+/// Says what keeps players from seeing or hearing all of it.
+void Stream::Warn(const Round &round, const Unit &unit, int64_t due)
 {
     if (round.LeftSoundOut() && !m_warnedSound.exchange(true))
         m_console->Print(m_uri + ": warning: sound frames of 1024 to 2047 bytes cannot be sent and "
                                  "are left out; encode the sound at a lower bit rate (-b:a 128k)");
-    if (played > kKeyFrameTime && round.Picture().has_value() && !round.Picture()->HasKeyFrame() &&
-        !m_warnedKeyFrame.exchange(true))
-        m_console->Print(m_uri + ": warning: no key frame (IDR) for 10 s, which players need to "
-                                 "begin; let the encoder make one every second or two (-g 50)");
+    if (unit.track != TrackKind::Picture)
+        return;
+    const std::optional<std::string> wait = m_keyFrames.Look(unit.entry, due);
+    if (wait.has_value())
+        m_console->Print(m_uri + ": warning: " + *wait);
 }
 
-/// Opens the source for another round. Returns false when the end was requested.
-bool Stream::Reopen(Source *source)
+/// Says why the source is waited for, once, and pauses.
+void Stream::WaitAfter(Source *source, const Failure &failure)
 {
-    bool said = false;
-    while (!m_stop->Requested()) {
+    if (source->retry.IsNews(failure.what()))
+        m_console->Print(m_uri + ": waiting for the input: " + failure.what());
+    m_stop->WaitUntil(steady_clock::now() + source->retry.Pause());
+}
+
+/// Opens the source, as often as it takes. Returns false when the end was requested.
+bool Stream::Await(Source *source)
+{
+    while (!m_stop->WaitUntil(source->notBefore)) {
         try {
             Open(source);
             return !m_stop->Requested();
         } catch (const Failure &failure) {
-            // An encoder that starts again may write rubbish first; a file does not get better.
-            if (source->kind == SourceKind::File)
+            // Standard input cannot begin again. An encoder or a device that starts again may send
+            // rubbish first, while for --strict a file does not get better.
+            const bool begun = m_isPublished && source->kind != SourceKind::File;
+            if (source->kind == SourceKind::Stdin || (m_options.strict && !begun))
                 throw;
-            if (!said)
-                m_console->Print(m_uri + ": " + failure.what());
-            said = true;
+            WaitAfter(source, failure);
         }
-        m_stop->WaitUntil(steady_clock::now() + kReopenPause);
     }
     return false;
 }
@@ -236,9 +286,9 @@ Figures Stream::Look() const
     figures.position = m_position;
     figures.pictures = m_pictures;
     figures.bytes = m_bytes;
-    figures.clients = m_published->Clients();
-    figures.kilobitsOut = m_published->KilobitsOut();
-    figures.status = m_published->Status();
+    figures.clients = m_published.Clients();
+    figures.kilobitsOut = m_published.KilobitsOut();
+    figures.status = m_published.Status();
     return figures;
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "even_clock.h"
 #include "unit.h"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -40,18 +40,9 @@ public:
     Placed Place(const Unit &unit);
 
 private:
-    struct Track {
-        bool seen = false;
-        int64_t offset = 0;
-        int64_t due = 0;
-        int64_t duration = 0;
-        int64_t milliseconds = 0;
-    };
-    void FollowJump(Track *track, const Unit &unit);
-
     StreamEnd *const m_end;
-    int64_t m_offset = 0; ///< of the newest clock that the source has shown
-    std::array<Track, 2> m_tracks;
+    EvenClock m_clock;
+    int64_t m_sound = 0; ///< the last sound frame's milliseconds
 };
 
 } // namespace kovastream

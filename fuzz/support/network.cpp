@@ -137,7 +137,7 @@ namespace {
 
 int OpenSocket(int nDomain, int nType, int nProtocol)
 {
-    if (!KovaWorldIsOn() || nDomain != AF_INET || nType != SOCK_DGRAM)
+    if (!KovaWorldIsOn() || nDomain != AF_INET || (nType & ~SOCK_CLOEXEC) != SOCK_DGRAM)
         return __real_socket(nDomain, nType, nProtocol);
     const int nSocket = __real_socket(AF_UNIX, SOCK_DGRAM, 0);
     if (nSocket >= 0)

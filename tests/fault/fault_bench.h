@@ -29,9 +29,10 @@ const KovaVisit &KovaReferenceVisit(KovaVisitKind nKind);
 void KovaExpectWhole(const KovaVisit &visit, KovaVisitKind nKind);
 
 /// Every response that came is the right one; packets are missing at most, never
-/// changed. Short of memory a response may also say that there is no such
-/// session, or leave tracks out, and a packet may carry one unit less.
-void KovaExpectLawful(const KovaVisit &visit, KovaVisitKind nKind, bool bNoMemory);
+/// changed. Short of memory or descriptors a response may also say that there is
+/// no such session, leave tracks out or have no ports, and a packet may carry one
+/// unit less.
+void KovaExpectLawful(const KovaVisit &visit, KovaVisitKind nKind, bool bShort);
 
 /// Keeps what the library prints to itself, and knows the undisturbed visits.
 class KovaFaultTest : public testing::Test {

@@ -3,8 +3,12 @@
 #include "tests/support/c_calls.h"
 #include "tests/support/test_server.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <unordered_set>
@@ -22,8 +26,36 @@ KovaFaults *g_pFaults = nullptr;
 
 std::mutex g_blockMutex;
 std::atomic<size_t> g_nThreads{0};
+std::atomic<size_t> g_nInheritable{0};
 
 thread_local bool t_bInside = false;
+
+std::mutex g_heldMutex; // guards the next three
+std::condition_variable g_heldChange;
+uint32_t g_nHoldAt = 0;
+enum HeldState {
+    kNobodyHeld,
+    kHeld,
+    kLetGo
+} g_heldState = kNobodyHeld;
+
+/// Keeps the first thread that comes by with the call.
+void HoldIfAsked(KovaFaultCall nCall)
+{
+    std::unique_lock<std::mutex> lock(g_heldMutex);
+    if (!t_bInside || g_nHoldAt != nCall || g_heldState != kNobodyHeld)
+        return;
+    g_heldState = kHeld;
+    g_heldChange.notify_all();
+    g_heldChange.wait(lock, [] { return g_heldState == kLetGo; });
+}
+
+/// Notes a call of the library that makes a descriptor.
+void NoteOpening(bool bCloseOnExec)
+{
+    if (t_bInside && !bCloseOnExec)
+        g_nInheritable++;
+}
 
 /// What the heap has given out, in disguise: an address kept as it is would hide
 /// a lost block from the leak sanitizer.
@@ -142,6 +174,33 @@ int KovaFaults::Hits() const
     return m_nHits;
 }
 
+KovaHeldCall::KovaHeldCall(KovaFaultCall nCall)
+{
+    const std::lock_guard<std::mutex> lock(g_heldMutex);
+    g_heldState = kNobodyHeld;
+    g_nHoldAt = nCall;
+}
+
+KovaHeldCall::~KovaHeldCall()
+{
+    Release();
+}
+
+bool KovaHeldCall::WaitHeld(int nMilliseconds)
+{
+    std::unique_lock<std::mutex> lock(g_heldMutex);
+    return g_heldChange.wait_for(lock, std::chrono::milliseconds(nMilliseconds),
+                                 [] { return g_heldState == kHeld; });
+}
+
+void KovaHeldCall::Release()
+{
+    const std::lock_guard<std::mutex> lock(g_heldMutex);
+    g_nHoldAt = 0;
+    g_heldState = kLetGo;
+    g_heldChange.notify_all();
+}
+
 KovaInsideLibrary::KovaInsideLibrary() : m_bBefore(std::exchange(t_bInside, true)) {}
 
 KovaInsideLibrary::~KovaInsideLibrary()
@@ -153,6 +212,11 @@ KovaHoldings KovaHoldingsNow()
 {
     const std::lock_guard<std::mutex> lock(g_blockMutex);
     return {Blocks().size(), g_nThreads, static_cast<size_t>(KovaOpenDescriptors())};
+}
+
+size_t KovaInheritableOpenings()
+{
+    return g_nInheritable;
 }
 
 namespace {
@@ -203,6 +267,37 @@ int CreateThread(pthread_t *pThread, const pthread_attr_t *pAttributes, void *(*
     return nResult;
 }
 
+int OpenSocket(int nDomain, int nType, int nProtocol)
+{
+    NoteOpening((nType & SOCK_CLOEXEC) != 0);
+    return Fails<kFaultSocket>() ? -1 : __real_socket(nDomain, nType, nProtocol);
+}
+
+int Bind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
+{
+    HoldIfAsked(kFaultBind);
+    return Fails<kFaultBind>() ? -1 : __real_bind(nSocket, pAddress, nSize);
+}
+
+int Accept(int nSocket, sockaddr *pAddress, socklen_t *pSize)
+{
+    NoteOpening(false);
+    return Fails<kFaultAccept>() ? -1 : __real_accept(nSocket, pAddress, pSize);
+}
+
+int Accept4(int nSocket, sockaddr *pAddress, socklen_t *pSize, int nFlags)
+{
+    NoteOpening((nFlags & SOCK_CLOEXEC) != 0);
+    return Fails<kFaultAccept>() ? -1 : __real_accept4(nSocket, pAddress, pSize, nFlags);
+}
+
+int Control(int nDescriptor, int nCommand, int nArgument)
+{
+    if (nCommand == F_DUPFD)
+        NoteOpening(false);
+    return Fails<kFaultControl>() ? -1 : KovaRealControl(nDescriptor, nCommand, nArgument);
+}
+
 ssize_t Send(int nSocket, const void *pData, size_t nSize, int nFlags)
 {
     if (KovaFaultHooks::Fails(kFaultSend, &nSize))
@@ -224,17 +319,17 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_pthread_create>(CreateThread);
     KovaReplaceCall<__real_send>(Send);
     KovaReplaceCall<__real_usleep>(Sleep);
-    KovaMakeFailable<__real_socket, Fails<kFaultSocket>>();
-    KovaMakeFailable<__real_bind, Fails<kFaultBind>>();
+    KovaReplaceCall<__real_socket>(OpenSocket);
+    KovaReplaceCall<__real_bind>(Bind);
+    KovaReplaceCall<__real_accept>(Accept);
+    KovaReplaceCall<__real_accept4>(Accept4);
+    KovaReplaceCall<KovaRealControl>(Control);
     KovaMakeFailable<__real_listen, Fails<kFaultListen>>();
     KovaMakeFailable<__real_setsockopt, Fails<kFaultSetOption>>();
-    KovaMakeFailable<__real_accept, Fails<kFaultAccept>>();
-    KovaMakeFailable<__real_accept4, Fails<kFaultAccept>>();
     KovaMakeFailable<__real_sendto, Fails<kFaultSendTo>>();
     KovaMakeFailable<__real_recv, Fails<kFaultReceive>>();
     KovaMakeFailable<__real_recvfrom, Fails<kFaultReceiveFrom>>();
     KovaMakeFailable<__real_poll, Fails<kFaultPoll>>();
-    KovaMakeFailable<KovaRealControl, Fails<kFaultControl>>();
     KovaMakeFailable<__real_getsockname, Fails<kFaultOwnName>>();
     KovaMakeFailable<__real_getpeername, Fails<kFaultPeerName>>();
     return true;

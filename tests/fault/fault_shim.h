@@ -17,7 +17,7 @@ enum KovaFaultCall : uint32_t {
     kFaultBind = 1U << 5,
     kFaultListen = 1U << 6,
     kFaultSetOption = 1U << 7, ///< setsockopt()
-    kFaultAccept = 1U << 8,
+    kFaultAccept = 1U << 8,    ///< accept() and accept4()
     kFaultSend = 1U << 9,
     kFaultSendTo = 1U << 10,
     kFaultReceive = 1U << 11,     ///< recv()
@@ -71,6 +71,22 @@ private:
     std::atomic<int> m_nHits{0};
 };
 
+/// Holds the first such call (kFaultBind) of the library from now on at its beginning, with
+/// whatever its thread holds, until Release() or the object's end. One object at a
+/// time.
+class KovaHeldCall {
+public:
+    explicit KovaHeldCall(KovaFaultCall nCall);
+    ~KovaHeldCall();
+    KovaHeldCall(const KovaHeldCall &) = delete;
+    KovaHeldCall &operator=(const KovaHeldCall &) = delete;
+
+    /// Waits until a thread is held; false when none came in time.
+    bool WaitHeld(int nMilliseconds);
+    /// Lets it go on.
+    void Release();
+};
+
 /// Counts what this thread calls as the library's while it lives.
 class KovaInsideLibrary {
 public:
@@ -91,3 +107,7 @@ struct KovaHoldings {
 };
 
 KovaHoldings KovaHoldingsNow();
+
+/// How many calls of the library have made, or tried to make, a descriptor that
+/// a program which the host starts would inherit.
+size_t KovaInheritableOpenings();

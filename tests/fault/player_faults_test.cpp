@@ -101,7 +101,9 @@ const Failure kEither[] = {
 };
 
 const Failure kUdpOnly[] = {
-    {"Socket", kFaultSocket, {EMFILE, ENFILE, ENOBUFS, ENOMEM}, kUnharmed, 4},
+    {"Socket", kFaultSocket, {EMFILE, ENFILE, ENOBUFS, ENOMEM}, kLosesAnything, 4},
+    {"OtherSocket", kFaultSocket, {EACCES, EAFNOSUPPORT}, kUnharmed, 4},
+    {"ShortBind", kFaultBind, {ENOBUFS, ENOMEM}, kLosesAnything, 4},
     {"Bind", kFaultBind, {EADDRINUSE, EACCES}, kUnharmed, 4},
     {"Report", kFaultReceiveFrom, {EINTR, EAGAIN, ECONNREFUSED, ENOMEM}, kUnharmed, 3},
     {"FullSocket", kFaultSendTo, {EINTR, EAGAIN}, kUnharmed, 10},

@@ -73,14 +73,14 @@ class Refusals(unittest.TestCase):
                 (["headless.mp4", "broken"], "headless.mp4"),
         ):
             with self.subTest(name=name):
-                self.refused(expected, path(name))
+                self.refused(expected, "--strict", path(name))
         # Its index is whole, so it is seen only where it ends, when it is published already.
-        result = run("--port", str(free_port()), path("half.mp4"))
+        result = run("--strict", "--port", str(free_port()), path("half.mp4"))
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stderr, r"^kovastream: .*half.mp4' is (cut off|broken): .*\n$")
 
     def test_names_with_control_characters(self):
-        self.refused(["no file 'no?file?[2J'"], "no\nfile\x1b[2J")
+        self.refused(["no file 'no?file?[2J'"], "--strict", "no\nfile\x1b[2J")
 
     def test_index_behind_the_media_in_a_pipe(self):
         with open(clip(), "rb") as pipe:
@@ -115,7 +115,7 @@ class Refusals(unittest.TestCase):
                                   "+bitexact", "-encryption_scheme", "cenc-aes-ctr",
                                   "-encryption_key", key,
                                   "-encryption_kid", "a7e61c373e219033c21091fa607bf3b8")
-                self.refused(["encrypted", "without protection"], encrypted)
+                self.refused(["encrypted", "without protection"], "--strict", encrypted)
 
     def test_foreign_codecs_come_with_the_command_that_helps(self):
         picture = media("foreign picture.mp4", "-i", clip(), "-c:v", "mpeg4", "-c:a", "copy")
@@ -125,7 +125,7 @@ class Refusals(unittest.TestCase):
                             (sound, ["ac3", "-c:v copy", "-c:a aac"]),
                             (many, ["6 channels", "-c:v copy", "-ac 2"])):
             with self.subTest(file=file):
-                line = self.refused(texts, file)
+                line = self.refused(texts, "--strict", file)
                 command = re.search(r"(ffmpeg .*) \| kovastream -$", line).group(1)
                 self.check_advice(shlex.split(command))
 
@@ -139,6 +139,9 @@ class Refusals(unittest.TestCase):
             self.assertIn("a=rtpmap:97 H264/90000", sdp)
         encoder.terminate()
         encoder.wait(10)
+
+    def test_addresses_of_an_unknown_kind(self):
+        self.refused(["'foo://host/x'", "do not know 'foo://'", "-protocols"], "foo://host/x")
 
     def test_port_and_address(self):
         with socket.socket() as other:
@@ -158,7 +161,7 @@ class Answers(unittest.TestCase):
         result = run("--help")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         for text in ("--address", "--port", "8554", "--max-clients", "--loop", "--once", "--fps",
-                     "--duration", "--log-level", "--log ", "--status", "--version", "Examples:",
+                     "--strict", "--duration", "--log-level", "--log ", "--status", "--version", "Examples:",
                      "| kovastream -", "mkfifo"):
             self.assertIn(text, result.stdout)
 

@@ -3,6 +3,7 @@
 import collections
 import struct
 import subprocess
+import time
 import unittest
 
 from support import *
@@ -17,11 +18,11 @@ def setUpModule():
                                                            "record_pushes.c")], check=True)
 
 
-def start(name, *arguments):
+def start(name, *arguments, stdin=subprocess.DEVNULL):
     environment = dict(os.environ, LD_PRELOAD=path("record_pushes.so"), KOVA_PUSHES=path(name))
     return subprocess.Popen([PROGRAM, "--port", str(free_port()), "--status", "none",
                              "--duration", "5", *arguments], env=environment,
-                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+                            stdin=stdin, stdout=subprocess.DEVNULL)
 
 
 def pushes(name):
@@ -39,6 +40,13 @@ def kinds(unit):
     return [part[0] & 31 for part in re.split(rb"\x00?\x00\x00\x01", unit) if part]
 
 
+def joined(name, source, times):
+    """The file so many times in a row: its clock steps back where one ends."""
+    with open(source, "rb") as one, open(path(name), "wb") as made:
+        made.write(times * one.read())
+    return path(name)
+
+
 class Pushes(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -46,13 +54,14 @@ class Pushes(unittest.TestCase):
         beside = media("beside.nut", "-i", clip(), "-an", "-c", "copy", "-bsf:v",
                        "h264_mp4toannexb")
         inputs = {"mp4": clip(), "ts": clip("ts"), "nut": beside, "late": clip("flv"),
-                  "once": without_later_parameter_sets(clip("h264"), "once.h264")}
+                  "once": without_later_parameter_sets(clip("h264"), "once.h264"),
+                  "joined": joined("joined.ts", clip("ts"), 3)}
         hosts = [start(name, source) for name, source in inputs.items()]
         cls.codes = [host.wait(30) for host in hosts]
         cls.taken = {name: pushes(name) for name in inputs}
 
     def test_exit_status(self):
-        self.assertEqual(self.codes, [0] * 5)
+        self.assertEqual(self.codes, [0] * len(self.taken))
 
     def test_parameter_sets_in_every_key_frame(self):
         for name, taken in self.taken.items():
@@ -104,12 +113,57 @@ class Pushes(unittest.TestCase):
                 self.assertGreater(taken[-1].timestamp, 4000)
 
     def test_both_tracks_come_together(self):
-        for name in ("mp4", "ts", "late"):
+        for name in ("mp4", "ts", "late", "joined"):
             with self.subTest(name=name):
                 last = {96: 0, 97: 0}
                 for push in self.taken[name]:
                     last[push.id] = push.timestamp
                     self.assertLess(abs(last[96] - last[97]), 700)
+
+    def test_nothing_is_lost_where_the_clock_of_a_file_steps_back(self):
+        for track in (96, 97):
+            stamps = [push.timestamp for push in self.taken["joined"] if push.id == track]
+            self.assertGreater(stamps[-1], 4000)
+            apart = [after - before for before, after in zip(stamps, stamps[1:])]
+            self.assertGreater(min(apart), 0)
+            self.assertLess(max(apart), 100, f"track {track}")
+
+
+def slices(taken):
+    return [part for push in taken for part in re.split(rb"\x00?\x00\x00\x01", push.data)
+            if part and part[0] & 31 in (1, 5)]
+
+
+class RawPipes(unittest.TestCase):
+    def test_no_picture_stays_behind_in_the_probing(self):
+        with open(clip("h264"), "rb") as file:
+            data = file.read()
+        # A camera's first half second, and then nothing more: its pictures are passed on.
+        ends = [unit.start() for unit in re.finditer(rb"\x00\x00\x01[\x41\x61\x01\x65]", data)]
+        host = start("camera", "-", stdin=subprocess.PIPE)
+        try:
+            host.stdin.write(data[:ends[12]])
+            host.stdin.flush()
+            end = time.time() + 20
+            while time.time() < end and host.poll() is None:
+                if os.path.exists(path("camera")) and len(slices(pushes("camera"))) > 9:
+                    break
+                time.sleep(0.1)
+            # The program ends by its --duration, and the pipe is open until then.
+            host.wait(30)
+        finally:
+            host.stdin.close()
+            host.kill()
+            host.wait()
+        self.assertGreaterEqual(len(slices(pushes("camera"))), 10)
+
+    def test_nothing_is_lost_of_a_file_that_comes_at_once(self):
+        with open(clip("h264"), "rb") as film:
+            self.assertEqual(start("film", "-", stdin=film).wait(30), 0)
+        taken = pushes("film")
+        self.assertEqual(slices(taken), annexb_units(clip("h264")))
+        self.assertEqual([push.timestamp for push in taken], list(range(40, 2040, 40)))
+        self.assertGreater(taken[-1].clock - taken[0].clock, 1700)
 
 
 if __name__ == "__main__":

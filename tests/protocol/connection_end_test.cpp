@@ -4,7 +4,6 @@
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/failing_heap.h"
 
-#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -106,23 +105,6 @@ TEST_F(ConnectionEnd, BrokenPlayingSessionLowersTheCountOnce)
     EXPECT_TRUE(KovaWaitUntil(2000, [&] { return ClientCount() == 0; }));
     usleep(100000); // a second track that lowers it once more would have done so by now
     EXPECT_EQ(ClientCount(), 0);
-}
-
-TEST(StartedServer, AcceptedConnectionEndsWithAPeerThatTakesNothing)
-{
-    KovaStdoutCapture capture;
-    KovaTestServer server;
-    ASSERT_TRUE(server.IsUp());
-    KovaRtspTestClient client;
-    ASSERT_TRUE(server.Connect(&client));
-    EXPECT_EQ(client.Options("live").nStatus, 200);
-    unsigned nTimeout = 0;
-    socklen_t nSize = sizeof(nTimeout);
-    ASSERT_EQ(getsockopt(server.Handler(client)->nSocket.load(), IPPROTO_TCP, TCP_USER_TIMEOUT,
-                         &nTimeout, &nSize),
-              0);
-    EXPECT_EQ(nTimeout, 10000u);
-    server.Settle(client);
 }
 
 TEST(StartedServer, ManyPlayersOfOneSecondPlayAndLeave)

@@ -90,6 +90,22 @@ TEST_F(Connection, BytesOfAnEarlierRequestAreGone)
               kOptionsAnswer);
 }
 
+TEST_F(Connection, DumpOfARequestShowsNothingOfAnEarlierOne)
+{
+    const std::string longer = "OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\nX: secret\r\n\r\n";
+    const std::string shorter = "OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n";
+    RTSP_SetLogLevel(4);
+    EXPECT_EQ(client.Exchange(longer).text, kOptionsAnswer);
+    capture.Clear();
+    EXPECT_EQ(client.Exchange(shorter).text, kOptionsAnswer);
+    const std::string printed = capture.Text();
+    RTSP_SetLogLevel(2);
+    EXPECT_NE(printed.find("pHandleRequestProc, Recv: " + shorter +
+                           ", Len: " + std::to_string(shorter.size()) + "\n\n"),
+              std::string::npos)
+        << printed;
+}
+
 TEST_F(Connection, EndOfThePeerLeavesSessionAndClients)
 {
     ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);

@@ -1,3 +1,4 @@
+#include "rtsp/server_calls.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/fake_clock.h"
 
@@ -70,6 +71,22 @@ TEST_F(GetParameter, SaysSoAtLevelFour)
     const auto lines = capture.Messages();
     const std::string expected = "HandleRtspRequest, UpdateSession: " + client.Session();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), expected), 1);
+}
+
+TEST_F(GetParameter, ControlBytesOfTheIdArePrintedAsQuestionMarksAndKept)
+{
+    char szId[kSessionIdSize] = "1\n2\x1b[m\x7f";
+    const std::string id = szId;
+    KovaRtspSession *pSession = KovaRtspSessionCreate(szId, 60);
+    ASSERT_EQ(KovaRtspServerAddSession(server.Server(), pSession), KOVA_OK);
+    RTSP_SetLogLevel(4);
+    EXPECT_EQ(Answer("GET_PARAMETER rtsp://h/live RTSP/1.0", "Session: " + id + "\r\n"),
+              Expected(id));
+    EXPECT_TRUE(capture.WaitFor("HandleRtspRequest, UpdateSession: 1?2?[m?\n", 5000));
+    // The dump of what came shows the bytes as they are.
+    const std::string printed = Printed();
+    EXPECT_NE(printed.find("\nSession Id: 1?2?[m?\n"), std::string::npos);
+    EXPECT_NE(printed.find("\r\nSession: " + id + "\r\n"), std::string::npos);
 }
 
 TEST_F(GetParameter, BodyBehindTheHeadIsIgnored)

@@ -79,6 +79,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"SessionWithFormat",
                 "PLAY rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\nSession: %n%s%n%s\r\n\r\n", k454,
                 "Session Id: %n%s%n%s\n"},
+        Refusal{"SessionWithLinesOfItsOwn",
+                "PLAY rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\nSession: 1\n2026/01/01 00:00:00 "
+                "KovaRtspStreamerPushData, Video Overflow !!!\n\x1b[2J\t\x7f\xc3\xa9" +
+                    std::string(3000, '\n') + "end\r\n\r\n",
+                k454,
+                "Session Id: 1?2026/01/01 00:00:00 KovaRtspStreamerPushData, Video Overflow !!!?"
+                "?[2J??\xc3\xa9" +
+                    std::string(3000, '?') + "end\n"},
         Refusal{"BareNumbers", std::string("\x80\xcb\x00\x00 \r\n\r\n", 9), k400, kNotSupported}),
     [](const auto &test) { return test.param.szName; });
 

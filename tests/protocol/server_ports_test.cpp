@@ -55,6 +55,47 @@ TEST(ServerPorts, FirstFreeEvenPairOnAnyAddress)
     EXPECT_NE(fcntl(found.nRtcpSocket, F_GETFL) & O_NONBLOCK, 0);
 }
 
+int ReceiveBuffer(int nSocket)
+{
+    int nSize = 0;
+    socklen_t nLength = sizeof(nSize);
+    getsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nSize, &nLength);
+    return nSize;
+}
+
+/// How many of 200 datagrams of 1000 bytes a bound socket keeps.
+int Kept(int nSocket)
+{
+    sockaddr_in address = BoundTo(nSocket);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int nSender = socket(AF_INET, SOCK_DGRAM, 0);
+    char bytes[1000] = {};
+    for (int i = 0; i < 200; i++)
+        sendto(nSender, bytes, sizeof(bytes), 0, reinterpret_cast<const sockaddr *>(&address),
+               sizeof(address));
+    close(nSender);
+    int nKept = 0;
+    while (recv(nSocket, bytes, sizeof(bytes), MSG_DONTWAIT) > 0)
+        nKept++;
+    return nKept;
+}
+
+TEST(ServerPorts, RtpSocketsWhichNobodyReadsKeepNextToNothing)
+{
+    const int nPlain = socket(AF_INET, SOCK_DGRAM, 0);
+    const int nUsual = ReceiveBuffer(nPlain);
+    const int nNothing = 0;
+    ASSERT_EQ(setsockopt(nPlain, SOL_SOCKET, SO_RCVBUF, &nNothing, sizeof(nNothing)), 0);
+    const int nSmallest = ReceiveBuffer(nPlain);
+    close(nPlain);
+    ASSERT_LT(nSmallest, nUsual);
+    const Found found;
+    EXPECT_EQ(ReceiveBuffer(found.nRtpSocket), nSmallest);
+    EXPECT_EQ(ReceiveBuffer(found.nRtcpSocket), nUsual);
+    EXPECT_LE(Kept(found.nRtpSocket), 5);
+    EXPECT_GT(Kept(found.nRtcpSocket), 20);
+}
+
 TEST(ServerPorts, TakenPairsAreSteppedOver)
 {
     const uint16_t nFirst = KovaFirstFreePair(6970);

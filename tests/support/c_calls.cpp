@@ -45,6 +45,11 @@ int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
     return Lead<__real_pthread_create>(pThread, pAttributes, pfnBody, pArgument);
 }
 
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *pMutex)
+{
+    return Lead<__real_pthread_mutex_unlock>(pMutex);
+}
+
 int __wrap_socket(int nDomain, int nType, int nProtocol)
 {
     return Lead<__real_socket>(nDomain, nType, nProtocol);

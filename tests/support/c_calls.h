@@ -23,6 +23,7 @@ void *__real_realloc(void *pBlock, size_t nSize);
 void __real_free(void *pBlock);
 int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
                           void *(*pfnBody)(void *), void *pArgument);
+int __real_pthread_mutex_unlock(pthread_mutex_t *pMutex);
 int __real_socket(int nDomain, int nType, int nProtocol);
 int __real_bind(int nSocket, const sockaddr *pAddress, socklen_t nSize);
 int __real_listen(int nSocket, int nBacklog);

@@ -53,6 +53,17 @@ TEST_F(EsInput, RecordIsAHeaderAndTheUnchangedUnit)
     EXPECT_EQ(KovaRingbufferAvail(&pStreamer->audioRing), 0);
 }
 
+TEST_F(EsInput, PushWakesThePackerThreadOfItsRing)
+{
+    for (KovaEvent *pWork : {&pStreamer->audioWork, &pStreamer->videoWork})
+        KovaEventWait(pWork, 1); // whatever came with the start and the stop
+    ASSERT_EQ(Push(96, {1}, 1000), 0);
+    EXPECT_NE(pStreamer->audioWork.nWord.load(), 0U) << "the next wait would last";
+    EXPECT_EQ(pStreamer->videoWork.nWord.load(), 0U);
+    ASSERT_EQ(Push(97, {1}, 1000), 0);
+    EXPECT_NE(pStreamer->videoWork.nWord.load(), 0U) << "the next wait would last";
+}
+
 TEST_F(EsInput, Id96GoesToTheAudioRing)
 {
     ASSERT_EQ(Push(96, {9, 8, 7}, 0xFFFFFFFF), 0);

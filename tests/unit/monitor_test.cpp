@@ -81,6 +81,13 @@ struct Monitor : testing::Test {
     }
 };
 
+TEST_F(Monitor, ControlBytesOfAnIdArePrintedAsQuestionMarks)
+{
+    host.AddSession("1\n2\x1b[2J\x7f")->tExpire = kNow - 1;
+    EXPECT_EQ(KovaMessagesOf(Pass(), "pMonitorProc").at(0),
+              "pMonitorProc, Session Id: 1?2?[2J?,  Timeout !!!");
+}
+
 TEST_F(Monitor, SessionsExpireAfterTheirInstant)
 {
     KovaRtspSession *pNow = host.AddSession("11111111111");

@@ -290,6 +290,20 @@ TEST_F(SendingThreadTest, PlayersRtcpKeepsItsSessionAlive)
     EXPECT_EQ(ends.Rtp(), KovaPacketBytes({}));
 }
 
+TEST_F(SendingThreadTest, ControlBytesOfAnIdArePrintedAsQuestionMarksAndKept)
+{
+    constexpr char kForged[] = "1\n2\x1b[m\x7f";
+    delivery.AddSession(kForged);
+    delivery.Add(ends.Client(kForged));
+    KovaRtspSession *pSession = KovaRtspServerGetSessionBySessionId(delivery.pServer, kForged);
+    RTSP_SetLogLevel(4);
+    ends.SendRtcp({0x81, 201, 0, 1});
+    clock.Advance(7 * kMillion);
+    ASSERT_TRUE(delivery.Send({}));
+    EXPECT_EQ(pSession->tExpire, kStart / kMillion + 7 + 60 + 30);
+    EXPECT_EQ(Count("pSenderProc, UpdateSession: 1?2?[m?"), 1U);
+}
+
 TEST_F(SendingThreadTest, FullUdpSocketIsTriedAgain)
 {
     KovaRtpClient *pClient = delivery.Add(ends.Client(kId));

@@ -64,6 +64,27 @@ TEST_F(ServerRegistry, SessionsAreAddedAndRemoved)
     KovaRtspServerRemoveAllSession(nullptr);
 }
 
+TEST_F(ServerRegistry, SessionsThatSomebodyElseListedAreFoundAndRemoved)
+{
+    KovaRtspSession *pFirst = host.AddSession("first");
+    char szId[kSessionIdSize] = "second";
+    KovaRtspSession *pSecond = KovaRtspSessionCreate(szId, 60);
+    pServer->pSessionList = KovaListAppend(pServer->pSessionList, nullptr);
+    pServer->pSessionList = KovaListAppend(pServer->pSessionList, pSecond);
+    KovaRtspSession *pThird = host.AddSession("third");
+    host.AddSession("second");
+    EXPECT_EQ(KovaListLength(pServer->pSessionList), 5U);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "first"), pFirst);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "second"), pSecond);
+    EXPECT_EQ(KovaRtspServerGetSessionBySessionId(pServer, "third"), pThird);
+    EXPECT_EQ(KovaRtspServerIsSessionExist(pServer, "nobody"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "first"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(pServer, "second"), 5);
+    EXPECT_EQ(KovaListLength(pServer->pSessionList), 2U);
+}
+
 TEST_F(ServerRegistry, UpdateMovesTheExpiry)
 {
     KovaFakeClock clock;
@@ -84,18 +105,16 @@ TEST_F(ServerRegistry, UpdateMovesTheExpiry)
 
 TEST_F(ServerRegistry, DrawnIdsAreUnique)
 {
-    // The same eleven digits twice, then others.
-    std::vector<int> digits(22, 7);
-    digits.insert(digits.end(), 11, 23);
-    const KovaFixedRand random(digits);
+    const KovaFixedRand random({7});
     char szFirst[kSessionIdSize] = "";
     char szSecond[kSessionIdSize] = "";
     EXPECT_EQ(AddNewRtspSession(pServer, szFirst, 60), 0);
     EXPECT_EQ(AddNewRtspSession(pServer, szSecond, 60), 0);
     EXPECT_STREQ(szFirst, "77777777777");
-    EXPECT_STREQ(szSecond, "33333333333");
+    EXPECT_STRNE(szSecond, "77777777777");
+    EXPECT_EQ(strspn(szSecond, "0123456789"), 11U) << szSecond;
     EXPECT_EQ(KovaListLength(pServer->pSessionList), 2U);
-    EXPECT_EQ(KovaRtspServerIsSessionExist(pServer, "33333333333"), 1);
+    EXPECT_EQ(KovaRtspServerIsSessionExist(pServer, szSecond), 1);
 }
 
 TEST_F(ServerRegistry, AGeneratorThatRepeatsItselfStillGivesUniqueIds)

@@ -63,6 +63,56 @@ TEST(SessionTally, WithoutMemoryEveryTrackCounts)
     KovaSessionTallyLeave(pTally);
 }
 
+TEST(SessionTally, IsTakenAnewForEachTimeThatItWasRaised)
+{
+    KovaSessionTally *pTally = KovaSessionTallyHold(&kFirstStream, "11111111111");
+    KovaSessionTallyRaised(pTally);
+    EXPECT_TRUE(KovaSessionTallyTake(pTally));
+    EXPECT_FALSE(KovaSessionTallyTake(pTally));
+    KovaSessionTallyRaised(pTally);
+    EXPECT_TRUE(KovaSessionTallyTake(pTally));
+    EXPECT_FALSE(KovaSessionTallyTake(pTally));
+    KovaSessionTallyRelease(pTally);
+    EXPECT_FALSE(KovaSessionTallyExists("11111111111"));
+}
+
+TEST(SessionTally, OutlivesItsClientsWhileSomebodyHoldsIt)
+{
+    KovaSessionTally *pTally = KovaSessionTallyJoin(&kFirstStream, "11111111111");
+    EXPECT_EQ(KovaSessionTallyHold(&kFirstStream, "11111111111"), pTally);
+    KovaSessionTallyRaised(pTally);
+    EXPECT_TRUE(KovaSessionTallyLeaveLast(pTally, false)) << "a holder is no client";
+    EXPECT_TRUE(KovaSessionTallyExists("11111111111"));
+    EXPECT_FALSE(KovaSessionTallyTake(pTally));
+    KovaSessionTallyRelease(pTally);
+    EXPECT_FALSE(KovaSessionTallyExists("11111111111"));
+}
+
+TEST(SessionTally, IsTakenByTheLastToLeaveAPlayingSession)
+{
+    for (const bool bPlays : {false, true}) {
+        KovaSessionTally *pTally = KovaSessionTallyJoin(&kFirstStream, "11111111111");
+        KovaSessionTallyJoin(&kFirstStream, "11111111111");
+        EXPECT_FALSE(KovaSessionTallyTakePlaying(pTally, false));
+        EXPECT_FALSE(KovaSessionTallyLeaveLast(pTally, bPlays));
+        EXPECT_EQ(KovaSessionTallyLeaveLast(pTally, bPlays), bPlays);
+    }
+    KovaSessionTally *pTally = KovaSessionTallyJoin(&kFirstStream, "11111111111");
+    EXPECT_TRUE(KovaSessionTallyTakePlaying(pTally, true));
+    EXPECT_FALSE(KovaSessionTallyLeaveLast(pTally, true));
+    EXPECT_FALSE(KovaSessionTallyExists("11111111111"));
+}
+
+TEST(SessionTally, WithoutATallyAClientThatPlaysCounts)
+{
+    for (const bool bPlays : {false, true}) {
+        EXPECT_EQ(KovaSessionTallyTakePlaying(nullptr, bPlays), bPlays);
+        EXPECT_EQ(KovaSessionTallyLeaveLast(nullptr, bPlays), bPlays);
+    }
+    KovaSessionTallyRaised(nullptr);
+    KovaSessionTallyRelease(nullptr);
+}
+
 TEST(SessionTally, OneOfManyThreadsTakesIt)
 {
     for (int nTurn = 0; nTurn < 50; nTurn++) {

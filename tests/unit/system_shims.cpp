@@ -64,9 +64,16 @@ KovaFixedRand::~KovaFixedRand()
     g_values.clear();
 }
 
+int KovaFixedRand::Draws() const
+{
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return static_cast<int>(g_nNext);
+}
+
 KovaFailingCall::KovaFailingCall(KovaShimmedCall call, int nError, int nGood, int nTimes)
 {
     KovaMakeFailable<__real_socket, Fails<kShimSocket>>();
+    KovaMakeFailable<__real_bind, Fails<kShimBind>>();
     KovaMakeFailable<__real_setsockopt, Fails<kShimSetsockopt>>();
     KovaMakeFailable<__real_listen, Fails<kShimListen>>();
     KovaMakeFailable<__real_accept, Fails<kShimAccept>>();

@@ -11,11 +11,15 @@ public:
     ~KovaFixedRand();
     KovaFixedRand(const KovaFixedRand &) = delete;
     KovaFixedRand &operator=(const KovaFixedRand &) = delete;
+
+    /// How many values were drawn so far.
+    int Draws() const;
 };
 
 /// System calls that a test can let fail.
 enum KovaShimmedCall {
     kShimSocket,
+    kShimBind,
     kShimSetsockopt,
     kShimListen,
     kShimAccept, ///< accept() and accept4()

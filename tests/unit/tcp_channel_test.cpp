@@ -337,13 +337,47 @@ TEST_F(TcpChannelTest, ReaderWakesForDataForTheEndAndForACall)
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
 }
 
-TEST_F(TcpChannelTest, AcceptedConnectionsGiveUpAfterTenSeconds)
+TEST_F(TcpChannelTest, WakeBeforeTheWaitEndsItAtOnce)
 {
-    KovaTcpSetSendTimeout(ends.Socket());
-    unsigned nTimeout = 0;
-    socklen_t nSize = sizeof(nTimeout);
-    ASSERT_EQ(getsockopt(ends.Socket(), IPPROTO_TCP, TCP_USER_TIMEOUT, &nTimeout, &nSize), 0);
-    EXPECT_EQ(nTimeout, 10000U);
+    // A stop request may come between the reader's look at its state and its wait.
+    KovaTcpChannelWakeReader(ends.Channel());
+    std::atomic<bool> bReturned{false};
+    std::thread reader([&] {
+        KovaTcpChannelWaitReadable(ends.Channel(), 300000);
+        bReturned = true;
+    });
+    EXPECT_TRUE(KovaWaitUntil(20000, [&] { return bReturned.load(); }));
+    KovaTcpChannelClose(ends.Channel());
+    reader.join();
+}
+
+int Option(int nSocket, int nLevel, int nName)
+{
+    int nValue = -1;
+    socklen_t nSize = sizeof(nValue);
+    EXPECT_EQ(getsockopt(nSocket, nLevel, nName, &nValue, &nSize), 0);
+    return nValue;
+}
+
+TEST_F(TcpChannelTest, AcceptedConnectionsAskForTheirPeer)
+{
+    EXPECT_EQ(Option(ends.Socket(), SOL_SOCKET, SO_KEEPALIVE), 0);
+    KovaTcpSetKeepAlive(ends.Socket());
+    EXPECT_EQ(Option(ends.Socket(), SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_KEEPIDLE), 30);
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_KEEPINTVL), 10);
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_KEEPCNT), 3);
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_USER_TIMEOUT), 0);
+}
+
+TEST_F(TcpChannelTest, ConnectionsWithMediaGiveUpAfterTenSeconds)
+{
+    KovaTcpChannelLimitSending(ends.Channel());
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_USER_TIMEOUT), 10000);
+    KovaTcpChannelLimitSending(ends.Channel());
+    EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_USER_TIMEOUT), 10000);
+    KovaTcpChannelClose(ends.Channel());
+    KovaTcpChannelLimitSending(ends.Channel()); // nobody else's descriptor
 }
 
 } // namespace

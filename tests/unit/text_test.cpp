@@ -29,11 +29,49 @@ TEST(Text, CopyCutsToFit)
     EXPECT_STREQ(szField, "");
 }
 
+TEST(Text, CopyOfTheFieldsOwnSizeLosesOneCharacter)
+{
+    char szField[8];
+    for (const auto &[text, expected] :
+         {std::pair("ab", "ab\0#####"), std::pair("abc", "abc\0####"),
+          std::pair("abcd", "abc\0####"), std::pair("abcde", "abc\0####")}) {
+        memset(szField, '#', sizeof(szField));
+        KovaTextCopy(szField, 4, text);
+        EXPECT_EQ(std::string(szField, sizeof(szField)), std::string(expected, 8)) << text;
+    }
+}
+
 TEST(Text, CopyToNoRoomWritesNothing)
 {
     char nByte = '#';
     KovaTextCopy(&nByte, 0, "abc");
     EXPECT_EQ(nByte, '#');
+}
+
+TEST(Text, PrintableHasAQuestionMarkForEachControlByte)
+{
+    std::string all;
+    std::string shown;
+    for (int nByte = 0; nByte < 256; nByte++) {
+        all += static_cast<char>(nByte);
+        shown += nByte < 32 || nByte == 127 ? '?' : static_cast<char>(nByte);
+    }
+    char szShown[300];
+    EXPECT_EQ(KovaTextPrintable(szShown, sizeof(szShown), all), szShown);
+    EXPECT_EQ(std::string(szShown), shown);
+    EXPECT_STREQ(KovaTextPrintable(szShown, sizeof(szShown), ""), "");
+}
+
+TEST(Text, PrintableIsCutToItsRoom)
+{
+    char szShown[8];
+    memset(szShown, '#', sizeof(szShown));
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "a\nb\n"), "a?b");
+    EXPECT_EQ(std::string(szShown, sizeof(szShown)), std::string("a?b\0####", 8));
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "\n\n\n"), "???");
+    EXPECT_STREQ(KovaTextPrintable(szShown, 4, "\n\n"), "??");
+    EXPECT_STREQ(KovaTextPrintable(szShown, 0, "abc"), "");
+    EXPECT_STREQ(szShown, "??");
 }
 
 TEST(Text, FieldEndsAtItsTerminatorOrItsCapacity)

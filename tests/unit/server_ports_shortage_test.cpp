@@ -1,0 +1,86 @@
+#include "rtsp/server_ports.h"
+
+#include "system_shims.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr int kPairs = (65533 - 6970) / 2 + 1;
+constexpr uint16_t kUnset = 4711;
+
+/// A search that finds nothing because calls fail.
+struct FruitlessSearch {
+    uint16_t nRtpPort = kUnset;
+    uint16_t nRtcpPort = kUnset;
+    int32_t nRtpSocket = -77;
+    int32_t nRtcpSocket = -77;
+    int nFailed = 0;
+
+    FruitlessSearch(KovaShimmedCall call, int nError, int nGood = 0)
+    {
+        const KovaFailingCall failing(call, nError, nGood);
+        GetServerPort(5000, 5001, &nRtpPort, &nRtcpPort, &nRtpSocket, &nRtcpSocket);
+        nFailed = failing.Failed();
+        EXPECT_EQ(nRtpPort, kUnset) << nError;
+        EXPECT_EQ(nRtcpPort, kUnset) << nError;
+    }
+};
+
+/// The number of a socket that was opened, and has been closed again.
+bool IsClosedNumber(int32_t nSocket)
+{
+    return nSocket > 0 && fcntl(nSocket, F_GETFD) == -1;
+}
+
+constexpr int kShortages[] = {EMFILE, ENFILE, ENOBUFS, ENOMEM};
+
+TEST(ServerPortsShortage, EndsTheSearchAtTheFirstSocket)
+{
+    for (const int nError : kShortages) {
+        const FruitlessSearch search(kShimSocket, nError);
+        EXPECT_EQ(search.nFailed, 1) << nError;
+        EXPECT_EQ(search.nRtpSocket, -1) << nError;
+        EXPECT_EQ(search.nRtcpSocket, -77) << nError;
+    }
+}
+
+TEST(ServerPortsShortage, EndsTheSearchAtTheSecondSocket)
+{
+    for (const int nError : kShortages) {
+        const FruitlessSearch search(kShimSocket, nError, 1);
+        EXPECT_EQ(search.nFailed, 1) << nError;
+        EXPECT_TRUE(IsClosedNumber(search.nRtpSocket)) << nError;
+        EXPECT_EQ(search.nRtcpSocket, -1) << nError;
+    }
+}
+
+TEST(ServerPortsShortage, EndsTheSearchAtABind)
+{
+    for (const int nError : kShortages) {
+        const FruitlessSearch first(kShimBind, nError);
+        EXPECT_EQ(first.nFailed, 1) << nError;
+        EXPECT_TRUE(IsClosedNumber(first.nRtpSocket)) << nError;
+        EXPECT_EQ(first.nRtcpSocket, -77) << nError;
+        const FruitlessSearch second(kShimBind, nError, 1);
+        EXPECT_EQ(second.nFailed, 1) << nError;
+        EXPECT_TRUE(IsClosedNumber(second.nRtpSocket)) << nError;
+        EXPECT_TRUE(IsClosedNumber(second.nRtcpSocket)) << nError;
+    }
+}
+
+TEST(ServerPortsShortage, OtherErrorsLeadToTheNextPair)
+{
+    for (const int nError : {EADDRINUSE, EACCES}) {
+        const FruitlessSearch search(kShimBind, nError);
+        EXPECT_EQ(search.nFailed, kPairs) << nError;
+        EXPECT_TRUE(IsClosedNumber(search.nRtpSocket)) << nError;
+    }
+    EXPECT_EQ(FruitlessSearch(kShimSocket, EACCES).nFailed, kPairs);
+}
+
+} // namespace
