@@ -8,6 +8,7 @@
 #include "bench/descriptor_limit.h"
 #include "bench/stream_feed.h"
 #include "server/kova_rtsp_server.h"
+#include "tests/support/sockets.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -38,16 +39,12 @@ struct Options {
 
 unsigned FreePort()
 {
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (bind(nSocket, reinterpret_cast<sockaddr *>(&address), nSize) != 0 ||
-        getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize) != 0)
+    const int nSocket = KovaBind(SOCK_STREAM);
+    if (nSocket < 0)
         Fail("no free port");
+    const unsigned nPort = KovaPortOf(nSocket);
     close(nSocket);
-    return ntohs(address.sin_port);
+    return nPort;
 }
 
 /// Somebody may take a free port before the server does.

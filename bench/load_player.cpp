@@ -21,7 +21,7 @@ const char *const kMethods[] = {"OPTIONS", "DESCRIBE",      "SETUP",
 
 KovaLoadPlayer::KovaLoadPlayer(KovaLoadWorld *pWorld, KovaLoadStream *pStream)
     : m_pWorld(pWorld), m_pStream(pStream),
-      m_input([this](const KovaRtspAnswer &answer) { Answer(answer); },
+      m_input([this](const KovaTestResponse &answer) { Answer(answer); },
               [this](unsigned nChannel, const uint8_t *pPacket, size_t nSize) {
                   Frame(nChannel, pPacket, nSize);
               })
@@ -85,15 +85,11 @@ void KovaLoadPlayer::Forget()
 
 void KovaLoadPlayer::Request(Step step)
 {
-    std::string text = std::string(kMethods[step]) + " " + m_pStream->url;
-    if (step == kSetup)
-        text += "/trackID=" + std::to_string(m_tracks[m_nSetUp].nId);
-    text += " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
-    if (step == kSetup)
-        text += SetupLines(m_nSetUp);
-    if (!m_session.empty())
-        text += "Session: " + m_session + "\r\n";
-    text += "\r\n";
+    const std::string track =
+        step == kSetup ? "/trackID=" + std::to_string(m_tracks[m_nSetUp].nId) : std::string();
+    const std::string text =
+        KovaRequestText(kMethods[step], m_pStream->url + track, ++m_nCSeq, m_session,
+                        step == kSetup ? SetupLines(m_nSetUp) : std::string());
     m_step = step;
     m_bAsked = true;
     m_bAskAgain = false;
@@ -103,7 +99,7 @@ void KovaLoadPlayer::Request(Step step)
         End(kBroken, std::string("send: ") + strerror(errno));
 }
 
-void KovaLoadPlayer::Answer(const KovaRtspAnswer &answer)
+void KovaLoadPlayer::Answer(const KovaTestResponse &answer)
 {
     m_bAsked = false;
     if (answer.nStatus != 200)
@@ -119,7 +115,7 @@ void KovaLoadPlayer::Answer(const KovaRtspAnswer &answer)
     case kDescribe:
         return AfterDescribe(answer);
     case kSetup:
-        m_session = answer.session;
+        m_session = answer.Session();
         m_nSetUp++;
         if (m_nSetUp == m_tracks.size())
             Request(kPlay);
@@ -135,7 +131,7 @@ void KovaLoadPlayer::Answer(const KovaRtspAnswer &answer)
 }
 
 /// A stream that is not ready is asked for again.
-void KovaLoadPlayer::AfterDescribe(const KovaRtspAnswer &answer)
+void KovaLoadPlayer::AfterDescribe(const KovaTestResponse &answer)
 {
     const std::vector<KovaDescribedTrack> described = KovaDescribedTracks(answer.body);
     if (described.empty()) {
@@ -154,10 +150,8 @@ void KovaLoadPlayer::AfterDescribe(const KovaRtspAnswer &answer)
 
 std::string KovaLoadPlayer::SetupLines(size_t nTrack) const
 {
-    const int nFirst = m_pWorld->bUdp ? m_tracks[nTrack].nRtpPort : static_cast<int>(2 * nTrack);
-    const std::string pair = std::to_string(nFirst) + "-" + std::to_string(nFirst + 1);
-    return m_pWorld->bUdp ? "Transport: RTP/AVP;unicast;client_port=" + pair + "\r\n"
-                          : "Transport: RTP/AVP/TCP;unicast;interleaved=" + pair + "\r\n";
+    return KovaTransportLine(m_pWorld->bUdp ? KovaUdpTransport(m_tracks[nTrack].nRtpPort)
+                                            : KovaTcpTransport(static_cast<int>(2 * nTrack)));
 }
 
 bool KovaLoadPlayer::OpenPorts(size_t nTrack)

@@ -94,8 +94,8 @@ private:
     };
 
     void Request(Step step);
-    void Answer(const KovaRtspAnswer &answer);
-    void AfterDescribe(const KovaRtspAnswer &answer);
+    void Answer(const KovaTestResponse &answer);
+    void AfterDescribe(const KovaTestResponse &answer);
     std::string SetupLines(size_t nTrack) const;
     bool OpenPorts(size_t nTrack);
     bool Listen(KovaLoadEnd::Kind kind, size_t nTrack, int nSocket);

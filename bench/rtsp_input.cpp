@@ -8,23 +8,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 namespace {
 
 constexpr size_t kChunk = 256 * 1024;
-constexpr size_t kFrameHeader = 4;
-
-/// The value of a header line, or nothing.
-std::string_view Header(std::string_view head, std::string_view name)
-{
-    const size_t nBegin = head.find(name);
-    if (nBegin == std::string_view::npos)
-        return {};
-    head.remove_prefix(nBegin + name.size());
-    return head.substr(0, head.find("\r\n"));
-}
 
 } // namespace
 
@@ -34,7 +22,7 @@ KovaRtspInput::KovaRtspInput(OnAnswer onAnswer, OnFrame onFrame)
 
 bool KovaRtspInput::Read(int nSocket, uint64_t *pNow)
 {
-    static std::vector<uint8_t> s_chunk(2 * kChunk);
+    static std::vector<char> s_chunk(2 * kChunk);
     for (;;) {
         // What was begun goes in front of what comes.
         std::copy(m_rest.begin(), m_rest.end(), s_chunk.begin());
@@ -46,7 +34,7 @@ bool KovaRtspInput::Read(int nSocket, uint64_t *pNow)
             return errno == EAGAIN || errno == EINTR;
         const size_t nSize = m_rest.size() + static_cast<size_t>(nGot);
         m_rest.clear();
-        TakeAll(s_chunk.data(), nSize);
+        TakeAll(std::string_view(s_chunk.data(), nSize));
         if (m_rest.size() >= kChunk)
             return false;
         if (static_cast<size_t>(nGot) < kChunk)
@@ -54,46 +42,20 @@ bool KovaRtspInput::Read(int nSocket, uint64_t *pNow)
     }
 }
 
-void KovaRtspInput::TakeAll(const uint8_t *pBytes, size_t nSize)
+void KovaRtspInput::TakeAll(std::string_view bytes)
 {
-    while (nSize != 0) {
-        const size_t nTaken = *pBytes == '$' ? TakeFrame(pBytes, nSize) : TakeAnswer(pBytes, nSize);
-        if (nTaken == 0)
+    for (;;) {
+        const KovaRtspPiece piece = KovaFirstPiece(bytes);
+        if (piece.nSize == 0)
             break;
-        pBytes += nTaken;
-        nSize -= nTaken;
+        if (piece.nChannel >= 0)
+            m_onFrame(static_cast<unsigned>(piece.nChannel),
+                      reinterpret_cast<const uint8_t *>(piece.bytes.data()), piece.bytes.size());
+        else
+            m_onAnswer(KovaReadResponse(piece.bytes));
+        bytes.remove_prefix(piece.nSize);
     }
-    m_rest.assign(pBytes, pBytes + nSize);
-}
-
-size_t KovaRtspInput::TakeFrame(const uint8_t *pBytes, size_t nSize)
-{
-    if (nSize < kFrameHeader)
-        return 0;
-    const size_t nPacket = static_cast<size_t>(pBytes[2] << 8 | pBytes[3]);
-    if (nSize < kFrameHeader + nPacket)
-        return 0;
-    m_onFrame(pBytes[1], pBytes + kFrameHeader, nPacket);
-    return kFrameHeader + nPacket;
-}
-
-size_t KovaRtspInput::TakeAnswer(const uint8_t *pBytes, size_t nSize)
-{
-    const std::string_view text(reinterpret_cast<const char *>(pBytes), nSize);
-    const size_t nEnd = text.find("\r\n\r\n");
-    if (nEnd == std::string_view::npos)
-        return 0;
-    const std::string_view head = text.substr(0, nEnd + 2);
-    const size_t nBody = strtoul(std::string(Header(head, "Content-Length:")).c_str(), nullptr, 10);
-    if (nSize < nEnd + 4 + nBody)
-        return 0;
-    KovaRtspAnswer answer;
-    answer.nStatus = atoi(std::string(head.substr(std::min<size_t>(9, head.size()))).c_str());
-    const std::string_view session = Header(head, "Session: ");
-    answer.session = session.substr(0, session.find(';'));
-    answer.body = text.substr(nEnd + 4, nBody);
-    m_onAnswer(answer);
-    return nEnd + 4 + nBody;
+    m_rest.assign(bytes);
 }
 
 std::vector<KovaDescribedTrack> KovaDescribedTracks(const std::string &description)

@@ -1,22 +1,18 @@
 #pragma once
 
+#include "tests/support/rtsp_text.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
-
-/// An answer to a request.
-struct KovaRtspAnswer {
-    int nStatus = 0;
-    std::string session; ///< without its parameters
-    std::string body;
-};
 
 /// Tells answers and interleaved frames in the bytes of an RTSP connection apart.
 class KovaRtspInput {
 public:
-    using OnAnswer = std::function<void(const KovaRtspAnswer &)>;
+    using OnAnswer = std::function<void(const KovaTestResponse &)>;
     using OnFrame = std::function<void(unsigned nChannel, const uint8_t *pPacket, size_t nSize)>;
 
     KovaRtspInput(OnAnswer onAnswer, OnFrame onFrame);
@@ -26,13 +22,11 @@ public:
     bool Read(int nSocket, uint64_t *pNow);
 
 private:
-    size_t TakeFrame(const uint8_t *pBytes, size_t nSize);
-    size_t TakeAnswer(const uint8_t *pBytes, size_t nSize);
-    void TakeAll(const uint8_t *pBytes, size_t nSize);
+    void TakeAll(std::string_view bytes);
 
     OnAnswer m_onAnswer;
     OnFrame m_onFrame;
-    std::vector<uint8_t> m_rest; ///< begun, but not complete
+    std::string m_rest; ///< begun, but not complete
 };
 
 /// What the description tells of a track.

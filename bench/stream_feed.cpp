@@ -24,36 +24,18 @@ KovaStreamFeed::KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSo
       m_sound(KovaBenchSound(kSoundSize))
 {}
 
-KovaStreamFeed::~KovaStreamFeed()
-{
-    Stop();
-}
-
 void KovaStreamFeed::Start()
 {
-    m_thread = std::thread([this] { Run(); });
-}
-
-void KovaStreamFeed::Stop()
-{
-    m_bStop = true;
-    if (m_thread.joinable())
-        m_thread.join();
-}
-
-void KovaStreamFeed::Run()
-{
-    const auto begin = std::chrono::steady_clock::now();
-    while (!m_bStop) {
+    m_begin = KovaFeed::Clock::now();
+    m_feed.Start([this] {
         if (m_nTakenRate != m_nRate)
             TakeRate(m_nRate);
         PushPicture();
         if (m_bSound)
             PushSound();
         m_nTick++;
-        std::this_thread::sleep_until(begin +
-                                      std::chrono::milliseconds(m_nTick * kTickMilliseconds));
-    }
+        return m_begin + std::chrono::milliseconds(m_nTick * kTickMilliseconds);
+    });
 }
 
 void KovaStreamFeed::TakeRate(unsigned nKilobits)
@@ -88,10 +70,8 @@ void KovaStreamFeed::PushSound()
     }
 }
 
-void KovaStreamFeed::Push(uint32_t nPayloadId, const std::vector<uint8_t> &unit,
-                          uint64_t nMilliseconds)
+void KovaStreamFeed::Push(uint32_t nPayloadId, const std::string &unit, uint64_t nMilliseconds)
 {
     for (KovaRtspStreamer *pStream : m_streams)
-        KovaRtspServerPushData(pStream, nPayloadId, unit.data(), static_cast<uint32_t>(unit.size()),
-                               static_cast<uint32_t>(nMilliseconds));
+        KovaPush(pStream, nPayloadId, unit, static_cast<uint32_t>(nMilliseconds));
 }

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "server/kova_rtsp_server.h"
+#include "tests/support/feed.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <thread>
+#include <string>
 #include <vector>
 
 /// Pushes made-up pictures (and sound) into streams, in real time, as an encoder does: 25 pictures
@@ -14,9 +14,6 @@
 class KovaStreamFeed {
 public:
     KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSound);
-    ~KovaStreamFeed();
-    KovaStreamFeed(const KovaStreamFeed &) = delete;
-    KovaStreamFeed &operator=(const KovaStreamFeed &) = delete;
 
     /// Begins to push, without a rate.
     void Start();
@@ -26,26 +23,29 @@ public:
     {
         m_nRate = nKilobits;
     }
-    void Stop();
+    void Stop()
+    {
+        m_feed.Stop();
+    }
 
 private:
-    void Run();
     void TakeRate(unsigned nKilobits);
     void PushPicture();
     void PushSound();
-    void Push(uint32_t nPayloadId, const std::vector<uint8_t> &unit, uint64_t nMilliseconds);
+    void Push(uint32_t nPayloadId, const std::string &unit, uint64_t nMilliseconds);
 
     std::vector<KovaRtspStreamer *> m_streams;
     bool m_bSound;
-    std::thread m_thread;
-    std::atomic<bool> m_bStop{false};
     std::atomic<unsigned> m_nRate{0};
     // The thread's own:
-    std::vector<uint8_t> m_key;
-    std::vector<uint8_t> m_other;
-    std::vector<uint8_t> m_sound;
+    std::string m_key;
+    std::string m_other;
+    std::string m_sound;
     unsigned m_nTakenRate = 0;
     uint64_t m_nTick = 0;    ///< fortieths of a second since the start
     uint64_t m_nPicture = 0; ///< pictures since the rate was taken
     uint64_t m_nFrame = 0;   ///< of sound
+    KovaFeed::Clock::time_point m_begin;
+
+    KovaFeed m_feed; ///< ends before what it uses
 };

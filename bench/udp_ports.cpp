@@ -1,5 +1,7 @@
 #include "bench/udp_ports.h"
 
+#include "tests/support/sockets.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -29,15 +31,6 @@ int Open(int nPort)
     return -1;
 }
 
-int PortOf(int nSocket)
-{
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    if (getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize) != 0)
-        return 0;
-    return ntohs(address.sin_port);
-}
-
 } // namespace
 
 bool KovaOpenUdpPorts(KovaUdpPorts *pPorts)
@@ -46,7 +39,7 @@ bool KovaOpenUdpPorts(KovaUdpPorts *pPorts)
         pPorts->nRtpSocket = Open(0);
         if (pPorts->nRtpSocket < 0)
             return false;
-        pPorts->nPort = PortOf(pPorts->nRtpSocket);
+        pPorts->nPort = KovaPortOf(pPorts->nRtpSocket);
         if (pPorts->nPort != 0 && pPorts->nPort % 2 == 0)
             pPorts->nRtcpSocket = Open(pPorts->nPort + 1);
         if (pPorts->nRtcpSocket >= 0)

@@ -4,6 +4,8 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/server_world.h"
 #include "fuzz/support/world.h"
+#include "tests/support/media.h"
+#include "tests/support/rtsp_text.h"
 
 #include <array>
 
@@ -73,7 +75,7 @@ private:
         if (!pPlayer->IsOpen())
             return;
         pPlayer->TakeResponses();
-        pPlayer->Send("OPTIONS rtsp://127.0.0.1/none RTSP/1.0\r\nCSeq: 1\r\n\r\n");
+        pPlayer->Send(KovaRequestText("OPTIONS", "rtsp://127.0.0.1/none", 1));
         KovaWorldRun(kSettle);
         pPlayer->Read();
         if (pPlayer->HasEnded() || pPlayer->IsCut())
@@ -107,18 +109,12 @@ private:
         const std::string session = Session(m_input.Byte() % 5);
         const unsigned nTransport = m_input.Byte() % 5;
         const unsigned nTrack = m_input.Byte() % 4;
-        std::string text = std::string(kMethods[nMethod]) + " rtsp://127.0.0.1/live";
-        if (nMethod == 2)
-            text += nTrack == 3   ? "/trackID=98"
-                    : nTrack == 2 ? ""
-                    : nTrack == 1 ? "/trackID=96"
-                                  : "/trackID=97";
-        text += " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
-        if (!session.empty())
-            text += "Session: " + session + "\r\n";
-        if (nMethod == 2)
-            text += std::string("Transport: ") + kTransports[nTransport] + "\r\n";
-        return text + "\r\n";
+        const std::string url = "rtsp://127.0.0.1/live";
+        if (nMethod != 2)
+            return KovaRequestText(kMethods[nMethod], url, ++m_nCSeq, session);
+        static const char *const kTracks[] = {"/trackID=97", "/trackID=96", "", "/trackID=98"};
+        return KovaRequestText("SETUP", url + kTracks[nTrack], ++m_nCSeq, session,
+                               KovaTransportLine(kTransports[nTransport]));
     }
 
     void SendInHalves()
@@ -147,20 +143,20 @@ private:
         const size_t nSize = m_input.Word() % 6000;
         m_nPts += m_input.Byte();
         if (nKind == 3)
-            m_world.Push(96 + nSize % 2, m_input.Bytes(nSize % 64), m_nPts);
+            m_world.Push(96 + nSize % 2, m_input.Text(nSize % 64), m_nPts);
         else if (nKind == 2)
-            m_world.Push(97, KovaVideoUnit(false, nSize), m_nPts);
+            m_world.Push(97, KovaTestInterFrame(nSize), m_nPts);
         else
             m_world.Push(nKind == 0 ? 97 : 96,
-                         nKind == 0 ? KovaVideoUnit(true, nSize) : KovaAudioUnit(nSize), m_nPts);
+                         nKind == 0 ? KovaTestKeyFrame(nSize) : KovaTestAacFrame(nSize), m_nPts);
     }
 
     void SendReport()
     {
-        const std::string report = std::string("\x81\xC9\x00\x07", 4) + std::string(28, '\0');
+        const std::string report = KovaReceiverReport(0);
         switch (m_input.Byte() % 3) {
         case 0:
-            Player().Send(std::string("$\x01\x00\x20", 4) + report);
+            Player().Send(KovaInterleaved(1, report));
             break;
         case 1:
             Player().Send(report);
@@ -247,7 +243,7 @@ private:
     KovaFuzzInput m_input;
     std::array<KovaFuzzPlayer, 2> m_players;
     unsigned m_nPlayer = 0;
-    unsigned m_nCSeq = 0;
+    int m_nCSeq = 0;
     uint32_t m_nPts = 1000;
     int64_t m_nClock = 0;
 };

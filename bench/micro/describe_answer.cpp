@@ -1,7 +1,7 @@
 // A DESCRIBE from the request's bytes to the answer in the player's socket.
-#include "bench/access_units.h"
 #include "rtsp/request_handler.h"
 #include "server/server.h"
+#include "tests/support/ready_stream.h"
 
 #include <benchmark/benchmark.h>
 
@@ -11,13 +11,11 @@
 
 #include <cstring>
 #include <string_view>
-#include <vector>
 
 namespace {
 
 constexpr char kDescribe[] = "DESCRIBE rtsp://10.0.0.1:554/live RTSP/1.0\r\nCSeq: 2\r\n"
                              "Accept: application/sdp\r\n\r\n";
-constexpr int kReadyTries = 2000;
 
 /// A server that does not listen, with a stream that is ready and a connection of one player.
 class Described {
@@ -25,20 +23,9 @@ public:
     Described()
     {
         const char szAddress[KOVA_ADDRESS_SIZE] = "127.0.0.1";
-        const KovaAudioDescription sound = {64, 48000, 2};
-        const KovaVideoDescription picture = {2000};
-        uint32_t nId = 0;
         m_pServer = KovaRtspServerCreate(szAddress, 554, 16);
-        KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, "live");
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nId, &sound);
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nId, &picture);
-        Push(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaBenchSound(170));
-        Push(pStream, KOVA_PAYLOAD_ID_VIDEO, KovaBenchPicture(true, 1000));
-        for (int nTry = 0; nTry < kReadyTries && !m_bReady; nTry++) {
-            m_bReady = KovaRtspSdpGeneratorIsReady(pStream->pSdpGenerator) != 0;
-            usleep(1000);
-        }
-        m_bReady = m_bReady && socketpair(AF_UNIX, SOCK_STREAM, 0, m_sockets) == 0;
+        KovaMakeReady(KovaPublishAudioVideo(m_pServer, "live"));
+        m_bReady = socketpair(AF_UNIX, SOCK_STREAM, 0, m_sockets) == 0;
         if (m_bReady)
             m_pHandler = KovaRtspServerHandlerCreate(m_pServer, m_sockets[0], {});
     }
@@ -66,11 +53,6 @@ public:
     }
 
 private:
-    static void Push(KovaRtspStreamer *pStream, uint32_t nId, const std::vector<uint8_t> &unit)
-    {
-        KovaRtspServerPushData(pStream, nId, unit.data(), static_cast<uint32_t>(unit.size()), 40);
-    }
-
     KovaRtspServer *m_pServer = nullptr;
     KovaRtspServerHandler *m_pHandler = nullptr;
     bool m_bReady = false;

@@ -1,20 +1,20 @@
 #pragma once
 
 #include "rtp/rtp_packer.h"
+#include "tests/support/media.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <vector>
+#include <string>
 
 /// Packs one access unit again and again; reports bytes and RTP packets a second. Takes the packer.
-inline void KovaMicroPack(benchmark::State &state, KovaRtpPacker *pPacker,
-                          const std::vector<uint8_t> &unit)
+inline void KovaMicroPack(benchmark::State &state, KovaRtpPacker *pPacker, const std::string &unit)
 {
     uint32_t nTime = 40;
     int64_t nPackets = 0;
     for (auto _ : state) {
-        if (KovaRtpPackerPushData(pPacker, unit.data(), static_cast<uint32_t>(unit.size()),
+        if (KovaRtpPackerPushData(pPacker, KovaUnitBytes(unit), static_cast<uint32_t>(unit.size()),
                                   nTime++) != kPackerOk) {
             state.SkipWithError("the access unit was refused");
             break;

@@ -1,5 +1,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
+#include "tests/support/c_calls.h"
 
 #include <sys/mman.h>
 
@@ -10,12 +11,6 @@
 // A stream's rings are large. The sanitizer would map, mark and unmap them with every run, which
 // takes longer than everything else; so large blocks are kept here, in front of a page that cannot
 // be used, and are zero again when they are given out.
-
-extern "C" {
-void *__real_malloc(size_t nSize);
-void *__real_calloc(size_t nCount, size_t nSize);
-void __real_free(void *pBlock);
-}
 
 namespace {
 
@@ -57,19 +52,17 @@ void *TakeBlock(size_t nSize)
     return pFree->pMemory;
 }
 
-} // namespace
-
-extern "C" void *__wrap_malloc(size_t nSize)
+void *Malloc(size_t nSize)
 {
     return IsLarge(nSize) ? TakeBlock(nSize) : __real_malloc(nSize);
 }
 
-extern "C" void *__wrap_calloc(size_t nCount, size_t nSize)
+void *Calloc(size_t nCount, size_t nSize)
 {
     return IsLarge(nCount * nSize) ? TakeBlock(nCount * nSize) : __real_calloc(nCount, nSize);
 }
 
-extern "C" void __wrap_free(void *pMemory)
+void Free(void *pMemory)
 {
     for (Block &block : g_blocks) {
         if (block.pMemory != pMemory)
@@ -81,3 +74,13 @@ extern "C" void __wrap_free(void *pMemory)
     }
     __real_free(pMemory);
 }
+
+/// Stands in for the calls from the start of the program.
+const bool g_bReplaced = [] {
+    KovaReplaceCall<__real_malloc>(Malloc);
+    KovaReplaceCall<__real_calloc>(Calloc);
+    KovaReplaceCall<__real_free>(Free);
+    return true;
+}();
+
+} // namespace

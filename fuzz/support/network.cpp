@@ -2,25 +2,13 @@
 
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
+#include "tests/support/c_calls.h"
 
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <map>
-
-extern "C" {
-int __real_socket(int nDomain, int nType, int nProtocol);
-int __real_bind(int nSocket, const sockaddr *pAddress, socklen_t nLength);
-ssize_t __real_send(int nSocket, const void *pBytes, size_t nSize, int nFlags);
-ssize_t __real_sendto(int nSocket, const void *pBytes, size_t nSize, int nFlags,
-                      const sockaddr *pAddress, socklen_t nLength);
-ssize_t __real_recvfrom(int nSocket, void *pBytes, size_t nSize, int nFlags, sockaddr *pAddress,
-                        socklen_t *pLength);
-int __real_close(int nSocket);
-}
 
 namespace {
 
@@ -145,7 +133,9 @@ void KovaCheckMediaPacket(const uint8_t *pData, size_t nSize)
 // ---- In place of the C library's
 // -----------------------------------------------------------------
 
-extern "C" int __wrap_socket(int nDomain, int nType, int nProtocol)
+namespace {
+
+int OpenSocket(int nDomain, int nType, int nProtocol)
 {
     if (!KovaWorldIsOn() || nDomain != AF_INET || (nType & ~SOCK_CLOEXEC) != SOCK_DGRAM)
         return __real_socket(nDomain, nType, nProtocol);
@@ -155,7 +145,7 @@ extern "C" int __wrap_socket(int nDomain, int nType, int nProtocol)
     return nSocket;
 }
 
-extern "C" int __wrap_bind(int nSocket, const sockaddr *pAddress, socklen_t nLength)
+int Bind(int nSocket, const sockaddr *pAddress, socklen_t nLength)
 {
     const auto entry = g_udp.find(nSocket);
     if (!KovaWorldIsOn() || entry == g_udp.end())
@@ -170,7 +160,7 @@ extern "C" int __wrap_bind(int nSocket, const sockaddr *pAddress, socklen_t nLen
     return 0;
 }
 
-extern "C" ssize_t __wrap_send(int nSocket, const void *pBytes, size_t nSize, int nFlags)
+ssize_t Send(int nSocket, const void *pBytes, size_t nSize, int nFlags)
 {
     if (!KovaWorldIsOn())
         return __real_send(nSocket, pBytes, nSize, nFlags);
@@ -190,8 +180,8 @@ extern "C" ssize_t __wrap_send(int nSocket, const void *pBytes, size_t nSize, in
     return nSent;
 }
 
-extern "C" ssize_t __wrap_sendto(int nSocket, const void *pBytes, size_t nSize, int nFlags,
-                                 const sockaddr *pAddress, socklen_t nLength)
+ssize_t SendTo(int nSocket, const void *pBytes, size_t nSize, int nFlags, const sockaddr *pAddress,
+               socklen_t nLength)
 {
     const auto entry = g_udp.find(nSocket);
     if (!KovaWorldIsOn() || entry == g_udp.end())
@@ -202,8 +192,8 @@ extern "C" ssize_t __wrap_sendto(int nSocket, const void *pBytes, size_t nSize, 
     return static_cast<ssize_t>(nSize);
 }
 
-extern "C" ssize_t __wrap_recvfrom(int nSocket, void *pBytes, size_t nSize, int nFlags,
-                                   sockaddr *pAddress, socklen_t *pLength)
+ssize_t ReceiveFrom(int nSocket, void *pBytes, size_t nSize, int nFlags, sockaddr *pAddress,
+                    socklen_t *pLength)
 {
     const auto entry = g_udp.find(nSocket);
     if (!KovaWorldIsOn() || entry == g_udp.end())
@@ -217,7 +207,7 @@ extern "C" ssize_t __wrap_recvfrom(int nSocket, void *pBytes, size_t nSize, int 
     return static_cast<ssize_t>(nSize);
 }
 
-extern "C" int __wrap_close(int nSocket)
+int Close(int nSocket)
 {
     if (!KovaWorldIsOn())
         return __real_close(nSocket);
@@ -228,3 +218,16 @@ extern "C" int __wrap_close(int nSocket)
     KovaRequire(nResult == 0, "no descriptor is closed twice");
     return nResult;
 }
+
+/// Stands in for the calls from the start of the program.
+const bool g_bReplaced = [] {
+    KovaReplaceCall<__real_socket>(OpenSocket);
+    KovaReplaceCall<__real_bind>(Bind);
+    KovaReplaceCall<__real_send>(Send);
+    KovaReplaceCall<__real_sendto>(SendTo);
+    KovaReplaceCall<__real_recvfrom>(ReceiveFrom);
+    KovaReplaceCall<__real_close>(Close);
+    return true;
+}();
+
+} // namespace

@@ -4,6 +4,7 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/response.h"
 #include "fuzz/support/world.h"
+#include "tests/support/rtsp_text.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,9 +13,6 @@
 #include <cerrno>
 
 namespace {
-
-constexpr char kLengthName[] = "Content-Length: ";
-constexpr char kSessionName[] = "\r\nSession: ";
 
 uint8_t ByteAt(std::string_view text, size_t nAt)
 {
@@ -94,45 +92,27 @@ bool KovaFuzzPlayer::TakeUnit()
 {
     if (m_bytes.empty())
         return false;
-    if (m_bytes[0] == '$') {
-        if (m_bytes.size() < 4)
-            return false;
-        const size_t nSize = size_t{ByteAt(m_bytes, 2)} << 8 | ByteAt(m_bytes, 3);
-        if (m_bytes.size() < 4 + nSize)
-            return false;
-        KovaCheckMediaPacket(reinterpret_cast<const uint8_t *>(m_bytes.data()) + 4, nSize);
-        m_bytes.erase(0, 4 + nSize);
-        nFrames++;
-        return true;
-    }
-    const std::string_view begin = "RTSP/1.0 ";
-    const size_t nKnown = std::min(begin.size(), m_bytes.size());
-    KovaRequire(m_bytes.compare(0, nKnown, begin.substr(0, nKnown)) == 0,
+    KovaRequire(m_bytes[0] == '$' || KovaBeginsResponse(m_bytes),
                 "a connection carries responses and frames only");
-    size_t nEnd = m_bytes.find("\r\n\r\n");
-    if (nEnd == std::string::npos)
+    const KovaRtspPiece piece = KovaFirstPiece(m_bytes);
+    if (piece.nSize == 0)
         return false;
-    nEnd += 4;
-    const size_t nLength = m_bytes.find(kLengthName);
-    if (nLength < nEnd)
-        nEnd += std::stoul(m_bytes.substr(nLength + sizeof(kLengthName) - 1));
-    if (m_bytes.size() < nEnd)
-        return false;
-    const std::string response = m_bytes.substr(0, nEnd);
-    m_bytes.erase(0, nEnd);
-    KovaCheckResponse(response);
-    NoteSession(response);
-    m_responses.push_back(response);
+    if (piece.nChannel >= 0) {
+        KovaCheckMediaPacket(reinterpret_cast<const uint8_t *>(piece.bytes.data()),
+                             piece.bytes.size());
+        nFrames++;
+    } else {
+        KovaCheckResponse(piece.bytes);
+        m_responses.emplace_back(piece.bytes);
+        NoteSession(KovaReadResponse(piece.bytes).Session());
+    }
+    m_bytes.erase(0, piece.nSize);
     return true;
 }
 
-void KovaFuzzPlayer::NoteSession(const std::string &response)
+void KovaFuzzPlayer::NoteSession(const std::string &id)
 {
-    const size_t nName = response.find(kSessionName);
-    if (nName == std::string::npos)
-        return;
-    const std::string id = response.substr(nName + sizeof(kSessionName) - 1, 11);
-    if (id[0] != ';' && std::find(sessions.begin(), sessions.end(), id) == sessions.end())
+    if (!id.empty() && std::find(sessions.begin(), sessions.end(), id) == sessions.end())
         sessions.push_back(id);
 }
 

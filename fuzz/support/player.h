@@ -47,7 +47,7 @@ public:
 
 private:
     bool TakeUnit();
-    void NoteSession(const std::string &response);
+    void NoteSession(const std::string &id);
 
     int m_nSocket = -1;
     int m_nServerEnd = -1;

@@ -4,7 +4,6 @@
 #include "server/server.h"
 
 #include <string>
-#include <vector>
 
 /// A world with a server in it: a stream "live" with AAC and H.264 whose description is ready.
 class KovaServerWorld {
@@ -31,7 +30,7 @@ public:
     /// Connects a player to a handler with its own thread.
     void Connect(KovaFuzzPlayer *pPlayer);
 
-    void Push(uint32_t nPayloadId, const std::vector<uint8_t> &unit, uint32_t nPts);
+    void Push(uint32_t nPayloadId, const std::string &unit, uint32_t nPts);
 
     unsigned Sessions();
     unsigned Handlers();
@@ -42,7 +41,3 @@ private:
     KovaRtspServer *m_pServer;
     KovaRtspStreamer *m_pStream = nullptr;
 };
-
-/// Access units to push.
-std::vector<uint8_t> KovaVideoUnit(bool bKey, size_t nSize);
-std::vector<uint8_t> KovaAudioUnit(size_t nSize);

@@ -1,31 +1,22 @@
 #include "fuzz/support/network.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
+#include "tests/support/c_calls.h"
 
 #include <linux/futex.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 
-// Every fuzz program is linked with --wrap for these functions: the library's calls come here.
+// The library's calls come here; those in front by the stand-ins that tests use as well, those with
+// __wrap_ in their names by the linker at once.
 
 extern "C" {
-time_t __real_time(time_t *pTime);
-int __real_gettimeofday(timeval *pTime, void *pZone);
-int __real_usleep(useconds_t nMicroseconds);
-int __real_rand();
 void __real_srand(unsigned nSeed);
-int __real_poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds);
 long __real_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
                     long nSixth);
-int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
-                          void *(*pfnBody)(void *), void *pArgument);
 int __real_pthread_mutex_lock(pthread_mutex_t *pMutex);
 }
 
@@ -40,9 +31,7 @@ constexpr int64_t kIdleFactor = 10;
 
 uint32_t g_nRandom = 1;
 
-} // namespace
-
-extern "C" time_t __wrap_time(time_t *pTime)
+time_t Time(time_t *pTime)
 {
     if (!KovaWorldIsOn())
         return __real_time(pTime);
@@ -52,7 +41,7 @@ extern "C" time_t __wrap_time(time_t *pTime)
     return tNow;
 }
 
-extern "C" int __wrap_gettimeofday(timeval *pTime, void *pZone)
+int GetTimeOfDay(timeval *pTime, void *pZone)
 {
     if (!KovaWorldIsOn())
         return __real_gettimeofday(pTime, pZone);
@@ -61,7 +50,7 @@ extern "C" int __wrap_gettimeofday(timeval *pTime, void *pZone)
     return 0;
 }
 
-extern "C" int __wrap_usleep(useconds_t nMicroseconds)
+int Sleep(useconds_t nMicroseconds)
 {
     if (!KovaWorldIsOn())
         return __real_usleep(nMicroseconds);
@@ -69,7 +58,7 @@ extern "C" int __wrap_usleep(useconds_t nMicroseconds)
     return 0;
 }
 
-extern "C" int __wrap_rand()
+int Rand()
 {
     if (!KovaWorldIsOn())
         return __real_rand();
@@ -77,15 +66,7 @@ extern "C" int __wrap_rand()
     return static_cast<int>(g_nRandom >> 8);
 }
 
-extern "C" void __wrap_srand(unsigned nSeed)
-{
-    if (KovaWorldIsOn())
-        g_nRandom = nSeed;
-    else
-        __real_srand(nSeed);
-}
-
-extern "C" int __wrap_poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
+int Poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
 {
     if (!KovaWorldIsOn())
         return __real_poll(pEntries, nCount, nMilliseconds);
@@ -94,6 +75,37 @@ extern "C" int __wrap_poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
         return nReady;
     KovaWorldSleep(int64_t{nMilliseconds} * 1000, KovaWorldSockets());
     return __real_poll(pEntries, nCount, 0);
+}
+
+int CreateThread(pthread_t *pThread, const pthread_attr_t *pAttributes, void *(*pfnBody)(void *),
+                 void *pArgument)
+{
+    if (!KovaWorldIsOn())
+        return __real_pthread_create(pThread, pAttributes, pfnBody, pArgument);
+    *pThread = pthread_self();
+    KovaWorldStartThread(pfnBody, pArgument);
+    return 0;
+}
+
+/// Stands in for the calls from the start of the program.
+const bool g_bReplaced = [] {
+    KovaReplaceCall<__real_time>(Time);
+    KovaReplaceCall<__real_gettimeofday>(GetTimeOfDay);
+    KovaReplaceCall<__real_usleep>(Sleep);
+    KovaReplaceCall<__real_rand>(Rand);
+    KovaReplaceCall<__real_poll>(Poll);
+    KovaReplaceCall<__real_pthread_create>(CreateThread);
+    return true;
+}();
+
+} // namespace
+
+extern "C" void __wrap_srand(unsigned nSeed)
+{
+    if (KovaWorldIsOn())
+        g_nRandom = nSeed;
+    else
+        __real_srand(nSeed);
 }
 
 /// The library's events are futexes.
@@ -110,16 +122,6 @@ extern "C" long __wrap_syscall(long nNumber, long nFirst, long nSecond, long nTh
     KovaRequire(nSecond == FUTEX_WAIT_PRIVATE, "no other futex operation is used");
     const long *pTimeout = reinterpret_cast<const long *>(nFourth);
     KovaWorldSleep(kIdleFactor * (pTimeout[0] * kMillion + pTimeout[1] / 1000), pWord);
-    return 0;
-}
-
-extern "C" int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
-                                     void *(*pfnBody)(void *), void *pArgument)
-{
-    if (!KovaWorldIsOn())
-        return __real_pthread_create(pThread, pAttributes, pfnBody, pArgument);
-    *pThread = pthread_self();
-    KovaWorldStartThread(pfnBody, pArgument);
     return 0;
 }
 

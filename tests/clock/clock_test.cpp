@@ -25,34 +25,20 @@ constexpr uint32_t kFirstPts = 1000;
 /// Pushes both tracks in real time until it is destroyed.
 class Feed {
 public:
-    Feed(KovaRtspStreamer *pStream, uint32_t nFirstPts) : m_thread([=] { Run(pStream, nFirstPts); })
-    {}
-    ~Feed()
+    Feed(KovaRtspStreamer *pStream, uint32_t nFirstPts)
     {
-        m_bEnd = true;
-        m_thread.join();
+        const SteadyClock::time_point begin = SteadyClock::now();
+        m_feed.Start([=, n = uint32_t{0}]() mutable {
+            const uint32_t nPts = nFirstPts + n * static_cast<uint32_t>(kInterval.count());
+            KovaPush(pStream, 96, KovaTestAacFrame(100), nPts);
+            KovaPush(pStream, 97, n % 5 == 0 ? KovaTestKeyFrame(3000) : KovaTestInterFrame(500),
+                     nPts);
+            return begin + ++n * kInterval;
+        });
     }
 
 private:
-    static void Push(KovaRtspStreamer *pStream, uint32_t nId, const std::string &unit,
-                     uint32_t nPts)
-    {
-        KovaRtspServerPushData(pStream, nId, reinterpret_cast<const uint8_t *>(unit.data()),
-                               static_cast<uint32_t>(unit.size()), nPts);
-    }
-    void Run(KovaRtspStreamer *pStream, uint32_t nFirstPts)
-    {
-        const SteadyClock::time_point begin = SteadyClock::now();
-        for (uint32_t n = 0; !m_bEnd; n++) {
-            const uint32_t nPts = nFirstPts + n * static_cast<uint32_t>(kInterval.count());
-            Push(pStream, 96, KovaTestAacFrame(100), nPts);
-            Push(pStream, 97, n % 5 == 0 ? KovaTestKeyFrame(3000) : KovaTestInterFrame(500), nPts);
-            std::this_thread::sleep_until(begin + (n + 1) * kInterval);
-        }
-    }
-
-    std::atomic<bool> m_bEnd{false};
-    std::thread m_thread;
+    KovaFeed m_feed;
 };
 
 struct ClockTest : testing::Test {

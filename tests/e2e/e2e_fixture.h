@@ -3,6 +3,7 @@
 #include "streamer/registries.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/player.h"
+#include "tests/support/server_records.h"
 #include "tests/support/synthetic_media.h"
 #include "tests/support/test_server.h"
 
@@ -71,18 +72,7 @@ protected:
     /// Moves a session's expiry; false when there is no such session.
     bool SetExpiry(const std::string &session, int32_t tExpire)
     {
-        KovaRtspServer *pServer = m_server->Server();
-        bool bFound = false;
-        pthread_mutex_lock(&pServer->mtxSession);
-        for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-            auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
-            if (session == pSession->szSessionId) {
-                pSession->tExpire = tExpire;
-                bFound = true;
-            }
-        }
-        pthread_mutex_unlock(&pServer->mtxSession);
-        return bFound;
+        return KovaSetExpiry(m_server->Server(), session, tExpire);
     }
     int32_t Now() const
     {

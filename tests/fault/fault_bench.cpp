@@ -1,8 +1,8 @@
 #include "tests/fault/fault_bench.h"
 
-#include "foundation/scope_guard.h"
 #include "server/kova_rtsp_server.h"
 #include "streamer/registries.h"
+#include "tests/support/server_records.h"
 #include "tests/support/wait_until.h"
 
 #include <chrono>
@@ -56,31 +56,13 @@ std::vector<std::string> WithParts(const std::vector<std::string> &payloads)
     return whole;
 }
 
-bool PackersWork(KovaRtspStreamer *pStream)
-{
-    return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
-}
-
-/// Whether no packet of the track waits to be sent.
-bool IsSent(KovaRtspStreamer *pStream, uint32_t nPayloadId)
-{
-    KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStream, nPayloadId);
-    bool bSent = true;
-    const KovaMutexLock lock(&pSender->mutex);
-    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
-        auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        const KovaMutexLock packetLock(&pGroup->packetMutex);
-        bSent = bSent && pGroup->pPacketList == nullptr;
-    }
-    return bSent;
-}
-
 /// A stream with nothing under way.
 bool IsQuiet(KovaRtspStreamer *pStream)
 {
     return KovaRingbufferAvail(&pStream->audioRing) == 0 &&
-           KovaRingbufferAvail(&pStream->videoRing) == 0 && IsSent(pStream, 96) &&
-           IsSent(pStream, 97);
+           KovaRingbufferAvail(&pStream->videoRing) == 0 &&
+           KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_AUDIO) == 0 &&
+           KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_VIDEO) == 0;
 }
 
 } // namespace
@@ -96,6 +78,11 @@ std::vector<int> KovaFaultNumbers(int nCalls, int nMost)
     for (int nIndex = 1; !bAll && nIndex <= nSpread; nIndex++)
         numbers.push_back(nFirst + (nCalls - nFirst) * nIndex / nSpread);
     return numbers;
+}
+
+bool KovaPackersWork(KovaRtspStreamer *pStream)
+{
+    return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
 }
 
 void KovaExpectHeld(const KovaHoldings &before)
@@ -179,7 +166,7 @@ KovaVisitPlan KovaFaultBench::Plan(KovaVisitKind nKind)
 
 void KovaFaultBench::Republish()
 {
-    if (m_pStream != nullptr && PackersWork(m_pStream))
+    if (m_pStream != nullptr && KovaPackersWork(m_pStream))
         return;
     KovaRtspServerRemoveUri(m_pServer->Server(), kVisitUri);
     m_pStream = m_pServer->AddStream(kVisitUri);

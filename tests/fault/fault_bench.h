@@ -16,6 +16,9 @@
 /// first ones and a spread over the rest, nMost together.
 std::vector<int> KovaFaultNumbers(int nCalls, int nMost);
 
+/// Whether both packer threads of the stream are at work.
+bool KovaPackersWork(KovaRtspStreamer *pStream);
+
 /// Waits until nothing is held that was not held before; says what is.
 void KovaExpectHeld(const KovaHoldings &before);
 

@@ -1,18 +1,14 @@
 #include "tests/fault/fault_shim.h"
 
+#include "tests/support/c_calls.h"
 #include "tests/support/test_server.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdarg>
 #include <memory>
 #include <mutex>
 #include <unordered_set>
@@ -223,68 +219,47 @@ size_t KovaInheritableOpenings()
     return g_nInheritable;
 }
 
-// What the linker puts in the place of the C library's functions, and their real
-// selves.
+namespace {
 
-extern "C" {
-
-void *__real_malloc(size_t nSize);
-void *__real_calloc(size_t nCount, size_t nSize);
-void *__real_realloc(void *pBlock, size_t nSize);
-void __real_free(void *pBlock);
-int __real_pthread_create(pthread_t *pHandle, const pthread_attr_t *pAttributes,
-                          void *(*pfnBody)(void *), void *pArgument);
-int __real_socket(int nDomain, int nType, int nProtocol);
-int __real_bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize);
-int __real_listen(int nSocket, int nBacklog);
-int __real_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, socklen_t nSize);
-int __real_accept(int nSocket, struct sockaddr *pAddress, socklen_t *pSize);
-int __real_accept4(int nSocket, struct sockaddr *pAddress, socklen_t *pSize, int nFlags);
-ssize_t __real_send(int nSocket, const void *pData, size_t nSize, int nFlags);
-ssize_t __real_sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
-                      const struct sockaddr *pAddress, socklen_t nAddressSize);
-ssize_t __real_recv(int nSocket, void *pData, size_t nSize, int nFlags);
-ssize_t __real_recvfrom(int nSocket, void *pData, size_t nSize, int nFlags,
-                        struct sockaddr *pAddress, socklen_t *pAddressSize);
-int __real_poll(struct pollfd *pEntries, nfds_t nEntries, int nMilliseconds);
-int __real_usleep(useconds_t nMicroseconds);
-int __real_fcntl(int nDescriptor, int nCommand, ...);
-int __real_getsockname(int nSocket, struct sockaddr *pAddress, socklen_t *pSize);
-int __real_getpeername(int nSocket, struct sockaddr *pAddress, socklen_t *pSize);
-
-void *__wrap_malloc(size_t nSize)
+/// Whether a call of this kind is to fail; errno is set then.
+template <KovaFaultCall nCall> bool Fails()
 {
-    return KovaFaultHooks::Fails(kFaultMalloc) ? nullptr : Given(__real_malloc(nSize));
+    return KovaFaultHooks::Fails(nCall);
 }
 
-void *__wrap_calloc(size_t nCount, size_t nSize)
+void *Malloc(size_t nSize)
 {
-    return KovaFaultHooks::Fails(kFaultCalloc) ? nullptr : Given(__real_calloc(nCount, nSize));
+    return Fails<kFaultMalloc>() ? nullptr : Given(__real_malloc(nSize));
 }
 
-void *__wrap_realloc(void *pBlock, size_t nSize)
+void *Calloc(size_t nCount, size_t nSize)
 {
-    if (KovaFaultHooks::Fails(kFaultRealloc))
+    return Fails<kFaultCalloc>() ? nullptr : Given(__real_calloc(nCount, nSize));
+}
+
+void *Realloc(void *pBlock, size_t nSize)
+{
+    if (Fails<kFaultRealloc>())
         return nullptr;
     TakenBack(pBlock);
     return Given(__real_realloc(pBlock, nSize));
 }
 
-void __wrap_free(void *pBlock)
+void Free(void *pBlock)
 {
     TakenBack(pBlock);
     __real_free(pBlock);
 }
 
-int __wrap_pthread_create(pthread_t *pHandle, const pthread_attr_t *pAttributes,
-                          void *(*pfnBody)(void *), void *pArgument)
+int CreateThread(pthread_t *pThread, const pthread_attr_t *pAttributes, void *(*pfnBody)(void *),
+                 void *pArgument)
 {
     const int nError = KovaFaultHooks::Judge(kFaultThread);
     if (nError != 0)
         return nError;
     auto pBody = std::make_unique<Body>(Body{pfnBody, pArgument});
     g_nThreads++;
-    const int nResult = __real_pthread_create(pHandle, pAttributes, RunBody, pBody.get());
+    const int nResult = __real_pthread_create(pThread, pAttributes, RunBody, pBody.get());
     if (nResult == 0)
         static_cast<void>(pBody.release());
     else
@@ -292,104 +267,72 @@ int __wrap_pthread_create(pthread_t *pHandle, const pthread_attr_t *pAttributes,
     return nResult;
 }
 
-int __wrap_socket(int nDomain, int nType, int nProtocol)
+int OpenSocket(int nDomain, int nType, int nProtocol)
 {
     NoteOpening((nType & SOCK_CLOEXEC) != 0);
-    return KovaFaultHooks::Fails(kFaultSocket) ? -1 : __real_socket(nDomain, nType, nProtocol);
+    return Fails<kFaultSocket>() ? -1 : __real_socket(nDomain, nType, nProtocol);
 }
 
-int __wrap_bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize)
+int Bind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
 {
     HoldIfAsked(kFaultBind);
-    return KovaFaultHooks::Fails(kFaultBind) ? -1 : __real_bind(nSocket, pAddress, nSize);
+    return Fails<kFaultBind>() ? -1 : __real_bind(nSocket, pAddress, nSize);
 }
 
-int __wrap_listen(int nSocket, int nBacklog)
-{
-    return KovaFaultHooks::Fails(kFaultListen) ? -1 : __real_listen(nSocket, nBacklog);
-}
-
-int __wrap_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, socklen_t nSize)
-{
-    return KovaFaultHooks::Fails(kFaultSetOption)
-               ? -1
-               : __real_setsockopt(nSocket, nLevel, nName, pValue, nSize);
-}
-
-int __wrap_accept(int nSocket, struct sockaddr *pAddress, socklen_t *pSize)
+int Accept(int nSocket, sockaddr *pAddress, socklen_t *pSize)
 {
     NoteOpening(false);
-    return KovaFaultHooks::Fails(kFaultAccept) ? -1 : __real_accept(nSocket, pAddress, pSize);
+    return Fails<kFaultAccept>() ? -1 : __real_accept(nSocket, pAddress, pSize);
 }
 
-int __wrap_accept4(int nSocket, struct sockaddr *pAddress, socklen_t *pSize, int nFlags)
+int Accept4(int nSocket, sockaddr *pAddress, socklen_t *pSize, int nFlags)
 {
     NoteOpening((nFlags & SOCK_CLOEXEC) != 0);
-    return KovaFaultHooks::Fails(kFaultAccept) ? -1
-                                               : __real_accept4(nSocket, pAddress, pSize, nFlags);
+    return Fails<kFaultAccept>() ? -1 : __real_accept4(nSocket, pAddress, pSize, nFlags);
 }
 
-ssize_t __wrap_send(int nSocket, const void *pData, size_t nSize, int nFlags)
+int Control(int nDescriptor, int nCommand, int nArgument)
+{
+    if (nCommand == F_DUPFD)
+        NoteOpening(false);
+    return Fails<kFaultControl>() ? -1 : KovaRealControl(nDescriptor, nCommand, nArgument);
+}
+
+ssize_t Send(int nSocket, const void *pData, size_t nSize, int nFlags)
 {
     if (KovaFaultHooks::Fails(kFaultSend, &nSize))
         return -1;
     return __real_send(nSocket, pData, nSize, nFlags);
 }
 
-ssize_t __wrap_sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
-                      const struct sockaddr *pAddress, socklen_t nAddressSize)
+int Sleep(useconds_t nMicroseconds)
 {
-    if (KovaFaultHooks::Fails(kFaultSendTo))
-        return -1;
-    return __real_sendto(nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
+    return Fails<kFaultSleep>() ? -1 : __real_usleep(std::min(nMicroseconds, kLongestRest));
 }
 
-ssize_t __wrap_recv(int nSocket, void *pData, size_t nSize, int nFlags)
-{
-    return KovaFaultHooks::Fails(kFaultReceive) ? -1 : __real_recv(nSocket, pData, nSize, nFlags);
-}
+/// Stands in for the calls from the start of the program.
+const bool g_bReplaced = [] {
+    KovaReplaceCall<__real_malloc>(Malloc);
+    KovaReplaceCall<__real_calloc>(Calloc);
+    KovaReplaceCall<__real_realloc>(Realloc);
+    KovaReplaceCall<__real_free>(Free);
+    KovaReplaceCall<__real_pthread_create>(CreateThread);
+    KovaReplaceCall<__real_send>(Send);
+    KovaReplaceCall<__real_usleep>(Sleep);
+    KovaReplaceCall<__real_socket>(OpenSocket);
+    KovaReplaceCall<__real_bind>(Bind);
+    KovaReplaceCall<__real_accept>(Accept);
+    KovaReplaceCall<__real_accept4>(Accept4);
+    KovaReplaceCall<KovaRealControl>(Control);
+    KovaMakeFailable<__real_listen, Fails<kFaultListen>>();
+    KovaMakeFailable<__real_setsockopt, Fails<kFaultSetOption>>();
+    KovaMakeFailable<__real_sendto, Fails<kFaultSendTo>>();
+    KovaMakeFailable<__real_recv, Fails<kFaultReceive>>();
+    KovaMakeFailable<__real_recvfrom, Fails<kFaultReceiveFrom>>();
+    KovaMakeFailable<__real_poll, Fails<kFaultPoll>>();
+    KovaMakeFailable<__real_getsockname, Fails<kFaultOwnName>>();
+    KovaMakeFailable<__real_getpeername, Fails<kFaultPeerName>>();
+    return true;
+}();
 
-ssize_t __wrap_recvfrom(int nSocket, void *pData, size_t nSize, int nFlags,
-                        struct sockaddr *pAddress, socklen_t *pAddressSize)
-{
-    if (KovaFaultHooks::Fails(kFaultReceiveFrom))
-        return -1;
-    return __real_recvfrom(nSocket, pData, nSize, nFlags, pAddress, pAddressSize);
-}
-
-int __wrap_poll(struct pollfd *pEntries, nfds_t nEntries, int nMilliseconds)
-{
-    return KovaFaultHooks::Fails(kFaultPoll) ? -1 : __real_poll(pEntries, nEntries, nMilliseconds);
-}
-
-int __wrap_usleep(useconds_t nMicroseconds)
-{
-    return KovaFaultHooks::Fails(kFaultSleep)
-               ? -1
-               : __real_usleep(std::min(nMicroseconds, kLongestRest));
-}
-
-int __wrap_fcntl(int nDescriptor, int nCommand, ...)
-{
-    va_list arguments;
-    va_start(arguments, nCommand);
-    const int nArgument = va_arg(arguments, int);
-    va_end(arguments);
-    if (nCommand == F_DUPFD)
-        NoteOpening(false);
-    return KovaFaultHooks::Fails(kFaultControl) ? -1
-                                                : __real_fcntl(nDescriptor, nCommand, nArgument);
-}
-
-int __wrap_getsockname(int nSocket, struct sockaddr *pAddress, socklen_t *pSize)
-{
-    return KovaFaultHooks::Fails(kFaultOwnName) ? -1 : __real_getsockname(nSocket, pAddress, pSize);
-}
-
-int __wrap_getpeername(int nSocket, struct sockaddr *pAddress, socklen_t *pSize)
-{
-    return KovaFaultHooks::Fails(kFaultPeerName) ? -1
-                                                 : __real_getpeername(nSocket, pAddress, pSize);
-}
-
-} // extern "C"
+} // namespace

@@ -5,9 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-/// The calls of the C library that can be made to fail. This program is linked
-/// so that the project's own objects reach the C library through the shim
-/// (ld --wrap); the C++ run time and GoogleTest's shared parts do not.
+/// The calls of the C library that can be made to fail: those of the project's own
+/// objects (tests/support/c_calls.h), from the start of the program to its end.
 enum KovaFaultCall : uint32_t {
     kFaultMalloc = 1U << 0,
     kFaultCalloc = 1U << 1,

@@ -21,26 +21,14 @@ constexpr int kVideoTrack = 97;
 constexpr int kAudioChannel = 0;
 constexpr int kVideoChannel = 2;
 
-const uint8_t *Bytes(const std::string &text)
-{
-    return reinterpret_cast<const uint8_t *>(text.data());
-}
-
-void Push(KovaRtspStreamer *pStream, int nTrack, const std::string &unit)
-{
-    // With the first time stamp of all, a packet is never held back.
-    KovaRtspServerPushData(pStream, static_cast<uint32_t>(nTrack), Bytes(unit),
-                           static_cast<uint32_t>(unit.size()), 0);
-}
-
 /// One unit in each of the shapes: parameter sets with a fragmented picture, and
 /// two units in one packet.
 std::string VideoUnit(int nUnit)
 {
-    const std::string start("\0\0\0\1", 4);
     if (nUnit % 2 == 0)
         return KovaTestKeyFrame(3000 + static_cast<size_t>(nUnit));
-    return KovaTestInterFrame(200) + start + "\x41" + std::string(300, static_cast<char>(nUnit));
+    return KovaTestInterFrame(200) +
+           KovaAnnexB({"\x41" + std::string(300, static_cast<char>(nUnit))});
 }
 
 std::string AudioUnit(int nUnit)
@@ -130,9 +118,8 @@ private:
                 response = m_client.Receive(nMilliseconds);
                 return response.bComplete || HasEnded();
             });
-        const std::string session = response.Header("Session");
         if (method == "SETUP" && response.nStatus == 200)
-            m_client.SetSession(session.substr(0, session.find(';')));
+            m_client.SetSession(response.Session());
         m_visit.steps.push_back({method, m_client.LastCSeq(), response.bComplete, response.nStatus,
                                  Constant(response.text)});
         return response.bComplete || !HasEnded();
@@ -163,17 +150,12 @@ private:
 
     bool Setup(int nTrack)
     {
-        std::string transport = "Transport: RTP/AVP;unicast;client_port=";
-        if (m_plan.nKind == kVisitUdp) {
-            const int nPort = Ports(nTrack).RtpPort();
-            transport += std::to_string(nPort) + "-" + std::to_string(nPort + 1);
-        } else {
-            const int nChannel = nTrack == kAudioTrack ? kAudioChannel : kVideoChannel;
-            transport = "Transport: RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) +
-                        "-" + std::to_string(nChannel + 1);
-        }
+        const std::string transport =
+            m_plan.nKind == kVisitUdp
+                ? KovaUdpTransport(Ports(nTrack).RtpPort())
+                : KovaTcpTransport(nTrack == kAudioTrack ? kAudioChannel : kVideoChannel);
         return Ask("SETUP", std::string(kVisitUri) + "/trackID=" + std::to_string(nTrack),
-                   transport + "\r\n");
+                   KovaTransportLine(transport));
     }
 
     bool Play()
@@ -256,8 +238,9 @@ KovaVisit KovaMakeVisit(const KovaVisitPlan &plan)
 void KovaPushUnits(KovaRtspStreamer *pStream, int nUnits)
 {
     for (int nUnit = 0; nUnit < nUnits; nUnit++) {
-        Push(pStream, kAudioTrack, AudioUnit(nUnit));
-        Push(pStream, kVideoTrack, VideoUnit(nUnit));
+        // With the first time stamp of all, a packet is never held back.
+        KovaPush(pStream, kAudioTrack, AudioUnit(nUnit), 0);
+        KovaPush(pStream, kVideoTrack, VideoUnit(nUnit), 0);
     }
 }
 

@@ -8,11 +8,6 @@ namespace {
 
 class LostConnection : public KovaFaultTest {};
 
-bool PackersWork(KovaRtspStreamer *pStream)
-{
-    return KovaThreadRuns(pStream->nAudioPackerState) && KovaThreadRuns(pStream->nVideoPackerState);
-}
-
 /// Whatever was short when the player came: when its connection breaks, the
 /// stream's count is what it was before, not one less.
 TEST_F(LostConnection, OfAPlayerSetUpShortOfMemoryCountsOnce)
@@ -27,7 +22,7 @@ TEST_F(LostConnection, OfAPlayerSetUpShortOfMemoryCountsOnce)
         const KovaVisit visit = KovaMakeVisit(plan);
         pFaults->Stop();
         KovaExpectLawful(visit, kVisitInterleaved, true);
-        EXPECT_TRUE(PackersWork(bench.Stream()));
+        EXPECT_TRUE(KovaPackersWork(bench.Stream()));
         // Each track's sending thread finds out with a packet of its own.
         const bool bGone = KovaWaitUntil(10000, [&] {
             KovaPushUnits(bench.Stream(), 1);

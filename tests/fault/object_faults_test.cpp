@@ -7,6 +7,7 @@
 #include "sdp/sdp_generator.h"
 #include "server/listener.h"
 #include "server/session_registry.h"
+#include "tests/support/sockets.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -101,28 +102,12 @@ TEST_F(ObjectFaults, SessionThatCannotBeMadeStillHasAnId)
     });
 }
 
-/// Both ends of a connection on the loopback.
-struct Connection {
-    int nServer = -1;
-    int nPlayer = -1;
-    sockaddr_in peer = {};
-
-    Connection()
+/// Both ends of a connection on the loopback; reading from the server is bounded.
+struct Connection : KovaConnection {
+    Connection() : KovaConnection(KovaMakeConnection())
     {
-        const int nListener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address = {};
-        socklen_t nSize = sizeof(address);
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(nListener, reinterpret_cast<const sockaddr *>(&address), nSize);
-        listen(nListener, 1);
-        getsockname(nListener, reinterpret_cast<sockaddr *>(&address), &nSize);
-        nPlayer = socket(AF_INET, SOCK_STREAM, 0);
         const struct timeval patience = {5, 0};
         setsockopt(nPlayer, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-        connect(nPlayer, reinterpret_cast<const sockaddr *>(&address), nSize);
-        nServer = accept(nListener, reinterpret_cast<sockaddr *>(&peer), &nSize);
-        close(nListener);
     }
 };
 

@@ -1,5 +1,7 @@
 #include "tests/hostile_client/connection.h"
 
+#include "tests/support/rtsp_text.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -129,16 +131,17 @@ void KovaHostileConnection::Reset()
 std::string KovaHostileRequest(std::string_view method, const KovaHostileTarget &target,
                                std::string_view lines, std::string_view behindUri)
 {
-    return std::string(method) + " rtsp://" + target.host + ":" + std::to_string(target.nPort) +
-           "/" + target.uri + std::string(behindUri) + " RTSP/1.0\r\nCSeq: 1\r\n" +
-           std::string(lines) + "\r\n";
+    const std::string url = "rtsp://" + target.host + ":" + std::to_string(target.nPort) + "/" +
+                            target.uri + std::string(behindUri);
+    return KovaRequestText(method, url, 1, {}, lines);
 }
 
 std::string KovaHostileSession(const std::string &response)
 {
-    const std::string key = "\r\nSession: ";
-    const size_t nAt = response.find(key);
-    return nAt == std::string::npos ? std::string() : response.substr(nAt + key.size(), 11);
+    // Frames may stand before it.
+    const size_t nAt = response.find("RTSP/1.0 ");
+    return nAt == std::string::npos ? std::string()
+                                    : KovaReadResponse(response.substr(nAt)).Session();
 }
 
 void KovaHostileSleep(unsigned nMilliseconds)

@@ -1,4 +1,5 @@
 #include "tests/hostile_client/scenarios.h"
+#include "tests/support/rtsp_text.h"
 
 namespace {
 
@@ -15,13 +16,7 @@ std::string SessionLine(const std::string &id)
 /// A frame on an RTSP connection that says what it likes about its size.
 std::string Frame(int nChannel, size_t nClaimed, const std::string &payload)
 {
-    return std::string("$") + static_cast<char>(nChannel) + static_cast<char>(nClaimed >> 8) +
-           static_cast<char>(nClaimed) + payload;
-}
-
-std::string ReceiverReport()
-{
-    return std::string("\x81\xc9\0\7", 4) + std::string(28, '\1');
+    return KovaInterleaved(nChannel, std::string(nClaimed, '\0')).substr(0, 4) + payload;
 }
 
 /// Both tracks on a connection, and PLAY. Returns the session's id.
@@ -55,7 +50,7 @@ bool GarbageFrames(const KovaHostileTarget &target)
     for (int nRound = 0; nRound < 2; nRound++) {
         for (const size_t nClaimed : {0U, 1U, 12U, 32U, 1400U, 65535U}) {
             for (const int nChannel : {0, 1, 2, 255}) {
-                connection.Send(Frame(nChannel, nClaimed, ReceiverReport()));
+                connection.Send(Frame(nChannel, nClaimed, KovaReceiverReport(1)));
                 KovaHostileSleep(1);
                 connection.Send(Frame(nChannel, nClaimed, std::string(nClaimed % 3000, '$')));
                 KovaHostileSleep(1);
@@ -74,11 +69,11 @@ bool ReportStorm(const KovaHostileTarget &target)
 {
     KovaHostileConnection connection(target);
     for (unsigned i = 0; i < target.nCount; i++)
-        connection.Send(Frame(1, 32, ReceiverReport()));
+        connection.Send(Frame(1, 32, KovaReceiverReport(1)));
     PlayBoth(&connection, target);
     for (unsigned i = 0; i < target.nCount; i++) {
-        connection.Send(Frame(1, 32, ReceiverReport()));
-        connection.Send(ReceiverReport());
+        connection.Send(Frame(1, 32, KovaReceiverReport(1)));
+        connection.Send(KovaReceiverReport(1));
     }
     connection.Drain(50);
     return connection.IsOpen();

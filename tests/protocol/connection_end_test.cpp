@@ -14,8 +14,7 @@ using ConnectionEnd = ProtocolTest;
 
 void Push(KovaRtspStreamer *pStream, const std::string &unit, uint32_t nTimestamp)
 {
-    KovaRtspServerPushData(pStream, 97, reinterpret_cast<const uint8_t *>(unit.data()),
-                           static_cast<uint32_t>(unit.size()), nTimestamp);
+    KovaPush(pStream, 97, unit, nTimestamp);
 }
 
 TEST_F(ConnectionEnd, HandlerThatCannotBeMadeOrRegisteredIsClosed)
@@ -98,8 +97,7 @@ TEST_F(ConnectionEnd, BrokenPlayingSessionLowersTheCountOnce)
     const std::string audio = KovaTestAacFrame(20);
     for (uint32_t nFrame = 0; nFrame < 5; nFrame++) {
         Push(server.Stream(), KovaTestKeyFrame(100), 1040 + nFrame * 40);
-        KovaRtspServerPushData(server.Stream(), 96, reinterpret_cast<const uint8_t *>(audio.data()),
-                               static_cast<uint32_t>(audio.size()), 1040 + nFrame * 40);
+        KovaPush(server.Stream(), 96, audio, 1040 + nFrame * 40);
     }
     EXPECT_TRUE(KovaWaitUntil(8000, [&] {
         return server.Clients(96).size() + server.Clients(97).size() + server.SessionCount() == 0;

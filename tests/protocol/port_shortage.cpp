@@ -1,9 +1,10 @@
 #include "tests/protocol/port_shortage.h"
 
+#include "tests/support/c_calls.h"
+
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,10 +30,7 @@ void SetLimit(rlim_t nLimit)
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-} // namespace
-
-/// Stands in for the C library's function in the whole program.
-extern "C" int bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSize) noexcept
+int Bind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
 {
     sockaddr_in address = {};
     memcpy(&address, pAddress, nSize < sizeof(address) ? nSize : sizeof(address));
@@ -41,13 +39,16 @@ extern "C" int bind(int nSocket, const struct sockaddr *pAddress, socklen_t nSiz
         errno = EADDRINUSE;
         return -1;
     }
-    return static_cast<int>(syscall(SYS_bind, nSocket, pAddress, nSize));
+    return __real_bind(nSocket, pAddress, nSize);
 }
+
+} // namespace
 
 KovaPortShortage::KovaPortShortage(int nFirstFree)
 {
     g_nRefused = 0;
     g_nFirstFree = nFirstFree;
+    KovaReplaceCall<__real_bind>(Bind);
 }
 
 KovaPortShortage::~KovaPortShortage()

@@ -19,9 +19,7 @@ protected:
 
     void Push(uint32_t nPayloadId, const std::string &unit, uint32_t nTime)
     {
-        KovaRtspServerPushData(server->Stream(), nPayloadId,
-                               reinterpret_cast<const uint8_t *>(unit.data()),
-                               static_cast<uint32_t>(unit.size()), nTime);
+        KovaPush(server->Stream(), nPayloadId, unit, nTime);
     }
 
     std::string id;

@@ -3,21 +3,10 @@
 #include "streamer/registries.h"
 
 #include <algorithm>
-#include <random>
 
 namespace {
 
 constexpr uint32_t kFirstTime = 40;
-
-/// Bytes that contain no start code and no sync word.
-std::string Noise(size_t nSize, unsigned nSeed)
-{
-    std::minstd_rand random(nSeed + 1);
-    std::string bytes(nSize, '\0');
-    for (char &nByte : bytes)
-        nByte = static_cast<char>(0x10 + random() % 0x60);
-    return bytes;
-}
 
 uint32_t SsrcOf(KovaRtspStreamer *pStream, uint32_t nPayloadId)
 {
@@ -45,19 +34,12 @@ KovaMediaScript::KovaMediaScript(KovaRtspStreamer *pStream, const KovaScriptPlan
     MakeVideo(plan);
 }
 
-KovaMediaScript::~KovaMediaScript()
-{
-    Stop();
-}
-
 void KovaMediaScript::MakeAudio(const KovaScriptPlan &plan)
 {
     m_audio.nPayloadId = 96;
     m_audio.nSsrc = SsrcOf(m_pStream, 96);
     for (int i = 0; i < plan.nSeconds * plan.nAudioPerSecond; i++) {
-        std::string unit = KovaTestAacFrame(plan.nAudioSize);
-        unit.replace(7, std::string::npos, Noise(plan.nAudioSize, static_cast<unsigned>(i)));
-        m_audio.units.push_back(unit);
+        m_audio.units.push_back(KovaAdts(KovaNoise(plan.nAudioSize, static_cast<unsigned>(i))));
         m_audio.times.push_back(kFirstTime +
                                 static_cast<uint32_t>(i * 1000 / plan.nAudioPerSecond));
     }
@@ -72,7 +54,8 @@ void KovaMediaScript::MakeVideo(const KovaScriptPlan &plan)
     for (int i = 0; i < plan.nSeconds * plan.nVideoPerSecond; i++) {
         const bool bKey = i % plan.nVideoPerSecond == 0;
         std::string unit = bKey ? KovaTestKeyFrame(0) : KovaTestInterFrame(0);
-        m_video.units.push_back(unit + Noise(plan.nVideoSize, 100000 + static_cast<unsigned>(i)));
+        m_video.units.push_back(unit +
+                                KovaNoise(plan.nVideoSize, 100000 + static_cast<unsigned>(i)));
         m_video.times.push_back(kFirstTime +
                                 static_cast<uint32_t>(i * 1000 / plan.nVideoPerSecond));
     }
@@ -83,14 +66,7 @@ void KovaMediaScript::MakeVideo(const KovaScriptPlan &plan)
 void KovaMediaScript::Start()
 {
     m_start = Clock::now();
-    m_thread = std::thread([this] { Run(); });
-}
-
-void KovaMediaScript::Stop()
-{
-    m_bStop = true;
-    if (m_thread.joinable())
-        m_thread.join();
+    m_feed.Start([this] { return Push(); });
 }
 
 bool KovaMediaScript::PushNext(const KovaScriptTrack &track, std::atomic<size_t> *pNext)
@@ -101,22 +77,19 @@ bool KovaMediaScript::PushNext(const KovaScriptTrack &track, std::atomic<size_t>
     const uint32_t nTime = track.times[nUnit];
     if (Clock::now() - m_start.load() < std::chrono::milliseconds(nTime - kFirstTime))
         return false;
-    const std::string &unit = track.units[nUnit];
-    KovaRtspServerPushData(m_pStream, track.nPayloadId,
-                           reinterpret_cast<const uint8_t *>(unit.data()),
-                           static_cast<uint32_t>(unit.size()), nTime);
+    KovaPush(m_pStream, track.nPayloadId, track.units[nUnit], nTime);
     *pNext = nUnit + 1;
     return true;
 }
 
-void KovaMediaScript::Run()
+std::optional<KovaMediaScript::Clock::time_point> KovaMediaScript::Push()
 {
-    while (!m_bStop && !m_bOver) {
-        const bool bPushed = PushNext(m_audio, &m_nNextAudio);
-        if (!PushNext(m_video, &m_nNextVideo) && !bPushed)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        m_bOver = m_nNextAudio == m_audio.units.size() && m_nNextVideo == m_video.units.size();
-    }
+    const bool bPushed = PushNext(m_audio, &m_nNextAudio);
+    const bool bBoth = PushNext(m_video, &m_nNextVideo) || bPushed;
+    m_bOver = m_nNextAudio == m_audio.units.size() && m_nNextVideo == m_video.units.size();
+    if (m_bOver)
+        return std::nullopt;
+    return Clock::now() + std::chrono::milliseconds(bBoth ? 0 : 2);
 }
 
 size_t KovaMediaScript::Pushed(const KovaScriptTrack &track) const

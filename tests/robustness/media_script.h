@@ -5,8 +5,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 /// How much media a script holds.
@@ -38,9 +38,6 @@ public:
 
     /// For a stream into which nothing has been pushed.
     KovaMediaScript(KovaRtspStreamer *pStream, const KovaScriptPlan &plan);
-    ~KovaMediaScript();
-    KovaMediaScript(const KovaMediaScript &) = delete;
-    KovaMediaScript &operator=(const KovaMediaScript &) = delete;
 
     const KovaScriptTrack &Audio() const
     {
@@ -53,7 +50,10 @@ public:
 
     void Start();
     /// Ends the pushing; what was pushed so far is on its way.
-    void Stop();
+    void Stop()
+    {
+        m_feed.Stop();
+    }
     /// Whether everything has been pushed.
     bool IsOver() const
     {
@@ -68,7 +68,7 @@ public:
 private:
     void MakeAudio(const KovaScriptPlan &plan);
     void MakeVideo(const KovaScriptPlan &plan);
-    void Run();
+    std::optional<Clock::time_point> Push();
     bool PushNext(const KovaScriptTrack &track, std::atomic<size_t> *pNext);
 
     KovaRtspStreamer *m_pStream;
@@ -76,8 +76,7 @@ private:
     KovaScriptTrack m_video;
     std::atomic<size_t> m_nNextAudio{0};
     std::atomic<size_t> m_nNextVideo{0};
-    std::atomic<bool> m_bStop{false};
     std::atomic<bool> m_bOver{false};
     std::atomic<Clock::time_point> m_start{};
-    std::thread m_thread;
+    KovaFeed m_feed; ///< ends before what it pushes
 };

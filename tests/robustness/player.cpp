@@ -1,8 +1,8 @@
 #include "tests/robustness/player.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include "tests/support/rtsp_text.h"
+#include "tests/support/sockets.h"
+
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,18 +14,6 @@ namespace {
 
 constexpr size_t kReportSize = 28;
 constexpr int64_t kLate = 3000; ///< milliseconds; a second is usual
-
-std::string SessionOf(const std::string &response)
-{
-    const std::string key = "\r\nSession: ";
-    const size_t nAt = response.find(key);
-    return nAt == std::string::npos ? std::string() : response.substr(nAt + key.size(), 11);
-}
-
-bool IsOk(const std::string &response)
-{
-    return response.compare(0, 17, "RTSP/1.0 200 OK\r\n") == 0;
-}
 
 uint16_t SequenceOf(std::string_view packet)
 {
@@ -50,17 +38,8 @@ KovaWatchingPlayer::~KovaWatchingPlayer()
 
 bool KovaWatchingPlayer::Connect(uint16_t nPort)
 {
-    m_nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (m_options.nReceiveBuffer > 0)
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &m_options.nReceiveBuffer, sizeof(int));
-    // Each request is a segment of its own, and so a read of its own at the server.
-    const int nOn = 1;
-    setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(m_nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
+    m_nSocket = KovaConnect(nPort, {m_options.nReceiveBuffer, 0});
+    if (m_nSocket < 0)
         return false;
     m_thread = std::thread([this] { Run(); });
     return true;
@@ -68,10 +47,7 @@ bool KovaWatchingPlayer::Connect(uint16_t nPort)
 
 uint16_t KovaWatchingPlayer::LocalPort() const
 {
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    getsockname(m_nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    return ntohs(address.sin_port);
+    return KovaPortOf(m_nSocket);
 }
 
 bool KovaWatchingPlayer::Setup(const std::string &stream, const KovaMediaScript &script,
@@ -81,18 +57,17 @@ bool KovaWatchingPlayer::Setup(const std::string &stream, const KovaMediaScript 
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_tracks[nChannel] = {&script, &track};
     }
-    const std::string response =
+    const KovaTestResponse response = KovaReadResponse(
         Ask(Format("SETUP", stream + "/trackID=" + std::to_string(track.nPayloadId),
-                   "Transport: RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) + "-" +
-                       std::to_string(nChannel + 1) + "\r\n"));
+                   KovaTransportLine(KovaTcpTransport(nChannel)))));
     if (m_session.empty())
-        m_session = SessionOf(response);
-    return IsOk(response) && m_session.size() == 11;
+        m_session = response.Session();
+    return response.nStatus == 200 && m_session.size() == 11;
 }
 
 bool KovaWatchingPlayer::Play(const std::string &stream)
 {
-    return IsOk(Ask(Format("PLAY", stream)));
+    return KovaReadResponse(Ask(Format("PLAY", stream))).nStatus == 200;
 }
 
 bool KovaWatchingPlayer::Send(std::string_view bytes)
@@ -115,11 +90,8 @@ std::string KovaWatchingPlayer::Ask(std::string_view request, int nMilliseconds)
 std::string KovaWatchingPlayer::Format(std::string_view method, std::string_view path,
                                        std::string_view lines)
 {
-    std::string text = std::string(method) + " rtsp://127.0.0.1/" + std::string(path) +
-                       " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
-    if (!m_session.empty())
-        text += "Session: " + m_session + "\r\n";
-    return text + std::string(lines) + "\r\n";
+    return KovaRequestText(method, "rtsp://127.0.0.1/" + std::string(path), ++m_nCSeq, m_session,
+                           lines);
 }
 
 void KovaWatchingPlayer::Close()

@@ -37,9 +37,7 @@ protected:
     {
         std::string unit = KovaTestAacFrame(20);
         unit.back() = static_cast<char>(nRound);
-        KovaRtspServerPushData(server.Stream(), 96, reinterpret_cast<const uint8_t *>(unit.data()),
-                               static_cast<uint32_t>(unit.size()),
-                               1000 + static_cast<uint32_t>(nRound) * 2000);
+        KovaPush(server.Stream(), 96, unit, 1000 + static_cast<uint32_t>(nRound) * 2000);
     }
 
     /// The next packet is that of the round; sender reports come in between.

@@ -32,8 +32,7 @@ public:
     }
 
 private:
-    size_t TakeFrame(std::string_view bytes);
-    size_t TakeResponse(std::string_view bytes);
+    size_t TakePiece(std::string_view bytes);
 
     std::string m_input;
     std::string m_fault;

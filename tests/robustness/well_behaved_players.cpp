@@ -1,5 +1,7 @@
 #include "tests/robustness/well_behaved_players.h"
 
+#include "tests/support/server_records.h"
+
 #include <algorithm>
 
 void WellBehavedPlayers::SetUp()
@@ -22,17 +24,13 @@ void WellBehavedPlayers::SetUp()
 
 void WellBehavedPlayers::ExpireStrangers()
 {
-    KovaRtspServer *pServer = server->Server();
-    pthread_mutex_lock(&pServer->mtxSession);
-    for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
+    KovaForEachSession(server->Server(), [this](KovaRtspSession *pSession) {
         const bool bOurs = std::any_of(players.begin(), players.end(), [&](const auto &pPlayer) {
             return pPlayer->Session() == pSession->szSessionId;
         });
         if (!bOurs)
             pSession->tExpire = 1;
-    }
-    pthread_mutex_unlock(&pServer->mtxSession);
+    });
 }
 
 WellBehavedPlayers::State WellBehavedPlayers::Now()

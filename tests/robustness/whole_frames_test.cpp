@@ -1,5 +1,6 @@
 #include "tests/robustness/player.h"
 #include "tests/robustness/server_socket.h"
+#include "tests/support/rtsp_text.h"
 #include "tests/support/stdout_capture.h"
 
 #include <gtest/gtest.h>
@@ -112,8 +113,8 @@ protected:
     static std::string Request(const KovaWatchingPlayer &player, size_t nKind)
     {
         constexpr std::array<const char *, 3> kMethods = {"OPTIONS", "DESCRIBE", "GET_PARAMETER"};
-        return std::string(kMethods[nKind]) + " rtsp://127.0.0.1/live RTSP/1.0\r\nCSeq: 7\r\n" +
-               (nKind == 2 ? "Session: " + player.Session() + "\r\n" : std::string()) + "\r\n";
+        return KovaRequestText(kMethods[nKind], "rtsp://127.0.0.1/live", 7,
+                               nKind == 2 ? player.Session() : std::string());
     }
 
     /// Whether a cut response is the beginning of one of the answers.

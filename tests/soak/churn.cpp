@@ -5,6 +5,7 @@
 #include "tests/soak/scenarios.h"
 #include "tests/soak/soak_feed.h"
 #include "tests/soak/watchdog.h"
+#include "tests/support/server_records.h"
 #include "tests/support/test_server.h"
 
 #include <chrono>
@@ -80,19 +81,8 @@ void RunPlayers(Churn *pChurn, const KovaSoakOptions &options, int nSeconds, uns
 
 unsigned QueuedPackets(KovaRtspStreamer *pStream)
 {
-    unsigned nCount = 0;
-    for (uint32_t nId = KOVA_PAYLOAD_ID_AUDIO; nId <= KOVA_PAYLOAD_ID_VIDEO; nId++) {
-        KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStream, nId);
-        pthread_mutex_lock(&pSender->mutex);
-        for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
-            auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-            pthread_mutex_lock(&pGroup->packetMutex);
-            nCount += KovaListLength(pGroup->pPacketList);
-            pthread_mutex_unlock(&pGroup->packetMutex);
-        }
-        pthread_mutex_unlock(&pSender->mutex);
-    }
-    return nCount;
+    return KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_AUDIO) +
+           KovaQueuedPackets(pStream, KOVA_PAYLOAD_ID_VIDEO);
 }
 
 /// Everybody is gone and nothing is on its way; the feed pauses.
@@ -135,12 +125,8 @@ void Report(KovaSoakScore *pScore, const KovaResources &before, const KovaResour
             "expired, %u players did not read\n",
             pScore->nPlayers.load(), dSeconds, pScore->nPlayers / dSeconds, pScore->nUnits.load(),
             pScore->nRequests.load(), pScore->nExpired.load(), pScore->nUnread.load());
-    fprintf(stderr, "churn: descriptors %d -> %d, threads %d -> %d, heap %zu -> %zu bytes\n",
-            before.nDescriptors, after.nDescriptors, before.nThreads, after.nThreads, before.nHeap,
-            after.nHeap);
-    for (const std::string &complaint : pScore->Complaints())
-        fprintf(stderr, "churn: WRONG: %s\n", complaint.c_str());
-    fprintf(stderr, "churn: %u failures\n", pScore->Failures());
+    KovaReportResources("churn", before, after);
+    pScore->Report("churn");
 }
 
 } // namespace

@@ -83,12 +83,8 @@ void Report(KovaSoakScore *pScore, int nRounds, double dSeconds, const KovaResou
             "%u packets, %u players did not read\n",
             nRounds, dSeconds, pScore->nPlayers.load(), pScore->nRequests.load(),
             pScore->nPlays.load(), pScore->nUnits.load(), pScore->nUnread.load());
-    fprintf(stderr, "fire: descriptors %d -> %d, threads %d -> %d, heap %zu -> %zu bytes\n",
-            before.nDescriptors, after.nDescriptors, before.nThreads, after.nThreads, before.nHeap,
-            after.nHeap);
-    for (const std::string &complaint : pScore->Complaints())
-        fprintf(stderr, "fire: WRONG: %s\n", complaint.c_str());
-    fprintf(stderr, "fire: %u failures\n", pScore->Failures());
+    KovaReportResources("fire", before, after);
+    pScore->Report("fire");
 }
 
 } // namespace

@@ -21,14 +21,12 @@ constexpr size_t kKeyFrameSize = 9000;
 const char *const kFireUris[kFireStreams] = {"front", "back"};
 
 KovaFireHost::KovaFireHost(KovaSoakScore *pScore, uint16_t nPort, unsigned nSeed, bool bPaced)
-    : m_pScore(pScore), m_nPort(nPort), m_bPaced(bPaced), m_random(nSeed),
-      m_feed([this] { Feed(); })
-{}
-
-KovaFireHost::~KovaFireHost()
+    : m_pScore(pScore), m_nPort(nPort), m_bPaced(bPaced), m_random(nSeed)
 {
-    m_bEnd = true;
-    m_feed.join();
+    m_feed.Start([this] {
+        PushAll();
+        return Clock::now() + kInterval;
+    });
 }
 
 unsigned KovaFireHost::Draw(unsigned nCount)
@@ -38,15 +36,8 @@ unsigned KovaFireHost::Draw(unsigned nCount)
 
 bool KovaFireHost::AddStream(unsigned nStream)
 {
-    const KovaAudioDescription audio = {64, 44100, 2};
-    const KovaVideoDescription video = {2000};
-    uint32_t nAudioId = 0;
-    uint32_t nVideoId = 0;
-    KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, kFireUris[nStream]);
-    if (pStream == nullptr ||
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nAudioId, &audio) != KOVA_OK ||
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nVideoId, &video) != KOVA_OK ||
-        nAudioId != KOVA_PAYLOAD_ID_AUDIO || nVideoId != KOVA_PAYLOAD_ID_VIDEO) {
+    KovaRtspStreamer *pStream = KovaPublishAudioVideo(m_pServer, kFireUris[nStream]);
+    if (pStream == nullptr) {
         m_pScore->Complain("a stream could not be added");
         return false;
     }
@@ -126,13 +117,6 @@ void KovaFireHost::DoAnything()
     }
 }
 
-void KovaFireHost::PushUnit(KovaRtspStreamer *pStream, uint32_t nPayloadId, const std::string &unit,
-                            uint32_t nPts)
-{
-    KovaRtspServerPushData(pStream, nPayloadId, reinterpret_cast<const uint8_t *>(unit.data()),
-                           static_cast<uint32_t>(unit.size()), nPts);
-}
-
 void KovaFireHost::PushAll()
 {
     const uint32_t nNumber = m_nUnits++;
@@ -146,18 +130,10 @@ void KovaFireHost::PushAll()
     for (KovaRtspStreamer *pStream : m_streams) {
         if (pStream == nullptr)
             continue;
-        PushUnit(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaTestAacFrame(200), nPts);
-        PushUnit(pStream, KOVA_PAYLOAD_ID_VIDEO, picture, nPts);
+        KovaPush(pStream, KOVA_PAYLOAD_ID_AUDIO, KovaTestAacFrame(200), nPts);
+        KovaPush(pStream, KOVA_PAYLOAD_ID_VIDEO, picture, nPts);
         KovaRtspStatus status = {1 + nNumber % 3, {}};
         if (KovaRtspServerGetStatus(pStream, &status) != KOVA_OK)
             m_pScore->Complain("no status");
-    }
-}
-
-void KovaFireHost::Feed()
-{
-    while (!m_bEnd) {
-        PushAll();
-        std::this_thread::sleep_for(kInterval);
     }
 }

@@ -2,13 +2,12 @@
 
 #include "server/kova_rtsp_server.h"
 #include "tests/soak/score.h"
+#include "tests/support/feed.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <random>
-#include <thread>
 
 constexpr unsigned kFireStreams = 2;
 extern const char *const kFireUris[kFireStreams];
@@ -21,9 +20,6 @@ public:
     /// stream, so that packets wait in the queues for a second; otherwise each
     /// one is a jump, and goes out at once.
     KovaFireHost(KovaSoakScore *pScore, uint16_t nPort, unsigned nSeed, bool bPaced);
-    ~KovaFireHost();
-    KovaFireHost(const KovaFireHost &) = delete;
-    KovaFireHost &operator=(const KovaFireHost &) = delete;
 
     uint16_t Port() const
     {
@@ -44,10 +40,7 @@ public:
 
 private:
     bool AddStream(unsigned nStream);
-    void Feed();
     void PushAll();
-    void PushUnit(KovaRtspStreamer *pStream, uint32_t nPayloadId, const std::string &unit,
-                  uint32_t nPts);
     unsigned Draw(unsigned nCount);
 
     KovaSoakScore *m_pScore;
@@ -59,6 +52,5 @@ private:
     KovaRtspStreamer *m_streams[kFireStreams] = {};
     const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
     uint32_t m_nUnits = 0;
-    std::atomic<bool> m_bEnd{false};
-    std::thread m_feed;
+    KovaFeed m_feed; ///< ends before what it uses
 };

@@ -2,20 +2,10 @@
 
 #include "tests/soak/fire_host.h"
 
-#include <mutex>
-
 namespace {
 
 constexpr int kFirstTrack = 96;
 constexpr int kTinyBuffer = 2304;
-
-/// One at a time: the ports are counted up.
-std::unique_ptr<KovaUdpPair> MakePorts()
-{
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
-    return std::make_unique<KovaUdpPair>();
-}
 
 } // namespace
 
@@ -42,7 +32,7 @@ void KovaFirePlayer::SetUp()
 {
     for (int nTrack = 0; nTrack < 2; nTrack++) {
         if (m_bUdp) {
-            m_ports[nTrack] = MakePorts();
+            m_ports[nTrack] = std::make_unique<KovaUdpPair>();
             Request(m_rtsp.SetupUdp(kFireUris[m_nStream], kFirstTrack + nTrack,
                                     m_ports[nTrack]->RtpPort()));
         } else {

@@ -1,41 +1,20 @@
 #include "tests/soak/resources.h"
 
+#include "tests/robustness/process_state.h"
 #include "tests/support/test_server.h"
 
-#include <dirent.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-// There where a sanitizer's allocator takes the place of the C library's.
-extern "C" size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace {
 
 constexpr char kTunables[] = "GLIBC_TUNABLES";
 constexpr char kNoCaches[] = "glibc.malloc.tcache_count=0";
 constexpr int kSettleMilliseconds = 15000;
-
-int CountThreads()
-{
-    int nCount = 0;
-    DIR *pDirectory = opendir("/proc/self/task");
-    while (const dirent *pEntry = readdir(pDirectory))
-        nCount += pEntry->d_name[0] != '.';
-    closedir(pDirectory);
-    return nCount;
-}
-
-size_t HeapInUse()
-{
-    if (__sanitizer_get_current_allocated_bytes != nullptr)
-        return __sanitizer_get_current_allocated_bytes();
-    malloc_trim(0);
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
 
 std::string Change(const char *szWhat, long nBefore, long nAfter)
 {
@@ -47,14 +26,16 @@ std::string Change(const char *szWhat, long nBefore, long nAfter)
 
 KovaResources KovaTakeResources()
 {
-    return {KovaOpenDescriptors(), CountThreads(), HeapInUse()};
+    // What is free but not given back yet is not in use.
+    malloc_trim(0);
+    return {KovaOpenDescriptors(), KovaThreadCount(), KovaHeapInUse()};
 }
 
 std::string KovaCompareResources(const KovaResources &before, size_t nHeapSlack,
                                  KovaResources *pAfter)
 {
     KovaWaitUntil(kSettleMilliseconds, [&] {
-        return KovaOpenDescriptors() == before.nDescriptors && CountThreads() == before.nThreads;
+        return KovaOpenDescriptors() == before.nDescriptors && KovaThreadCount() == before.nThreads;
     });
     *pAfter = KovaTakeResources();
     std::string text;
@@ -65,6 +46,14 @@ std::string KovaCompareResources(const KovaResources &before, size_t nHeapSlack,
     if (pAfter->nHeap > before.nHeap + nHeapSlack)
         text += Change("heap", static_cast<long>(before.nHeap), static_cast<long>(pAfter->nHeap));
     return text;
+}
+
+void KovaReportResources(const char *szMode, const KovaResources &before,
+                         const KovaResources &after)
+{
+    fprintf(stderr, "%s: descriptors %d -> %d, threads %d -> %d, heap %zu -> %zu bytes\n", szMode,
+            before.nDescriptors, after.nDescriptors, before.nThreads, after.nThreads, before.nHeap,
+            after.nHeap);
 }
 
 void KovaUsePlainHeap(char **ppArguments)

@@ -18,6 +18,10 @@ KovaResources KovaTakeResources();
 std::string KovaCompareResources(const KovaResources &before, size_t nHeapSlack,
                                  KovaResources *pAfter);
 
+/// Prints both, in the name of a mode.
+void KovaReportResources(const char *szMode, const KovaResources &before,
+                         const KovaResources &after);
+
 /// Sets the C library's heap up so that freed memory counts as free: its caches
 /// per thread would blur the figure. Runs the program anew if need be.
 void KovaUsePlainHeap(char **ppArguments);

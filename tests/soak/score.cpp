@@ -1,5 +1,7 @@
 #include "tests/soak/score.h"
 
+#include <cstdio>
+
 namespace {
 
 constexpr size_t kMostKept = 20;
@@ -14,8 +16,10 @@ void KovaSoakScore::Complain(const std::string &text)
         m_complaints.push_back(text);
 }
 
-std::vector<std::string> KovaSoakScore::Complaints()
+void KovaSoakScore::Report(const char *szMode)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_complaints;
+    for (const std::string &complaint : m_complaints)
+        fprintf(stderr, "%s: WRONG: %s\n", szMode, complaint.c_str());
+    fprintf(stderr, "%s: %u failures\n", szMode, Failures());
 }

@@ -17,7 +17,8 @@ struct KovaSoakScore {
 
     /// Notes a failure; the first few are kept.
     void Complain(const std::string &text);
-    std::vector<std::string> Complaints();
+    /// Prints what went wrong, in the name of a mode.
+    void Report(const char *szMode);
     unsigned Failures() const
     {
         return m_nFailures;

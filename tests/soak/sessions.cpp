@@ -1,22 +1,15 @@
 #include "tests/soak/sessions.h"
 
-#include "foundation/scope_guard.h"
+#include "tests/support/server_records.h"
 #include "tests/support/test_server.h"
 
 #include <ctime>
-
-template <typename Action> void KovaSoakSessions::ForEach(Action action)
-{
-    const KovaMutexLock lock(&m_pServer->mtxSession);
-    for (KovaList *pNode = m_pServer->pSessionList; pNode != nullptr; pNode = pNode->next)
-        action(static_cast<KovaRtspSession *>(pNode->data));
-}
 
 int KovaSoakSessions::Number(const std::string &id)
 {
     // In the field that no operation of the library uses.
     int nNumber = 0;
-    ForEach([&](KovaRtspSession *pSession) {
+    KovaForEachSession(m_pServer, [&](KovaRtspSession *pSession) {
         if (id == pSession->szSessionId && pSession->nSpare == 0)
             pSession->nSpare = nNumber = ++m_nLast;
     });
@@ -26,13 +19,14 @@ int KovaSoakSessions::Number(const std::string &id)
 bool KovaSoakSessions::Exists(int nNumber)
 {
     bool bFound = false;
-    ForEach([&](const KovaRtspSession *pSession) { bFound |= pSession->nSpare == nNumber; });
+    KovaForEachSession(
+        m_pServer, [&](const KovaRtspSession *pSession) { bFound |= pSession->nSpare == nNumber; });
     return bFound;
 }
 
 void KovaSoakSessions::Expire(int nNumber)
 {
-    ForEach([&](KovaRtspSession *pSession) {
+    KovaForEachSession(m_pServer, [&](KovaRtspSession *pSession) {
         if (pSession->nSpare == nNumber)
             pSession->tExpire = 1;
     });
@@ -40,13 +34,13 @@ void KovaSoakSessions::Expire(int nNumber)
 
 void KovaSoakSessions::ExpireAll()
 {
-    ForEach([](KovaRtspSession *pSession) { pSession->tExpire = 1; });
+    KovaForEachSession(m_pServer, [](KovaRtspSession *pSession) { pSession->tExpire = 1; });
 }
 
 std::string KovaSoakSessions::Describe(const std::string &id, KovaRtspStreamer *pStream)
 {
     std::string text = "id " + id;
-    ForEach([&](const KovaRtspSession *pSession) {
+    KovaForEachSession(m_pServer, [&](const KovaRtspSession *pSession) {
         if (id == pSession->szSessionId)
             text += ", session " + std::to_string(pSession->nSpare) + " that ends in " +
                     std::to_string(pSession->tExpire - time(nullptr)) + " s";

@@ -24,9 +24,6 @@ public:
     std::string Describe(const std::string &id, KovaRtspStreamer *pStream);
 
 private:
-    /// Calls the action for every session, under the registry's lock.
-    template <typename Action> void ForEach(Action action);
-
     KovaRtspServer *m_pServer;
     std::atomic<int> m_nLast{0};
 };

@@ -1,32 +1,24 @@
 #include "tests/soak/short_sleeps.h"
 
-#include <unistd.h>
-
-#include <atomic>
-#include <ctime>
+#include "tests/support/c_calls.h"
 
 namespace {
 
-constexpr unsigned kLong = 100000;
-constexpr unsigned kMillion = 1000000;
+constexpr useconds_t kLong = 100000;
 
 std::atomic<unsigned> g_nDivisor{1};
 
-} // namespace
-
-/// Stands in for the C library's function in the whole program.
-extern "C" int usleep(useconds_t nMicroseconds)
+int Sleep(useconds_t nMicroseconds)
 {
-    const unsigned nTime =
-        nMicroseconds < kLong ? nMicroseconds : nMicroseconds / g_nDivisor.load();
-    const struct timespec time = {static_cast<time_t>(nTime / kMillion),
-                                  static_cast<long>(nTime % kMillion) * 1000};
-    return nanosleep(&time, nullptr);
+    return __real_usleep(nMicroseconds < kLong ? nMicroseconds : nMicroseconds / g_nDivisor.load());
 }
+
+} // namespace
 
 KovaShortSleeps::KovaShortSleeps(unsigned nDivisor)
 {
     g_nDivisor = nDivisor;
+    KovaReplaceCall<__real_usleep>(Sleep);
 }
 
 KovaShortSleeps::~KovaShortSleeps()

@@ -1,18 +1,14 @@
 #pragma once
 
-#include "server/kova_rtsp_server.h"
+#include "tests/support/feed.h"
 
 #include <atomic>
-#include <thread>
 
 /// Pushes the soak's media into a stream (audio 96, video 97) in real time, like
 /// a host, on a thread of its own that lives as long as this object.
 class KovaSoakFeed {
 public:
     explicit KovaSoakFeed(KovaRtspStreamer *pStream);
-    ~KovaSoakFeed();
-    KovaSoakFeed(const KovaSoakFeed &) = delete;
-    KovaSoakFeed &operator=(const KovaSoakFeed &) = delete;
 
     /// While it pauses nothing is pushed; what was due then is left out.
     void Pause(bool bPause)
@@ -21,11 +17,11 @@ public:
     }
 
 private:
-    void Run();
     void Push(uint32_t nNumber);
 
     KovaRtspStreamer *m_pStream;
-    std::atomic<bool> m_bEnd{false};
+    const KovaFeed::Clock::time_point m_begin;
     std::atomic<bool> m_bPause{false};
-    std::thread m_thread;
+    uint32_t m_nNumber = 0; ///< the feed's own
+    KovaFeed m_feed;        ///< ends before what it uses
 };

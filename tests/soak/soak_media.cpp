@@ -1,6 +1,6 @@
 #include "tests/soak/soak_media.h"
 
-#include "tests/support/test_server.h"
+#include "tests/support/media.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,18 +16,12 @@ bool IsKey(uint32_t nNumber)
     return nNumber % kKeyInterval == 0;
 }
 
-/// The number as text, then bytes without any zero: no start code can appear.
+/// The number as text, then what follows from it.
 std::string Body(uint32_t nNumber, unsigned nSalt, size_t nSize)
 {
     char szNumber[kDigits + 1];
     snprintf(szNumber, sizeof(szNumber), "%08x", nNumber);
-    std::string bytes = szNumber;
-    uint32_t nState = (nNumber * 8 + nSalt) * 2654435761U + 1;
-    while (bytes.size() < nSize) {
-        nState = nState * 1664525U + 1013904223U;
-        bytes += static_cast<char>((nState >> 24) | 1U);
-    }
-    return bytes;
+    return szNumber + KovaNoise(nSize - kDigits, nNumber * 8 + nSalt);
 }
 
 bool ReadNumber(const std::string &unit, size_t nAt, uint32_t *pNumber)
@@ -75,19 +69,17 @@ std::string KovaSoakSound(uint32_t nNumber)
 
 std::string KovaSoakPicture(uint32_t nNumber)
 {
-    const std::string start("\0\0\0\1", 4);
-    std::string unit = start + "\x09\x10";
+    std::vector<std::string> units = {"\x09\x10"};
     if (IsKey(nNumber))
-        unit += start + KovaTestSps() + start + KovaTestPps();
+        units.insert(units.end(), {KovaTestSps(), KovaTestPps()});
     for (unsigned nSlice = 0; nSlice < kSoakSlices; nSlice++)
-        unit += start + KovaSoakSlice(nNumber, nSlice);
-    return unit;
+        units.push_back(KovaSoakSlice(nNumber, nSlice));
+    return KovaAnnexB(units);
 }
 
 std::string KovaSoakAdts(uint32_t nNumber)
 {
-    const std::string sound = KovaSoakSound(nNumber);
-    return KovaTestAacFrame(sound.size()).substr(0, 7) + sound;
+    return KovaAdts(KovaSoakSound(nNumber));
 }
 
 bool KovaSoakReadSlice(const std::string &unit, uint32_t *pNumber, unsigned *pSlice)

@@ -1,14 +1,11 @@
 #include "tests/soak/soak_player.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include "tests/support/sockets.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <mutex>
 #include <thread>
 
 namespace {
@@ -22,40 +19,6 @@ constexpr int kTinyBuffer = 2304;
 /// A group may wait for a player that does not read; a slow machine for itself.
 constexpr std::chrono::seconds kPatience(40);
 constexpr size_t kReportSize = 28;
-
-/// One at a time: the ports are counted up.
-std::unique_ptr<KovaUdpPair> MakePorts()
-{
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
-    return std::make_unique<KovaUdpPair>();
-}
-
-int ConnectTiny(uint16_t nPort, int nMaxSegment)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    const int nBuffer = kTinyBuffer;
-    setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
-    setsockopt(nSocket, IPPROTO_TCP, TCP_MAXSEG, &nMaxSegment, sizeof(nMaxSegment));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return nSocket;
-    close(nSocket);
-    return -1;
-}
-
-uint16_t ServerPort(const KovaTestResponse &response)
-{
-    const std::string key = "server_port=";
-    const std::string transport = response.Header("Transport");
-    const size_t nAt = transport.find(key);
-    return nAt == std::string::npos
-               ? uint16_t{0}
-               : static_cast<uint16_t>(std::atoi(transport.c_str() + nAt + key.size()));
-}
 
 } // namespace
 
@@ -82,7 +45,7 @@ bool KovaSoakPlayer::Expect(const KovaTestResponse &response, int nStatus, const
 bool KovaSoakPlayer::Connect(int nMaxSegment)
 {
     if (nMaxSegment > 0)
-        m_rtsp.Adopt(ConnectTiny(m_stage.nPort, nMaxSegment));
+        m_rtsp.Adopt(KovaConnect(m_stage.nPort, {kTinyBuffer, nMaxSegment}));
     else
         m_rtsp.Connect(m_stage.nPort);
     return m_rtsp.Socket() >= 0 || Complain("no connection");
@@ -110,9 +73,9 @@ bool KovaSoakPlayer::SetUpTrack(unsigned nTrack, const char *szUri)
     track.checker = std::make_unique<KovaTrackChecker>(nId);
     KovaTestResponse response;
     if (m_bUdp) {
-        track.ports = MakePorts();
+        track.ports = std::make_unique<KovaUdpPair>();
         response = m_rtsp.SetupUdp(szUri, nId, track.ports->RtpPort());
-        track.nServerPort = ServerPort(response);
+        track.nServerPort = response.ServerPort();
     } else {
         response = m_rtsp.SetupTcp(szUri, nId, m_nFirstChannel + 2 * static_cast<int>(nTrack));
     }

@@ -7,6 +7,8 @@
 #include "server/kova_rtsp_server.h"
 #include "server/session_registry.h"
 #include "streamer/registries.h"
+#include "tests/support/ready_stream.h"
+#include "tests/support/rtsp_text.h"
 
 #include <gtest/gtest.h>
 
@@ -50,26 +52,16 @@ int32_t KovaReferences(KovaRtpPacket *pPacket)
 
 KovaBytes KovaFrameOf(uint8_t nChannel, const KovaBytes &packet)
 {
-    KovaBytes frame(4 + packet.size());
-    frame[0] = 0x24;
-    frame[1] = nChannel;
-    frame[2] = static_cast<uint8_t>(packet.size() >> 8);
-    frame[3] = static_cast<uint8_t>(packet.size());
-    std::copy(packet.begin(), packet.end(), frame.begin() + 4);
-    return frame;
+    const std::string frame = KovaInterleaved(nChannel, std::string(packet.begin(), packet.end()));
+    return KovaBytes(frame.begin(), frame.end());
 }
 
 KovaDelivery::KovaDelivery()
 {
     char szAddress[KOVA_ADDRESS_SIZE] = "127.0.0.1";
     pServer = KovaRtspServerCreate(szAddress, 1, 16);
-    pStream = KovaRtspServerAddUri(pServer, "live");
-    const KovaAudioDescription audio = {64, 44100, 2};
-    const KovaVideoDescription video = {2000};
-    uint32_t nId = 0;
-    EXPECT_EQ(KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nId, &audio), 0);
-    EXPECT_EQ(KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nId, &video), 0);
-    EXPECT_EQ(nId, 97U);
+    pStream = KovaPublishAudioVideo(pServer, "live");
+    EXPECT_NE(pStream, nullptr);
     nSsrc = KovaRtspStreamerGetRtpPackerByPayloadId(pStream, 97)->nSsrc;
     pSender = KovaRtpSenderCreate(pStream, 97);
 }

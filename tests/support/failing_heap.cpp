@@ -1,11 +1,8 @@
 #include "tests/support/failing_heap.h"
 
-#include <cerrno>
-#include <cstddef>
+#include "tests/support/c_calls.h"
 
-// The C library's own, and the one that a sanitizer puts in its place.
-extern "C" void *__libc_calloc(size_t nCount, size_t nSize) __attribute__((weak));
-extern "C" void *__interceptor_calloc(size_t nCount, size_t nSize) __attribute__((weak));
+#include <cerrno>
 
 namespace {
 
@@ -13,24 +10,21 @@ thread_local bool t_bArmed = false;
 thread_local int t_nGood = 0;
 thread_local int t_nFailed = 0;
 
-} // namespace
-
-/// Stands in for the C library's function in the whole program. Threads call it
-/// before the thread sanitizer knows them: it must not be instrumented.
-extern "C" __attribute__((no_sanitize("thread"))) void *calloc(size_t nCount, size_t nSize) noexcept
+void *Calloc(size_t nCount, size_t nSize)
 {
-    if (t_bArmed && t_nGood-- <= 0) {
-        t_nGood = 0;
-        t_nFailed++;
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return __interceptor_calloc != nullptr ? __interceptor_calloc(nCount, nSize)
-                                           : __libc_calloc(nCount, nSize);
+    if (!t_bArmed || t_nGood-- > 0)
+        return __real_calloc(nCount, nSize);
+    t_nGood = 0;
+    t_nFailed++;
+    errno = ENOMEM;
+    return nullptr;
 }
+
+} // namespace
 
 KovaFailingHeap::KovaFailingHeap(int nGood)
 {
+    KovaReplaceCall<__real_calloc>(Calloc);
     t_nGood = nGood;
     t_nFailed = 0;
     t_bArmed = true;

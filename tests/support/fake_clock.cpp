@@ -1,12 +1,9 @@
 #include "tests/support/fake_clock.h"
 
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <unistd.h>
+#include "tests/support/c_calls.h"
 
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 
 namespace {
 
@@ -23,17 +20,10 @@ std::atomic<KovaShownTime> g_shown{KovaShownTime{0, true}};
 std::atomic<bool> g_bFails{false};
 std::atomic<int64_t> g_nMonotonicSeconds{0};
 
-/// From the system itself, because all the library functions for it are below.
-struct timespec RealTime(clockid_t nClock)
-{
-    struct timespec now = {};
-    syscall(SYS_clock_gettime, nClock, &now);
-    return now;
-}
-
 int64_t RealNanoseconds()
 {
-    const struct timespec now = RealTime(CLOCK_REALTIME);
+    timespec now = {};
+    __real_clock_gettime(CLOCK_REALTIME, &now);
     return now.tv_sec * kBillion + now.tv_nsec;
 }
 
@@ -51,11 +41,7 @@ bool Fails()
     return true;
 }
 
-} // namespace
-
-// These stand in for the functions of the C library in the whole program.
-
-extern "C" int gettimeofday(struct timeval *__restrict pTime, void *__restrict) noexcept
+int GetTimeOfDay(timeval *pTime, void *)
 {
     if (Fails())
         return -1;
@@ -65,7 +51,7 @@ extern "C" int gettimeofday(struct timeval *__restrict pTime, void *__restrict) 
     return 0;
 }
 
-extern "C" time_t time(time_t *pTime) noexcept
+time_t Time(time_t *pTime)
 {
     if (Fails())
         return -1;
@@ -75,10 +61,10 @@ extern "C" time_t time(time_t *pTime) noexcept
     return tNow;
 }
 
-extern "C" int clock_gettime(clockid_t nClock, struct timespec *pTime) noexcept
+int GetClock(clockid_t nClock, timespec *pTime)
 {
     if (nClock != CLOCK_REALTIME) {
-        const int nResult = static_cast<int>(syscall(SYS_clock_gettime, nClock, pTime));
+        const int nResult = __real_clock_gettime(nClock, pTime);
         if (nClock == CLOCK_MONOTONIC)
             pTime->tv_sec += g_nMonotonicSeconds.load();
         return nResult;
@@ -89,6 +75,15 @@ extern "C" int clock_gettime(clockid_t nClock, struct timespec *pTime) noexcept
     pTime->tv_sec = nNow / kBillion;
     pTime->tv_nsec = nNow % kBillion;
     return 0;
+}
+
+} // namespace
+
+KovaFakeClock::KovaFakeClock()
+{
+    KovaReplaceCall<__real_gettimeofday>(GetTimeOfDay);
+    KovaReplaceCall<__real_time>(Time);
+    KovaReplaceCall<__real_clock_gettime>(GetClock);
 }
 
 KovaFakeClock::~KovaFakeClock()

@@ -10,7 +10,7 @@
 class KovaFakeClock {
 public:
     /// Goes on with the real time until told otherwise.
-    KovaFakeClock() = default;
+    KovaFakeClock();
     /// Back to the real time.
     ~KovaFakeClock();
     KovaFakeClock(const KovaFakeClock &) = delete;

@@ -1,11 +1,11 @@
 #include "tests/support/net_ends.h"
 
+#include "tests/support/sockets.h"
+
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,32 +14,10 @@
 
 namespace {
 
-sockaddr_in Loopback(uint16_t nPort)
+int Bound()
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-const sockaddr *Plain(const sockaddr_in &address)
-{
-    return reinterpret_cast<const sockaddr *>(&address);
-}
-
-uint16_t PortOf(int nSocket)
-{
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    EXPECT_EQ(getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize), 0);
-    return ntohs(address.sin_port);
-}
-
-int Bound(int nType)
-{
-    const int nSocket = socket(AF_INET, nType, 0);
-    EXPECT_EQ(bind(nSocket, Plain(Loopback(0)), sizeof(sockaddr_in)), 0);
+    const int nSocket = KovaBind(SOCK_DGRAM);
+    EXPECT_GE(nSocket, 0);
     return nSocket;
 }
 
@@ -48,15 +26,9 @@ void SetNonBlocking(int nSocket)
     EXPECT_EQ(fcntl(nSocket, F_SETFL, O_NONBLOCK), 0);
 }
 
-bool Readable(int nSocket, int nMilliseconds)
-{
-    pollfd entry = {nSocket, POLLIN, 0};
-    return poll(&entry, 1, nMilliseconds) == 1;
-}
-
 std::optional<KovaBytes> Datagram(int nSocket, int nMilliseconds)
 {
-    if (!Readable(nSocket, nMilliseconds))
+    if (!KovaWaitReadable(nSocket, nMilliseconds))
         return std::nullopt;
     KovaBytes bytes(10000);
     const ssize_t nGot = recv(nSocket, bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -75,14 +47,14 @@ bool KovaIsOpen(int nDescriptor)
 
 KovaUdpEnds::KovaUdpEnds()
 {
-    nServerRtp = Bound(SOCK_DGRAM);
-    nServerRtcp = Bound(SOCK_DGRAM);
+    nServerRtp = Bound();
+    nServerRtcp = Bound();
     SetNonBlocking(nServerRtp);
     SetNonBlocking(nServerRtcp);
-    m_nRtp = Bound(SOCK_DGRAM);
-    m_nRtcp = Bound(SOCK_DGRAM);
-    nRtpPort = PortOf(m_nRtp);
-    nRtcpPort = PortOf(m_nRtcp);
+    m_nRtp = Bound();
+    m_nRtcp = Bound();
+    nRtpPort = KovaPortOf(m_nRtp);
+    nRtcpPort = KovaPortOf(m_nRtcp);
 }
 
 KovaUdpEnds::~KovaUdpEnds()
@@ -94,7 +66,7 @@ KovaUdpEnds::~KovaUdpEnds()
 KovaRtpClient *KovaUdpEnds::Client(const char *szSessionId)
 {
     return KovaRtpClientCreate(szSessionId, nServerRtp, nServerRtcp, nRtpPort, nRtcpPort,
-                               Loopback(1), 0, nullptr, 0, 0, 0, 0);
+                               KovaLoopback(1), 0, nullptr, 0, 0, 0, 0);
 }
 
 std::optional<KovaBytes> KovaUdpEnds::Rtp(int nMilliseconds)
@@ -109,20 +81,18 @@ std::optional<KovaBytes> KovaUdpEnds::Rtcp(int nMilliseconds)
 
 void KovaUdpEnds::SendRtcp(const KovaBytes &bytes)
 {
-    const sockaddr_in address = Loopback(PortOf(nServerRtcp));
-    EXPECT_EQ(sendto(m_nRtcp, bytes.data(), bytes.size(), 0, Plain(address), sizeof(address)),
+    const sockaddr_in address = KovaLoopback(KovaPortOf(nServerRtcp));
+    EXPECT_EQ(sendto(m_nRtcp, bytes.data(), bytes.size(), 0, KovaPlain(address), sizeof(address)),
               static_cast<ssize_t>(bytes.size()));
-    EXPECT_TRUE(Readable(nServerRtcp, 2000));
+    EXPECT_TRUE(KovaWaitReadable(nServerRtcp, 2000));
 }
 
 KovaTcpEnds::KovaTcpEnds()
 {
-    const int nListener = Bound(SOCK_STREAM);
-    EXPECT_EQ(listen(nListener, 1), 0);
-    nPlayer = socket(AF_INET, SOCK_STREAM, 0);
-    EXPECT_EQ(connect(nPlayer, Plain(Loopback(PortOf(nListener))), sizeof(sockaddr_in)), 0);
-    const int nSocket = accept(nListener, nullptr, nullptr);
-    close(nListener);
+    const KovaConnection connection = KovaMakeConnection();
+    nPlayer = connection.nPlayer;
+    const int nSocket = connection.nServer;
+    EXPECT_GE(nSocket, 0);
     SetNonBlocking(nSocket);
     const int nOn = 1;
     setsockopt(nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
@@ -140,8 +110,8 @@ KovaTcpEnds::~KovaTcpEnds()
 KovaRtpClient *KovaTcpEnds::Client(const char *szSessionId, uint16_t nRtpChannel,
                                    uint16_t nRtcpChannel)
 {
-    return KovaRtpClientCreate(szSessionId, 0, 0, 0, 0, Loopback(1), 1, m_pField.get(), nRtpChannel,
-                               nRtcpChannel, 0, 0);
+    return KovaRtpClientCreate(szSessionId, 0, 0, 0, 0, KovaLoopback(1), 1, m_pField.get(),
+                               nRtpChannel, nRtcpChannel, 0, 0);
 }
 
 int KovaTcpEnds::Socket()
@@ -157,7 +127,7 @@ KovaBytes KovaTcpEnds::Receive(size_t nSize, int nMilliseconds)
     while (bytes.size() < nSize) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-        if (!Readable(nPlayer, left > 0 ? static_cast<int>(left) : 0))
+        if (!KovaWaitReadable(nPlayer, left > 0 ? static_cast<int>(left) : 0))
             break;
         const size_t nBefore = bytes.size();
         bytes.resize(nSize);
@@ -192,9 +162,7 @@ size_t KovaTcpEnds::Fill()
 
 void KovaTcpEnds::Reset()
 {
-    const linger now = {1, 0};
-    setsockopt(nPlayer, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
-    close(nPlayer);
+    KovaCloseSocket(nPlayer, true);
     nPlayer = -1;
 }
 

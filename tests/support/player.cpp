@@ -1,6 +1,5 @@
 #include "tests/support/player.h"
 
-#include <cstdlib>
 #include <thread>
 
 bool KovaPlayer::SetUp(KovaTestServer *pServer, const std::string &uri)
@@ -14,13 +13,7 @@ bool KovaPlayer::SetUp(KovaTestServer *pServer, const std::string &uri)
         if (m_bUdp) {
             m_ports[nTrack - 96] = std::make_unique<KovaUdpPair>();
             response = m_rtsp.SetupUdp(uri, nTrack, Ports(nTrack).RtpPort());
-            const std::string key = "server_port=";
-            const std::string transport = response.Header("Transport");
-            const size_t nAt = transport.find(key);
-            if (nAt == std::string::npos)
-                return false;
-            m_nServerPorts[nTrack - 96] =
-                static_cast<uint16_t>(std::atoi(transport.c_str() + nAt + key.size()));
+            m_nServerPorts[nTrack - 96] = response.ServerPort();
         } else {
             response = m_rtsp.SetupTcp(uri, nTrack, (nTrack - 96) * 2);
         }

@@ -1,16 +1,13 @@
 #include "tests/support/rtsp_client.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
+#include "tests/support/sockets.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <atomic>
 #include <chrono>
-#include <cstdlib>
 
 namespace {
 
@@ -28,44 +25,20 @@ int Left(Clock::time_point end)
     return static_cast<int>(std::max<decltype(left)>(left, 0));
 }
 
-bool WaitReadable(int nSocket, int nMilliseconds)
-{
-    struct pollfd entry = {nSocket, POLLIN, 0};
-    const Clock::time_point end = In(nMilliseconds);
-    int nResult = -1;
-    do
-        nResult = poll(&entry, 1, Left(end));
-    while (nResult < 0 && errno == EINTR);
-    return nResult == 1;
-}
-
-sockaddr_in Loopback(uint16_t nPort)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(nPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 int OpenUdp(uint16_t nPort)
 {
-    const int nSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    const sockaddr_in address = Loopback(nPort);
+    const int nSocket = KovaBind(SOCK_DGRAM, nPort);
     // A key frame fills what the system gives by itself, and a test that does not get the
     // processor for a while must not lose packets.
     const int nBuffer = 4 << 20;
     if (setsockopt(nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &nBuffer, sizeof(nBuffer)) != 0)
         setsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nBuffer, sizeof(nBuffer));
-    if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return nSocket;
-    close(nSocket);
-    return -1;
+    return nSocket;
 }
 
 bool ReceiveFrom(int nSocket, std::string *pPacket, int nMilliseconds)
 {
-    if (!WaitReadable(nSocket, nMilliseconds))
+    if (!KovaWaitReadable(nSocket, nMilliseconds))
         return false;
     pPacket->resize(65536);
     const ssize_t nGot = recv(nSocket, pPacket->data(), pPacket->size(), MSG_DONTWAIT);
@@ -75,23 +48,11 @@ bool ReceiveFrom(int nSocket, std::string *pPacket, int nMilliseconds)
 
 bool SendTo(int nSocket, uint16_t nPort, std::string_view bytes)
 {
-    const sockaddr_in address = Loopback(nPort);
-    return sendto(nSocket, bytes.data(), bytes.size(), 0,
-                  reinterpret_cast<const sockaddr *>(&address),
-                  sizeof(address)) == static_cast<ssize_t>(bytes.size());
+    return sendto(nSocket, bytes.data(), bytes.size(), 0, KovaPlain(KovaLoopback(nPort)),
+                  sizeof(sockaddr_in)) == static_cast<ssize_t>(bytes.size());
 }
 
 } // namespace
-
-std::string KovaTestResponse::Header(std::string_view name) const
-{
-    const std::string key = "\r\n" + std::string(name) + ": ";
-    const size_t nAt = head.find(key);
-    if (nAt == std::string::npos)
-        return {};
-    const size_t nStart = nAt + key.size();
-    return head.substr(nStart, head.find("\r\n", nStart) - nStart);
-}
 
 KovaRtspTestClient::~KovaRtspTestClient()
 {
@@ -100,18 +61,8 @@ KovaRtspTestClient::~KovaRtspTestClient()
 
 bool KovaRtspTestClient::Connect(uint16_t nPort, int nReceiveBuffer)
 {
-    Close();
-    m_nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (nReceiveBuffer > 0)
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &nReceiveBuffer, sizeof(nReceiveBuffer));
-    // Each Send() is a segment of its own, and so a read of its own at the server.
-    const int nOn = 1;
-    setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
-    const sockaddr_in address = Loopback(nPort);
-    if (connect(m_nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0)
-        return true;
-    Close();
-    return false;
+    Adopt(KovaConnect(nPort, {nReceiveBuffer, 0}));
+    return m_nSocket >= 0;
 }
 
 void KovaRtspTestClient::Adopt(int nSocket)
@@ -125,10 +76,7 @@ void KovaRtspTestClient::Close(bool bReset)
     if (m_nSocket >= 0) {
         if (m_onExchange)
             m_onExchange();
-        const struct linger reset = {1, 0};
-        if (bReset)
-            setsockopt(m_nSocket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
-        close(m_nSocket);
+        KovaCloseSocket(m_nSocket, bReset);
     }
     m_nSocket = -1;
     m_onExchange = nullptr;
@@ -138,10 +86,7 @@ void KovaRtspTestClient::Close(bool bReset)
 
 uint16_t KovaRtspTestClient::LocalPort() const
 {
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    getsockname(m_nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    return ntohs(address.sin_port);
+    return KovaPortOf(m_nSocket);
 }
 
 bool KovaRtspTestClient::Send(std::string_view bytes)
@@ -159,7 +104,7 @@ bool KovaRtspTestClient::Send(std::string_view bytes)
 
 bool KovaRtspTestClient::Fill(int nMilliseconds)
 {
-    if (m_nSocket < 0 || !WaitReadable(m_nSocket, nMilliseconds))
+    if (m_nSocket < 0 || !KovaWaitReadable(m_nSocket, nMilliseconds))
         return false;
     char chunk[65536];
     const ssize_t nGot = recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT);
@@ -171,40 +116,27 @@ bool KovaRtspTestClient::Fill(int nMilliseconds)
 
 void KovaRtspTestClient::TakeFrames()
 {
-    while (m_input.size() >= 4 && m_input[0] == '$') {
-        const size_t nLength = static_cast<size_t>(static_cast<uint8_t>(m_input[2]) << 8 |
-                                                   static_cast<uint8_t>(m_input[3]));
-        if (m_input.size() < 4 + nLength)
+    for (;;) {
+        const KovaRtspPiece piece = KovaFirstPiece(m_input);
+        if (piece.nSize == 0 || piece.nChannel < 0)
             return;
-        m_frames.push_back({static_cast<uint8_t>(m_input[1]), m_input.substr(4, nLength)});
-        m_input.erase(0, 4 + nLength);
+        m_frames.push_back({piece.nChannel, std::string(piece.bytes)});
+        m_input.erase(0, piece.nSize);
     }
 }
 
 KovaTestResponse KovaRtspTestClient::Receive(int nMilliseconds)
 {
-    KovaTestResponse response;
     const Clock::time_point end = In(nMilliseconds);
     do {
         TakeFrames();
-        const size_t nEnd = m_input.find("\r\n\r\n");
-        if (m_input.empty() || m_input[0] == '$' || nEnd == std::string::npos)
+        KovaTestResponse response = KovaReadResponse(m_input);
+        if (!response.bComplete)
             continue;
-        response.head = m_input.substr(0, nEnd + 4);
-        if (response.head.compare(0, 9, "RTSP/1.0 ") == 0)
-            response.nStatus = std::atoi(response.head.c_str() + 9);
-        const size_t nBody =
-            static_cast<size_t>(std::atol(response.Header("Content-Length").c_str()));
-        if (m_input.size() < nEnd + 4 + nBody)
-            continue;
-        response.bComplete = true;
-        response.body = m_input.substr(nEnd + 4, nBody);
-        response.text = response.head + response.body;
         m_input.erase(0, response.text.size());
         return response;
     } while (Left(end) > 0 && Fill(Left(end)));
-    response.text = m_input;
-    return response;
+    return KovaReadResponse(m_input);
 }
 
 KovaTestResponse KovaRtspTestClient::Exchange(std::string_view bytes)
@@ -233,13 +165,13 @@ bool KovaRtspTestClient::NextFrame(KovaTestFrame *pFrame, int nMilliseconds)
 bool KovaRtspTestClient::IsSilent(int nMilliseconds)
 {
     TakeFrames();
-    return m_input.empty() && m_frames.empty() && !WaitReadable(m_nSocket, nMilliseconds);
+    return m_input.empty() && m_frames.empty() && !KovaWaitReadable(m_nSocket, nMilliseconds);
 }
 
 bool KovaRtspTestClient::WaitClosed(int nMilliseconds)
 {
     const Clock::time_point end = In(nMilliseconds);
-    while (Left(end) > 0 && WaitReadable(m_nSocket, Left(end))) {
+    while (Left(end) > 0 && KovaWaitReadable(m_nSocket, Left(end))) {
         char chunk[65536];
         if (recv(m_nSocket, chunk, sizeof(chunk), MSG_DONTWAIT) <= 0)
             return true;
@@ -250,11 +182,8 @@ bool KovaRtspTestClient::WaitClosed(int nMilliseconds)
 std::string KovaRtspTestClient::Format(std::string_view method, std::string_view path,
                                        std::string_view lines)
 {
-    std::string text = std::string(method) + " rtsp://127.0.0.1/" + std::string(path) +
-                       " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
-    if (!m_session.empty())
-        text += "Session: " + m_session + "\r\n";
-    return text + std::string(lines) + "\r\n";
+    return KovaRequestText(method, "rtsp://127.0.0.1/" + std::string(path), ++m_nCSeq, m_session,
+                           lines);
 }
 
 KovaTestResponse KovaRtspTestClient::Options(std::string_view stream, std::string_view lines)
@@ -270,16 +199,12 @@ KovaTestResponse KovaRtspTestClient::Describe(std::string_view stream, std::stri
 KovaTestResponse KovaRtspTestClient::SetupUdp(std::string_view stream, int nTrack,
                                               uint16_t nRtpPort)
 {
-    return Setup(stream, nTrack,
-                 "RTP/AVP;unicast;client_port=" + std::to_string(nRtpPort) + "-" +
-                     std::to_string(nRtpPort + 1));
+    return Setup(stream, nTrack, KovaUdpTransport(nRtpPort));
 }
 
 KovaTestResponse KovaRtspTestClient::SetupTcp(std::string_view stream, int nTrack, int nChannel)
 {
-    return Setup(stream, nTrack,
-                 "RTP/AVP/TCP;unicast;interleaved=" + std::to_string(nChannel) + "-" +
-                     std::to_string(nChannel + 1));
+    return Setup(stream, nTrack, KovaTcpTransport(nChannel));
 }
 
 KovaTestResponse KovaRtspTestClient::Setup(std::string_view stream, int nTrack,
@@ -287,10 +212,9 @@ KovaTestResponse KovaRtspTestClient::Setup(std::string_view stream, int nTrack,
 {
     const KovaTestResponse response =
         Exchange(Format("SETUP", std::string(stream) + "/trackID=" + std::to_string(nTrack),
-                        "Transport: " + std::string(transport) + "\r\n"));
-    const std::string session = response.Header("Session");
+                        KovaTransportLine(transport)));
     if (response.nStatus == 200)
-        m_session = session.substr(0, session.find(';'));
+        m_session = response.Session();
     return response;
 }
 
@@ -312,10 +236,9 @@ KovaTestResponse KovaRtspTestClient::Teardown(std::string_view stream, std::stri
 KovaUdpPair::KovaUdpPair()
 {
     // Away from the ports that servers and the system give out.
-    static uint16_t nNext = static_cast<uint16_t>(12000 + getpid() % 8000 * 2);
+    static std::atomic<unsigned> nNext{static_cast<unsigned>(getpid()) % 10000};
     for (int i = 0; i < 500 && m_nPort == 0; i++) {
-        const uint16_t nPort = nNext;
-        nNext = static_cast<uint16_t>(nNext + 2 < 32000 ? nNext + 2 : 12000);
+        const uint16_t nPort = static_cast<uint16_t>(12000 + nNext++ % 10000 * 2);
         m_nRtp = OpenUdp(nPort);
         m_nRtcp = m_nRtp < 0 ? -1 : OpenUdp(static_cast<uint16_t>(nPort + 1));
         if (m_nRtcp >= 0)
@@ -351,21 +274,4 @@ bool KovaUdpPair::SendRtcp(uint16_t nPort, std::string_view bytes)
 bool KovaUdpPair::SendRtp(uint16_t nPort, std::string_view bytes)
 {
     return SendTo(m_nRtp, nPort, bytes);
-}
-
-std::string KovaReceiverReport(uint32_t nSsrc)
-{
-    std::string packet("\x81\xc9\x00\x07\x11\x22\x33\x44", 8);
-    for (int nShift = 24; nShift >= 0; nShift -= 8)
-        packet += static_cast<char>(nSsrc >> nShift & 0xff);
-    return packet.append(20, '\0');
-}
-
-std::string KovaInterleaved(int nChannel, std::string_view packet)
-{
-    std::string frame = "$";
-    frame += static_cast<char>(nChannel);
-    frame += static_cast<char>(packet.size() >> 8);
-    frame += static_cast<char>(packet.size() & 0xff);
-    return frame + std::string(packet);
 }

@@ -1,29 +1,13 @@
 #pragma once
 
+#include "tests/support/rtsp_text.h"
+
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
-
-/// One response, or what came instead of it.
-struct KovaTestResponse {
-    bool bComplete = false; ///< a head, and as many body bytes as it announces
-    int nStatus = 0;        ///< of the status line; 0 without one
-    std::string text;       ///< every byte, head and body
-    std::string head;       ///< up to and with the empty line
-    std::string body;
-
-    /// Value of the first header line with that name (exact case); empty without one.
-    std::string Header(std::string_view name) const;
-};
-
-/// One interleaved frame (RFC 2326, section 10.12).
-struct KovaTestFrame {
-    int nChannel = -1;
-    std::string payload;
-};
 
 /// A player's RTSP connection. Responses and interleaved frames that come mixed
 /// are told apart. Every wait is bounded. One thread at a time.
@@ -105,7 +89,8 @@ private:
     std::function<void()> m_onExchange;
 };
 
-/// A player's two UDP ports on the loopback address: an even one and the next.
+/// A player's two UDP ports on the loopback address: an even one and the next. They may be made
+/// in any thread.
 class KovaUdpPair {
 public:
     KovaUdpPair();
@@ -138,8 +123,3 @@ private:
     int m_nRtp = -1;
     int m_nRtcp = -1;
 };
-
-/// A receiver report with one block (32 bytes), and the same as an interleaved
-/// frame.
-std::string KovaReceiverReport(uint32_t nSsrc);
-std::string KovaInterleaved(int nChannel, std::string_view packet);

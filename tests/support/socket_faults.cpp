@@ -1,8 +1,6 @@
 #include "tests/support/socket_faults.h"
 
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "tests/support/c_calls.h"
 
 #include <atomic>
 #include <cerrno>
@@ -48,10 +46,10 @@ struct KovaSocketHooks {
     }
 };
 
-// These stand in for the functions of the C library in the whole program.
+namespace {
 
-extern "C" ssize_t sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
-                          const struct sockaddr *pAddress, socklen_t nAddressSize)
+ssize_t SendTo(int nSocket, const void *pData, size_t nSize, int nFlags, const sockaddr *pAddress,
+               socklen_t nAddressSize)
 {
     KovaScriptedSend scripted;
     if (KovaSocketHooks::NextSend(nSocket, nFlags, &scripted)) {
@@ -63,22 +61,27 @@ extern "C" ssize_t sendto(int nSocket, const void *pData, size_t nSize, int nFla
             return 0;
         nSize = scripted.nMost < nSize ? scripted.nMost : nSize;
     }
-    return syscall(SYS_sendto, nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
+    return __real_sendto(nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
 }
 
-extern "C" ssize_t send(int nSocket, const void *pData, size_t nSize, int nFlags)
+ssize_t Send(int nSocket, const void *pData, size_t nSize, int nFlags)
 {
-    return sendto(nSocket, pData, nSize, nFlags, nullptr, 0);
+    return SendTo(nSocket, pData, nSize, nFlags, nullptr, 0);
 }
 
-extern "C" int close(int nSocket)
+int Close(int nSocket)
 {
     KovaSocketHooks::Closing(nSocket);
-    return static_cast<int>(syscall(SYS_close, nSocket));
+    return __real_close(nSocket);
 }
+
+} // namespace
 
 KovaSocketFaults::KovaSocketFaults()
 {
+    KovaReplaceCall<__real_send>(Send);
+    KovaReplaceCall<__real_sendto>(SendTo);
+    KovaReplaceCall<__real_close>(Close);
     g_pFaults.store(this);
 }
 

@@ -46,14 +46,7 @@ KovaRtspStreamer *KovaStreamHost::AddStream(const std::string &uri)
 
 KovaRtspStreamer *KovaStreamHost::AddAudioVideo(const std::string &uri)
 {
-    KovaRtspStreamer *pStreamer = AddStream(uri);
-    const KovaAudioDescription audio = {64, 44100, 2};
-    const KovaVideoDescription video = {2000};
-    uint32_t nId = 0;
-    if (KovaRtspServerAddPayloadType(pStreamer, KOVA_MEDIA_AUDIO, &nId, &audio) != KOVA_OK ||
-        KovaRtspServerAddPayloadType(pStreamer, KOVA_MEDIA_VIDEO, &nId, &video) != KOVA_OK)
-        abort();
-    return pStreamer;
+    return Require(KovaPublishAudioVideo(m_pServer, uri), "stream");
 }
 
 KovaRtspSession *KovaStreamHost::AddSession(const std::string &id, int32_t nTimeout)
@@ -94,17 +87,6 @@ void KovaStopPackers(KovaRtspStreamer *pStreamer)
     KovaThreadRequestStop(pStreamer->nVideoPackerState);
     KovaThreadWaitStopped(pStreamer->nAudioPackerState);
     KovaThreadWaitStopped(pStreamer->nVideoPackerState);
-}
-
-void KovaMakeReady(KovaRtspStreamer *pStreamer)
-{
-    const uint8_t config[] = {0x12, 0x10};
-    const uint8_t sps[] = {0x67, 0x42, 0xC0, 0x1E};
-    const uint8_t pps[] = {0x68, 0xCE};
-    KovaRtspSdpGenerator *pGenerator = pStreamer->pSdpGenerator;
-    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 96, kInfoAacConfig, config, sizeof(config));
-    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 97, kInfoSps, sps, sizeof(sps));
-    KovaRtspSdpGeneratorSetMediaInfo(pGenerator, 97, kInfoPps, pps, sizeof(pps));
 }
 
 std::vector<std::string> KovaMessagesOf(const std::vector<std::string> &messages,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/server.h"
+#include "tests/support/ready_stream.h"
 #include "tests/support/wait_until.h"
 
 #include <string>
@@ -43,9 +44,6 @@ std::vector<std::string> KovaClientIds(KovaRtspStreamer *pStreamer, uint32_t nPa
 
 /// Ends both packer threads of a stream: what is pushed stays in the rings.
 void KovaStopPackers(KovaRtspStreamer *pStreamer);
-
-/// Makes the stream's session description complete (audio 96, video 97).
-void KovaMakeReady(KovaRtspStreamer *pStreamer);
 
 /// The messages that begin with a function's name.
 std::vector<std::string> KovaMessagesOf(const std::vector<std::string> &messages,

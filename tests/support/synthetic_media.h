@@ -1,12 +1,11 @@
 #pragma once
 
-#include "server/kova_rtsp_server.h"
+#include "tests/support/feed.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <thread>
 #include <vector>
 
 /// Sizes of synthetic pictures: 30 a second, a key frame each second.
@@ -37,15 +36,18 @@ uint32_t KovaSoundTime(unsigned nFrame);
 class KovaSyntheticFeed {
 public:
     KovaSyntheticFeed(KovaRtspStreamer *pStream, const KovaSyntheticSizes &sizes);
-    ~KovaSyntheticFeed();
-    KovaSyntheticFeed(const KovaSyntheticFeed &) = delete;
-    KovaSyntheticFeed &operator=(const KovaSyntheticFeed &) = delete;
 
     /// Begins at once. Everything due within the first nMilliseconds is pushed.
     void Start(unsigned nMilliseconds);
     /// Waits until everything is pushed; or stops early.
-    void Finish();
-    void Stop();
+    void Finish()
+    {
+        m_feed.Finish();
+    }
+    void Stop()
+    {
+        m_feed.Stop();
+    }
 
     unsigned Pictures() const
     {
@@ -61,13 +63,12 @@ public:
     }
 
 private:
-    void Run(unsigned nMilliseconds);
+    std::optional<KovaFeed::Clock::time_point> Push(unsigned nMilliseconds);
 
     KovaRtspStreamer *m_pStream;
     KovaSyntheticSizes m_sizes;
-    std::thread m_thread;
-    std::atomic<bool> m_bStop{false};
     std::atomic<unsigned> m_nPictures{0};
     std::atomic<unsigned> m_nSounds{0};
     std::chrono::steady_clock::time_point m_begin;
+    KovaFeed m_feed; ///< ends before what it pushes from
 };

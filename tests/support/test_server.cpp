@@ -5,8 +5,9 @@
 #include "server/listener.h"
 #include "server/session_registry.h"
 #include "streamer/registries.h"
+#include "tests/support/server_records.h"
+#include "tests/support/sockets.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,38 +17,15 @@ namespace {
 constexpr int kPortAttempts = 20;
 constexpr char kLoopback[KOVA_ADDRESS_SIZE] = "127.0.0.1";
 
-const uint8_t *Bytes(const std::string &text)
-{
-    return reinterpret_cast<const uint8_t *>(text.data());
-}
-
-/// Listens on a free loopback port.
-int Listen(uint16_t *pPort)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    socklen_t nSize = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
-    listen(nSocket, 128);
-    getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize);
-    *pPort = ntohs(address.sin_port);
-    return nSocket;
-}
-
 /// The socket that a client's reference leads to. A connection that is not
 /// registered any more is about to be freed: its memory is not looked at.
 int32_t SocketOf(KovaRtspServer *pServer, const int *pSocket)
 {
     int32_t nSocket = -1;
-    pthread_mutex_lock(&pServer->mtxHandler);
-    for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
-        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+    KovaForEachHandler(pServer, [&](KovaRtspServerHandler *pHandler) {
         if (reinterpret_cast<int *>(&pHandler->nSocket) == pSocket)
             nSocket = pHandler->nSocket;
-    }
-    pthread_mutex_unlock(&pServer->mtxHandler);
+    });
     return nSocket;
 }
 
@@ -55,15 +33,17 @@ int32_t SocketOf(KovaRtspServer *pServer, const int *pSocket)
 
 uint16_t KovaFreeTcpPort()
 {
-    uint16_t nPort = 0;
-    close(Listen(&nPort));
+    const int nSocket = KovaListen();
+    const uint16_t nPort = KovaPortOf(nSocket);
+    close(nSocket);
     return nPort;
 }
 
 KovaTestServer::KovaTestServer(const KovaTestServerOptions &options) : m_uri(options.uri)
 {
     if (!options.bStart) {
-        m_nListener = Listen(&m_nPort);
+        m_nListener = KovaListen();
+        m_nPort = KovaPortOf(m_nListener);
         m_pServer = KovaRtspServerCreate(kLoopback, m_nPort, options.nMaxClient);
     }
     // Somebody else may take the port between the choice and its use.
@@ -87,15 +67,7 @@ KovaTestServer::~KovaTestServer()
 
 KovaRtspStreamer *KovaTestServer::AddStream(const std::string &uri)
 {
-    const KovaAudioDescription audio = {64, 44100, 2};
-    const KovaVideoDescription video = {2000};
-    uint32_t nPayloadId = 0;
-    KovaRtspStreamer *pStream = KovaRtspServerAddUri(m_pServer, uri.c_str());
-    if (pStream != nullptr) {
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_AUDIO, &nPayloadId, &audio);
-        KovaRtspServerAddPayloadType(pStream, KOVA_MEDIA_VIDEO, &nPayloadId, &video);
-    }
-    return pStream;
+    return KovaPublishAudioVideo(m_pServer, uri);
 }
 
 void KovaTestServer::RemoveStream()
@@ -104,27 +76,10 @@ void KovaTestServer::RemoveStream()
     m_pStream = nullptr;
 }
 
-void KovaTestServer::MakeReady(KovaRtspStreamer *pStream)
-{
-    const std::string config("\x12\x10", 2);
-    const std::string sps = KovaTestSps();
-    const std::string pps = KovaTestPps();
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 96, kInfoAacConfig, Bytes(config),
-                                     static_cast<uint32_t>(config.size()));
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoSps, Bytes(sps),
-                                     static_cast<uint32_t>(sps.size()));
-    KovaRtspSdpGeneratorSetMediaInfo(pStream->pSdpGenerator, 97, kInfoPps, Bytes(pps),
-                                     static_cast<uint32_t>(pps.size()));
-}
-
 bool KovaTestServer::PushReady(uint32_t nTimestamp)
 {
-    const std::string video = KovaTestKeyFrame(100);
-    const std::string audio = KovaTestAacFrame(20);
-    KovaRtspServerPushData(m_pStream, 96, Bytes(audio), static_cast<uint32_t>(audio.size()),
-                           nTimestamp);
-    KovaRtspServerPushData(m_pStream, 97, Bytes(video), static_cast<uint32_t>(video.size()),
-                           nTimestamp);
+    KovaPush(m_pStream, KOVA_PAYLOAD_ID_AUDIO, KovaTestAacFrame(20), nTimestamp);
+    KovaPush(m_pStream, KOVA_PAYLOAD_ID_VIDEO, KovaTestKeyFrame(100), nTimestamp);
     return KovaWaitUntil(5000, [this] { return KovaRtspStreamerSdpIsReady(m_pStream) == 1; });
 }
 
@@ -146,13 +101,10 @@ KovaRtspServerHandler *KovaTestServer::Handler(const KovaRtspTestClient &client)
 {
     KovaRtspServerHandler *pFound = nullptr;
     const uint16_t nPort = client.LocalPort();
-    pthread_mutex_lock(&m_pServer->mtxHandler);
-    for (KovaList *pNode = m_pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
-        auto *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
+    KovaForEachHandler(m_pServer, [&](KovaRtspServerHandler *pHandler) {
         if (pHandler->nPeerPort == nPort)
             pFound = pHandler;
-    }
-    pthread_mutex_unlock(&m_pServer->mtxHandler);
+    });
     return pFound;
 }
 
@@ -191,13 +143,10 @@ unsigned KovaTestServer::SessionCount()
 int32_t KovaTestServer::Expiry(const std::string &session)
 {
     int32_t tExpire = 0;
-    pthread_mutex_lock(&m_pServer->mtxSession);
-    for (KovaList *pNode = m_pServer->pSessionList; pNode != nullptr; pNode = pNode->next) {
-        auto *pSession = static_cast<KovaRtspSession *>(pNode->data);
+    KovaForEachSession(m_pServer, [&](const KovaRtspSession *pSession) {
         if (session == pSession->szSessionId)
             tExpire = pSession->tExpire.load();
-    }
-    pthread_mutex_unlock(&m_pServer->mtxSession);
+    });
     return tExpire;
 }
 
@@ -234,39 +183,6 @@ uint32_t KovaTestServer::Ssrc(uint32_t nPayloadId) const
 {
     KovaRtpPacker *pPacker = KovaRtspStreamerGetRtpPackerByPayloadId(m_pStream, nPayloadId);
     return pPacker == nullptr ? 0 : pPacker->nSsrc;
-}
-
-std::string KovaTestSps()
-{
-    return std::string("\x67\x42\xC0\x1E\xD9\x00\xA0\x47\xFE\xC8", 10);
-}
-
-std::string KovaTestPps()
-{
-    return std::string("\x68\xCE\x3C\x80", 4);
-}
-
-std::string KovaTestKeyFrame(size_t nSliceSize)
-{
-    const std::string start("\0\0\0\1", 4);
-    return start + KovaTestSps() + start + KovaTestPps() + start + "\x65" +
-           std::string(nSliceSize, '\x5a');
-}
-
-std::string KovaTestInterFrame(size_t nSliceSize)
-{
-    return std::string("\0\0\0\1\x41", 5) + std::string(nSliceSize, '\x5a');
-}
-
-std::string KovaTestAacFrame(size_t nPayloadSize)
-{
-    const size_t nLength = nPayloadSize + 7;
-    std::string frame("\xFF\xF1\x50", 3);
-    frame += static_cast<char>(0x80 | nLength >> 11);
-    frame += static_cast<char>(nLength >> 3 & 0xff);
-    frame += static_cast<char>((nLength & 7) << 5 | 0x1f);
-    frame += '\xfc';
-    return frame + std::string(nPayloadSize, '\x21');
 }
 
 int KovaOpenDescriptors()

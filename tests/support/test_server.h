@@ -1,6 +1,9 @@
 #pragma once
 
 #include "server/server.h"
+#include "tests/support/feed.h"
+#include "tests/support/media.h"
+#include "tests/support/ready_stream.h"
 #include "tests/support/rtsp_client.h"
 #include "tests/support/wait_until.h"
 
@@ -55,7 +58,10 @@ public:
     {
         MakeReady(m_pStream);
     }
-    static void MakeReady(KovaRtspStreamer *pStream);
+    static void MakeReady(KovaRtspStreamer *pStream)
+    {
+        KovaMakeReady(pStream);
+    }
     /// The same by pushing a key frame and an AAC frame; waits until they are
     /// known. The time stamps are nTimestamp.
     bool PushReady(uint32_t nTimestamp = 0);
@@ -111,14 +117,6 @@ private:
 
 /// A free TCP port of the loopback address.
 uint16_t KovaFreeTcpPort();
-
-/// Media to push: parameter sets in front of a key frame of some size, another
-/// frame, and an ADTS frame (AAC LC, 44.1 kHz, two channels: config 1210).
-std::string KovaTestSps();
-std::string KovaTestPps();
-std::string KovaTestKeyFrame(size_t nSliceSize);
-std::string KovaTestInterFrame(size_t nSliceSize);
-std::string KovaTestAacFrame(size_t nPayloadSize);
 
 /// Number of open descriptors of the process.
 int KovaOpenDescriptors();

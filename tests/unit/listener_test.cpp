@@ -5,6 +5,8 @@
 #include "server/handler_registry.h"
 #include "system_shims.h"
 #include "tests/support/failing_heap.h"
+#include "tests/support/net_ends.h"
+#include "tests/support/sockets.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 
@@ -24,47 +26,21 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// A listening socket on a free port of the loopback.
-int OpenListening(sockaddr_in *pAddress)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    *pAddress = {};
-    pAddress->sin_family = AF_INET;
-    pAddress->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t nSize = sizeof(*pAddress);
-    if (bind(nSocket, reinterpret_cast<sockaddr *>(pAddress), nSize) != 0 ||
-        listen(nSocket, 16) != 0 ||
-        getsockname(nSocket, reinterpret_cast<sockaddr *>(pAddress), &nSize) != 0)
-        abort();
-    return nSocket;
-}
-
-int Connect(const sockaddr_in &address)
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    if (connect(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        abort();
-    return nSocket;
-}
-
-bool IsOpen(int nDescriptor)
-{
-    return fcntl(nDescriptor, F_GETFD) != -1;
-}
-
 /// A server whose listener alone is run, as a thread of the test.
 struct Listener : testing::Test {
     KovaStdoutCapture capture;
     KovaStreamHost host;
     KovaRtspServer *pServer = host.Server();
-    sockaddr_in address = {};
+    uint16_t nPort = 0;
     std::thread listener;
     std::vector<int> players;
 
     Listener()
     {
         RTSP_SetLogLevel(0);
-        pServer->nListenSocket = OpenListening(&address);
+        pServer->nListenSocket = KovaListen(16);
+        EXPECT_EQ(fcntl(pServer->nListenSocket, F_SETFL, O_NONBLOCK), 0);
+        nPort = KovaPortOf(pServer->nListenSocket);
     }
 
     ~Listener() override
@@ -99,7 +75,7 @@ struct Listener : testing::Test {
     /// Whether one more connection, and all before it, get their handlers.
     bool Accepts()
     {
-        players.push_back(Connect(address));
+        players.push_back(KovaConnect(nPort));
         return KovaWaitUntil([&] { return Handlers() == players.size(); });
     }
 };
@@ -114,7 +90,7 @@ TEST_F(Listener, GivesEachConnectionAHandler)
     EXPECT_STREQ(pHandler->szPeerAddr, "127.0.0.1");
     EXPECT_EQ(pHandler->peerAddr.sin_family, AF_INET);
     EXPECT_EQ(ntohs(pHandler->peerAddr.sin_port), pHandler->nPeerPort);
-    EXPECT_EQ(pHandler->nLocalPort, ntohs(address.sin_port));
+    EXPECT_EQ(pHandler->nLocalPort, nPort);
 }
 
 TEST_F(Listener, SurvivesShortagesAndAbortedConnections)
@@ -122,7 +98,7 @@ TEST_F(Listener, SurvivesShortagesAndAbortedConnections)
     Start();
     for (const int nError : {EMFILE, ENFILE, ENOBUFS, ENOMEM, ECONNABORTED, EINTR, EAGAIN}) {
         const KovaFailingCall call(kShimAccept, nError, 0, 5);
-        players.push_back(Connect(address));
+        players.push_back(KovaConnect(nPort));
         EXPECT_TRUE(KovaWaitUntil([&] { return call.Failed() == 5; })) << nError;
         EXPECT_TRUE(Accepts()) << nError;
         EXPECT_EQ(pServer->nListenState.load(), 2U) << nError;
@@ -148,11 +124,11 @@ TEST_F(Listener, ClosesItsSocketAndSaysSoAtLevel4)
     Start();
     EXPECT_TRUE(capture.WaitFor("pListenProc, Enter thread\n", 10000));
     const int nSocket = pServer->nListenSocket;
-    EXPECT_TRUE(IsOpen(nSocket));
+    EXPECT_TRUE(KovaIsOpen(nSocket));
     Stop();
     EXPECT_EQ(pServer->nListenState.load(), 4U);
     EXPECT_EQ(pServer->nListenSocket.load(), -1);
-    EXPECT_FALSE(IsOpen(nSocket));
+    EXPECT_FALSE(KovaIsOpen(nSocket));
     EXPECT_EQ(capture.Messages(),
               (Lines{"pListenProc, Enter thread", "pListenProc, Leave thread"}));
     capture.Clear();
@@ -180,7 +156,7 @@ TEST_F(Listener, FailedHandlersLeaveNothingBehind)
     int32_t nResult = 1;
     int nGood = 0;
     for (; nResult != 0 && nGood < 50; nGood++) {
-        players.push_back(Connect(address));
+        players.push_back(KovaConnect(nPort));
         int nSocket = -1;
         EXPECT_TRUE(KovaWaitUntil([&] {
             nSocket = accept(pServer->nListenSocket, nullptr, nullptr);
@@ -190,7 +166,7 @@ TEST_F(Listener, FailedHandlersLeaveNothingBehind)
             const KovaFailingHeap heap(nGood);
             nResult = AddNewRtspHandler(pServer, nSocket, peer);
         }
-        EXPECT_EQ(IsOpen(nSocket), nResult == 0) << nGood;
+        EXPECT_EQ(KovaIsOpen(nSocket), nResult == 0) << nGood;
         EXPECT_EQ(Handlers(), nResult == 0 ? 1U : 0U) << nGood;
         if (nGood == 0) {
             EXPECT_EQ(nResult, 2);
@@ -202,7 +178,7 @@ TEST_F(Listener, FailedHandlersLeaveNothingBehind)
 
 TEST_F(Listener, HandlersWithoutAThreadLeaveNothingBehind)
 {
-    players.push_back(Connect(address));
+    players.push_back(KovaConnect(nPort));
     int nSocket = -1;
     EXPECT_TRUE(KovaWaitUntil([&] {
         nSocket = accept(pServer->nListenSocket, nullptr, nullptr);
@@ -210,7 +186,7 @@ TEST_F(Listener, HandlersWithoutAThreadLeaveNothingBehind)
     }));
     const KovaFailingCall threads(kShimThread, EAGAIN);
     EXPECT_EQ(AddNewRtspHandler(pServer, nSocket, sockaddr_in{}), 1);
-    EXPECT_FALSE(IsOpen(nSocket));
+    EXPECT_FALSE(KovaIsOpen(nSocket));
     EXPECT_EQ(Handlers(), 0U);
 }
 

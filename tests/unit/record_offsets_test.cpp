@@ -9,48 +9,71 @@
 
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
 #include <pthread.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 
 /// Where programs in other languages find the fields: in numbers, for a 64-bit PC and for a 32-bit
-/// board. The figures follow from natural alignment and from a mutex of 40 and of 24 bytes.
+/// board. The figures follow from natural alignment and from a mutex of 40 and of 24 bytes. The
+/// fields stand in this order, each as large as the plain C type beside it; private fields only
+/// come behind them.
 namespace {
+
+constexpr bool k64 = sizeof(void *) == 8;
 
 struct Row {
     const char *szField;
     size_t nOffset;
-    size_t nExpected64;
-    size_t nExpected32;
+    size_t nExpected;
+    bool bSameForm; ///< size and alignment of the plain C type
 };
+
+/// A field, its type in a plain C record, and its offset on either system.
+template <typename Plain, typename Record, typename Field>
+Row At(const char *szField, Field Record::*pField, size_t n64, size_t n32)
+{
+    return {szField, KovaFieldOffset(pField), k64 ? n64 : n32,
+            sizeof(Field) == sizeof(Plain) && alignof(Field) == alignof(Plain)};
+}
 
 void Expect(std::initializer_list<Row> rows)
 {
-    const bool b64 = sizeof(void *) == 8;
-    ASSERT_EQ(sizeof(pthread_mutex_t), b64 ? 40U : 24U) << "no figures for this system";
-    for (const Row &row : rows)
-        EXPECT_EQ(row.nOffset, b64 ? row.nExpected64 : row.nExpected32) << row.szField;
+    ASSERT_EQ(sizeof(pthread_mutex_t), k64 ? 40U : 24U) << "no figures for this system";
+    for (const Row &row : rows) {
+        EXPECT_EQ(row.nOffset, row.nExpected) << row.szField;
+        EXPECT_TRUE(row.bSameForm) << row.szField;
+    }
+}
+
+/// Of records that are made by others too, or in front of others.
+template <typename Record> void ExpectSize(size_t n64, size_t n32)
+{
+    EXPECT_EQ(sizeof(Record), k64 ? n64 : n32);
 }
 
 TEST(RecordOffsets, KovaList)
 {
     using R = KovaList;
+    ExpectSize<R>(24, 12);
     Expect({
-        {"data", KovaFieldOffset(&R::data), 0, 0},
-        {"prev", KovaFieldOffset(&R::prev), 8, 4},
-        {"next", KovaFieldOffset(&R::next), 16, 8},
+        At<void *>("data", &R::data, 0, 0),
+        At<void *>("prev", &R::prev, 8, 4),
+        At<void *>("next", &R::next, 16, 8),
     });
 }
 
 TEST(RecordOffsets, KovaRingbuffer)
 {
     using R = KovaRingbuffer;
+    ExpectSize<R>(24, 16);
     Expect({
-        {"pBuffer", KovaFieldOffset(&R::pBuffer), 0, 0},
-        {"nSize", KovaFieldOffset(&R::nSize), 8, 4},
-        {"nReadPos", KovaFieldOffset(&R::nReadPos), 12, 8},
-        {"nWritePos", KovaFieldOffset(&R::nWritePos), 16, 12},
+        At<uint8_t *>("pBuffer", &R::pBuffer, 0, 0),
+        At<int32_t>("nSize", &R::nSize, 8, 4),
+        At<int32_t>("nReadPos", &R::nReadPos, 12, 8),
+        At<int32_t>("nWritePos", &R::nWritePos, 16, 12),
     });
 }
 
@@ -58,28 +81,29 @@ TEST(RecordOffsets, KovaRtpPacket)
 {
     using R = KovaRtpPacket;
     Expect({
-        {"pData", KovaFieldOffset(&R::pData), 0, 0},
-        {"nSize", KovaFieldOffset(&R::nSize), 8, 4},
-        {"nRefCount", KovaFieldOffset(&R::nRefCount), 12, 8},
-        {"nFrameType", KovaFieldOffset(&R::nFrameType), 16, 12},
-        {"nPts", KovaFieldOffset(&R::nPts), 20, 16},
-        {"mutex", KovaFieldOffset(&R::mutex), 24, 20},
+        At<uint8_t *>("pData", &R::pData, 0, 0),
+        At<uint32_t>("nSize", &R::nSize, 8, 4),
+        At<int32_t>("nRefCount", &R::nRefCount, 12, 8),
+        At<uint32_t>("nFrameType", &R::nFrameType, 16, 12),
+        At<uint32_t>("nPts", &R::nPts, 20, 16),
+        At<pthread_mutex_t>("mutex", &R::mutex, 24, 20),
     });
 }
 
 TEST(RecordOffsets, KovaRtpPacker)
 {
     using R = KovaRtpPacker;
+    ExpectSize<R>(48, 36);
     Expect({
-        {"nPayloadType", KovaFieldOffset(&R::nPayloadType), 0, 0},
-        {"nCodec", KovaFieldOffset(&R::nCodec), 4, 4},
-        {"nSsrc", KovaFieldOffset(&R::nSsrc), 8, 8},
-        {"nPts", KovaFieldOffset(&R::nPts), 12, 12},
-        {"nTimestamp", KovaFieldOffset(&R::nTimestamp), 16, 16},
-        {"bMarker", KovaFieldOffset(&R::bMarker), 20, 20},
-        {"nSequence", KovaFieldOffset(&R::nSequence), 24, 24},
-        {"pfnStreamInfo", KovaFieldOffset(&R::pfnStreamInfo), 32, 28},
-        {"pStreamInfoContext", KovaFieldOffset(&R::pStreamInfoContext), 40, 32},
+        At<uint32_t>("nPayloadType", &R::nPayloadType, 0, 0),
+        At<uint32_t>("nCodec", &R::nCodec, 4, 4),
+        At<uint32_t>("nSsrc", &R::nSsrc, 8, 8),
+        At<uint32_t>("nPts", &R::nPts, 12, 12),
+        At<uint32_t>("nTimestamp", &R::nTimestamp, 16, 16),
+        At<uint32_t>("bMarker", &R::bMarker, 20, 20),
+        At<uint32_t>("nSequence", &R::nSequence, 24, 24),
+        At<void (*)()>("pfnStreamInfo", &R::pfnStreamInfo, 32, 28),
+        At<void *>("pStreamInfoContext", &R::pStreamInfoContext, 40, 32),
     });
 }
 
@@ -87,13 +111,13 @@ TEST(RecordOffsets, KovaRtpH264Packer)
 {
     using R = KovaRtpH264Packer;
     Expect({
-        {"head", KovaFieldOffset(&R::head), 0, 0},
-        {"nFragmentOffset", KovaFieldOffset(&R::nFragmentOffset), 48, 36},
-        {"nPayloadBytes", KovaFieldOffset(&R::nPayloadBytes), 52, 40},
-        {"nNalCount", KovaFieldOffset(&R::nNalCount), 56, 44},
-        {"pFragmentNal", KovaFieldOffset(&R::pFragmentNal), 64, 48},
-        {"pNalList", KovaFieldOffset(&R::pNalList), 72, 52},
-        {"pNalListTail", KovaFieldOffset(&R::pNalListTail), 80, 56},
+        At<KovaRtpPacker>("head", &R::head, 0, 0),
+        At<uint32_t>("nFragmentOffset", &R::nFragmentOffset, 48, 36),
+        At<uint32_t>("nPayloadBytes", &R::nPayloadBytes, 52, 40),
+        At<uint32_t>("nNalCount", &R::nNalCount, 56, 44),
+        At<void *>("pFragmentNal", &R::pFragmentNal, 64, 48),
+        At<void *>("pNalList", &R::pNalList, 72, 52),
+        At<void *>("pNalListTail", &R::pNalListTail, 80, 56),
     });
 }
 
@@ -101,14 +125,14 @@ TEST(RecordOffsets, KovaRtpAacPacker)
 {
     using R = KovaRtpAacPacker;
     Expect({
-        {"head", KovaFieldOffset(&R::head), 0, 0},
-        {"nSampleRate", KovaFieldOffset(&R::nSampleRate), 48, 36},
-        {"nFragmentOffset", KovaFieldOffset(&R::nFragmentOffset), 52, 40},
-        {"nFragmentSize", KovaFieldOffset(&R::nFragmentSize), 56, 44},
-        {"bWholeUnit", KovaFieldOffset(&R::bWholeUnit), 60, 48},
-        {"pFragmentUnit", KovaFieldOffset(&R::pFragmentUnit), 64, 52},
-        {"pAuList", KovaFieldOffset(&R::pAuList), 72, 56},
-        {"pAuListTail", KovaFieldOffset(&R::pAuListTail), 80, 60},
+        At<KovaRtpPacker>("head", &R::head, 0, 0),
+        At<uint32_t>("nSampleRate", &R::nSampleRate, 48, 36),
+        At<uint32_t>("nFragmentOffset", &R::nFragmentOffset, 52, 40),
+        At<uint32_t>("nFragmentSize", &R::nFragmentSize, 56, 44),
+        At<uint32_t>("bWholeUnit", &R::bWholeUnit, 60, 48),
+        At<void *>("pFragmentUnit", &R::pFragmentUnit, 64, 52),
+        At<void *>("pAuList", &R::pAuList, 72, 56),
+        At<void *>("pAuListTail", &R::pAuListTail, 80, 60),
     });
 }
 
@@ -116,27 +140,27 @@ TEST(RecordOffsets, KovaRtpClient)
 {
     using R = KovaRtpClient;
     Expect({
-        {"nState", KovaFieldOffset(&R::nState), 0, 0},
-        {"szSessionId", KovaFieldOffset(&R::szSessionId), 4, 4},
-        {"nRtpSocket", KovaFieldOffset(&R::nRtpSocket), 16, 16},
-        {"nRtcpSocket", KovaFieldOffset(&R::nRtcpSocket), 20, 20},
-        {"nClientRtpPort", KovaFieldOffset(&R::nClientRtpPort), 24, 24},
-        {"nClientRtcpPort", KovaFieldOffset(&R::nClientRtcpPort), 26, 26},
-        {"rtpAddress", KovaFieldOffset(&R::rtpAddress), 28, 28},
-        {"rtcpAddress", KovaFieldOffset(&R::rtcpAddress), 44, 44},
-        {"nStartSequence", KovaFieldOffset(&R::nStartSequence), 60, 60},
-        {"nStartTimestamp", KovaFieldOffset(&R::nStartTimestamp), 64, 64},
-        {"nOctetCount", KovaFieldOffset(&R::nOctetCount), 68, 68},
-        {"nPacketCount", KovaFieldOffset(&R::nPacketCount), 72, 72},
-        {"nSendBitrate", KovaFieldOffset(&R::nSendBitrate), 80, 80},
-        {"nLastRtcpTime", KovaFieldOffset(&R::nLastRtcpTime), 88, 88},
-        {"bKeyFrameFound", KovaFieldOffset(&R::bKeyFrameFound), 92, 92},
-        {"nMeasureStartTime", KovaFieldOffset(&R::nMeasureStartTime), 96, 96},
-        {"nMeasureBytes", KovaFieldOffset(&R::nMeasureBytes), 104, 104},
-        {"bInterleaved", KovaFieldOffset(&R::bInterleaved), 108, 108},
-        {"pTcpSocket", KovaFieldOffset(&R::pTcpSocket), 112, 112},
-        {"nRtpChannel", KovaFieldOffset(&R::nRtpChannel), 120, 116},
-        {"nRtcpChannel", KovaFieldOffset(&R::nRtcpChannel), 122, 118},
+        At<int32_t>("nState", &R::nState, 0, 0),
+        At<char[12]>("szSessionId", &R::szSessionId, 4, 4),
+        At<int>("nRtpSocket", &R::nRtpSocket, 16, 16),
+        At<int>("nRtcpSocket", &R::nRtcpSocket, 20, 20),
+        At<uint16_t>("nClientRtpPort", &R::nClientRtpPort, 24, 24),
+        At<uint16_t>("nClientRtcpPort", &R::nClientRtcpPort, 26, 26),
+        At<sockaddr_in>("rtpAddress", &R::rtpAddress, 28, 28),
+        At<sockaddr_in>("rtcpAddress", &R::rtcpAddress, 44, 44),
+        At<uint16_t>("nStartSequence", &R::nStartSequence, 60, 60),
+        At<uint32_t>("nStartTimestamp", &R::nStartTimestamp, 64, 64),
+        At<uint32_t>("nOctetCount", &R::nOctetCount, 68, 68),
+        At<uint32_t>("nPacketCount", &R::nPacketCount, 72, 72),
+        At<uint64_t>("nSendBitrate", &R::nSendBitrate, 80, 80),
+        At<int32_t>("nLastRtcpTime", &R::nLastRtcpTime, 88, 88),
+        At<int32_t>("bKeyFrameFound", &R::bKeyFrameFound, 92, 92),
+        At<uint64_t>("nMeasureStartTime", &R::nMeasureStartTime, 96, 96),
+        At<uint32_t>("nMeasureBytes", &R::nMeasureBytes, 104, 104),
+        At<int32_t>("bInterleaved", &R::bInterleaved, 108, 108),
+        At<int *>("pTcpSocket", &R::pTcpSocket, 112, 112),
+        At<uint16_t>("nRtpChannel", &R::nRtpChannel, 120, 116),
+        At<uint16_t>("nRtcpChannel", &R::nRtcpChannel, 122, 118),
     });
 }
 
@@ -144,14 +168,14 @@ TEST(RecordOffsets, KovaRtpSendGroup)
 {
     using R = KovaRtpSendGroup;
     Expect({
-        {"pSender", KovaFieldOffset(&R::pSender), 0, 0},
-        {"nState", KovaFieldOffset(&R::nState), 8, 4},
-        {"pPacketList", KovaFieldOffset(&R::pPacketList), 16, 8},
-        {"pPacketListTail", KovaFieldOffset(&R::pPacketListTail), 24, 12},
-        {"pClientList", KovaFieldOffset(&R::pClientList), 32, 16},
-        {"packetMutex", KovaFieldOffset(&R::packetMutex), 40, 20},
-        {"clientMutex", KovaFieldOffset(&R::clientMutex), 80, 44},
-        {"nLastPts", KovaFieldOffset(&R::nLastPts), 120, 68},
+        At<void *>("pSender", &R::pSender, 0, 0),
+        At<uint32_t>("nState", &R::nState, 8, 4),
+        At<void *>("pPacketList", &R::pPacketList, 16, 8),
+        At<void *>("pPacketListTail", &R::pPacketListTail, 24, 12),
+        At<void *>("pClientList", &R::pClientList, 32, 16),
+        At<pthread_mutex_t>("packetMutex", &R::packetMutex, 40, 20),
+        At<pthread_mutex_t>("clientMutex", &R::clientMutex, 80, 44),
+        At<uint32_t>("nLastPts", &R::nLastPts, 120, 68),
     });
 }
 
@@ -159,52 +183,54 @@ TEST(RecordOffsets, KovaRtpSender)
 {
     using R = KovaRtpSender;
     Expect({
-        {"pStreamer", KovaFieldOffset(&R::pStreamer), 0, 0},
-        {"nPayloadId", KovaFieldOffset(&R::nPayloadId), 8, 4},
-        {"nSendGroupCount", KovaFieldOffset(&R::nSendGroupCount), 12, 8},
-        {"pSendGroupList", KovaFieldOffset(&R::pSendGroupList), 16, 12},
-        {"pSendGroupListTail", KovaFieldOffset(&R::pSendGroupListTail), 24, 16},
-        {"mutex", KovaFieldOffset(&R::mutex), 32, 20},
-        {"nLastSequence", KovaFieldOffset(&R::nLastSequence), 72, 44},
-        {"nLastTimestamp", KovaFieldOffset(&R::nLastTimestamp), 76, 48},
+        At<void *>("pStreamer", &R::pStreamer, 0, 0),
+        At<uint32_t>("nPayloadId", &R::nPayloadId, 8, 4),
+        At<uint32_t>("nSendGroupCount", &R::nSendGroupCount, 12, 8),
+        At<void *>("pSendGroupList", &R::pSendGroupList, 16, 12),
+        At<void *>("pSendGroupListTail", &R::pSendGroupListTail, 24, 16),
+        At<pthread_mutex_t>("mutex", &R::mutex, 32, 20),
+        At<uint16_t>("nLastSequence", &R::nLastSequence, 72, 44),
+        At<uint32_t>("nLastTimestamp", &R::nLastTimestamp, 76, 48),
     });
 }
 
 TEST(RecordOffsets, KovaRtspRequestInfo)
 {
     using R = KovaRtspRequestInfo;
+    ExpectSize<R>(1192, 1184);
     Expect({
-        {"nMethod", KovaFieldOffset(&R::nMethod), 0, 0},
-        {"szHostPort", KovaFieldOffset(&R::szHostPort), 4, 4},
-        {"szUri", KovaFieldOffset(&R::szUri), 26, 26},
-        {"nRtspVersion", KovaFieldOffset(&R::nRtspVersion), 1052, 1052},
-        {"szCSeq", KovaFieldOffset(&R::szCSeq), 1056, 1056},
-        {"nTrackId", KovaFieldOffset(&R::nTrackId), 1064, 1064},
-        {"pTrackList", KovaFieldOffset(&R::pTrackList), 1072, 1068},
-        {"nClientRtpPort", KovaFieldOffset(&R::nClientRtpPort), 1080, 1072},
-        {"nClientRtcpPort", KovaFieldOffset(&R::nClientRtcpPort), 1082, 1074},
-        {"nServerRtpPort", KovaFieldOffset(&R::nServerRtpPort), 1084, 1076},
-        {"nServerRtcpPort", KovaFieldOffset(&R::nServerRtcpPort), 1086, 1078},
-        {"nRtpChannel", KovaFieldOffset(&R::nRtpChannel), 1088, 1080},
-        {"nRtcpChannel", KovaFieldOffset(&R::nRtcpChannel), 1090, 1082},
-        {"nRtpSocket", KovaFieldOffset(&R::nRtpSocket), 1092, 1084},
-        {"nRtcpSocket", KovaFieldOffset(&R::nRtcpSocket), 1096, 1088},
-        {"szSessionId", KovaFieldOffset(&R::szSessionId), 1100, 1092},
-        {"nSsrc", KovaFieldOffset(&R::nSsrc), 1112, 1104},
-        {"nStatus", KovaFieldOffset(&R::nStatus), 1116, 1108},
-        {"szReason", KovaFieldOffset(&R::szReason), 1120, 1112},
-        {"nTransport", KovaFieldOffset(&R::nTransport), 1184, 1176},
-        {"nTcpSocket", KovaFieldOffset(&R::nTcpSocket), 1188, 1180},
+        At<int32_t>("nMethod", &R::nMethod, 0, 0),
+        At<char[22]>("szHostPort", &R::szHostPort, 4, 4),
+        At<char[1026]>("szUri", &R::szUri, 26, 26),
+        At<int32_t>("nRtspVersion", &R::nRtspVersion, 1052, 1052),
+        At<char[8]>("szCSeq", &R::szCSeq, 1056, 1056),
+        At<int32_t>("nTrackId", &R::nTrackId, 1064, 1064),
+        At<void *>("pTrackList", &R::pTrackList, 1072, 1068),
+        At<uint16_t>("nClientRtpPort", &R::nClientRtpPort, 1080, 1072),
+        At<uint16_t>("nClientRtcpPort", &R::nClientRtcpPort, 1082, 1074),
+        At<uint16_t>("nServerRtpPort", &R::nServerRtpPort, 1084, 1076),
+        At<uint16_t>("nServerRtcpPort", &R::nServerRtcpPort, 1086, 1078),
+        At<uint16_t>("nRtpChannel", &R::nRtpChannel, 1088, 1080),
+        At<uint16_t>("nRtcpChannel", &R::nRtcpChannel, 1090, 1082),
+        At<int32_t>("nRtpSocket", &R::nRtpSocket, 1092, 1084),
+        At<int32_t>("nRtcpSocket", &R::nRtcpSocket, 1096, 1088),
+        At<char[12]>("szSessionId", &R::szSessionId, 1100, 1092),
+        At<uint32_t>("nSsrc", &R::nSsrc, 1112, 1104),
+        At<int32_t>("nStatus", &R::nStatus, 1116, 1108),
+        At<char[64]>("szReason", &R::szReason, 1120, 1112),
+        At<int32_t>("nTransport", &R::nTransport, 1184, 1176),
+        At<int32_t>("nTcpSocket", &R::nTcpSocket, 1188, 1180),
     });
 }
 
 TEST(RecordOffsets, KovaRtspTrackInfo)
 {
     using R = KovaRtspTrackInfo;
+    ExpectSize<R>(12, 12);
     Expect({
-        {"nTrackId", KovaFieldOffset(&R::nTrackId), 0, 0},
-        {"nSeq", KovaFieldOffset(&R::nSeq), 4, 4},
-        {"nRtpTime", KovaFieldOffset(&R::nRtpTime), 8, 8},
+        At<uint32_t>("nTrackId", &R::nTrackId, 0, 0),
+        At<uint32_t>("nSeq", &R::nSeq, 4, 4),
+        At<uint32_t>("nRtpTime", &R::nRtpTime, 8, 8),
     });
 }
 
@@ -212,20 +238,20 @@ TEST(RecordOffsets, KovaRtspServer)
 {
     using R = KovaRtspServer;
     Expect({
-        {"nListenSocket", KovaFieldOffset(&R::nListenSocket), 0, 0},
-        {"szAddr", KovaFieldOffset(&R::szAddr), 4, 4},
-        {"nPort", KovaFieldOffset(&R::nPort), 20, 20},
-        {"nMaxClient", KovaFieldOffset(&R::nMaxClient), 24, 24},
-        {"hListenThread", KovaFieldOffset(&R::hListenThread), 32, 28},
-        {"hMonitorThread", KovaFieldOffset(&R::hMonitorThread), 40, 32},
-        {"nListenState", KovaFieldOffset(&R::nListenState), 48, 36},
-        {"nMonitorState", KovaFieldOffset(&R::nMonitorState), 52, 40},
-        {"pHandlerList", KovaFieldOffset(&R::pHandlerList), 56, 44},
-        {"pSessionList", KovaFieldOffset(&R::pSessionList), 64, 48},
-        {"pStreamerList", KovaFieldOffset(&R::pStreamerList), 72, 52},
-        {"mtxHandler", KovaFieldOffset(&R::mtxHandler), 80, 56},
-        {"mtxSession", KovaFieldOffset(&R::mtxSession), 120, 80},
-        {"mtxStreamer", KovaFieldOffset(&R::mtxStreamer), 160, 104},
+        At<int32_t>("nListenSocket", &R::nListenSocket, 0, 0),
+        At<char[16]>("szAddr", &R::szAddr, 4, 4),
+        At<uint16_t>("nPort", &R::nPort, 20, 20),
+        At<int32_t>("nMaxClient", &R::nMaxClient, 24, 24),
+        At<pthread_t>("hListenThread", &R::hListenThread, 32, 28),
+        At<pthread_t>("hMonitorThread", &R::hMonitorThread, 40, 32),
+        At<uint32_t>("nListenState", &R::nListenState, 48, 36),
+        At<uint32_t>("nMonitorState", &R::nMonitorState, 52, 40),
+        At<void *>("pHandlerList", &R::pHandlerList, 56, 44),
+        At<void *>("pSessionList", &R::pSessionList, 64, 48),
+        At<void *>("pStreamerList", &R::pStreamerList, 72, 52),
+        At<pthread_mutex_t>("mtxHandler", &R::mtxHandler, 80, 56),
+        At<pthread_mutex_t>("mtxSession", &R::mtxSession, 120, 80),
+        At<pthread_mutex_t>("mtxStreamer", &R::mtxStreamer, 160, 104),
     });
 }
 
@@ -233,19 +259,19 @@ TEST(RecordOffsets, KovaRtspServerHandler)
 {
     using R = KovaRtspServerHandler;
     Expect({
-        {"pServer", KovaFieldOffset(&R::pServer), 0, 0},
-        {"szLocalAddr", KovaFieldOffset(&R::szLocalAddr), 8, 4},
-        {"nLocalPort", KovaFieldOffset(&R::nLocalPort), 24, 20},
-        {"nSocket", KovaFieldOffset(&R::nSocket), 28, 24},
-        {"peerAddr", KovaFieldOffset(&R::peerAddr), 32, 28},
-        {"szPeerAddr", KovaFieldOffset(&R::szPeerAddr), 48, 44},
-        {"nPeerPort", KovaFieldOffset(&R::nPeerPort), 64, 60},
-        {"nState", KovaFieldOffset(&R::nState), 68, 64},
-        {"nSpare", KovaFieldOffset(&R::nSpare), 72, 68},
-        {"recvBuf", KovaFieldOffset(&R::recvBuf), 76, 72},
-        {"spareBuf", KovaFieldOffset(&R::spareBuf), 8268, 8264},
-        {"szSessionId", KovaFieldOffset(&R::szSessionId), 16460, 16456},
-        {"mtxRequest", KovaFieldOffset(&R::mtxRequest), 16472, 16468},
+        At<void *>("pServer", &R::pServer, 0, 0),
+        At<char[16]>("szLocalAddr", &R::szLocalAddr, 8, 4),
+        At<uint16_t>("nLocalPort", &R::nLocalPort, 24, 20),
+        At<int32_t>("nSocket", &R::nSocket, 28, 24),
+        At<sockaddr_in>("peerAddr", &R::peerAddr, 32, 28),
+        At<char[16]>("szPeerAddr", &R::szPeerAddr, 48, 44),
+        At<uint16_t>("nPeerPort", &R::nPeerPort, 64, 60),
+        At<int32_t>("nState", &R::nState, 68, 64),
+        At<int32_t>("nSpare", &R::nSpare, 72, 68),
+        At<uint8_t[8192]>("recvBuf", &R::recvBuf, 76, 72),
+        At<uint8_t[8192]>("spareBuf", &R::spareBuf, 8268, 8264),
+        At<char[12]>("szSessionId", &R::szSessionId, 16460, 16456),
+        At<pthread_mutex_t>("mtxRequest", &R::mtxRequest, 16472, 16468),
     });
 }
 
@@ -253,12 +279,12 @@ TEST(RecordOffsets, KovaRtspSession)
 {
     using R = KovaRtspSession;
     Expect({
-        {"szSessionId", KovaFieldOffset(&R::szSessionId), 0, 0},
-        {"nTimeout", KovaFieldOffset(&R::nTimeout), 12, 12},
-        {"tExpire", KovaFieldOffset(&R::tExpire), 16, 16},
-        {"pTransportList", KovaFieldOffset(&R::pTransportList), 24, 20},
-        {"nSpare", KovaFieldOffset(&R::nSpare), 32, 24},
-        {"mtxTransport", KovaFieldOffset(&R::mtxTransport), 40, 28},
+        At<char[12]>("szSessionId", &R::szSessionId, 0, 0),
+        At<int32_t>("nTimeout", &R::nTimeout, 12, 12),
+        At<int32_t>("tExpire", &R::tExpire, 16, 16),
+        At<void *>("pTransportList", &R::pTransportList, 24, 20),
+        At<int32_t>("nSpare", &R::nSpare, 32, 24),
+        At<pthread_mutex_t>("mtxTransport", &R::mtxTransport, 40, 28),
     });
 }
 
@@ -266,37 +292,37 @@ TEST(RecordOffsets, KovaRtspStreamer)
 {
     using R = KovaRtspStreamer;
     Expect({
-        {"pServer", KovaFieldOffset(&R::pServer), 0, 0},
-        {"szUri", KovaFieldOffset(&R::szUri), 8, 4},
-        {"nLastPayloadId", KovaFieldOffset(&R::nLastPayloadId), 1032, 1028},
-        {"pSdpGenerator", KovaFieldOffset(&R::pSdpGenerator), 1040, 1032},
-        {"pMediaInfoList", KovaFieldOffset(&R::pMediaInfoList), 1048, 1036},
-        {"pMediaInfoListTail", KovaFieldOffset(&R::pMediaInfoListTail), 1056, 1040},
-        {"pPackerList", KovaFieldOffset(&R::pPackerList), 1064, 1044},
-        {"pPackerListTail", KovaFieldOffset(&R::pPackerListTail), 1072, 1048},
-        {"pSenderList", KovaFieldOffset(&R::pSenderList), 1080, 1052},
-        {"pSenderListTail", KovaFieldOffset(&R::pSenderListTail), 1088, 1056},
-        {"mediaInfoMutex", KovaFieldOffset(&R::mediaInfoMutex), 1096, 1060},
-        {"packerMutex", KovaFieldOffset(&R::packerMutex), 1136, 1084},
-        {"senderMutex", KovaFieldOffset(&R::senderMutex), 1176, 1108},
-        {"nFirstRtpTimestamp", KovaFieldOffset(&R::nFirstRtpTimestamp), 1216, 1132},
-        {"nFirstSendTime", KovaFieldOffset(&R::nFirstSendTime), 1224, 1136},
-        {"firstSendMutex", KovaFieldOffset(&R::firstSendMutex), 1232, 1144},
-        {"tCreated", KovaFieldOffset(&R::tCreated), 1272, 1168},
-        {"nLastAudioTimestamp", KovaFieldOffset(&R::nLastAudioTimestamp), 1276, 1172},
-        {"nLastVideoTimestamp", KovaFieldOffset(&R::nLastVideoTimestamp), 1280, 1176},
-        {"nLastAudioPushTime", KovaFieldOffset(&R::nLastAudioPushTime), 1288, 1184},
-        {"nLastVideoPushTime", KovaFieldOffset(&R::nLastVideoPushTime), 1296, 1192},
-        {"nMaxAudioPushInterval", KovaFieldOffset(&R::nMaxAudioPushInterval), 1304, 1200},
-        {"nMaxVideoPushInterval", KovaFieldOffset(&R::nMaxVideoPushInterval), 1312, 1208},
-        {"videoRing", KovaFieldOffset(&R::videoRing), 1320, 1216},
-        {"audioRing", KovaFieldOffset(&R::audioRing), 1344, 1232},
-        {"ringMutex", KovaFieldOffset(&R::ringMutex), 1368, 1248},
-        {"nAudioPackerState", KovaFieldOffset(&R::nAudioPackerState), 1408, 1272},
-        {"nVideoPackerState", KovaFieldOffset(&R::nVideoPackerState), 1412, 1276},
-        {"nAveThroughput", KovaFieldOffset(&R::nAveThroughput), 1416, 1280},
-        {"nClientCount", KovaFieldOffset(&R::nClientCount), 1424, 1288},
-        {"nServerStatus", KovaFieldOffset(&R::nServerStatus), 1428, 1292},
+        At<void *>("pServer", &R::pServer, 0, 0),
+        At<char[1024]>("szUri", &R::szUri, 8, 4),
+        At<uint32_t>("nLastPayloadId", &R::nLastPayloadId, 1032, 1028),
+        At<void *>("pSdpGenerator", &R::pSdpGenerator, 1040, 1032),
+        At<void *>("pMediaInfoList", &R::pMediaInfoList, 1048, 1036),
+        At<void *>("pMediaInfoListTail", &R::pMediaInfoListTail, 1056, 1040),
+        At<void *>("pPackerList", &R::pPackerList, 1064, 1044),
+        At<void *>("pPackerListTail", &R::pPackerListTail, 1072, 1048),
+        At<void *>("pSenderList", &R::pSenderList, 1080, 1052),
+        At<void *>("pSenderListTail", &R::pSenderListTail, 1088, 1056),
+        At<pthread_mutex_t>("mediaInfoMutex", &R::mediaInfoMutex, 1096, 1060),
+        At<pthread_mutex_t>("packerMutex", &R::packerMutex, 1136, 1084),
+        At<pthread_mutex_t>("senderMutex", &R::senderMutex, 1176, 1108),
+        At<uint32_t>("nFirstRtpTimestamp", &R::nFirstRtpTimestamp, 1216, 1132),
+        At<uint64_t>("nFirstSendTime", &R::nFirstSendTime, 1224, 1136),
+        At<pthread_mutex_t>("firstSendMutex", &R::firstSendMutex, 1232, 1144),
+        At<uint32_t>("tCreated", &R::tCreated, 1272, 1168),
+        At<uint32_t>("nLastAudioTimestamp", &R::nLastAudioTimestamp, 1276, 1172),
+        At<uint32_t>("nLastVideoTimestamp", &R::nLastVideoTimestamp, 1280, 1176),
+        At<uint64_t>("nLastAudioPushTime", &R::nLastAudioPushTime, 1288, 1184),
+        At<uint64_t>("nLastVideoPushTime", &R::nLastVideoPushTime, 1296, 1192),
+        At<uint64_t>("nMaxAudioPushInterval", &R::nMaxAudioPushInterval, 1304, 1200),
+        At<uint64_t>("nMaxVideoPushInterval", &R::nMaxVideoPushInterval, 1312, 1208),
+        At<KovaRingbuffer>("videoRing", &R::videoRing, 1320, 1216),
+        At<KovaRingbuffer>("audioRing", &R::audioRing, 1344, 1232),
+        At<pthread_mutex_t>("ringMutex", &R::ringMutex, 1368, 1248),
+        At<uint32_t>("nAudioPackerState", &R::nAudioPackerState, 1408, 1272),
+        At<uint32_t>("nVideoPackerState", &R::nVideoPackerState, 1412, 1276),
+        At<uint64_t>("nAveThroughput", &R::nAveThroughput, 1416, 1280),
+        At<int32_t>("nClientCount", &R::nClientCount, 1424, 1288),
+        At<uint32_t>("nServerStatus", &R::nServerStatus, 1428, 1292),
     });
 }
 
@@ -304,12 +330,12 @@ TEST(RecordOffsets, KovaRtspSdpGenerator)
 {
     using R = KovaRtspSdpGenerator;
     Expect({
-        {"szUri", KovaFieldOffset(&R::szUri), 0, 0},
-        {"szServerIp", KovaFieldOffset(&R::szServerIp), 1024, 1024},
-        {"nServerPort", KovaFieldOffset(&R::nServerPort), 1040, 1040},
-        {"szClientIp", KovaFieldOffset(&R::szClientIp), 1042, 1042},
-        {"pMediaList", KovaFieldOffset(&R::pMediaList), 1064, 1060},
-        {"sdpMutex", KovaFieldOffset(&R::sdpMutex), 1072, 1064},
+        At<char[1024]>("szUri", &R::szUri, 0, 0),
+        At<char[16]>("szServerIp", &R::szServerIp, 1024, 1024),
+        At<uint16_t>("nServerPort", &R::nServerPort, 1040, 1040),
+        At<char[16]>("szClientIp", &R::szClientIp, 1042, 1042),
+        At<void *>("pMediaList", &R::pMediaList, 1064, 1060),
+        At<pthread_mutex_t>("sdpMutex", &R::sdpMutex, 1072, 1064),
     });
 }
 
@@ -317,9 +343,9 @@ TEST(RecordOffsets, KovaRtspSdpMedia)
 {
     using R = KovaRtspSdpMedia;
     Expect({
-        {"nMediaType", KovaFieldOffset(&R::nMediaType), 0, 0},
-        {"nPayloadId", KovaFieldOffset(&R::nPayloadId), 4, 4},
-        {"pData", KovaFieldOffset(&R::pData), 8, 8},
+        At<uint32_t>("nMediaType", &R::nMediaType, 0, 0),
+        At<uint32_t>("nPayloadId", &R::nPayloadId, 4, 4),
+        At<void *>("pData", &R::pData, 8, 8),
     });
 }
 
@@ -327,9 +353,9 @@ TEST(RecordOffsets, KovaRtspMediaInfo)
 {
     using R = KovaRtspMediaInfo;
     Expect({
-        {"nMediaType", KovaFieldOffset(&R::nMediaType), 0, 0},
-        {"nPayloadId", KovaFieldOffset(&R::nPayloadId), 4, 4},
-        {"pDescription", KovaFieldOffset(&R::pDescription), 8, 8},
+        At<uint32_t>("nMediaType", &R::nMediaType, 0, 0),
+        At<uint32_t>("nPayloadId", &R::nPayloadId, 4, 4),
+        At<void *>("pDescription", &R::pDescription, 8, 8),
     });
 }
 
@@ -337,11 +363,11 @@ TEST(RecordOffsets, KovaSdpVideoData)
 {
     using R = KovaSdpVideoData;
     Expect({
-        {"szProfileLevelId", KovaFieldOffset(&R::szProfileLevelId), 0, 0},
-        {"szSpropParameterSets", KovaFieldOffset(&R::szSpropParameterSets), 8, 8},
-        {"szPpsBase64", KovaFieldOffset(&R::szPpsBase64), 264, 264},
-        {"szSpsBase64", KovaFieldOffset(&R::szSpsBase64), 520, 520},
-        {"pDescription", KovaFieldOffset(&R::pDescription), 776, 776},
+        At<char[8]>("szProfileLevelId", &R::szProfileLevelId, 0, 0),
+        At<char[256]>("szSpropParameterSets", &R::szSpropParameterSets, 8, 8),
+        At<char[256]>("szPpsBase64", &R::szPpsBase64, 264, 264),
+        At<char[256]>("szSpsBase64", &R::szSpsBase64, 520, 520),
+        At<void *>("pDescription", &R::pDescription, 776, 776),
     });
 }
 
@@ -349,35 +375,39 @@ TEST(RecordOffsets, KovaSdpAudioData)
 {
     using R = KovaSdpAudioData;
     Expect({
-        {"szConfig", KovaFieldOffset(&R::szConfig), 0, 0},
-        {"pDescription", KovaFieldOffset(&R::pDescription), 8, 8},
+        At<char[8]>("szConfig", &R::szConfig, 0, 0),
+        At<void *>("pDescription", &R::pDescription, 8, 8),
     });
 }
 
 TEST(RecordOffsets, KovaAudioDescription)
 {
     using R = KovaAudioDescription;
+    ExpectSize<R>(12, 12);
     Expect({
-        {"nBitrate", KovaFieldOffset(&R::nBitrate), 0, 0},
-        {"nSampleRate", KovaFieldOffset(&R::nSampleRate), 4, 4},
-        {"nChannels", KovaFieldOffset(&R::nChannels), 8, 8},
+        At<uint32_t>("nBitrate", &R::nBitrate, 0, 0),
+        At<uint32_t>("nSampleRate", &R::nSampleRate, 4, 4),
+        At<uint32_t>("nChannels", &R::nChannels, 8, 8),
     });
 }
 
 TEST(RecordOffsets, KovaRtspStatus)
 {
     using R = KovaRtspStatus;
+    ExpectSize<R>(12, 12);
+    EXPECT_EQ(alignof(R), 4U);
     Expect({
-        {"nType", KovaFieldOffset(&R::nType), 0, 0},
-        {"value", KovaFieldOffset(&R::value), 4, 4},
+        At<uint32_t>("nType", &R::nType, 0, 0),
+        At<uint32_t[2]>("value", &R::value, 4, 4),
     });
 }
 
 TEST(RecordOffsets, KovaVideoDescription)
 {
     using R = KovaVideoDescription;
+    ExpectSize<R>(4, 4);
     Expect({
-        {"nBitrate", KovaFieldOffset(&R::nBitrate), 0, 0},
+        At<uint32_t>("nBitrate", &R::nBitrate, 0, 0),
     });
 }
 

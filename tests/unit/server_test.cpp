@@ -6,6 +6,7 @@
 #include "tests/soak/short_sleeps.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/sockets.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 #include "tests/support/test_server.h"
@@ -53,18 +54,9 @@ bool Connects(in_addr_t nAddress, in_port_t nPort)
 
 /// A port that another socket listens on.
 struct TakenPort {
-    int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    uint32_t nPort = 0;
+    int nSocket = KovaListen(1);
+    uint32_t nPort = KovaPortOf(nSocket);
 
-    TakenPort()
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(nSocket, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(nSocket, 1), 0);
-        nPort = ntohs(AddressOf(nSocket).sin_port);
-    }
     ~TakenPort()
     {
         close(nSocket);

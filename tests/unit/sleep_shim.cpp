@@ -1,35 +1,33 @@
 #include "tests/unit/sleep_shim.h"
 
-#include <unistd.h>
-
-#include <atomic>
-#include <ctime>
+#include "tests/support/c_calls.h"
 
 namespace {
-
-constexpr unsigned kMillion = 1000000;
 
 thread_local bool t_bCounting = false;
 std::atomic<bool> g_bArmed{false};
 std::atomic<int> g_nSleeps{0};
 
-} // namespace
+/// What the sleeps went to before they were counted.
+std::atomic<int (*)(useconds_t)> g_pfnSleep{__real_usleep};
 
-/// Stands in for the C library's function in the whole program.
-extern "C" int usleep(useconds_t nMicroseconds)
+int CountAndSleep(useconds_t nMicroseconds)
 {
     if (g_bArmed.load() && !t_bCounting)
         g_nSleeps++;
-    const struct timespec time = {static_cast<time_t>(nMicroseconds / kMillion),
-                                  static_cast<long>(nMicroseconds % kMillion) * 1000};
-    return nanosleep(&time, nullptr);
+    return g_pfnSleep.load()(nMicroseconds);
 }
+
+} // namespace
 
 KovaSleepCounter::KovaSleepCounter()
 {
     t_bCounting = true;
     g_nSleeps = 0;
     g_bArmed = true;
+    const auto pfnBefore = KovaStandIn<__real_usleep>.exchange(CountAndSleep);
+    if (pfnBefore != nullptr && pfnBefore != CountAndSleep)
+        g_pfnSleep = pfnBefore;
 }
 
 KovaSleepCounter::~KovaSleepCounter()

@@ -22,7 +22,7 @@ enum KovaShimmedCall {
     kShimBind,
     kShimSetsockopt,
     kShimListen,
-    kShimAccept, ///< accept4()
+    kShimAccept, ///< accept() and accept4()
     kShimThread, ///< pthread_create()
     kShimCount
 };

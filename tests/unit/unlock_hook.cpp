@@ -1,6 +1,6 @@
 #include "unlock_hook.h"
 
-#include <dlfcn.h>
+#include "tests/support/c_calls.h"
 
 #include <utility>
 
@@ -13,15 +13,9 @@ thread_local int t_nCalls = 0;
 
 std::function<void()> g_action;
 
-} // namespace
-
-// Stands in for the C library's function in the whole program.
-extern "C" int pthread_mutex_unlock(pthread_mutex_t *pMutex) noexcept
+int Unlock(pthread_mutex_t *pMutex)
 {
-    using Function = int (*)(pthread_mutex_t *);
-    static const Function pfnReal =
-        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_mutex_unlock"));
-    const int nResult = pfnReal(pMutex);
+    const int nResult = __real_pthread_mutex_unlock(pMutex);
     if (t_pMutex == pMutex) {
         t_nCalls++;
         (*t_pAction)();
@@ -29,12 +23,15 @@ extern "C" int pthread_mutex_unlock(pthread_mutex_t *pMutex) noexcept
     return nResult;
 }
 
+} // namespace
+
 KovaUnlockHook::KovaUnlockHook(const pthread_mutex_t *pMutex, std::function<void()> action)
 {
     g_action = std::move(action);
     t_pAction = &g_action;
     t_nCalls = 0;
     t_pMutex = pMutex;
+    KovaReplaceCall<__real_pthread_mutex_unlock>(Unlock);
 }
 
 KovaUnlockHook::~KovaUnlockHook()
