@@ -80,14 +80,22 @@ bool KovaLoadPlayer::HasHeard() const
 void KovaLoadPlayer::Forget()
 {
     for (Track &track : m_tracks)
-        track.check.Forget();
+        track.check.Forget(m_pWorld->nNow);
+}
+
+uint32_t KovaLoadPlayer::WorstGap() const
+{
+    uint32_t nWorst = 0;
+    for (const Track &track : m_tracks)
+        nWorst = std::max(nWorst, track.check.WorstGap(m_pWorld->nNow));
+    return nWorst;
 }
 
 void KovaLoadPlayer::Request(Step step)
 {
     std::string text = std::string(kMethods[step]) + " " + m_pStream->url;
     if (step == kSetup)
-        text += "/trackID=" + std::to_string(m_tracks[m_nSetUp].nId);
+        text += "/" + m_tracks[m_nSetUp].control;
     text += " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCSeq) + "\r\n";
     if (step == kSetup)
         text += SetupLines(m_nSetUp);
@@ -146,7 +154,7 @@ void KovaLoadPlayer::AfterDescribe(const KovaRtspAnswer &answer)
     for (size_t nTrack = 0; nTrack < described.size(); nTrack++) {
         m_pStream->clocks[nTrack].nRate = described[nTrack].nRate;
         m_tracks.emplace_back();
-        m_tracks.back().nId = described[nTrack].nId;
+        m_tracks.back().control = described[nTrack].control;
     }
     if (!m_pWorld->bUdp || OpenPorts(0))
         Request(kSetup);

@@ -15,6 +15,7 @@ namespace {
 
 constexpr size_t kChunk = 256 * 1024;
 constexpr size_t kFrameHeader = 4;
+const char *const kControl = "\na=control:";
 
 /// The value of a header line, or nothing.
 std::string_view Header(std::string_view head, std::string_view name)
@@ -24,6 +25,18 @@ std::string_view Header(std::string_view head, std::string_view name)
         return {};
     head.remove_prefix(nBegin + name.size());
     return head.substr(0, head.find("\r\n"));
+}
+
+/// The control attribute of the media section around a place in a description.
+std::string ControlAt(const std::string &description, size_t nPlace)
+{
+    const size_t nBegin = description.rfind("\nm=", nPlace);
+    const size_t nEnd = description.find("\nm=", nPlace);
+    const size_t nControl = description.find(kControl, nBegin == std::string::npos ? 0 : nBegin);
+    if (nControl >= nEnd)
+        return {};
+    const size_t nText = nControl + strlen(kControl);
+    return description.substr(nText, description.find_first_of("\r\n", nText) - nText);
 }
 
 } // namespace
@@ -104,9 +117,9 @@ std::vector<KovaDescribedTrack> KovaDescribedTracks(const std::string &descripti
         const char *szMap = description.c_str() + nAt + strlen("\na=rtpmap:");
         const char *szRate = strchr(szMap, '/');
         KovaDescribedTrack track;
-        track.nId = static_cast<unsigned>(strtoul(szMap, nullptr, 10));
         if (szRate != nullptr)
             track.nRate = static_cast<uint32_t>(strtoul(szRate + 1, nullptr, 10));
+        track.control = ControlAt(description, nAt);
         if (track.nRate != 0)
             tracks.push_back(track);
         nAt++;
