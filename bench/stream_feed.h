@@ -1,19 +1,23 @@
 #pragma once
 
-#include "server/kova_rtsp_server.h"
-
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <thread>
 #include <vector>
 
-/// Pushes made-up pictures (and sound) into streams, in real time, as an encoder does: 25 pictures
+/// Makes pictures (and sound), in real time, as an encoder does: 25 pictures
 /// a second, each second a key frame with its parameter sets that is four times as large as the
 /// others. The bit rate can be changed while it runs.
 class KovaStreamFeed {
 public:
-    KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSound);
+    /// Takes an access unit of pictures, or a frame of sound, and its time.
+    using Push = std::function<void(bool bPicture, const std::vector<uint8_t> &unit,
+                                    uint64_t nMilliseconds)>;
+
+    /// The calls come from a thread of the feed.
+    KovaStreamFeed(Push push, bool bSound);
     ~KovaStreamFeed();
     KovaStreamFeed(const KovaStreamFeed &) = delete;
     KovaStreamFeed &operator=(const KovaStreamFeed &) = delete;
@@ -33,9 +37,8 @@ private:
     void TakeRate(unsigned nKilobits);
     void PushPicture();
     void PushSound();
-    void Push(uint32_t nPayloadId, const std::vector<uint8_t> &unit, uint64_t nMilliseconds);
 
-    std::vector<KovaRtspStreamer *> m_streams;
+    Push m_push;
     bool m_bSound;
     std::thread m_thread;
     std::atomic<bool> m_bStop{false};
