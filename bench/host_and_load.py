@@ -1,7 +1,8 @@
-"""Starts kova_bench_host and kova_load_players, and talks to them."""
+"""Starts the servers that are measured and kova_load_players, and talks to them."""
 
 import json
 import os
+import re
 import subprocess
 import threading
 import time
@@ -51,12 +52,13 @@ class Program:
         return status
 
 
-class Host(Program):
-    def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
-        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
-        super().__init__(command + (["-s"] if sound else []), seconds, core, log)
-        port = self.line().removeprefix("port ")
-        self.urls = [f"rtsp://127.0.0.1:{port}/s{n + 1}" for n in range(streams)]
+class Server(Program):
+    """A server that is measured. It tells its port, and obeys."""
+
+    def __init__(self, command, seconds, streams=1, core=None, log=subprocess.DEVNULL):
+        super().__init__(command, seconds, core, log)
+        self.port = int(self.line().removeprefix("port "))
+        self.urls = [f"rtsp://127.0.0.1:{self.port}/s{n + 1}" for n in range(streams)]
 
     def set_rate(self, kilobits):
         self.tell(f"rate {kilobits}")
@@ -64,6 +66,32 @@ class Host(Program):
     def cpu(self):
         """Processor time so far, all threads, user and system, in seconds."""
         return time.clock_gettime(~self.process.pid << 3 | 2)  # as clock_getcpuclockid(3) makes it
+
+    def memory(self):
+        """Resident KiB."""
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            return int(re.search(r"\nVmRSS:\s*(\d+) kB", status.read()).group(1))
+
+    def switches(self):
+        """How often each of its threads has gone to sleep so far, by their ids."""
+        counts = {}
+        tasks = f"/proc/{self.process.pid}/task"
+        for task in os.listdir(tasks):
+            try:
+                with open(f"{tasks}/{task}/status", encoding="ascii") as status:
+                    found = re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", status.read())
+            except (FileNotFoundError, ProcessLookupError):
+                continue  # it has just ended
+            counts[task] = int(found.group(1))
+        return counts
+
+
+class Host(Server):
+    """The library."""
+
+    def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
+        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
+        super().__init__(command + (["-s"] if sound else []), seconds, streams, core, log)
 
 
 class Load(Program):
