@@ -27,10 +27,10 @@ struct KovaBareWayEntry {
 };
 
 /// The way of that name, or null:
-///     sendto    a system call for each packet and player, over UDP
+///     sendto    a system call for each packet and player, over UDP; packet by packet
 ///     sendmmsg  one for an access unit's packets
 ///     gso       one for those of the same size, which the system cuts (UDP_SEGMENT)
-///     send      one for each packet and player, in the connection
+///     send      one for each packet and player, in the connection; packet by packet
 ///     writev    one for an access unit
 const KovaBareWayEntry *KovaFindBareWay(const char *szName);
 

@@ -10,6 +10,14 @@ import time
 BUILD = os.environ.get("KOVA_BUILD_DIR", "build/bench")
 
 
+class Ended(RuntimeError):
+    """A program ended, or took too long, before it answered."""
+
+    def __init__(self, command, status):
+        super().__init__(f"{command[0:4]} ended with {status}, or took too long")
+        self.status = status
+
+
 class Program:
     """A program that answers lines with lines. What it prints besides goes to a file or nowhere."""
 
@@ -31,13 +39,26 @@ class Program:
     def line(self):
         line = self.process.stdout.readline()
         if not line:
-            raise RuntimeError(f"{self.process.args[0:4]} ended, or took too long")
+            self.guard.cancel()
+            raise Ended(self.process.args, self.process.wait())
         return line.strip()
 
     def tell(self, command):
         self.process.stdin.write(command + "\n")
         self.process.stdin.flush()
         return self.line()
+
+    def stop(self):
+        """Ends it, whatever it does."""
+        self.guard.cancel()
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+        try:
+            self.process.stdin.close()
+        except BrokenPipeError:
+            pass
 
     def finish(self):
         """Lets it end, and returns its exit status."""
@@ -84,6 +105,27 @@ class Server(Program):
                 continue  # it has just ended
             counts[task] = int(found.group(1))
         return counts
+
+
+class Watch:
+    """What a server takes, from now to end()."""
+
+    def __init__(self, server):
+        self.server = server
+        self.switches = server.switches()
+        self.begin, self.cpu = time.monotonic(), server.cpu()
+
+    def end(self):
+        seconds, cpu = time.monotonic() - self.begin, self.server.cpu() - self.cpu
+        new = self.server.switches()
+        switches = sum(count - self.switches.get(task, 0) for task, count in new.items())
+        return {
+            "seconds": seconds,
+            "cpu_seconds": cpu,
+            "core": cpu / seconds,
+            "wakeups_per_second": switches / seconds,
+            "resident_kib": self.server.memory(),
+        }
 
 
 class Host(Server):

@@ -69,10 +69,10 @@ bool KovaLoadCrowd::WaitHeard(unsigned nSeconds)
 
 KovaLoadResult KovaLoadCrowd::Measure(double fSeconds)
 {
+    const uint64_t nBegin = m_pWorld->nNow = KovaLoadNow();
     for (const auto &pPlayer : m_players)
         pPlayer->Forget();
     m_pWorld->counts = {};
-    const uint64_t nBegin = KovaLoadNow();
     const double fCpuBegin = CpuSeconds();
     PumpUntil(After(fSeconds), [] { return false; });
     KovaLoadResult result;
