@@ -90,7 +90,7 @@ def measure(servers, names, transport, players, options):
         for name in list(samples):
             try:
                 samples[name].append(sample(servers, name, transport, players, options))
-            except RuntimeError as trouble:
+            except (RuntimeError, OSError) as trouble:
                 print(f"fanout: {name} is left out: {trouble}", file=sys.stderr)
                 del samples[name]
     rows = []
@@ -138,12 +138,14 @@ def read_options():
     parser.add_argument("--transports", type=words, default=list(BARE))
     parser.add_argument("--paths", type=words, help="only these, as the table names them")
     parser.add_argument("--repeats", type=int, default=5)
-    parser.add_argument("--seconds", type=float, default=2, help="of one measurement")
+    parser.add_argument("--seconds", type=float, help="of one measurement (2; 5 with --idle)")
     parser.add_argument("--rate", type=int, default=4000, help="kbit/s of the pictures")
     parser.add_argument("--idle", type=int, metavar="N", help="N connections that ask for nothing")
     parser.add_argument("--json", action="store_true", help="instead of a table")
     parser.add_argument("--plot", nargs="?", const=PLOT, metavar="FILE", help=f"({PLOT})")
     options = parser.parse_args()
+    if options.seconds is None:
+        options.seconds = 2 if options.idle is None else 5
     if not set(options.transports) <= set(BARE) or min(options.players) < 1 or options.repeats < 1:
         parser.error("transports are udp and tcp; there is one player and one repeat at least")
     if options.plot and (options.idle is not None or not shutil.which("gnuplot")):
