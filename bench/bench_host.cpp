@@ -2,10 +2,10 @@
 //
 //     kova_bench_host [-p port] [-n streams] [-k kbit/s] [-s]
 //
-// Publishes s1, s2, ...; -s adds a sound track to each. Prints "port P" when players may come. Then
-// it obeys lines from standard input, each answered with "ok": "rate K" (kbit/s of each stream, 0
-// for next to nothing) and "quit". What the library prints goes to standard error.
+// Publishes s1, s2, ...; -s adds a sound track to each, and with -n 0 nothing is made at all. Obeys
+// lines as every server here does (server_lines.h). What the library prints goes to standard error.
 #include "bench/descriptor_limit.h"
+#include "bench/server_lines.h"
 #include "bench/stream_feed.h"
 #include "server/kova_rtsp_server.h"
 #include "tests/support/sockets.h"
@@ -16,7 +16,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -84,6 +83,14 @@ KovaRtspStreamer *Publish(KovaRtspServer *pServer, const std::string &uri, const
     return pStream;
 }
 
+void Push(const std::vector<KovaRtspStreamer *> &streams, bool bPicture, const std::string &unit,
+          uint64_t nMilliseconds)
+{
+    const uint32_t nPayloadId = bPicture ? KOVA_PAYLOAD_ID_VIDEO : KOVA_PAYLOAD_ID_AUDIO;
+    for (KovaRtspStreamer *pStream : streams)
+        KovaPush(pStream, nPayloadId, unit, static_cast<uint32_t>(nMilliseconds));
+}
+
 Options ReadOptions(int nArguments, char **pArguments)
 {
     Options options;
@@ -106,29 +113,25 @@ Options ReadOptions(int nArguments, char **pArguments)
 int main(int nArguments, char **pArguments)
 {
     Options options = ReadOptions(nArguments, pArguments);
-    FILE *pReplies = fdopen(dup(STDOUT_FILENO), "w");
-    if (pReplies == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+    FILE *pReplies = KovaOpenReplies();
+    if (pReplies == nullptr)
         Fail("no standard output");
-    setvbuf(pReplies, nullptr, _IOLBF, 0);
     KovaRaiseDescriptorLimit();
 
     KovaRtspServer *pServer = StartServer(&options);
     std::vector<KovaRtspStreamer *> streams;
     for (unsigned nStream = 1; nStream <= options.nStreams; nStream++)
         streams.push_back(Publish(pServer, "s" + std::to_string(nStream), options));
-    KovaStreamFeed feed(streams, options.bSound);
+    KovaStreamFeed feed(
+        [&streams](bool bPicture, const std::string &unit, uint64_t nMilliseconds) {
+            Push(streams, bPicture, unit, nMilliseconds);
+        },
+        options.bSound);
     feed.SetRate(options.nRate);
-    feed.Start();
-    fprintf(pReplies, "port %u\n", options.nPort);
-
-    char szLine[64];
-    while (fgets(szLine, sizeof(szLine), stdin) != nullptr && strcmp(szLine, "quit\n") != 0) {
-        if (strncmp(szLine, "rate ", 5) == 0)
-            feed.SetRate(static_cast<unsigned>(strtoul(szLine + 5, nullptr, 10)));
-        fprintf(pReplies, "ok\n");
-    }
+    if (!streams.empty())
+        feed.Start();
+    KovaObeyLines(pReplies, options.nPort, [&feed](unsigned nRate) { feed.SetRate(nRate); });
     feed.Stop();
     KovaRtspServerUninit(pServer);
-    fclose(pReplies);
     return 0;
 }

@@ -1,12 +1,21 @@
-"""Starts kova_bench_host and kova_load_players, and talks to them."""
+"""Starts the servers that are measured and kova_load_players, and talks to them."""
 
 import json
 import os
+import re
 import subprocess
 import threading
 import time
 
 BUILD = os.environ.get("KOVA_BUILD_DIR", "build/bench")
+
+
+class Ended(RuntimeError):
+    """A program ended, or took too long, before it answered."""
+
+    def __init__(self, command, status):
+        super().__init__(f"{command[0:4]} ended with {status}, or took too long")
+        self.status = status
 
 
 class Program:
@@ -30,13 +39,26 @@ class Program:
     def line(self):
         line = self.process.stdout.readline()
         if not line:
-            raise RuntimeError(f"{self.process.args[0:4]} ended, or took too long")
+            self.guard.cancel()
+            raise Ended(self.process.args, self.process.wait())
         return line.strip()
 
     def tell(self, command):
         self.process.stdin.write(command + "\n")
         self.process.stdin.flush()
         return self.line()
+
+    def stop(self):
+        """Ends it, whatever it does."""
+        self.guard.cancel()
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+        try:
+            self.process.stdin.close()
+        except BrokenPipeError:
+            pass
 
     def finish(self):
         """Lets it end, and returns its exit status."""
@@ -51,12 +73,13 @@ class Program:
         return status
 
 
-class Host(Program):
-    def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
-        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
-        super().__init__(command + (["-s"] if sound else []), seconds, core, log)
-        port = self.line().removeprefix("port ")
-        self.urls = [f"rtsp://127.0.0.1:{port}/s{n + 1}" for n in range(streams)]
+class Server(Program):
+    """A server that is measured. It tells its port, and obeys."""
+
+    def __init__(self, command, seconds, streams=1, core=None, log=subprocess.DEVNULL):
+        super().__init__(command, seconds, core, log)
+        self.port = int(self.line().removeprefix("port "))
+        self.urls = [f"rtsp://127.0.0.1:{self.port}/s{n + 1}" for n in range(streams)]
 
     def set_rate(self, kilobits):
         self.tell(f"rate {kilobits}")
@@ -64,6 +87,53 @@ class Host(Program):
     def cpu(self):
         """Processor time so far, all threads, user and system, in seconds."""
         return time.clock_gettime(~self.process.pid << 3 | 2)  # as clock_getcpuclockid(3) makes it
+
+    def memory(self):
+        """Resident KiB."""
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            return int(re.search(r"\nVmRSS:\s*(\d+) kB", status.read()).group(1))
+
+    def switches(self):
+        """How often each of its threads has gone to sleep so far, by their ids."""
+        counts = {}
+        tasks = f"/proc/{self.process.pid}/task"
+        for task in os.listdir(tasks):
+            try:
+                with open(f"{tasks}/{task}/status", encoding="ascii") as status:
+                    found = re.search(r"\nvoluntary_ctxt_switches:\s*(\d+)", status.read())
+            except (FileNotFoundError, ProcessLookupError):
+                continue  # it has just ended
+            counts[task] = int(found.group(1))
+        return counts
+
+
+class Watch:
+    """What a server takes, from now to end()."""
+
+    def __init__(self, server):
+        self.server = server
+        self.switches = server.switches()
+        self.begin, self.cpu = time.monotonic(), server.cpu()
+
+    def end(self):
+        seconds, cpu = time.monotonic() - self.begin, self.server.cpu() - self.cpu
+        new = self.server.switches()
+        switches = sum(count - self.switches.get(task, 0) for task, count in new.items())
+        return {
+            "seconds": seconds,
+            "cpu_seconds": cpu,
+            "core": cpu / seconds,
+            "wakeups_per_second": switches / seconds,
+            "resident_kib": self.server.memory(),
+        }
+
+
+class Host(Server):
+    """The library."""
+
+    def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
+        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
+        super().__init__(command + (["-s"] if sound else []), seconds, streams, core, log)
 
 
 class Load(Program):

@@ -69,10 +69,10 @@ bool KovaLoadCrowd::WaitHeard(unsigned nSeconds)
 
 KovaLoadResult KovaLoadCrowd::Measure(double fSeconds)
 {
+    const uint64_t nBegin = m_pWorld->nNow = KovaLoadNow();
     for (const auto &pPlayer : m_players)
         pPlayer->Forget();
     m_pWorld->counts = {};
-    const uint64_t nBegin = KovaLoadNow();
     const double fCpuBegin = CpuSeconds();
     PumpUntil(After(fSeconds), [] { return false; });
     KovaLoadResult result;
@@ -80,8 +80,10 @@ KovaLoadResult KovaLoadCrowd::Measure(double fSeconds)
     result.nPlayers = m_players.size();
     result.fSeconds = static_cast<double>(KovaLoadNow() - nBegin) / 1e6;
     result.fCpu = CpuSeconds() - fCpuBegin;
-    for (const auto &pPlayer : m_players)
+    for (const auto &pPlayer : m_players) {
         result.nSilent += pPlayer->HasHeard() ? 0 : 1;
+        result.nWorstGap = std::max(result.nWorstGap, pPlayer->WorstGap());
+    }
     return result;
 }
 

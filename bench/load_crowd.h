@@ -14,7 +14,8 @@ struct KovaLoadResult {
     size_t nPlayers = 0;
     size_t nSilent = 0; ///< players of whom a track got nothing
     double fSeconds = 0;
-    double fCpu = 0; ///< processor time that this process took, seconds
+    uint32_t nWorstGap = 0; ///< between two pictures of one player, milliseconds
+    double fCpu = 0;        ///< processor time that this process took, seconds
 };
 
 /// Any number of players in one thread. The calls below go on receiving while they wait.

@@ -80,13 +80,20 @@ bool KovaLoadPlayer::HasHeard() const
 void KovaLoadPlayer::Forget()
 {
     for (Track &track : m_tracks)
-        track.check.Forget();
+        track.check.Forget(m_pWorld->nNow);
+}
+
+uint32_t KovaLoadPlayer::WorstGap() const
+{
+    uint32_t nWorst = 0;
+    for (const Track &track : m_tracks)
+        nWorst = std::max(nWorst, track.check.WorstGap(m_pWorld->nNow));
+    return nWorst;
 }
 
 void KovaLoadPlayer::Request(Step step)
 {
-    const std::string track =
-        step == kSetup ? "/trackID=" + std::to_string(m_tracks[m_nSetUp].nId) : std::string();
+    const std::string track = step == kSetup ? "/" + m_tracks[m_nSetUp].control : std::string();
     const std::string text =
         KovaRequestText(kMethods[step], m_pStream->url + track, ++m_nCSeq, m_session,
                         step == kSetup ? SetupLines(m_nSetUp) : std::string());
@@ -142,7 +149,7 @@ void KovaLoadPlayer::AfterDescribe(const KovaTestResponse &answer)
     for (size_t nTrack = 0; nTrack < described.size(); nTrack++) {
         m_pStream->clocks[nTrack].nRate = described[nTrack].nRate;
         m_tracks.emplace_back();
-        m_tracks.back().nId = described[nTrack].nId;
+        m_tracks.back().control = described[nTrack].control;
     }
     if (!m_pWorld->bUdp || OpenPorts(0))
         Request(kSetup);

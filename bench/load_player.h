@@ -77,6 +77,8 @@ public:
     /// Whether each track got a packet since the last Forget().
     bool HasHeard() const;
     void Forget();
+    /// The longest time between two pictures that were complete since then, milliseconds.
+    uint32_t WorstGap() const;
 
 private:
     enum Step {
@@ -88,7 +90,7 @@ private:
         kTeardown
     };
     struct Track {
-        unsigned nId = 0;
+        std::string control;
         KovaTrackCheck check;
         int nRtpPort = 0;
     };

@@ -111,13 +111,14 @@ void PrintResult(const KovaLoadCrowd &crowd, const KovaLoadResult &result)
     const KovaLoadCounts &counts = result.counts;
     printf("{\"players\": %zu, \"seconds\": %.3f, \"packets\": %llu, \"bytes\": %llu, "
            "\"lost\": %llu, \"disorder\": %llu, \"late\": %llu, \"most_late_ms\": %u, "
+           "\"worst_gap_ms\": %u, "
            "\"silent\": %zu, \"left\": %zu, \"broken\": %zu, \"trouble\": \"%s\", \"cpu\": %.4f}\n",
            result.nPlayers, result.fSeconds, static_cast<unsigned long long>(counts.nPackets),
            static_cast<unsigned long long>(counts.nBytes),
            static_cast<unsigned long long>(counts.nLost),
            static_cast<unsigned long long>(counts.nDisorder),
-           static_cast<unsigned long long>(counts.nLate), counts.nMostLate, result.nSilent,
-           crowd.Left(), crowd.Broken(), crowd.Trouble().c_str(), result.fCpu);
+           static_cast<unsigned long long>(counts.nLate), counts.nMostLate, result.nWorstGap,
+           result.nSilent, crowd.Left(), crowd.Broken(), crowd.Trouble().c_str(), result.fCpu);
 }
 
 /// A line from standard input, "quit" at its end. Byte by byte, so that nothing is read that

@@ -13,6 +13,19 @@
 namespace {
 
 constexpr size_t kChunk = 256 * 1024;
+const char *const kControl = "\na=control:";
+
+/// The control attribute of the media section around a place in a description.
+std::string ControlAt(const std::string &description, size_t nPlace)
+{
+    const size_t nBegin = description.rfind("\nm=", nPlace);
+    const size_t nEnd = description.find("\nm=", nPlace);
+    const size_t nControl = description.find(kControl, nBegin == std::string::npos ? 0 : nBegin);
+    if (nControl >= nEnd)
+        return {};
+    const size_t nText = nControl + strlen(kControl);
+    return description.substr(nText, description.find_first_of("\r\n", nText) - nText);
+}
 
 } // namespace
 
@@ -66,9 +79,9 @@ std::vector<KovaDescribedTrack> KovaDescribedTracks(const std::string &descripti
         const char *szMap = description.c_str() + nAt + strlen("\na=rtpmap:");
         const char *szRate = strchr(szMap, '/');
         KovaDescribedTrack track;
-        track.nId = static_cast<unsigned>(strtoul(szMap, nullptr, 10));
         if (szRate != nullptr)
             track.nRate = static_cast<uint32_t>(strtoul(szRate + 1, nullptr, 10));
+        track.control = ControlAt(description, nAt);
         if (track.nRate != 0)
             tracks.push_back(track);
         nAt++;

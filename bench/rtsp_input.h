@@ -31,8 +31,8 @@ private:
 
 /// What the description tells of a track.
 struct KovaDescribedTrack {
-    unsigned nId = 0;
     uint32_t nRate = 0;
+    std::string control; ///< as the description has it
 };
 
 /// The tracks of a session description, in its order.

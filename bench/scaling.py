@@ -10,11 +10,11 @@ packet is lost or late while the host takes less than 90 % of its core.
 
 import argparse
 import os
-import subprocess
 import sys
 import time
 
 from host_and_load import Host, Load
+from machine import core_busy, description, pick_cores
 
 MOST = 1024  # playing clients of one server
 FEW = (1, 64)
@@ -27,23 +27,7 @@ SPAN = 1.5  # seconds of one measurement
 LATE = 200  # milliseconds
 
 
-def pick_cores():
-    cores = sorted(os.sched_getaffinity(0))
-    return cores[0], cores[-1]
-
-
 HOST_CORE, LOAD_CORE = pick_cores()
-
-
-def core_busy(core):
-    """Seconds that a core has spent on anything, or that the machine below took away."""
-    with open("/proc/stat", encoding="ascii") as stat:
-        for line in stat:
-            if line.startswith(f"cpu{core} "):
-                user, nice, system, _, _, irq, soft, steal = map(int, line.split()[1:9])
-                tick = os.sysconf("SC_CLK_TCK")
-                return (user + nice + system + irq + soft + steal) / tick
-    return 0.0
 
 
 def both_busy():
@@ -230,16 +214,11 @@ def print_tables(rows, spread_points, spread_rate):
 
 
 def print_machine(rows, seconds):
-    model = subprocess.run(
-        ["lscpu"], capture_output=True, text=True, check=False, env={"LC_ALL": "C"} | os.environ
-    ).stdout
-    names = [line.split(":", 1)[1].strip() for line in model.splitlines() if "Model name" in line]
     points = [p for row in rows for p in [*row.few.values(), row.best, row.bad] if p]
     others = max(point.others for point in points)
     print()
     print(
-        f"{time.strftime('%Y-%m-%d')}, {names[0] if names else 'unknown processor'},"
-        f" {os.cpu_count()} cores, Linux {os.uname().release.split('-')[0]};"
+        f"{time.strftime('%Y-%m-%d')}, {description()};"
         f" {seconds:.0f} s. Other programs took at most {percent(others)} of a core"
         f"{': the numbers of players are lower bounds' * (others > 0.1)}."
     )

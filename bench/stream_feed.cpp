@@ -19,8 +19,8 @@ constexpr uint64_t kFirstTime = 40;
 
 } // namespace
 
-KovaStreamFeed::KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSound)
-    : m_streams(std::move(streams)), m_bSound(bSound), m_key(KovaBenchPicture(true, kQuietSize)),
+KovaStreamFeed::KovaStreamFeed(Push push, bool bSound)
+    : m_push(std::move(push)), m_bSound(bSound), m_key(KovaBenchPicture(true, kQuietSize)),
       m_sound(KovaBenchSound(kSoundSize))
 {}
 
@@ -55,7 +55,7 @@ void KovaStreamFeed::PushPicture()
         return;
     const bool bKey = m_nTakenRate == 0 || m_nPicture % kFps == 0;
     m_nPicture++;
-    Push(KOVA_PAYLOAD_ID_VIDEO, bKey ? m_key : m_other, nTime);
+    m_push(true, bKey ? m_key : m_other, nTime);
 }
 
 /// The frames that begin before the next picture.
@@ -65,13 +65,7 @@ void KovaStreamFeed::PushSound()
         const uint64_t nTime = m_nFrame * kSamplesPerFrame * 1000 / kSampleRate;
         if (nTime >= (m_nTick + 1) * kTickMilliseconds)
             return;
-        Push(KOVA_PAYLOAD_ID_AUDIO, m_sound, kFirstTime + nTime);
+        m_push(false, m_sound, kFirstTime + nTime);
         m_nFrame++;
     }
-}
-
-void KovaStreamFeed::Push(uint32_t nPayloadId, const std::string &unit, uint64_t nMilliseconds)
-{
-    for (KovaRtspStreamer *pStream : m_streams)
-        KovaPush(pStream, nPayloadId, unit, static_cast<uint32_t>(nMilliseconds));
 }

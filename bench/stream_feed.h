@@ -5,15 +5,20 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
-#include <vector>
 
-/// Pushes made-up pictures (and sound) into streams, in real time, as an encoder does: 25 pictures
-/// a second, each second a key frame with its parameter sets that is four times as large as the
-/// others. The bit rate can be changed while it runs.
+/// Makes pictures (and sound), in real time, as an encoder does: 25 pictures a second, each second
+/// a key frame with its parameter sets that is four times as large as the others. The bit rate can
+/// be changed while it runs.
 class KovaStreamFeed {
 public:
-    KovaStreamFeed(std::vector<KovaRtspStreamer *> streams, bool bSound);
+    /// Takes an access unit of pictures, or a frame of sound, and its time.
+    using Push =
+        std::function<void(bool bPicture, const std::string &unit, uint64_t nMilliseconds)>;
+
+    /// The calls come from a thread of the feed.
+    KovaStreamFeed(Push push, bool bSound);
 
     /// Begins to push, without a rate.
     void Start();
@@ -32,9 +37,8 @@ private:
     void TakeRate(unsigned nKilobits);
     void PushPicture();
     void PushSound();
-    void Push(uint32_t nPayloadId, const std::string &unit, uint64_t nMilliseconds);
 
-    std::vector<KovaRtspStreamer *> m_streams;
+    Push m_push;
     bool m_bSound;
     std::atomic<unsigned> m_nRate{0};
     // The thread's own:

@@ -1,5 +1,6 @@
 #include "bench/track_check.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace {
@@ -51,9 +52,18 @@ void KovaTrackCheck::Take(const uint8_t *pHeader, size_t nSize, uint64_t nNow, u
         m_nNext = static_cast<uint16_t>(nSequence + 1);
     m_bBegun = true;
 
+    if ((pHeader[1] & 0x80) != 0) {
+        m_nWorstGap = WorstGap(nNow);
+        m_nPicture = nNow;
+    }
     const uint32_t nLateness = Lateness(nTimestamp, nNow, pClock);
     if (nLateness > nLateLimit)
         pCounts->nLate++;
     if (nLateness > pCounts->nMostLate)
         pCounts->nMostLate = nLateness;
+}
+
+uint32_t KovaTrackCheck::WorstGap(uint64_t nNow) const
+{
+    return std::max(m_nWorstGap, static_cast<uint32_t>((nNow - m_nPicture) / 1000));
 }

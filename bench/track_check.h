@@ -37,13 +37,21 @@ public:
     {
         return m_nPackets;
     }
-    void Forget()
+    /// Begins anew, at a time in microseconds.
+    void Forget(uint64_t nNow)
     {
         m_nPackets = 0;
+        m_nWorstGap = 0;
+        m_nPicture = nNow;
     }
+    /// The longest time without the end of a picture, which its last packet marks, from the last
+    /// Forget() to now. Milliseconds.
+    uint32_t WorstGap(uint64_t nNow) const;
 
 private:
     uint64_t m_nPackets = 0;
+    uint64_t m_nPicture = 0; ///< when the last one was complete, microseconds
+    uint32_t m_nWorstGap = 0;
     uint16_t m_nNext = 0;
     bool m_bBegun = false;
 };
