@@ -7,7 +7,7 @@
 #include "bench/descriptor_limit.h"
 #include "bench/server_lines.h"
 #include "bench/stream_feed.h"
-#include "server/kova_rtsp_server.h"
+#include "kova_rtsp_server.h"
 #include "tests/support/sockets.h"
 
 #include <arpa/inet.h>

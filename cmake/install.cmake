@@ -15,7 +15,7 @@ install(TARGETS ${kova_installed} EXPORT KovaRtspServerTargets
         COMPONENT Runtime NAMELINK_COMPONENT Development
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT Development
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(FILES "${PROJECT_SOURCE_DIR}/server/kova_rtsp_server.h"
+install(FILES "${PROJECT_SOURCE_DIR}/include/kova_rtsp_server.h"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT Development)
 
 # ---- CMake package ---------------------------------------------------------------------------

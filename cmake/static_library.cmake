@@ -32,6 +32,6 @@ set_target_properties(kovartspserver_static PROPERTIES
     ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
     LINKER_LANGUAGE C)
 target_include_directories(kovartspserver_static INTERFACE
-    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/server>")
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>")
 target_link_libraries(kovartspserver_static INTERFACE Threads::Threads m)
 add_library(KovaRtspServer::kovartspserver_static ALIAS kovartspserver_static)

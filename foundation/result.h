@@ -3,7 +3,7 @@
 #include <cstdint>
 
 /// Result codes of the server, RTSP, SDP, streamer and delivery layers. The
-/// packetization layer has codes of its own (rtp/rtp_packer.h).
+/// packetization layer has codes of its own (classic/rtp/rtp_packer.h).
 enum KovaResult : int32_t {
     KOVA_RESULT_OK = 0,
     KOVA_RESULT_FAILED = 1,      ///< not found, or could not be made

@@ -1,8 +1,8 @@
+#include "classic/streamer/es_input.h"
 #include "foundation/list.h"
 #include "foundation/ring_buffer.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
-#include "streamer/es_input.h"
 
 #include <algorithm>
 #include <deque>

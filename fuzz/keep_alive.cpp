@@ -1,10 +1,10 @@
-#include "rtsp/keep_alive.h"
+#include "classic/rtsp/keep_alive.h"
+#include "classic/server/server.h"
+#include "classic/server/session_registry.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/player.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
-#include "server/server.h"
-#include "server/session_registry.h"
 
 #include <cstring>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "rtsp/request_handler.h"
+#include "classic/rtsp/request_handler.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/network.h"
 #include "fuzz/support/require.h"

@@ -1,4 +1,4 @@
-#include "rtsp/request_parser.h"
+#include "classic/rtsp/request_parser.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
 

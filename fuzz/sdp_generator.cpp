@@ -1,9 +1,9 @@
-#include "sdp/sdp_generator.h"
+#include "classic/sdp/sdp_generator.h"
+#include "classic/rtp/rtp_packer.h"
 #include "fuzz/support/base64_model.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
-#include "rtp/rtp_packer.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // A DESCRIBE from the request's bytes to the answer in the player's socket.
-#include "rtsp/request_handler.h"
-#include "server/server.h"
+#include "classic/rtsp/request_handler.h"
+#include "classic/server/server.h"
 #include "tests/support/ready_stream.h"
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,6 @@
 // What a host's thread spends on a push: a header and the bytes, copied into the stream's ring.
-#include "streamer/es_input.h"
-#include "streamer/streamer.h"
+#include "classic/streamer/es_input.h"
+#include "classic/streamer/streamer.h"
 
 #include <benchmark/benchmark.h>
 

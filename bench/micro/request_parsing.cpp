@@ -1,5 +1,5 @@
 // The scan of one request, all steps in their order.
-#include "rtsp/request_parser.h"
+#include "classic/rtsp/request_parser.h"
 
 #include <benchmark/benchmark.h>
 

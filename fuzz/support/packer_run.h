@@ -1,8 +1,8 @@
 #pragma once
 
+#include "classic/rtp/rtp_packer.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
-#include "rtp/rtp_packer.h"
 #include "tests/support/packer_model.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rtsp/connection_handler.h"
+#include "classic/rtsp/connection_handler.h"
 
 #include <string>
 #include <string_view>

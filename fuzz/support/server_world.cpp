@@ -1,12 +1,12 @@
 #include "fuzz/support/server_world.h"
 
+#include "classic/rtp/rtp_packer.h"
+#include "classic/server/listener.h"
+#include "classic/server/monitor.h"
+#include "classic/server/session_registry.h"
+#include "classic/streamer/client_walk.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
-#include "rtp/rtp_packer.h"
-#include "server/listener.h"
-#include "server/monitor.h"
-#include "server/session_registry.h"
-#include "streamer/client_walk.h"
 #include "tests/support/feed.h"
 #include "tests/support/ready_stream.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "classic/server/server.h"
 #include "fuzz/support/player.h"
-#include "server/server.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/player.h"
 #include "tests/support/server_records.h"

@@ -1,4 +1,4 @@
-#include "rtsp/server_calls.h"
+#include "classic/rtsp/server_calls.h"
 #include "tests/e2e/e2e_fixture.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "tests/fault/fault_bench.h"
 
-#include "server/kova_rtsp_server.h"
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
+#include "kova_rtsp_server.h"
 #include "tests/support/server_records.h"
 #include "tests/support/wait_until.h"
 

@@ -1,6 +1,6 @@
 #include "tests/fault/fault_visit.h"
 
-#include "server/kova_rtsp_server.h"
+#include "kova_rtsp_server.h"
 #include "tests/support/rtsp_client.h"
 #include "tests/support/test_server.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "streamer/streamer.h"
+#include "classic/streamer/streamer.h"
 #include "tests/fault/fault_shim.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "tests/fault/fault_bench.h"
 
-#include "rtp/sender.h"
-#include "streamer/registries.h"
+#include "classic/rtp/sender.h"
+#include "classic/streamer/registries.h"
 
 #include <cerrno>
 

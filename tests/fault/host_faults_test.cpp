@@ -1,7 +1,7 @@
 #include "tests/fault/fault_bench.h"
 
-#include "rtsp/server_calls.h"
-#include "streamer/registries.h"
+#include "classic/rtsp/server_calls.h"
+#include "classic/streamer/registries.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,12 +1,12 @@
 #include "tests/fault/fault_bench.h"
 
-#include "rtsp/server_calls.h"
-#include "rtsp/session.h"
-#include "rtsp/transport.h"
-#include "sdp/media_info.h"
-#include "sdp/sdp_generator.h"
-#include "server/listener.h"
-#include "server/session_registry.h"
+#include "classic/rtsp/server_calls.h"
+#include "classic/rtsp/session.h"
+#include "classic/rtsp/transport.h"
+#include "classic/sdp/media_info.h"
+#include "classic/sdp/sdp_generator.h"
+#include "classic/server/listener.h"
+#include "classic/server/session_registry.h"
 #include "tests/support/sockets.h"
 
 #include <arpa/inet.h>

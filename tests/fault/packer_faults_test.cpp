@@ -1,7 +1,7 @@
 #include "tests/fault/fault_bench.h"
 
-#include "rtp/rtp_packer.h"
-#include "rtp/rtp_packet.h"
+#include "classic/rtp/rtp_packer.h"
+#include "classic/rtp/rtp_packet.h"
 
 #include <algorithm>
 #include <cerrno>

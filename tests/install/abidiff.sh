@@ -7,7 +7,7 @@ export LC_ALL=C
 source=${KOVA_SOURCE_DIR:?}
 library=${KOVA_BUILD_DIR:?}/libkovartspserver.so.0
 dump=$source/packaging/abi/libkovartspserver.so.0.abi
-header=$source/server/kova_rtsp_server.h
+header=$source/include/kova_rtsp_server.h
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 status=0
@@ -67,7 +67,7 @@ IS(status_types, KOVA_STATUS_CLIENT_COUNT == 1 && KOVA_STATUS_BITRATE == 2 &&
 IS(stream_status, KOVA_STREAM_NOT_READY == 1 && KOVA_STREAM_IDLE == 2 &&
                   KOVA_STREAM_FLOWING == 3 && KOVA_STREAM_STALLED == 4);
 END
-if ! gcc -std=c99 -fsyntax-only -I "$source/server" "$work/records.c"; then
+if ! gcc -std=c99 -fsyntax-only -I "$source/include" "$work/records.c"; then
     echo "a record or a constant of the public header has changed"
     status=1
 fi

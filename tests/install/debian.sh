@@ -7,8 +7,8 @@ need dpkg-buildpackage dpkg-deb dpkg-architecture dh lintian gcc pkg-config pyth
     systemd-analyze
 tree=$work/kovartspserver-0.1.0
 mkdir "$tree"
-(cd "$source" && cp -r CMakeLists.txt README.md CHANGELOG.md apps cmake docs examples foundation \
-    packaging rtp rtsp samples sdp server streamer "$tree" &&
+(cd "$source" && cp -r CMakeLists.txt README.md CHANGELOG.md apps classic cmake docs examples foundation \
+    include packaging rtp samples "$tree" &&
     cp -r packaging/debian "$tree/debian") || fail "the tree cannot be copied"
 
 (cd "$tree" && DEB_BUILD_OPTIONS="nocheck parallel=$(nproc)" \

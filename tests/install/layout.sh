@@ -26,7 +26,7 @@ lib=$work/stage/opt/kova/lib
 [[ $(readlink "$lib/libkovartspserver.so.0") == libkovartspserver.so.0.1.0 ]] ||
     fail "SONAME link"
 readelf -d "$lib/libkovartspserver.so" | grep -qE 'RPATH|RUNPATH' && fail "it has a search path"
-cmp "$source/server/kova_rtsp_server.h" "$work/stage/opt/kova/include/kova_rtsp_server.h" ||
+cmp "$source/include/kova_rtsp_server.h" "$work/stage/opt/kova/include/kova_rtsp_server.h" ||
     fail "another header"
 for text in "$lib"/cmake/KovaRtspServer/* "$lib"/pkgconfig/*; do
     grep -nF -e "$work" -e "$source" -e "$build" "$text" && fail "$text tells where it was made"

@@ -1,5 +1,5 @@
-#include "server/listener.h"
-#include "server/session_registry.h"
+#include "classic/server/listener.h"
+#include "classic/server/session_registry.h"
 #include "tests/protocol/handler_pair.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/failing_heap.h"

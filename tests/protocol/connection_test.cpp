@@ -1,6 +1,6 @@
+#include "classic/rtsp/server_calls.h"
+#include "classic/server/handler_registry.h"
 #include "foundation/log.h"
-#include "rtsp/server_calls.h"
-#include "server/handler_registry.h"
 #include "tests/protocol/handler_pair.h"
 #include "tests/protocol/protocol_fixture.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rtsp/connection_handler.h"
+#include "classic/rtsp/connection_handler.h"
 #include "tests/support/test_server.h"
 
 #include <memory>

@@ -1,4 +1,4 @@
-#include "rtsp/keep_alive.h"
+#include "classic/rtsp/keep_alive.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/fake_clock.h"
 

@@ -1,4 +1,4 @@
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
 #include "tests/protocol/protocol_fixture.h"
 
 namespace {

@@ -1,5 +1,5 @@
+#include "classic/rtsp/request_handler.h"
 #include "foundation/log.h"
-#include "rtsp/request_handler.h"
 #include "tests/protocol/protocol_fixture.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
+#include "classic/rtsp/request_info.h"
+#include "classic/rtsp/responses.h"
 #include "foundation/heap.h"
-#include "rtsp/request_info.h"
-#include "rtsp/responses.h"
 #include "tests/protocol/handler_pair.h"
 #include "tests/support/stdout_capture.h"
 

@@ -1,4 +1,4 @@
-#include "rtsp/server_ports.h"
+#include "classic/rtsp/server_ports.h"
 #include "tests/protocol/port_shortage.h"
 #include "tests/protocol/protocol_fixture.h"
 

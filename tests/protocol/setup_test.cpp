@@ -1,4 +1,4 @@
-#include "rtsp/server_calls.h"
+#include "classic/rtsp/server_calls.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/fake_clock.h"
 

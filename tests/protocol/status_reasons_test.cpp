@@ -1,5 +1,5 @@
-#include "rtsp/request_info.h"
-#include "rtsp/status_reasons.h"
+#include "classic/rtsp/request_info.h"
+#include "classic/rtsp/status_reasons.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "rtsp/server_calls.h"
-#include "rtsp/stream_clients.h"
-#include "streamer/registries.h"
+#include "classic/rtsp/server_calls.h"
+#include "classic/rtsp/stream_clients.h"
+#include "classic/streamer/registries.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/failing_heap.h"
 

@@ -1,6 +1,6 @@
 #include "tests/protocol/protocol_fixture.h"
 
-#include "rtsp/server_calls.h"
+#include "classic/rtsp/server_calls.h"
 
 namespace {
 

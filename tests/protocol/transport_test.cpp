@@ -1,4 +1,4 @@
-#include "rtsp/transport.h"
+#include "classic/rtsp/transport.h"
 #include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "server/handler_registry.h"
+#include "classic/server/handler_registry.h"
 #include "tests/hostile_client/connection.h"
 #include "tests/robustness/server_socket.h"
 #include "tests/robustness/well_behaved_players.h"

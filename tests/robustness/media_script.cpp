@@ -1,6 +1,6 @@
 #include "tests/robustness/media_script.h"
 
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
 
 #include <algorithm>
 

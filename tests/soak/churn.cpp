@@ -1,4 +1,4 @@
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
 #include "tests/soak/modes.h"
 #include "tests/soak/parked_players.h"
 #include "tests/soak/resources.h"

@@ -5,7 +5,7 @@ source=$'#include "kova_rtsp_server.h"\n#include "kova_rtsp_server.h"\n'
 source+=$'KovaRtspStatus kova_status;\nint main(void) { return KOVA_OK; }\n'
 status=0
 check() {
-    if ! "$@" -Wall -Wextra -pedantic -Werror -fsyntax-only -I "${KOVA_SOURCE_DIR:?}/server" - \
+    if ! "$@" -Wall -Wextra -pedantic -Werror -fsyntax-only -I "${KOVA_SOURCE_DIR:?}/include" - \
         <<<"$source"; then
         echo "not accepted: $*"
         status=1

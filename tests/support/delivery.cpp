@@ -1,12 +1,12 @@
 #include "tests/support/delivery.h"
 
+#include "classic/rtsp/session.h"
+#include "classic/server/session_registry.h"
+#include "classic/streamer/registries.h"
 #include "foundation/byte_order.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
-#include "rtsp/session.h"
-#include "server/kova_rtsp_server.h"
-#include "server/session_registry.h"
-#include "streamer/registries.h"
+#include "kova_rtsp_server.h"
 #include "tests/support/ready_stream.h"
 #include "tests/support/rtsp_text.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "rtp/rtp_packet.h"
-#include "rtp/sender.h"
-#include "streamer/streamer.h"
+#include "classic/rtp/rtp_packet.h"
+#include "classic/rtp/sender.h"
+#include "classic/streamer/streamer.h"
 #include "tests/support/packer_model.h"
 #include "tests/support/wait_until.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/kova_rtsp_server.h"
+#include "kova_rtsp_server.h"
 
 #include <atomic>
 #include <chrono>

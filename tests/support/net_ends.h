@@ -1,7 +1,7 @@
 #pragma once
 
-#include "rtp/rtp_client.h"
-#include "rtp/tcp_channel.h"
+#include "classic/rtp/rtp_client.h"
+#include "classic/rtp/tcp_channel.h"
 #include "tests/support/packer_model.h"
 
 #include <netinet/in.h>

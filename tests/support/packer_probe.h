@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rtp/rtp_packer.h"
+#include "classic/rtp/rtp_packer.h"
 #include "tests/support/packer_model.h"
 
 #include <optional>

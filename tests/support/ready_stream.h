@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/server.h"
+#include "classic/server/server.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #include "tests/support/server_records.h"
 
+#include "classic/streamer/registries.h"
 #include "foundation/scope_guard.h"
-#include "streamer/registries.h"
 
 void KovaForEachSession(KovaRtspServer *pServer,
                         const std::function<void(KovaRtspSession *)> &action)

@@ -1,9 +1,9 @@
 #include "tests/support/stream_host.h"
 
+#include "classic/rtp/rtp_packer.h"
+#include "classic/rtsp/server_calls.h"
+#include "classic/streamer/registries.h"
 #include "foundation/scope_guard.h"
-#include "rtp/rtp_packer.h"
-#include "rtsp/server_calls.h"
-#include "streamer/registries.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,10 +1,10 @@
 #include "tests/support/test_server.h"
 
-#include "rtp/rtp_packer.h"
-#include "rtp/tcp_channel.h"
-#include "server/listener.h"
-#include "server/session_registry.h"
-#include "streamer/registries.h"
+#include "classic/rtp/rtp_packer.h"
+#include "classic/rtp/tcp_channel.h"
+#include "classic/server/listener.h"
+#include "classic/server/session_registry.h"
+#include "classic/streamer/registries.h"
 #include "tests/support/server_records.h"
 #include "tests/support/sockets.h"
 

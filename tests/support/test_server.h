@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/server.h"
+#include "classic/server/server.h"
 #include "tests/support/feed.h"
 #include "tests/support/media.h"
 #include "tests/support/ready_stream.h"

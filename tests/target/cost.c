@@ -10,7 +10,7 @@
  * stack too.
  */
 #include "cost.h"
-#include "server/kova_rtsp_server.h"
+#include "kova_rtsp_server.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-#include "rtp/aac_packer.h"
+#include "classic/rtp/aac_packer.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/packer_probe.h"
 

@@ -1,6 +1,6 @@
+#include "classic/sdp/sdp_generator.h"
 #include "foundation/calendar.h"
 #include "foundation/log.h"
-#include "sdp/sdp_generator.h"
 #include "tests/support/stdout_capture.h"
 
 #include <gtest/gtest.h>

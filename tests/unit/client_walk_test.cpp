@@ -1,6 +1,6 @@
-#include "streamer/client_walk.h"
+#include "classic/streamer/client_walk.h"
 
-#include "server/session_end.h"
+#include "classic/server/session_end.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 

@@ -1,4 +1,4 @@
-#include "streamer/es_input.h"
+#include "classic/streamer/es_input.h"
 
 #include "foundation/log.h"
 #include "tests/support/stdout_capture.h"

@@ -1,8 +1,8 @@
-#include "server/listener.h"
+#include "classic/server/listener.h"
 
+#include "classic/server/handler_registry.h"
 #include "foundation/log.h"
 #include "foundation/scope_guard.h"
-#include "server/handler_registry.h"
 #include "system_shims.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"

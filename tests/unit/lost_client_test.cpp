@@ -1,5 +1,5 @@
+#include "classic/server/session_registry.h"
 #include "foundation/log.h"
-#include "server/session_registry.h"
 #include "tests/support/delivery.h"
 #include "tests/support/net_ends.h"
 #include "tests/support/socket_faults.h"

@@ -1,6 +1,6 @@
-#include "sdp/media_info.h"
+#include "classic/sdp/media_info.h"
 
-#include "sdp/media_description.h"
+#include "classic/sdp/media_description.h"
 #include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>

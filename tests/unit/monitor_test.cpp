@@ -1,8 +1,8 @@
-#include "server/monitor.h"
-#include "server/session_end.h"
+#include "classic/server/monitor.h"
+#include "classic/server/session_end.h"
 
+#include "classic/rtsp/server_calls.h"
 #include "foundation/log.h"
-#include "rtsp/server_calls.h"
 #include "tests/soak/short_sleeps.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"

@@ -1,5 +1,5 @@
+#include "classic/rtp/pacing.h"
 #include "foundation/log.h"
-#include "rtp/pacing.h"
 #include "tests/support/delivery.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/net_ends.h"

@@ -1,4 +1,4 @@
-#include "rtp/rtp_packer.h"
+#include "classic/rtp/rtp_packer.h"
 #include "tests/support/packer_model.h"
 #include "tests/support/packer_probe.h"
 

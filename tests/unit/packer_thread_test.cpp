@@ -1,9 +1,9 @@
-#include "streamer/packer_thread.h"
+#include "classic/streamer/packer_thread.h"
 
+#include "classic/rtp/rtp_packer.h"
+#include "classic/streamer/es_input.h"
+#include "classic/streamer/registries.h"
 #include "foundation/log.h"
-#include "rtp/rtp_packer.h"
-#include "streamer/es_input.h"
-#include "streamer/registries.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"

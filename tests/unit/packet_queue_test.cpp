@@ -1,5 +1,5 @@
+#include "classic/rtp/send_group.h"
 #include "foundation/log.h"
-#include "rtp/send_group.h"
 #include "tests/support/delivery.h"
 #include "tests/support/net_ends.h"
 #include "tests/support/socket_faults.h"

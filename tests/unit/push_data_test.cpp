@@ -1,6 +1,6 @@
+#include "classic/streamer/es_input.h"
 #include "foundation/log.h"
-#include "server/kova_rtsp_server.h"
-#include "streamer/es_input.h"
+#include "kova_rtsp_server.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"

@@ -1,10 +1,10 @@
-#include "rtp/aac_packer.h"
-#include "rtp/h264_packer.h"
-#include "rtp/send_group.h"
-#include "rtp/sender.h"
-#include "rtsp/request_info.h"
-#include "sdp/sdp_generator.h"
-#include "server/server.h"
+#include "classic/rtp/aac_packer.h"
+#include "classic/rtp/h264_packer.h"
+#include "classic/rtp/send_group.h"
+#include "classic/rtp/sender.h"
+#include "classic/rtsp/request_info.h"
+#include "classic/sdp/sdp_generator.h"
+#include "classic/server/server.h"
 #include "tests/unit/field_offset.h"
 
 #include <gtest/gtest.h>

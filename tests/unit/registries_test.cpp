@@ -1,4 +1,4 @@
-#include "streamer/registries.h"
+#include "classic/streamer/registries.h"
 
 #include "tests/support/failing_heap.h"
 #include "tests/support/stdout_capture.h"

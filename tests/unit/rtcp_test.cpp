@@ -1,5 +1,5 @@
+#include "classic/rtp/rtp_packer.h"
 #include "rtp/rtcp.h"
-#include "rtp/rtp_packer.h"
 
 #include <gtest/gtest.h>
 

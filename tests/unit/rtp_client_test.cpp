@@ -1,4 +1,4 @@
-#include "rtp/rtp_client.h"
+#include "classic/rtp/rtp_client.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
 

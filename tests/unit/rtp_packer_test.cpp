@@ -1,5 +1,5 @@
+#include "classic/rtp/rtp_packer.h"
 #include "rtp/rtp_header.h"
-#include "rtp/rtp_packer.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/packer_probe.h"
 

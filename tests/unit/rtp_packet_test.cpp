@@ -1,4 +1,4 @@
-#include "rtp/rtp_packet.h"
+#include "classic/rtp/rtp_packet.h"
 #include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>

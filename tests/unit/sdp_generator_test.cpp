@@ -1,7 +1,7 @@
-#include "sdp/sdp_generator.h"
+#include "classic/sdp/sdp_generator.h"
 
+#include "classic/rtp/rtp_packer.h"
 #include "foundation/base64.h"
-#include "rtp/rtp_packer.h"
 #include "system_shims.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/fake_clock.h"

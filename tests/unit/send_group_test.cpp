@@ -1,4 +1,4 @@
-#include "rtp/send_group.h"
+#include "classic/rtp/send_group.h"
 #include "tests/support/delivery.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"

@@ -1,4 +1,4 @@
-#include "rtp/sender.h"
+#include "classic/rtp/sender.h"
 #include "tests/support/delivery.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"

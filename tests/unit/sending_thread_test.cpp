@@ -1,10 +1,10 @@
-#include "rtp/sending_thread.h"
+#include "classic/rtp/sending_thread.h"
 
+#include "classic/rtp/send_group.h"
+#include "classic/server/session_registry.h"
 #include "foundation/byte_order.h"
 #include "foundation/clock.h"
 #include "foundation/log.h"
-#include "rtp/send_group.h"
-#include "server/session_registry.h"
 #include "tests/support/delivery.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/net_ends.h"

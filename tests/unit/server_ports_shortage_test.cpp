@@ -1,4 +1,4 @@
-#include "rtsp/server_ports.h"
+#include "classic/rtsp/server_ports.h"
 
 #include "system_shims.h"
 

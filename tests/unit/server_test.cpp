@@ -1,7 +1,7 @@
-#include "server/server.h"
+#include "classic/server/server.h"
 
+#include "classic/rtsp/server_calls.h"
 #include "foundation/log.h"
-#include "rtsp/server_calls.h"
 #include "system_shims.h"
 #include "tests/soak/short_sleeps.h"
 #include "tests/support/failing_heap.h"

@@ -1,4 +1,4 @@
-#include "rtp/session_tally.h"
+#include "classic/rtp/session_tally.h"
 #include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>

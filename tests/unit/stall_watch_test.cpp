@@ -1,7 +1,7 @@
-#include "rtp/stall_watch.h"
+#include "classic/rtp/stall_watch.h"
 
+#include "classic/rtp/tcp_channel.h"
 #include "foundation/log.h"
-#include "rtp/tcp_channel.h"
 #include "tests/support/delivery.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/net_ends.h"

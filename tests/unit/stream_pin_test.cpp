@@ -1,5 +1,5 @@
-#include "rtsp/server_calls.h"
-#include "server/stream_registry.h"
+#include "classic/rtsp/server_calls.h"
+#include "classic/server/stream_registry.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 #include "unlock_hook.h"

@@ -1,8 +1,8 @@
-#include "streamer/streamer.h"
+#include "classic/streamer/streamer.h"
 
+#include "classic/rtsp/server_calls.h"
+#include "classic/streamer/registries.h"
 #include "foundation/log.h"
-#include "rtsp/server_calls.h"
-#include "streamer/registries.h"
 #include "system_shims.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/fake_clock.h"

@@ -1,4 +1,4 @@
-#include "rtp/tcp_channel.h"
+#include "classic/rtp/tcp_channel.h"
 #include "tests/support/delivery.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"

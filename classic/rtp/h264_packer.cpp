@@ -1,0 +1,285 @@
+#include "classic/rtp/h264_packer.h"
+
+#include "foundation/byte_order.h"
+#include "foundation/heap.h"
+#include "rtp/annexb.h"
+#include "rtp/rtp_header.h"
+
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+/// NAL unit types (ITU-T H.264, table 7-1; RFC 6184, table 1).
+enum NalType : uint8_t {
+    kNalIdr = 5,
+    kNalSei = 6,
+    kNalSps = 7,
+    kNalPps = 8,
+    kNalDelimiter = 9,
+    kNalStapA = 24,
+    kNalFuA = 28,
+};
+
+constexpr uint8_t kTypeMask = 0x1F;
+constexpr uint8_t kReferenceMask = 0xE0; // forbidden bit and nal_ref_idc
+constexpr uint8_t kFuStart = 0x80;
+constexpr uint8_t kFuEnd = 0x40;
+constexpr uint32_t kStapSizeField = 2;
+constexpr uint32_t kFuHeaders = 2;
+constexpr uint32_t kFuCapacity = kH264MaxPayload - kFuHeaders;
+constexpr uint32_t kVideoClockPerMillisecond = 90;
+
+KovaRtpH264Packer *AsH264(KovaRtpPacker *pPacker)
+{
+    static_assert(offsetof(KovaRtpH264Packer, head) == 0, "the head comes first");
+    return reinterpret_cast<KovaRtpH264Packer *>(pPacker);
+}
+
+uint8_t TypeOf(uint8_t nHeader)
+{
+    return nHeader & kTypeMask;
+}
+
+KovaNalUnit *FirstNal(const KovaRtpH264Packer *pPacker)
+{
+    return static_cast<KovaNalUnit *>(pPacker->pNalList->data);
+}
+
+KovaNalUnit *TakeFirstNal(KovaRtpH264Packer *pPacker)
+{
+    return static_cast<KovaNalUnit *>(
+        KovaListTakeFirst(&pPacker->pNalList, &pPacker->pNalListTail));
+}
+
+/// Copies a unit to the end of the list. Without memory the unit is lost: the
+/// decoder conceals one slice, the stream goes on.
+void AppendNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
+{
+    void *pMemory = KovaHeapAlloc(sizeof(KovaNalUnit) + nSize);
+    if (pMemory == nullptr)
+        return;
+    uint8_t *pCopy = static_cast<uint8_t *>(pMemory) + sizeof(KovaNalUnit);
+    KovaNalUnit *pNal = new (pMemory) KovaNalUnit{pData[0], pCopy, nSize};
+    memcpy(pCopy, pData, nSize);
+    if (!KovaListPushTail(&pPacker->pNalList, &pPacker->pNalListTail, pNal))
+        free(pNal);
+}
+
+/// A unit that another start code ended: parameter sets are reported, the rest
+/// is kept.
+void CloseNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
+{
+    if (nSize == 0)
+        return;
+    const uint8_t nType = TypeOf(pData[0]);
+    if (nType != kNalSps && nType != kNalPps) {
+        AppendNal(pPacker, pData, nSize);
+        return;
+    }
+    const KovaRtpPacker &head = pPacker->head;
+    if (head.pfnStreamInfo != nullptr)
+        head.pfnStreamInfo(pData, nSize, nType == kNalSps ? kInfoSps : kInfoPps, head.nPayloadType,
+                           head.pStreamInfoContext);
+}
+
+bool IsDropped(uint8_t nHeader)
+{
+    const uint8_t nType = TypeOf(nHeader);
+    return nType == kNalSei || nType == kNalDelimiter;
+}
+
+/// Counts the units that fit into one packet and their bytes with size fields.
+void MeasureAggregate(KovaRtpH264Packer *pPacker)
+{
+    uint32_t nBudget = kH264MaxPayload;
+    for (KovaList *pNode = pPacker->pNalList; pNode != nullptr; pNode = pNode->next) {
+        const uint32_t nSize = static_cast<KovaNalUnit *>(pNode->data)->nSize;
+        if (static_cast<uint64_t>(nSize) + kStapSizeField > nBudget)
+            return;
+        pPacker->nPayloadBytes += nSize + kStapSizeField;
+        nBudget -= nSize + kStapSizeField;
+        pPacker->nNalCount++;
+    }
+}
+
+uint32_t PrepareFragment(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
+{
+    const uint32_t nRemaining = pPacker->nPayloadBytes - pPacker->nFragmentOffset;
+    const bool bLast = nRemaining <= kFuCapacity;
+    pPacket->nSize = kRtpHeaderSize + kFuHeaders + (bLast ? nRemaining : kFuCapacity);
+    pPacker->head.bMarker = bLast ? 1 : 0;
+    return kPackerOk;
+}
+
+uint32_t StartFragmenting(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
+{
+    pPacker->pFragmentNal = TakeFirstNal(pPacker);
+    pPacker->nPayloadBytes = pPacker->pFragmentNal->nSize;
+    pPacker->nFragmentOffset = 1;
+    pPacker->head.bMarker = pPacker->pFragmentNal->nHeader == kNalSps ? 1 : 0;
+    pPacket->nSize = kRtpHeaderSize + kH264MaxPayload;
+    return kPackerOk;
+}
+
+void FillFragment(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
+{
+    KovaNalUnit *pNal = pPacker->pFragmentNal;
+    uint8_t *pPayload = pPacket->pData + kRtpHeaderSize;
+    pPayload[0] = static_cast<uint8_t>((pNal->nHeader & kReferenceMask) | kNalFuA);
+    pPayload[1] = TypeOf(pNal->nHeader);
+    if (pPacker->nFragmentOffset == 1) {
+        pPayload[1] |= kFuStart;
+        if (TypeOf(pNal->nHeader) == kNalIdr)
+            pPacket->nFrameType = kFrameKey;
+    }
+    const uint32_t nCapacity = pPacket->nSize - kRtpHeaderSize - kFuHeaders;
+    const uint32_t nLeft = pPacker->nPayloadBytes - pPacker->nFragmentOffset;
+    const uint8_t *pFrom = pNal->pData + pPacker->nFragmentOffset;
+    if (nCapacity < nLeft) {
+        memcpy(pPayload + kFuHeaders, pFrom, nCapacity);
+        pPacker->nFragmentOffset += nCapacity;
+        return;
+    }
+    pPayload[1] |= kFuEnd;
+    memcpy(pPayload + kFuHeaders, pFrom, nLeft);
+    free(pNal);
+    pPacker->pFragmentNal = nullptr;
+}
+
+void FillSingle(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
+{
+    KovaNalUnit *pNal = TakeFirstNal(pPacker);
+    memcpy(pPacket->pData + kRtpHeaderSize, pNal->pData, pNal->nSize);
+    if (TypeOf(pNal->nHeader) == kNalIdr)
+        pPacket->nFrameType = kFrameKey;
+    free(pNal);
+}
+
+void FillAggregate(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
+{
+    uint8_t *pStapHeader = pPacket->pData + kRtpHeaderSize;
+    uint8_t *pOut = pStapHeader + 1;
+    *pStapHeader = kNalStapA;
+    for (; pPacker->nNalCount > 0 && pPacker->pNalList != nullptr; pPacker->nNalCount--) {
+        KovaNalUnit *pNal = TakeFirstNal(pPacker);
+        *pStapHeader |= pNal->nHeader & kReferenceMask;
+        RtspWriteMB(pOut, pNal->nSize, 16);
+        memcpy(pOut + kStapSizeField, pNal->pData, pNal->nSize);
+        pOut += kStapSizeField + pNal->nSize;
+        if (TypeOf(pNal->nHeader) == kNalIdr)
+            pPacket->nFrameType = kFrameKey;
+        free(pNal);
+    }
+}
+
+} // namespace
+
+KovaRtpPacker *KovaRtpH264PackerCreate(void)
+{
+    KovaRtpH264Packer *pPacker = KovaHeapNew<KovaRtpH264Packer>();
+    return pPacker != nullptr ? &pPacker->head : nullptr;
+}
+
+uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pHead, const uint8_t *pData, uint32_t nLength,
+                                   uint32_t nPts)
+{
+    if (pHead == nullptr)
+        return kPackerInvalid;
+    KovaRtpH264Packer *pPacker = AsH264(pHead);
+    if (pPacker->pNalList != nullptr)
+        return kPackerNotDrained;
+    pHead->nPts = nPts;
+    pHead->nTimestamp = nPts * kVideoClockPerMillisecond;
+    if (pData == nullptr)
+        nLength = 0;
+
+    bool bFound = false;
+    bool bOpen = false;
+    uint32_t nStart = 0;
+    KovaStartCode code = {};
+    for (uint32_t nFrom = 0; KovaAnnexBFind(pData, nLength, nFrom, &code); nFrom = code.nEnd) {
+        bFound = true;
+        if (bOpen)
+            CloseNal(pPacker, pData + nStart, code.nBegin - nStart);
+        nStart = code.nEnd;
+        bOpen = nStart < nLength && !IsDropped(pData[nStart]);
+    }
+    if (bOpen)
+        AppendNal(pPacker, pData + nStart, nLength - nStart);
+    return bFound ? kPackerOk : kPackerNoStartCode;
+}
+
+uint32_t KovaRtpH264PackerPrepareRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *pPacket)
+{
+    if (pHead == nullptr || pPacket == nullptr)
+        return kPackerInvalid;
+    KovaRtpH264Packer *pPacker = AsH264(pHead);
+    if (pPacker->pFragmentNal != nullptr)
+        return PrepareFragment(pPacker, pPacket);
+    if (pPacker->pNalList == nullptr)
+        return kPackerNothing;
+    pPacker->nPayloadBytes = 0;
+    pPacker->nNalCount = 0;
+    MeasureAggregate(pPacker);
+    if (pPacker->nNalCount == 0)
+        return StartFragmenting(pPacker, pPacket);
+    if (pPacker->nNalCount == 1)
+        pPacker->nPayloadBytes = FirstNal(pPacker)->nSize;
+    else
+        pPacker->nPayloadBytes += 1;
+    pHead->bMarker = 1;
+    pPacket->nSize = kRtpHeaderSize + pPacker->nPayloadBytes;
+    return kPackerOk;
+}
+
+uint32_t KovaRtpH264PackerGetRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *pPacket)
+{
+    if (pHead == nullptr || pPacket == nullptr || pPacket->pData == nullptr)
+        return kPackerInvalid;
+    KovaRtpH264Packer *pPacker = AsH264(pHead);
+    pPacket->nFrameType = kFrameVideo;
+    if (pPacker->pFragmentNal != nullptr) {
+        if (pPacket->nSize < kRtpHeaderSize + kFuHeaders)
+            return kPackerNothing;
+        FillFragment(pPacker, pPacket);
+        return kPackerOk;
+    }
+    if (pPacker->nNalCount == 0 || pPacker->pNalList == nullptr)
+        return kPackerNothing;
+    // A packet that is filled twice, or another one than was prepared, may be too small.
+    const uint32_t nBytes =
+        pPacker->nNalCount == 1 ? FirstNal(pPacker)->nSize : pPacker->nPayloadBytes;
+    if (pPacket->nSize < kRtpHeaderSize || pPacket->nSize - kRtpHeaderSize < nBytes)
+        return kPackerNothing;
+    if (pPacker->nNalCount == 1)
+        FillSingle(pPacker, pPacket);
+    else
+        FillAggregate(pPacker, pPacket);
+    return kPackerOk;
+}
+
+void KovaRtpH264PackerFreeNalList(KovaRtpPacker *pHead)
+{
+    if (pHead == nullptr)
+        return;
+    KovaRtpH264Packer *pPacker = AsH264(pHead);
+    while (pPacker->pNalList != nullptr)
+        free(TakeFirstNal(pPacker));
+}
+
+void KovaRtpH264PackerDiscard(KovaRtpPacker *pHead)
+{
+    KovaRtpH264Packer *pPacker = AsH264(pHead);
+    free(pPacker->pFragmentNal);
+    pPacker->pFragmentNal = nullptr;
+    KovaRtpH264PackerFreeNalList(pHead);
+}
+
+void KovaRtpH264PackerDestroy(KovaRtpPacker *pHead)
+{
+    if (pHead == nullptr)
+        return;
+    KovaRtpH264PackerDiscard(pHead);
+    free(AsH264(pHead));
+}

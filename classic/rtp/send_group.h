@@ -1,0 +1,100 @@
+#pragma once
+
+#include "classic/rtp/rtp_client.h"
+#include "classic/rtp/rtp_packet.h"
+#include "foundation/event.h"
+#include "foundation/export.h"
+#include "foundation/list.h"
+#include "foundation/thread.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+struct KovaRtpSender;
+
+/// Most clients of one group.
+constexpr uint32_t kGroupMaxClients = 1000;
+
+/// Clients of one payload that one sending thread serves from one queue of
+/// packets. Producers take only packetMutex, the RTSP side only clientMutex;
+/// the thread takes them one after the other, never both at once.
+struct KovaRtpSendGroup {
+    KovaRtpSender *pSender; ///< not owned
+    KovaStateWord nState;
+    KovaList *pPacketList; ///< of KovaRtpPacket, oldest first; one reference each
+    KovaList *pPacketListTail;
+    KovaList *pClientList; ///< of KovaRtpClient; owned
+    pthread_mutex_t packetMutex;
+    pthread_mutex_t clientMutex; ///< guards the clients' fields as well
+    uint32_t nLastPts;           ///< of the previous packet; the thread's own
+
+    KovaEvent work;                       ///< packets or a stop request for the thread
+    uint32_t nPass;                       ///< number of the packet being served (clientMutex)
+    uint32_t nLastSerial;                 ///< last number given to a client (clientMutex)
+    std::atomic<uint32_t> nClientWaiters; ///< threads that wait for clientMutex
+    std::atomic<bool> bNoThread;          ///< the last start failed: nobody empties the queue
+    uint32_t nQueuedBytes;                ///< of the packets in pPacketList (packetMutex)
+    bool bDropping;                       ///< the queue was full (packetMutex, as the next)
+    uint32_t nDroppedPts;                 ///< only what is later lets packets in again
+};
+
+/// Makes a group without a thread. Null for a null sender or without memory.
+KOVA_API KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender);
+
+/// Destroys a group whose thread does not run, with its clients and one
+/// reference of each queued packet. Null is ignored.
+KOVA_API void KovaRtpSendGroupDestory(KovaRtpSendGroup *pGroup);
+
+/// Starts the group's thread. 0, also when it runs already; 1 when it cannot be
+/// made; 2 for null.
+KOVA_API int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup);
+
+/// Asks the thread to stop and waits for it; a thread that is sending first sends
+/// what is queued, on schedule. 0; 2 for null.
+KOVA_API int32_t KovaRtpSendGroupStop(KovaRtpSendGroup *pGroup);
+
+/// Adds a client, which the group owns from then on. Null is ignored.
+KOVA_API void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
+
+/// Unlinks a client without destroying it. Null is ignored.
+KOVA_API void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
+
+/// Unlinks and destroys every client. A session that plays and loses its last
+/// client on the stream with it is counted out there. Null is ignored.
+KOVA_API void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup);
+
+/// Queues a packet together with a reference that the caller has taken for the
+/// group; one that is not queued loses that reference. Null is ignored.
+///
+/// The queue holds at most as many bytes as the ring of its payload id. A packet
+/// that does not fit is dropped, with a line at level 2, and so are those behind it,
+/// until one fits at which players can take up the stream again: a key frame or
+/// audio, of a later PTS than the packets of that kind that were dropped. PTS are
+/// compared as plain numbers; after a wrap, or a step back of the host's clock, it
+/// takes one key frame more.
+KOVA_API void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Unlinks a packet; its reference is the caller's again. Null is ignored.
+KOVA_API void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Unlinks every packet and releases its reference. Null is ignored.
+KOVA_API void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup);
+
+/// As the Add operations, but tells whether the group has taken it (there may be no
+/// memory, or no room); when not, client and reference stay the caller's.
+bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
+bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Unlinks a packet; its reference is the caller's. Returns whether it was queued.
+/// Under packetMutex.
+bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Number of clients.
+uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup);
+
+/// Takes clientMutex, and lets the sending thread see that somebody waits for
+/// it: with a long queue it would take it again at once. Everybody but the
+/// sending thread takes it so. Released as any mutex.
+void KovaRtpSendGroupLockClients(KovaRtpSendGroup *pGroup);

@@ -1,0 +1,213 @@
+#include "classic/rtp/sender.h"
+
+#include "classic/rtp/session_tally.h"
+#include "foundation/heap.h"
+#include "foundation/result.h"
+#include "foundation/scope_guard.h"
+
+#include <cstdio>
+
+namespace {
+
+static_assert(sizeof(std::atomic<uint16_t>) == sizeof(uint16_t), "plain words for everybody else");
+static_assert(alignof(std::atomic<uint16_t>) == alignof(uint16_t), "plain words");
+static_assert(alignof(std::atomic<uint32_t>) == alignof(uint32_t), "plain words");
+
+constexpr uint32_t kInitialGroups = 1;
+constexpr char kPlacing[] = "KovaRtpSenderAddRtpClient";
+
+bool AppendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup)
+{
+    const KovaMutexLock lock(&pSender->mutex);
+    return KovaListPushTail(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
+}
+
+/// A new group in the sender's list, or null.
+KovaRtpSendGroup *MakeGroup(KovaRtpSender *pSender)
+{
+    KovaRtpSendGroup *pGroup = KovaRtpSendGroupCreate(pSender);
+    if (pGroup != nullptr && !AppendGroup(pSender, pGroup)) {
+        KovaRtpSendGroupDestory(pGroup);
+        return nullptr;
+    }
+    return pGroup;
+}
+
+/// The group that a new client belongs to, null when all are full. Under the
+/// sender's mutex.
+KovaRtpSendGroup *ChooseGroup(KovaRtpSender *pSender)
+{
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
+        const uint32_t nCount = KovaRtpSendGroupClientCount(pGroup);
+        printf("%s, Now Client Count: %u\n", kPlacing, nCount);
+        if (nCount == kGroupMaxClients)
+            continue;
+        if (nCount > kGroupMaxClients)
+            printf("%s, Error: too much client !!!\n", kPlacing);
+        if (pNode->next == nullptr)
+            return pGroup;
+        const uint32_t nNextCount =
+            KovaRtpSendGroupClientCount(static_cast<KovaRtpSendGroup *>(pNode->next->data));
+        printf("%s, Next Client Count: %u\n", kPlacing, nNextCount);
+        if (nCount < nNextCount)
+            return pGroup;
+        if (nCount > nNextCount)
+            printf("%s, Now client count more than Next !!!\n", kPlacing);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+KovaRtpSender *KovaRtpSenderCreate(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
+{
+    if (pStreamer == nullptr)
+        return nullptr;
+    KovaRtpSender *pSender = KovaHeapNew<KovaRtpSender>();
+    if (pSender == nullptr)
+        return nullptr;
+    pSender->pStreamer = pStreamer;
+    pSender->nPayloadId = nPayloadId;
+    pSender->nSendGroupCount = kInitialGroups;
+    pthread_mutex_init(&pSender->mutex, nullptr);
+    for (uint32_t nGroup = 0; nGroup < pSender->nSendGroupCount; nGroup++) {
+        if (MakeGroup(pSender) == nullptr) {
+            KovaRtpSenderDestory(pSender);
+            return nullptr;
+        }
+    }
+    return pSender;
+}
+
+void KovaRtpSenderDestory(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return;
+    KovaRtpSenderRemoveAllRtpSendGroup(pSender);
+    pthread_mutex_destroy(&pSender->mutex);
+    free(pSender);
+}
+
+int32_t KovaRtpSenderStart(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return KOVA_RESULT_NULL;
+    KovaRtpSenderStartAllRtpSendGroup(pSender);
+    return KOVA_RESULT_OK;
+}
+
+int32_t KovaRtpSenderStop(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return KOVA_RESULT_NULL;
+    KovaRtpSenderStopAllRtpSendGroup(pSender);
+    return KOVA_RESULT_OK;
+}
+
+void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSessionId, int32_t nRtpSocket,
+                               int32_t nRtcpSocket, uint16_t nClientRtpPort,
+                               uint16_t nClientRtcpPort, sockaddr_in clientAddress,
+                               int32_t nInterleaved, int *pTcpSocket, uint16_t nRtpChannel,
+                               uint16_t nRtcpChannel, uint16_t nStartSequence,
+                               uint32_t nStartTimestamp)
+{
+    if (pSender == nullptr)
+        return;
+    KovaRtpClient *pClient = KovaRtpClientCreate(
+        szSessionId, nRtpSocket, nRtcpSocket, nClientRtpPort, nClientRtcpPort, clientAddress,
+        nInterleaved, pTcpSocket, nRtpChannel, nRtcpChannel, nStartSequence, nStartTimestamp);
+    if (pClient != nullptr && !KovaRtpSenderPlaceClient(pSender, pClient))
+        KovaRtpClientDestroy(pClient);
+}
+
+bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
+{
+    pClient->pTally = KovaSessionTallyJoin(pSender->pStreamer, pClient->szSessionId);
+    // Without it the break of the session's connection would be counted twice.
+    if (pClient->pTally == nullptr)
+        return false;
+    KovaMutexLock lock(&pSender->mutex);
+    KovaRtpSendGroup *pGroup = ChooseGroup(pSender);
+    if (pGroup != nullptr) {
+        if (pGroup->bNoThread)
+            KovaRtpSendGroupStart(pGroup); // the shortage may be over
+        return KovaRtpSendGroupTakeClient(pGroup, pClient);
+    }
+    lock.Unlock();
+    printf("%s, create new sendgroup, then add client\n", kPlacing);
+    pGroup = MakeGroup(pSender);
+    if (pGroup == nullptr)
+        return false;
+    KovaRtpSendGroupStart(pGroup);
+    return KovaRtpSendGroupTakeClient(pGroup, pClient);
+}
+
+void KovaRtpSenderAddRtpPacket(KovaRtpSender *pSender, KovaRtpPacket *pPacket)
+{
+    if (pSender == nullptr || pPacket == nullptr)
+        return;
+    const KovaMutexLock lock(&pSender->mutex);
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
+        // Nobody would ever take a packet out of a queue whose thread was not made.
+        if (pGroup->bNoThread)
+            continue;
+        KovaRtpPacketAddRef(pPacket);
+        if (!KovaRtpSendGroupTakePacket(pGroup, pPacket))
+            KovaRtpPacketReleaseRef(pPacket);
+    }
+}
+
+void KovaRtpSenderAddRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup)
+{
+    if (pSender != nullptr && pGroup != nullptr)
+        AppendGroup(pSender, pGroup);
+}
+
+void KovaRtpSenderRemoveRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup)
+{
+    if (pSender == nullptr || pGroup == nullptr)
+        return;
+    const KovaMutexLock lock(&pSender->mutex);
+    KovaListTake(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
+}
+
+void KovaRtpSenderRemoveAllRtpSendGroup(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return;
+    // Waited for without the mutex, like every stop of a group: its thread may be
+    // in the middle of a call that somebody who wants the mutex holds up.
+    KovaMutexLock lock(&pSender->mutex);
+    while (pSender->pSendGroupList != nullptr) {
+        KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(
+            KovaListTakeFirst(&pSender->pSendGroupList, &pSender->pSendGroupListTail));
+        lock.Unlock();
+        KovaRtpSendGroupStop(pGroup);
+        KovaRtpSendGroupDestory(pGroup);
+        lock.Lock();
+    }
+}
+
+void KovaRtpSenderStartAllRtpSendGroup(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return;
+    const KovaMutexLock lock(&pSender->mutex);
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next)
+        KovaRtpSendGroupStart(static_cast<KovaRtpSendGroup *>(pNode->data));
+}
+
+void KovaRtpSenderStopAllRtpSendGroup(KovaRtpSender *pSender)
+{
+    if (pSender == nullptr)
+        return;
+    // Groups are only ever added, at the end: a node stays where it is.
+    KovaMutexLock lock(&pSender->mutex);
+    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
+        lock.Unlock();
+        KovaRtpSendGroupStop(static_cast<KovaRtpSendGroup *>(pNode->data));
+        lock.Lock();
+    }
+}

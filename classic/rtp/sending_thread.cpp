@@ -1,0 +1,124 @@
+#include "classic/rtp/sending_thread.h"
+
+#include "classic/rtp/pacing.h"
+#include "classic/rtp/sending_context.h"
+#include "foundation/clock.h"
+#include "foundation/log.h"
+#include "foundation/scope_guard.h"
+#include "rtp/rtp_header.h"
+
+#include <unistd.h>
+
+#include <cstring>
+
+namespace {
+
+/// A nudge comes with every packet and stop request; this bounds the wait for a
+/// state word that somebody wrote without one.
+constexpr uint32_t kIdleMilliseconds = 20;
+
+/// Longest sleep of a held packet: how late a clock that was set is noticed.
+constexpr uint32_t kHoldStepMilliseconds = 10;
+
+constexpr uint32_t kGapMilliseconds = 1000;
+
+/// Ends the thread; szMissing names what it lacks, if it never worked.
+void *Leave(KovaRtpSendGroup *pGroup, const char *szMissing)
+{
+    if (pGroup != nullptr)
+        pGroup->nState = kThreadStopped;
+    TimeLog(kLogThread, "%s, Leave thread%s\n", kSendingThread, szMissing);
+    return nullptr;
+}
+
+void HoldPacket(KovaSendingContext *pContext, int64_t nDue, uint64_t nFirstTime)
+{
+    int64_t nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
+    if (!KovaPacingHolds(nDue, nElapsed))
+        return;
+    while (KovaPacingStillHolds(nDue, nElapsed)) {
+        const uint32_t nRemaining = KovaPacingRemaining(nDue, nElapsed);
+        usleep((nRemaining < kHoldStepMilliseconds ? nRemaining : kHoldStepMilliseconds) * 1000);
+        pContext->nNow = KovaClockMilliseconds();
+        nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
+    }
+}
+
+/// Waits until the packet's time has come. The stream's very first packet is
+/// the schedule's origin and goes out at once.
+void PacePacket(KovaSendingContext *pContext, uint32_t nPts)
+{
+    KovaRtpSendGroup *pGroup = pContext->pGroup;
+    const uint32_t nId = pContext->packer.nPayloadType;
+    KovaFirstSend first = {};
+    if (KovaStreamFirstSend(pContext->pStreamer, pContext->nNow, nPts, &first)) {
+        TimeLog(kLogThread, "%s, First Send Packet, ID: %d, PTS: %u, Time: %u\n", kSendingThread,
+                static_cast<int>(nId), nPts, static_cast<uint32_t>(pContext->nNow));
+        return;
+    }
+    if (nPts > pGroup->nLastPts && nPts > first.nPts) {
+        if (nPts - pGroup->nLastPts < kGapMilliseconds)
+            HoldPacket(pContext, static_cast<int64_t>(nPts - first.nPts), first.nTime);
+        else
+            TimeLog(kLogThread, "%s, GAP, ID: %d, Now PTS: %u, Last PTS: %u\n", kSendingThread,
+                    static_cast<int>(nId), nPts, pGroup->nLastPts);
+    }
+    if (nPts < pGroup->nLastPts)
+        TimeLog(kLogThread, "%s, BACK, ID: %d, Now PTS: %u, Last PTS: %u\n", kSendingThread,
+                static_cast<int>(nId), nPts, pGroup->nLastPts);
+    pGroup->nLastPts = nPts;
+}
+
+void SendPacket(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
+{
+    pContext->nNow = KovaClockMilliseconds();
+    if (pPacket->pData != nullptr && pPacket->nSize >= kRtpHeaderSize) {
+        pContext->pSender->nLastSequence = KovaRtpHeaderSequence(pPacket->pData);
+        pContext->pSender->nLastTimestamp = KovaRtpHeaderTimestamp(pPacket->pData);
+    }
+    PacePacket(pContext, pPacket->nPts);
+    KovaServeClients(pContext, pPacket);
+}
+
+/// Sends until the queue is empty. A packet stays queued while it is served;
+/// the reference taken here outlasts a flush of the queue meanwhile.
+void DrainQueue(KovaSendingContext *pContext)
+{
+    KovaRtpSendGroup *pGroup = pContext->pGroup;
+    KovaMutexLock lock(&pGroup->packetMutex);
+    while (pGroup->pPacketList != nullptr) {
+        KovaRtpPacket *pPacket = static_cast<KovaRtpPacket *>(pGroup->pPacketList->data);
+        KovaRtpPacketAddRef(pPacket);
+        lock.Unlock();
+        SendPacket(pContext, pPacket);
+        lock.Lock();
+        if (KovaRtpSendGroupUnlinkPacket(pGroup, pPacket))
+            KovaRtpPacketReleaseRef(pPacket);
+        KovaRtpPacketReleaseRef(pPacket);
+    }
+}
+
+} // namespace
+
+void *pSenderProc(void *pSendGroup)
+{
+    KovaSendingContext context = {};
+    TimeLog(kLogThread, "%s, Enter thread\n", kSendingThread);
+    KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pSendGroup);
+    context.pGroup = pGroup;
+    if (pGroup == nullptr)
+        return Leave(nullptr, "(pSendGroup)");
+    context.pSender = pGroup->pSender;
+    if (context.pSender == nullptr)
+        return Leave(pGroup, "(pSender)");
+    context.pStreamer = context.pSender->pStreamer;
+    if (context.pStreamer == nullptr)
+        return Leave(pGroup, "(pStreamer)");
+    if (!KovaStreamFindPacker(context.pStreamer, context.pSender->nPayloadId, &context.packer))
+        return Leave(pGroup, "(pPacker)");
+    while (KovaThreadRuns(pGroup->nState)) {
+        DrainQueue(&context);
+        KovaEventWait(&pGroup->work, kIdleMilliseconds);
+    }
+    return Leave(pGroup, "");
+}

@@ -1,0 +1,361 @@
+#include "classic/rtp/tcp_channel.h"
+
+#include "classic/rtp/stall_watch.h"
+#include "foundation/heap.h"
+#include "foundation/keyed_list.h"
+#include "foundation/scope_guard.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+struct KovaTcpChannel {
+    uint32_t nUsers;           // guarded by the registry's mutex, like pSocket's value
+    pthread_mutex_t mutex;     // guards everything below and every use of the descriptor
+    std::atomic<int> *pSocket; // the socket field; nGone once its owner has left
+    std::atomic<int> nGone{-1};
+    KovaList *pReferences; // of std::atomic<int *>, all pointing at pSocket
+    KovaKeyedList referenceKeys;
+    uint8_t *pTail; // rest of a frame that was begun; null when none is
+    size_t nTailSize;
+    size_t nTailSent;
+    uint32_t nFrame; // number of the frame that pTail ends
+    bool bReaderWaits;
+    bool bReaderWoken;
+    int nLeftToClose; // descriptor that the waiting reader closes; 0 when none
+    KovaStallWatch stall;
+};
+
+namespace {
+
+static_assert(sizeof(std::atomic<int>) == sizeof(int), "a socket field is one plain int");
+static_assert(alignof(std::atomic<int>) == alignof(int), "a socket field is one plain int");
+
+constexpr int kSendTimeoutMilliseconds = 10000;
+constexpr int kKeepAliveIdleSeconds = 30;
+constexpr int kKeepAliveIntervalSeconds = 10;
+constexpr int kKeepAliveProbes = 3;
+constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+
+/// Channels by the address of their socket field, which they all still have.
+pthread_mutex_t g_registryMutex = PTHREAD_MUTEX_INITIALIZER;
+KovaList *g_pChannels = nullptr;
+KovaKeyedList g_channelKeys;
+
+bool HasSocket(const void *pData, const void *pSocket)
+{
+    return static_cast<const KovaTcpChannel *>(pData)->pSocket == pSocket;
+}
+
+KovaTcpChannel *FindChannel(const std::atomic<int> *pSocket)
+{
+    return static_cast<KovaTcpChannel *>(
+        KovaKeyedFind(&g_channelKeys, g_pChannels, KovaKeyOfAddress(pSocket), HasSocket, pSocket));
+}
+
+/// Nobody finds the channel any more.
+void Unregister(KovaTcpChannel *pChannel)
+{
+    if (pChannel->pSocket != &pChannel->nGone)
+        KovaKeyedTake(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pChannel->pSocket), pChannel);
+}
+
+KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
+{
+    KovaTcpChannel *pChannel = KovaHeapNew<KovaTcpChannel>();
+    if (pChannel == nullptr)
+        return nullptr;
+    pChannel->pSocket = pSocket;
+    pthread_mutex_init(&pChannel->mutex, nullptr);
+    if (KovaKeyedPush(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pSocket), pChannel))
+        return pChannel;
+    pthread_mutex_destroy(&pChannel->mutex);
+    free(pChannel);
+    return nullptr;
+}
+
+/// What the system does not have, it refuses: the connection works without.
+void SetOption(int nSocket, int nLevel, int nName, int nValue)
+{
+    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
+}
+
+/// Leaves errno as it is: it tells why the tail is dropped.
+void DropTail(KovaTcpChannel *pChannel)
+{
+    const int nError = errno;
+    free(pChannel->pTail);
+    pChannel->pTail = nullptr;
+    errno = nError;
+}
+
+void CloseLocked(KovaTcpChannel *pChannel)
+{
+    const int nSocket = pChannel->pSocket->exchange(-1);
+    DropTail(pChannel);
+    if (nSocket <= 0)
+        return;
+    if (pChannel->bReaderWaits) {
+        // The reader is polling this number: it closes it once it is back.
+        pChannel->nLeftToClose = nSocket;
+        shutdown(nSocket, SHUT_RDWR);
+    } else {
+        close(nSocket);
+    }
+}
+
+/// One send on the open descriptor; -1 and EBADF when it is closed.
+ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize)
+{
+    const int nSocket = pChannel->pSocket->load();
+    if (nSocket < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    const ssize_t nSent = send(nSocket, pBytes, nSize, kSendFlags);
+    if (nSent > 0)
+        KovaStallWatchTaken(&pChannel->stall);
+    return nSent;
+}
+
+/// The rest of the frame that was begun will not go out. Whatever followed would
+/// be taken for it, so the connection ends. Leaves errno as it is.
+void GiveUpTail(KovaTcpChannel *pChannel)
+{
+    const int nError = errno;
+    shutdown(pChannel->pSocket->load(), SHUT_RDWR);
+    DropTail(pChannel);
+    errno = nError;
+}
+
+/// Sends what is left of the frame that was begun.
+KovaSendOutcome FlushTail(KovaTcpChannel *pChannel)
+{
+    while (pChannel->pTail != nullptr) {
+        const ssize_t nSent = SendLocked(pChannel, pChannel->pTail + pChannel->nTailSent,
+                                         pChannel->nTailSize - pChannel->nTailSent);
+        if (nSent < 0) {
+            const KovaSendOutcome outcome = KovaSendOutcomeOfError(errno);
+            if (outcome == kSendFailed)
+                GiveUpTail(pChannel);
+            return outcome;
+        }
+        if (nSent == 0) {
+            errno = EAGAIN;
+            return kSendAgain;
+        }
+        pChannel->nTailSent += static_cast<size_t>(nSent);
+        if (pChannel->nTailSent == pChannel->nTailSize)
+            DropTail(pChannel);
+    }
+    return kSendDone;
+}
+
+/// Keeps the rest of a frame that was begun. Without memory the byte stream
+/// cannot be kept whole any more, so the connection ends instead.
+bool KeepTail(KovaTcpChannel *pChannel, const uint8_t *pRest, size_t nSize)
+{
+    pChannel->pTail = static_cast<uint8_t *>(KovaHeapAlloc(nSize));
+    if (pChannel->pTail == nullptr) {
+        shutdown(pChannel->pSocket->load(), SHUT_RDWR);
+        errno = ENOMEM;
+        return false;
+    }
+    memcpy(pChannel->pTail, pRest, nSize);
+    pChannel->nTailSize = nSize;
+    pChannel->nTailSent = 0;
+    pChannel->nFrame++;
+    return true;
+}
+
+KovaSendOutcome ContinueFrame(KovaTcpChannel *pChannel, const KovaFrameProgress &progress)
+{
+    if (pChannel->pTail == nullptr || pChannel->nFrame != progress.nFrame)
+        return kSendDone;
+    return FlushTail(pChannel);
+}
+
+KovaSendOutcome BeginFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame, size_t nSize,
+                           KovaFrameProgress *pProgress)
+{
+    const KovaSendOutcome flushed = FlushTail(pChannel);
+    if (flushed != kSendDone)
+        return flushed;
+    const ssize_t nSent = SendLocked(pChannel, pFrame, nSize);
+    if (nSent < 0)
+        return KovaSendOutcomeOfError(errno);
+    if (nSent == 0) {
+        errno = EAGAIN;
+        return kSendAgain;
+    }
+    const size_t nTaken = static_cast<size_t>(nSent);
+    if (nTaken >= nSize)
+        return kSendDone;
+    if (!KeepTail(pChannel, pFrame + nTaken, nSize - nTaken))
+        return kSendFailed;
+    pProgress->bBegun = true;
+    pProgress->nFrame = pChannel->nFrame;
+    return FlushTail(pChannel);
+}
+
+} // namespace
+
+KovaTcpChannel *KovaTcpChannelJoin(int *pSocket)
+{
+    if (pSocket == nullptr)
+        return nullptr;
+    std::atomic<int> *pField = reinterpret_cast<std::atomic<int> *>(pSocket);
+    const KovaMutexLock lock(&g_registryMutex);
+    KovaTcpChannel *pChannel = FindChannel(pField);
+    if (pChannel == nullptr)
+        pChannel = MakeChannel(pField);
+    if (pChannel != nullptr)
+        pChannel->nUsers++;
+    return pChannel;
+}
+
+void KovaTcpChannelLeave(KovaTcpChannel *pChannel)
+{
+    if (pChannel == nullptr)
+        return;
+    KovaMutexLock lock(&g_registryMutex);
+    if (--pChannel->nUsers != 0)
+        return;
+    Unregister(pChannel);
+    lock.Unlock();
+    DropTail(pChannel);
+    pthread_mutex_destroy(&pChannel->mutex);
+    free(pChannel);
+}
+
+bool KovaTcpChannelFollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    ppReference->store(reinterpret_cast<int *>(pChannel->pSocket));
+    return KovaKeyedPush(&pChannel->referenceKeys, &pChannel->pReferences,
+                         KovaKeyOfAddress(ppReference), ppReference);
+}
+
+void KovaTcpChannelUnfollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    KovaKeyedTake(&pChannel->referenceKeys, &pChannel->pReferences, KovaKeyOfAddress(ppReference),
+                  ppReference);
+}
+
+void KovaTcpChannelAbandon(KovaTcpChannel *pChannel)
+{
+    const KovaMutexLock registryLock(&g_registryMutex);
+    const KovaMutexLock lock(&pChannel->mutex);
+    CloseLocked(pChannel);
+    Unregister(pChannel);
+    pChannel->pSocket = &pChannel->nGone;
+    for (KovaList *pNode = pChannel->pReferences; pNode != nullptr; pNode = pNode->next)
+        static_cast<std::atomic<int *> *>(pNode->data)
+            ->store(reinterpret_cast<int *>(&pChannel->nGone));
+}
+
+void KovaTcpChannelClose(KovaTcpChannel *pChannel)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    CloseLocked(pChannel);
+}
+
+KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame,
+                                        size_t nSize, KovaFrameProgress *pProgress)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaSendOutcome outcome = pProgress->bBegun
+                                        ? ContinueFrame(pChannel, *pProgress)
+                                        : BeginFrame(pChannel, pFrame, nSize, pProgress);
+    if (outcome != kSendAgain ||
+        !KovaStallWatchRefused(&pChannel->stall, pChannel->pSocket->load()))
+        return outcome;
+    errno = ECONNRESET;
+    return kSendFailed;
+}
+
+KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const uint8_t *pBytes,
+                                                size_t nSize)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    KovaResponseProgress progress = {nSize, 0};
+    if (FlushTail(pChannel) != kSendDone) {
+        progress.nError = errno;
+        return progress;
+    }
+    while (progress.nLeft != 0) {
+        const ssize_t nSent = SendLocked(pChannel, pBytes + nSize - progress.nLeft, progress.nLeft);
+        if (nSent < 0)
+            progress.nError = errno;
+        if (nSent <= 0)
+            break;
+        progress.nLeft -= static_cast<size_t>(nSent);
+    }
+    return progress;
+}
+
+ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t nSize)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    const int nSocket = pChannel->pSocket->load();
+    if (nSocket < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return recv(nSocket, pBuffer, nSize, MSG_DONTWAIT);
+}
+
+void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
+{
+    KovaMutexLock lock(&pChannel->mutex);
+    struct pollfd entry = {};
+    entry.fd = pChannel->pSocket->load();
+    entry.events = POLLIN;
+    if (entry.fd < 0 || pChannel->bReaderWoken)
+        return;
+    pChannel->bReaderWaits = true;
+    lock.Unlock();
+    poll(&entry, 1, nMilliseconds);
+    lock.Lock();
+    pChannel->bReaderWaits = false;
+    if (pChannel->nLeftToClose != 0) {
+        close(pChannel->nLeftToClose);
+        pChannel->nLeftToClose = 0;
+    }
+}
+
+void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
+{
+    const KovaMutexLock lock(&pChannel->mutex);
+    pChannel->bReaderWoken = true;
+    const int nSocket = pChannel->pSocket->load();
+    if (pChannel->bReaderWaits && nSocket > 0)
+        shutdown(nSocket, SHUT_RD);
+}
+
+void KovaTcpSetKeepAlive(int nSocket)
+{
+    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
+    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+}
+
+void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
+{
+#ifdef TCP_USER_TIMEOUT
+    const KovaMutexLock lock(&pChannel->mutex);
+    const int nSocket = pChannel->pSocket->load();
+    if (nSocket > 0)
+        SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);
+#else
+    (void)pChannel;
+#endif
+}

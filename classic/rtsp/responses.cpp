@@ -1,0 +1,165 @@
+#include "classic/rtsp/responses.h"
+
+#include "classic/rtsp/session.h"
+#include "classic/rtsp/status_reasons.h"
+#include "classic/rtsp/stream_clients.h"
+#include "classic/sdp/sdp_generator.h"
+#include "foundation/heap.h"
+#include "foundation/text.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr size_t kResponseSize = 8192;
+
+/// A response being put together.
+struct Response {
+    char szText[kResponseSize];
+    size_t nLength;
+};
+
+void SetReason(KovaRtspRequestInfo *pInfo)
+{
+    ResponseStatusSetting(pInfo->nStatus, pInfo->szReason);
+    pInfo->szReason[sizeof(pInfo->szReason) - 1] = '\0';
+}
+
+/// Every answer but the refusal begins so.
+void AppendHead(Response *pResponse, KovaRtspRequestInfo *pInfo)
+{
+    SetReason(pInfo);
+    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength,
+                   "RTSP/1.0 %d %s\r\nCSeq: %s\r\n", pInfo->nStatus, pInfo->szReason,
+                   pInfo->szCSeq);
+}
+
+void Send(KovaRtspServerHandler *pHandler, const Response &response)
+{
+    RequestResponseSend(pHandler, response.szText, static_cast<int32_t>(response.nLength));
+}
+
+/// Appends one track's part of RTP-Info if the Session line still fits behind
+/// it; an entry that does not is left out whole.
+bool AppendTrack(Response *pResponse, const KovaRtspServerHandler *pHandler,
+                 const KovaRtspRequestInfo &info, const KovaRtspTrackInfo *pTrack, bool bFirst)
+{
+    constexpr size_t kTail = 64;
+    return KovaTextAppend(pResponse->szText, kResponseSize - kTail, &pResponse->nLength,
+                          "%surl=rtsp://%s:%d/%s/trackID=%d;seq=%d;rtptime=%u", bFirst ? "" : ", ",
+                          pHandler->szLocalAddr, pHandler->nLocalPort, info.szUri,
+                          static_cast<int>(pTrack->nTrackId),
+                          static_cast<int>(pTrack->nSeq & 0xFFFF), pTrack->nRtpTime);
+}
+
+/// Appends RTP-Info (RFC 2326, section 12.33) and releases the list.
+void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
+                   KovaRtspRequestInfo *pInfo)
+{
+    if (pInfo->pTrackList == nullptr)
+        return;
+    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "RTP-Info: ");
+    bool bFirst = true;
+    while (pInfo->pTrackList != nullptr) {
+        KovaRtspTrackInfo *pTrack =
+            static_cast<KovaRtspTrackInfo *>(KovaListTakeFirst(&pInfo->pTrackList, nullptr));
+        if (pTrack != nullptr && AppendTrack(pResponse, pHandler, *pInfo, pTrack, bFirst))
+            bFirst = false;
+        free(pTrack);
+    }
+    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "\r\n");
+}
+
+} // namespace
+
+void RequestOptionsResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Public: DESCRIBE,SETUP,TEARDOWN,PLAY,GET_PARAMETER\r\n\r\n");
+    Send(pHandler, response);
+}
+
+void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    if (pHandler == nullptr)
+        return;
+    char szSdp[kSdpTextSize] = {};
+    int32_t nSdpLength = 0;
+    KovaStreamGetReadySdp(pHandler->pServer, info.szUri, szSdp, &nSdpLength);
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Server: Brisklane/1.0.0.1\r\nCache-Control: no-cache\r\n"
+                   "Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s",
+                   static_cast<int>(strlen(szSdp)), szSdp);
+    Send(pHandler, response);
+}
+
+void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    if (pHandler == nullptr)
+        return;
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Server: Brisklane/1.0.0.1\r\nCache-Control: no-cache\r\n");
+    if (info.nTransport == kTransportUdp)
+        KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                       "Transport: RTP/AVP/UDP;unicast;client_port=%d-%d;server_port=%d-%d;"
+                       "ssrc=%u\r\n",
+                       info.nClientRtpPort, info.nClientRtcpPort, info.nServerRtpPort,
+                       info.nServerRtcpPort, info.nSsrc);
+    else
+        KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                       "Transport: RTP/AVP/TCP;unicast;destination=%s;source=%s;"
+                       "interleaved=%d-%d;ssrc=%u\r\n",
+                       pHandler->szPeerAddr, pHandler->szLocalAddr, info.nRtpChannel,
+                       info.nRtcpChannel, info.nSsrc);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Session: %s;timeout=%d\r\n\r\n", info.szSessionId, kSessionTimeout);
+    Send(pHandler, response);
+}
+
+void RequestPlayResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    if (pHandler == nullptr)
+        return;
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Cache-Control: no-cache\r\n");
+    AppendRtpInfo(&response, pHandler, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Session: %s;timeout=%d\r\n\r\n", info.szSessionId, kSessionTimeout);
+    Send(pHandler, response);
+}
+
+void RequestGetParameterResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Cache-Control: no-cache\r\nSession: %s;timeout=%d\r\n\r\n", info.szSessionId,
+                   kSessionTimeout);
+    Send(pHandler, response);
+}
+
+void RequestTeardownResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    Response response = {};
+    AppendHead(&response, &info);
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+                   "Cache-Control: no-cache\r\n\r\n");
+    Send(pHandler, response);
+}
+
+void RequestNotOKResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
+{
+    SetReason(&info);
+    Response response = {};
+    KovaTextAppend(response.szText, kResponseSize, &response.nLength, "RTSP/1.0 %d %s\r\n\r\n",
+                   info.nStatus, info.szReason);
+    Send(pHandler, response);
+}

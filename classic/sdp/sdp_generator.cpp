@@ -1,0 +1,188 @@
+#include "classic/sdp/sdp_generator.h"
+
+#include "foundation/calendar.h"
+#include "foundation/heap.h"
+#include "foundation/result.h"
+#include "foundation/scope_guard.h"
+#include "foundation/text.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+constexpr size_t kSessionTextSize = 64;
+constexpr int kRandomRange = 10000;
+
+/// 18 digits that serve as session id and version: the time and four random
+/// ones.
+void WriteSessionText(char *szSession)
+{
+    const time_t tNow = time(nullptr);
+    struct tm utc = {};
+    KovaCalendarUtc(tNow, &utc);
+    snprintf(szSession, kSessionTextSize, "%04d%02d%02d%02d%02d%02d%04d", utc.tm_year + 1900,
+             utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+             rand() % kRandomRange);
+}
+
+void AppendSession(const KovaRtspSdpGenerator *pGenerator, char *szText, size_t *pLength)
+{
+    char szSession[kSessionTextSize];
+    WriteSessionText(szSession);
+    KovaTextAppend(szText, kSdpTextSize, pLength,
+                   "v=0\r\no=- %s %s IN IP4 %s\r\ns= Unnamed\r\nc=IN IP4 %s\r\n"
+                   "a=control:rtsp://%s:%d/%.*s\r\na=recvonly\r\na=type:broadcast\r\nt=0 0\r\n",
+                   szSession, szSession, pGenerator->szServerIp, "0.0.0.0", pGenerator->szServerIp,
+                   pGenerator->nServerPort, static_cast<int>(kUriSize), pGenerator->szUri);
+}
+
+/// Under sdpMutex.
+KovaRtspSdpMedia *FindMedia(const KovaRtspSdpGenerator *pGenerator, uint32_t nPayloadId)
+{
+    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
+        if (pMedia != nullptr && pMedia->nPayloadId == nPayloadId)
+            return pMedia;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+KovaRtspSdpGenerator *KovaRtspSdpGeneratorCreate(const char *szUri)
+{
+    if (szUri == nullptr)
+        return nullptr;
+    KovaRtspSdpGenerator *pGenerator = KovaHeapNew<KovaRtspSdpGenerator>();
+    if (pGenerator == nullptr)
+        return nullptr;
+    memcpy(pGenerator->szUri, szUri, strnlen(szUri, sizeof(pGenerator->szUri)));
+    pthread_mutex_init(&pGenerator->sdpMutex, nullptr);
+    return pGenerator;
+}
+
+void KovaRtspSdpGeneratorDestroy(KovaRtspSdpGenerator *pGenerator)
+{
+    if (pGenerator == nullptr)
+        return;
+    KovaRtspSdpGeneratorRemoveAllMedia(pGenerator);
+    pthread_mutex_destroy(&pGenerator->sdpMutex);
+    free(pGenerator);
+}
+
+int32_t KovaRtspSdpGeneratorAddMedia(KovaRtspSdpGenerator *pGenerator, uint32_t nMediaType,
+                                     uint32_t nPayloadId, const void *pDescription)
+{
+    if (pGenerator == nullptr || pDescription == nullptr)
+        return KOVA_RESULT_NULL;
+    KovaRtspSdpMedia *pMedia = MediaCreate(nMediaType, nPayloadId, pDescription);
+    if (pMedia == nullptr)
+        return KOVA_RESULT_FAILED;
+    KovaMutexLock lock(&pGenerator->sdpMutex);
+    if (KovaListPush(&pGenerator->pMediaList, pMedia))
+        return KOVA_RESULT_OK;
+    lock.Unlock();
+    MediaDestroy(pMedia);
+    return KOVA_RESULT_FAILED;
+}
+
+void KovaRtspSdpGeneratorRemoveMedia(KovaRtspSdpGenerator *pGenerator, KovaRtspSdpMedia *pMedia)
+{
+    if (pGenerator == nullptr || pMedia == nullptr)
+        return;
+    KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
+    lock.Unlock();
+    MediaDestroy(pMedia);
+}
+
+void KovaRtspSdpGeneratorRemoveAllMedia(KovaRtspSdpGenerator *pGenerator)
+{
+    if (pGenerator == nullptr)
+        return;
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    while (pGenerator->pMediaList != nullptr)
+        MediaDestroy(
+            static_cast<KovaRtspSdpMedia *>(KovaListTakeFirst(&pGenerator->pMediaList, nullptr)));
+}
+
+KovaRtspSdpMedia *KovaRtspSdpGeneratorGetMediaByPayloadId(KovaRtspSdpGenerator *pGenerator,
+                                                          uint32_t nPayloadId)
+{
+    if (pGenerator == nullptr)
+        return nullptr;
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    return FindMedia(pGenerator, nPayloadId);
+}
+
+void KovaRtspSdpGeneratorRemoveMediaByPayloadId(KovaRtspSdpGenerator *pGenerator,
+                                                uint32_t nPayloadId)
+{
+    if (pGenerator == nullptr)
+        return;
+    KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaRtspSdpMedia *pMedia = FindMedia(pGenerator, nPayloadId);
+    if (pMedia != nullptr)
+        KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
+    lock.Unlock();
+    MediaDestroy(pMedia);
+}
+
+void KovaRtspSdpGeneratorSetNetworkInfo(KovaRtspSdpGenerator *pGenerator, const char *szServerIp,
+                                        uint16_t nServerPort, const char *szClientIp)
+{
+    if (pGenerator == nullptr || szServerIp == nullptr || szClientIp == nullptr)
+        return;
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaTextCopy(pGenerator->szServerIp, sizeof(pGenerator->szServerIp), szServerIp);
+    pGenerator->nServerPort = nServerPort;
+    KovaTextCopy(pGenerator->szClientIp, sizeof(pGenerator->szClientIp), szClientIp);
+}
+
+void KovaRtspSdpGeneratorSetMediaInfo(KovaRtspSdpGenerator *pGenerator, uint32_t nPayloadId,
+                                      uint32_t nInfoType, const uint8_t *pData, uint32_t nLength)
+{
+    if (pGenerator == nullptr || pData == nullptr)
+        return;
+    // Found and written under one lock: the host may remove the section, and a
+    // player may be reading it.
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaRtspSdpMedia *pMedia = FindMedia(pGenerator, nPayloadId);
+    if (pMedia != nullptr)
+        KovaSdpMediaSetInfo(pMedia, nInfoType, pData, nLength);
+}
+
+int32_t KovaRtspSdpGeneratorIsReady(KovaRtspSdpGenerator *pGenerator)
+{
+    if (pGenerator == nullptr)
+        return 0;
+    int32_t nReady = 0;
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
+        const KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
+        if (pMedia == nullptr || (pMedia->nMediaType != KOVA_MEDIA_TYPE_AUDIO &&
+                                  pMedia->nMediaType != KOVA_MEDIA_TYPE_VIDEO))
+            continue;
+        if (!KovaSdpMediaIsComplete(pMedia))
+            return 0;
+        nReady = 1;
+    }
+    return nReady;
+}
+
+void KovaRtspGenerateSdpGetSdpInfo(KovaRtspSdpGenerator *pGenerator, char *szText, int32_t *pLength)
+{
+    if (pGenerator == nullptr || szText == nullptr || pLength == nullptr)
+        return;
+    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    size_t nLength = 0;
+    AppendSession(pGenerator, szText, &nLength);
+    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
+        KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
+        if (pMedia != nullptr && pMedia->pData != nullptr)
+            KovaSdpMediaAppend(pMedia, szText, kSdpTextSize, &nLength);
+    }
+    *pLength = static_cast<int32_t>(nLength);
+}

@@ -1,0 +1,201 @@
+#include "classic/server/server.h"
+
+#include "classic/server/handler_registry.h"
+#include "classic/server/listener.h"
+#include "classic/server/monitor.h"
+#include "classic/server/session_registry.h"
+#include "classic/server/stream_registry.h"
+#include "foundation/clock.h"
+#include "foundation/error_text.h"
+#include "foundation/heap.h"
+#include "foundation/log.h"
+#include "foundation/result.h"
+#include "foundation/scope_guard.h"
+#include "foundation/text.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+static_assert(static_cast<int>(KOVA_ERROR_OVERFLOW) == KOVA_RESULT_OVERFLOW &&
+                  static_cast<int>(KOVA_ERROR_NO_SESSION) == KOVA_RESULT_NO_SESSION &&
+                  static_cast<int>(KOVA_ERROR_THREAD) == KOVA_RESULT_THREAD,
+              "the public result codes are the library's");
+
+constexpr int kBacklog = 128;
+constexpr uint32_t kInitialLogLevel = kLogOverflow;
+
+/// A TCP socket that is not descriptor 0: that one would never be closed again.
+/// Like every descriptor made here it stays out of the programs that the host
+/// starts: one of them that outlives the host would keep the port.
+int OpenSocket()
+{
+    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+    if (nSocket != 0)
+        return nSocket;
+    const int nHigher = fcntl(nSocket, F_DUPFD_CLOEXEC, 1);
+    close(nSocket);
+    return nHigher;
+}
+
+sockaddr_in ListenAddress(const KovaRtspServer *pServer)
+{
+    char szAddr[KOVA_ADDRESS_SIZE + 1];
+    KovaTextCopy(szAddr, sizeof(szAddr), KovaTextField(pServer->szAddr, sizeof(pServer->szAddr)));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(pServer->nPort);
+    address.sin_addr.s_addr = szAddr[0] != '\0' ? inet_addr(szAddr) : htonl(INADDR_ANY);
+    return address;
+}
+
+/// Logs a failed step of the start with the system's error.
+int32_t StartFailed(const char *szStep, int32_t nResult)
+{
+    const int nError = errno;
+    char szError[kErrorTextSize];
+    TimeLog(kLogFailure, "%s, %s fail, error: %d(%s)\n", "KovaRtspServerStart", szStep, nError,
+            KovaErrorText(nError, szError));
+    return nResult;
+}
+
+int32_t OpenListener(KovaRtspServer *pServer)
+{
+    const int nSocket = OpenSocket();
+    pServer->nListenSocket = nSocket;
+    if (nSocket == -1)
+        return KOVA_ERROR_SOCKET;
+    const sockaddr_in address = ListenAddress(pServer);
+    const int nReuse = 1;
+    if (setsockopt(nSocket, SOL_SOCKET, SO_REUSEADDR, &nReuse, sizeof(nReuse)) != 0)
+        return StartFailed("setsockopt (REUSEADDR)", KOVA_ERROR_SETSOCKOPT);
+    if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
+        return StartFailed("bind", KOVA_ERROR_BIND);
+    if (listen(nSocket, kBacklog) != 0)
+        return StartFailed("listen", KOVA_ERROR_LISTEN);
+    fcntl(nSocket, F_SETFL, fcntl(nSocket, F_GETFL) | O_NONBLOCK);
+    return KOVA_OK;
+}
+
+} // namespace
+
+void KovaServerCloseListener(KovaRtspServer *pServer)
+{
+    const KovaMutexLock lock(&pServer->mtxListen);
+    if (pServer->nListenSocket <= 0)
+        return;
+    close(pServer->nListenSocket.exchange(-1));
+}
+
+void KovaServerWakeListener(KovaRtspServer *pServer)
+{
+    const KovaMutexLock lock(&pServer->mtxListen);
+    if (pServer->nListenSocket > 0)
+        shutdown(pServer->nListenSocket, SHUT_RDWR);
+}
+
+int32_t KovaRtspServerInit(KovaRtspServer **ppServer, const char *szAddress, uint32_t nPort,
+                           int32_t nMaxClient)
+{
+    RTSP_SetLogLevel(kInitialLogLevel);
+    if (ppServer == nullptr)
+        return KOVA_ERROR_NULL;
+    KovaRtspServer *pServer = KovaRtspServerCreate(szAddress, nPort, nMaxClient);
+    if (pServer == nullptr)
+        return KOVA_ERROR_CREATE;
+    const int32_t nResult = KovaRtspServerStart(pServer);
+    if (nResult != KOVA_OK) {
+        KovaRtspServerStop(pServer);
+        KovaRtspServerDestroy(pServer);
+        return nResult;
+    }
+    *ppServer = pServer;
+    return KOVA_OK;
+}
+
+int32_t KovaRtspServerUninit(KovaRtspServer *pServer)
+{
+    if (pServer == nullptr)
+        return KOVA_ERROR_NULL;
+    KovaRtspServerStop(pServer);
+    KovaRtspServerDestroy(pServer);
+    return KOVA_OK;
+}
+
+KovaRtspServer *KovaRtspServerCreate(const char *szAddress, uint32_t nPort, int32_t nMaxClient)
+{
+    if (szAddress == nullptr || nMaxClient > KOVA_MAX_CLIENTS)
+        return nullptr;
+    KovaRtspServer *pServer = KovaHeapNew<KovaRtspServer>();
+    if (pServer == nullptr)
+        return nullptr;
+    srand(static_cast<unsigned>(KovaClockSeconds()));
+    memcpy(pServer->szAddr, szAddress, sizeof(pServer->szAddr));
+    pServer->nPort = static_cast<uint16_t>(nPort);
+    pServer->nMaxClient = nMaxClient;
+    pServer->nListenSocket = -1;
+    pthread_mutex_init(&pServer->mtxHandler, nullptr);
+    pthread_mutex_init(&pServer->mtxSession, nullptr);
+    pthread_mutex_init(&pServer->mtxStreamer, nullptr);
+    pthread_mutex_init(&pServer->mtxListen, nullptr);
+    return pServer;
+}
+
+int32_t KovaRtspServerDestroy(KovaRtspServer *pServer)
+{
+    if (pServer == nullptr)
+        return KOVA_ERROR_NULL;
+    KovaRtspServerRemoveAllStreamer(pServer);
+    KovaRtspServerRemoveAllSession(pServer);
+    KovaRtspServerRemoveAllServerHandler(pServer);
+    // A request that was under way may have set up one more session.
+    KovaRtspServerRemoveAllSession(pServer);
+    pthread_mutex_destroy(&pServer->mtxHandler);
+    pthread_mutex_destroy(&pServer->mtxSession);
+    pthread_mutex_destroy(&pServer->mtxStreamer);
+    KovaServerCloseListener(pServer);
+    pthread_mutex_destroy(&pServer->mtxListen);
+    free(pServer);
+    return KOVA_OK;
+}
+
+int32_t KovaRtspServerStart(KovaRtspServer *pServer)
+{
+    if (pServer == nullptr)
+        return KOVA_ERROR_NULL;
+    // A start that failed has left its socket open, and another try would forget it.
+    if (pServer->nListenState.exchange(kThreadStarting) == kThreadStarting)
+        KovaServerCloseListener(pServer);
+    const int32_t nResult = OpenListener(pServer);
+    if (nResult != KOVA_OK)
+        return nResult;
+    // Each state is running before its thread exists, and stays so when the
+    // thread cannot be made: a stop then waits for it in vain.
+    pServer->nListenState = kThreadRunning;
+    if (!KovaThreadStart(&pServer->hListenThread, pListenProc, pServer))
+        return KOVA_ERROR_THREAD;
+    pServer->nMonitorState = kThreadRunning;
+    if (!KovaThreadStart(&pServer->hMonitorThread, pMonitorProc, pServer))
+        return KOVA_ERROR_THREAD;
+    return KOVA_OK;
+}
+
+int32_t KovaRtspServerStop(KovaRtspServer *pServer)
+{
+    if (pServer == nullptr)
+        return KOVA_ERROR_NULL;
+    if (KovaThreadRequestStop(pServer->nListenState))
+        KovaServerWakeListener(pServer);
+    KovaThreadRequestStop(pServer->nMonitorState);
+    KovaThreadWaitStopped(pServer->nMonitorState);
+    KovaThreadWaitStopped(pServer->nListenState);
+    KovaServerCloseListener(pServer);
+    return KOVA_OK;
+}

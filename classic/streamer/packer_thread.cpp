@@ -1,0 +1,186 @@
+#include "classic/streamer/packer_thread.h"
+
+#include "classic/streamer/es_input.h"
+#include "classic/streamer/registries.h"
+#include "classic/streamer/streamer.h"
+#include "foundation/heap.h"
+#include "foundation/log.h"
+#include "foundation/scope_guard.h"
+
+namespace {
+
+/// A push nudges the thread; this bounds the wait for what came without one.
+constexpr uint32_t kIdleMilliseconds = 20;
+constexpr uint32_t kRestMilliseconds = 1;
+
+/// What one packer thread works on.
+struct Packing {
+    const char *szName;
+    KovaRtspStreamer *pStreamer;
+    KovaRingbuffer *pRing;
+    KovaStateWord *pState;
+    KovaEvent *pWork;
+    pthread_mutex_t *pUseMutex;
+};
+
+/// An access unit taken out of the ring.
+struct Unit {
+    KovaEsHeader header;
+    uint8_t *pData;
+};
+
+/// Takes the unit's data. The writer stores header and data in two steps, so
+/// the rest may be a moment away; if it never comes, a stop request ends the wait.
+bool ReadData(const Packing &packing, const Unit &unit)
+{
+    if (unit.header.nLength == 0)
+        return true;
+    const int32_t nLength = static_cast<int32_t>(unit.header.nLength);
+    while (StreamerRingbufferRead(packing.pRing, unit.pData, nLength) != nLength) {
+        if (!KovaThreadRuns(*packing.pState))
+            return false;
+        KovaEventWait(packing.pWork, kRestMilliseconds);
+    }
+    return true;
+}
+
+void SendPackets(KovaRtpPacker *pPacker, KovaRtpSender *pSender)
+{
+    KovaRtpPacket *pPacket = nullptr;
+    uint32_t nResult;
+    while ((nResult = KovaRtpPackerGetRtpPacket(pPacker, &pPacket)) == kPackerOk) {
+        KovaRtpPacketAddRef(pPacket);
+        KovaRtpSenderAddRtpPacket(pSender, pPacket);
+        KovaRtpPacketReleaseRef(pPacket);
+    }
+    // Short of memory in the middle of a unit: without its rest, or every later
+    // unit would be refused because this one was never drained.
+    if (nResult != kPackerNothing)
+        KovaRtpPackerDiscard(pPacker);
+}
+
+void LogRefused(const Packing &packing, const Unit &unit, uint32_t nError)
+{
+    unsigned first[8] = {};
+    for (uint32_t nIndex = 0; nIndex < 8 && nIndex < unit.header.nLength; nIndex++)
+        first[nIndex] = unit.pData[nIndex];
+    TimeLog(kLogFailure,
+            "%s, KovaRtpPackerPushData Fail !!!, Error: %d, %2X %2X %2X %2X %2X %2X %2X %2X\n",
+            packing.szName, static_cast<int>(nError), first[0], first[1], first[2], first[3],
+            first[4], first[5], first[6], first[7]);
+}
+
+/// Packetizes a unit. Returns false when its payload id has no packer or sender.
+bool PackUnit(const Packing &packing, const Unit &unit)
+{
+    const KovaMutexLock useLock(packing.pUseMutex);
+    const uint32_t nId = unit.header.nPayloadId;
+    KovaRtpPacker *pPacker = KovaRtspStreamerGetRtpPackerByPayloadId(packing.pStreamer, nId);
+    if (pPacker == nullptr) {
+        TimeLog(kLogFailure, "%s, KovaRtspStreamerRemoveRtpPackerByPayloadId Fail !!!\n",
+                packing.szName);
+        return false;
+    }
+    KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(packing.pStreamer, nId);
+    if (pSender == nullptr) {
+        TimeLog(kLogFailure, "%s, KovaRtspStreamerGetRtpSenderByPayloadId Fail !!!\n",
+                packing.szName);
+        return false;
+    }
+    const uint32_t nResult =
+        KovaRtpPackerPushData(pPacker, unit.pData, unit.header.nLength, unit.header.nTimestamp);
+    if (nResult == kPackerOk)
+        SendPackets(pPacker, pSender);
+    else
+        LogRefused(packing, unit, nResult);
+    return true;
+}
+
+/// The record behind a header that was taken. Returns false when the thread is
+/// to end.
+bool HandleRecord(const Packing &packing, const uint8_t *pHeader)
+{
+    if (pHeader[0] != kEsStartCode) {
+        TimeLog(kLogFailure, "%s, StartCode Wrong !!!, (0x%X)\n", packing.szName, pHeader[0]);
+        return false;
+    }
+    Unit unit = {KovaEsHeaderRead(pHeader), nullptr};
+    unit.pData = static_cast<uint8_t *>(KovaHeapAlloc(unit.header.nLength));
+    if (unit.pData == nullptr) {
+        TimeLog(kLogFailure, "%s, Allocate Es Data Buf Fail !!!\n", packing.szName);
+        return false;
+    }
+    bool bGoOn = ReadData(packing, unit);
+    if (bGoOn)
+        bGoOn = PackUnit(packing, unit);
+    else
+        TimeLog(kLogFailure, "%s, Read Es Data Buf Fail !!!\n", packing.szName);
+    free(unit.pData);
+    return bGoOn;
+}
+
+void *RunPacker(const Packing &packing)
+{
+    uint8_t header[kEsHeaderSize];
+    while (KovaThreadRuns(*packing.pState)) {
+        if (StreamerRingbufferRead(packing.pRing, header, kEsHeaderSize) == 0)
+            KovaEventWait(packing.pWork, kIdleMilliseconds);
+        else if (!HandleRecord(packing, header))
+            break;
+    }
+    packing.pState->store(kThreadStopped);
+    TimeLog(kLogThread, "%s, Leave thread\n", packing.szName);
+    return nullptr;
+}
+
+/// Whether a thread has a stream to work on.
+bool Enter(const char *szName, const void *pStreamer)
+{
+    TimeLog(kLogThread, "%s, Enter thread\n", szName);
+    if (pStreamer == nullptr)
+        TimeLog(kLogThread, "%s, Leave thread(pStreamer)\n", szName);
+    return pStreamer != nullptr;
+}
+
+void SetMediaInfo(const uint8_t *pData, uint32_t nLength, uint32_t nInfoType, uint32_t nPayloadId,
+                  void *pContext)
+{
+    const KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pContext);
+    if (pData != nullptr && pStreamer != nullptr)
+        KovaRtspSdpGeneratorSetMediaInfo(pStreamer->pSdpGenerator, nPayloadId, nInfoType, pData,
+                                         nLength);
+}
+
+} // namespace
+
+void *pAudioPackerProc(void *pArgument)
+{
+    if (!Enter("pAudioPackerProc", pArgument))
+        return nullptr;
+    KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pArgument);
+    return RunPacker({"pAudioPackerProc", pStreamer, &pStreamer->audioRing,
+                      &pStreamer->nAudioPackerState, &pStreamer->audioWork,
+                      &pStreamer->audioUseMutex});
+}
+
+void *pVideoPackerProc(void *pArgument)
+{
+    if (!Enter("pVideoPackerProc", pArgument))
+        return nullptr;
+    KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pArgument);
+    return RunPacker({"pVideoPackerProc", pStreamer, &pStreamer->videoRing,
+                      &pStreamer->nVideoPackerState, &pStreamer->videoWork,
+                      &pStreamer->videoUseMutex});
+}
+
+void pAudioStreamInfoCallback(const uint8_t *pData, uint32_t nLength, uint32_t nInfoType,
+                              uint32_t nPayloadId, void *pContext)
+{
+    SetMediaInfo(pData, nLength, nInfoType, nPayloadId, pContext);
+}
+
+void pVideoStreamInfoCallback(const uint8_t *pData, uint32_t nLength, uint32_t nInfoType,
+                              uint32_t nPayloadId, void *pContext)
+{
+    SetMediaInfo(pData, nLength, nInfoType, nPayloadId, pContext);
+}
