@@ -15,6 +15,10 @@ set(KOVA_LIBRARY_OPTIONS
     -fno-exceptions -fno-rtti
     -fvisibility=hidden -fvisibility-inlines-hidden -fno-semantic-interposition
     -ffunction-sections -fdata-sections)
+# Locks are annotated (foundation/thread_safety.h).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    list(APPEND KOVA_LIBRARY_OPTIONS -Wthread-safety -Wthread-safety-beta)
+endif()
 # -Os of GCC leaves these on, although they keep more values alive than a MIPS processor has
 # registers for: without them the text is 3 % smaller there.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

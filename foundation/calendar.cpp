@@ -1,18 +1,16 @@
 #include "foundation/calendar.h"
 
-#include "foundation/scope_guard.h"
-
-#include <pthread.h>
+#include "foundation/mutex.h"
 
 namespace {
 
-pthread_mutex_t g_zoneMutex = PTHREAD_MUTEX_INITIALIZER;
+KovaMutex g_zoneMutex = {PTHREAD_MUTEX_INITIALIZER};
 
 } // namespace
 
 void KovaCalendarLocal(time_t tMoment, struct tm *pLocal)
 {
-    const KovaMutexLock lock(&g_zoneMutex);
+    const KovaMutexLock lock(&g_zoneMutex, kRankLog);
     tzset();
     localtime_r(&tMoment, pLocal);
 }
@@ -20,6 +18,6 @@ void KovaCalendarLocal(time_t tMoment, struct tm *pLocal)
 void KovaCalendarUtc(time_t tMoment, struct tm *pUtc)
 {
     // The first call of either kind sets the zone up.
-    const KovaMutexLock lock(&g_zoneMutex);
+    const KovaMutexLock lock(&g_zoneMutex, kRankLog);
     gmtime_r(&tMoment, pUtc);
 }

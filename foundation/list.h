@@ -5,6 +5,7 @@
 /// Doubly linked list of untyped pointers, named by its first node; the empty
 /// list is null. Every operation that can change the first node returns it. The
 /// list owns its nodes, never the data, and takes no lock.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaList {
     void *data;
     KovaList *prev;

@@ -8,6 +8,7 @@
 /// Byte ring over a caller's block, for one writer and one reader without a
 /// lock: the writer moves only the write position, the reader only the read
 /// position. One byte always stays empty, so a full ring never looks empty.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRingbuffer {
     uint8_t *pBuffer; ///< the block; the caller's
     int32_t nSize;    ///< its size in bytes

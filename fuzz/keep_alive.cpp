@@ -1,4 +1,5 @@
 #include "classic/rtsp/keep_alive.h"
+#include "classic/rtsp/server_calls.h"
 #include "classic/server/server.h"
 #include "classic/server/session_registry.h"
 #include "fuzz/support/input.h"

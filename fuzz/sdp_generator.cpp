@@ -211,7 +211,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize)
     // A few bytes can make a URI of any length up to one that is too long.
     while (!uri.empty() && uri.back() == '~' && uri.size() < 1100)
         uri += uri;
-    model.uri = uri.substr(0, kUriSize);
+    model.uri = uri.substr(0, KOVA_MAX_URI_LENGTH);
     KovaRtspSdpGenerator *pGenerator = KovaRtspSdpGeneratorCreate(uri.c_str());
     KovaRequire(pGenerator != nullptr, "a generator can be made");
     while (!input.IsEmpty())

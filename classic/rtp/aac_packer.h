@@ -11,6 +11,7 @@ constexpr uint32_t kAacMaxPayload = 1388;
 
 /// One AAC access unit: its complete RFC 3640 payload, AU headers section (16
 /// bits of length, one 16-bit AU header) first. Node and bytes are one allocation.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaAacUnit {
     uint8_t *pData;
     uint32_t nSize;
@@ -18,6 +19,7 @@ struct KovaAacUnit {
 
 /// Turns ADTS-framed AAC into RTP payloads (RFC 3640, mode AAC-hbr): one access
 /// unit per packet, large ones fragmented.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtpAacPacker {
     KovaRtpPacker head;
     uint32_t nSampleRate;       ///< Hz, from the last ADTS header

@@ -2,6 +2,7 @@
 
 #include "foundation/byte_order.h"
 #include "foundation/heap.h"
+#include "foundation/list_view.h"
 #include "rtp/annexb.h"
 #include "rtp/rtp_header.h"
 
@@ -93,8 +94,8 @@ bool IsDropped(uint8_t nHeader)
 void MeasureAggregate(KovaRtpH264Packer *pPacker)
 {
     uint32_t nBudget = kH264MaxPayload;
-    for (KovaList *pNode = pPacker->pNalList; pNode != nullptr; pNode = pNode->next) {
-        const uint32_t nSize = static_cast<KovaNalUnit *>(pNode->data)->nSize;
+    for (const KovaNalUnit *pNal : KovaListOf<KovaNalUnit>(pPacker->pNalList)) {
+        const uint32_t nSize = pNal->nSize;
         if (static_cast<uint64_t>(nSize) + kStapSizeField > nBudget)
             return;
         pPacker->nPayloadBytes += nSize + kStapSizeField;
@@ -117,6 +118,7 @@ uint32_t StartFragmenting(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
     pPacker->pFragmentNal = TakeFirstNal(pPacker);
     pPacker->nPayloadBytes = pPacker->pFragmentNal->nSize;
     pPacker->nFragmentOffset = 1;
+    // Frozen: a first fragment has a marker if the whole header byte is 7.
     pPacker->head.bMarker = pPacker->pFragmentNal->nHeader == kNalSps ? 1 : 0;
     pPacket->nSize = kRtpHeaderSize + kH264MaxPayload;
     return kPackerOk;

@@ -11,6 +11,7 @@
 constexpr uint32_t kH264MaxPayload = 1400;
 
 /// One NAL unit waiting to be packetized; node and bytes are one allocation.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaNalUnit {
     uint8_t nHeader; ///< its first byte
     uint8_t *pData;  ///< the unit, header byte included, start code excluded
@@ -20,6 +21,7 @@ struct KovaNalUnit {
 /// Turns H.264 Annex B access units into RTP payloads (RFC 6184, packetization
 /// mode 1): single NAL unit packets, STAP-A and FU-A. Parameter sets go to the
 /// stream-info callback instead of into RTP.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtpH264Packer {
     KovaRtpPacker head;
     uint32_t nFragmentOffset;  ///< bytes of the fragmented unit already sent; 1 before the first

@@ -3,6 +3,7 @@
 #include "classic/rtp/session_tally.h"
 #include "classic/rtp/tcp_channel.h"
 #include "foundation/heap.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
 
 #include <unistd.h>
@@ -56,14 +57,11 @@ KovaRtpClient *KovaRtpClientCreate(const char *szSessionId, int32_t nRtpSocket, 
 {
     if (szSessionId == nullptr || nRtpSocket < 0 || nRtcpSocket < 0)
         return nullptr;
-    KovaRtpClient *pClient = KovaHeapNew<KovaRtpClient>();
-    if (pClient == nullptr)
+    // It has no sockets yet: a failure leaves them to the caller.
+    KovaOwner<KovaRtpClient, KovaRtpClientDestroy> client(KovaHeapNew<KovaRtpClient>());
+    if (!client || !JoinConnection(client.Get(), pTcpSocket, nInterleaved != 0))
         return nullptr;
-    if (!JoinConnection(pClient, pTcpSocket, nInterleaved != 0)) {
-        LeaveConnection(pClient);
-        free(pClient);
-        return nullptr;
-    }
+    KovaRtpClient *pClient = client.Release();
     KovaTextCopy(pClient->szSessionId, sizeof(pClient->szSessionId), szSessionId);
     pClient->nRtpSocket = nRtpSocket;
     pClient->nRtcpSocket = nRtcpSocket;

@@ -22,6 +22,7 @@ enum KovaClientState : int32_t {
 
 /// One destination of one payload's RTP: a player that has set up a track. All
 /// fields are guarded by the clientMutex of the client's send group.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpClient {
     int32_t nState;                   ///< KovaClientState
     char szSessionId[kSessionIdSize]; ///< the RTSP session it belongs to

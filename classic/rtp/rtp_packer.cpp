@@ -3,35 +3,50 @@
 #include "classic/rtp/aac_packer.h"
 #include "classic/rtp/h264_packer.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
+#include "foundation/owner.h"
+#include "kova_rtsp_server.h"
 #include "rtp/rtcp.h"
 #include "rtp/rtp_header.h"
 
 namespace {
 
-using PacketStep = uint32_t (*)(KovaRtpPacker *, KovaRtpPacket *);
-
-/// The two steps by which a codec makes a packet: decide its size and marker,
-/// then write its payload.
-struct CodecSteps {
-    PacketStep pfnPrepare;
-    PacketStep pfnFill;
+/// What a codec's packer does. A packet is made in two steps: deciding its size
+/// and marker, then writing its payload.
+struct Codec {
+    KovaRtpPacker *(*pfnCreate)();
+    void (*pfnDestroy)(KovaRtpPacker *);
+    uint32_t (*pfnPush)(KovaRtpPacker *, const uint8_t *, uint32_t, uint32_t);
+    uint32_t (*pfnPrepare)(KovaRtpPacker *, KovaRtpPacket *);
+    uint32_t (*pfnFill)(KovaRtpPacker *, KovaRtpPacket *);
+    void (*pfnDiscard)(KovaRtpPacker *);
 };
 
-const CodecSteps *StepsOf(uint32_t nCodec)
+constexpr Codec kAac = {KovaRtpAacPackerCreate,       KovaRtpAacPackerDestroy,
+                        KovaRtpAacPackerPushData,     KovaRtpAacPackerPrepareRtpPacket,
+                        KovaRtpAacPackerGetRtpPacket, KovaRtpAacPackerDiscard};
+constexpr Codec kH264 = {KovaRtpH264PackerCreate,       KovaRtpH264PackerDestroy,
+                         KovaRtpH264PackerPushData,     KovaRtpH264PackerPrepareRtpPacket,
+                         KovaRtpH264PackerGetRtpPacket, KovaRtpH264PackerDiscard};
+
+/// Null for a null packer and an unknown codec.
+const Codec *CodecOf(const KovaRtpPacker *pPacker)
 {
-    static constexpr CodecSteps kAac = {KovaRtpAacPackerPrepareRtpPacket,
-                                        KovaRtpAacPackerGetRtpPacket};
-    static constexpr CodecSteps kH264 = {KovaRtpH264PackerPrepareRtpPacket,
-                                         KovaRtpH264PackerGetRtpPacket};
-    if (nCodec == KOVA_MEDIA_TYPE_AUDIO)
+    if (pPacker == nullptr)
+        return nullptr;
+    switch (pPacker->nCodec) {
+    case KOVA_MEDIA_AUDIO:
         return &kAac;
-    return nCodec == KOVA_MEDIA_TYPE_VIDEO ? &kH264 : nullptr;
+    case KOVA_MEDIA_VIDEO:
+        return &kH264;
+    default:
+        return nullptr;
+    }
 }
 
-KovaRtpPacker *FillHead(KovaRtpPacker *pPacker, uint32_t nCodec, uint32_t nPayloadType,
-                        uint32_t nSsrc, KovaRtspStreamInfoCallback pfnStreamInfo, void *pContext)
+KovaRtpPacker *Make(const Codec &codec, uint32_t nCodec, uint32_t nPayloadType, uint32_t nSsrc,
+                    KovaRtspStreamInfoCallback pfnStreamInfo, void *pContext)
 {
+    KovaRtpPacker *pPacker = codec.pfnCreate();
     if (pPacker == nullptr)
         return nullptr;
     pPacker->nPayloadType = nPayloadType;
@@ -42,16 +57,16 @@ KovaRtpPacker *FillHead(KovaRtpPacker *pPacker, uint32_t nCodec, uint32_t nPaylo
     return pPacker;
 }
 
-uint32_t BuildPacket(KovaRtpPacker *pPacker, const CodecSteps *pSteps, KovaRtpPacket *pPacket)
+uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, KovaRtpPacket *pPacket)
 {
-    const uint32_t nPrepared = pSteps->pfnPrepare(pPacker, pPacket);
+    const uint32_t nPrepared = codec.pfnPrepare(pPacker, pPacket);
     if (nPrepared != kPackerOk)
         return nPrepared;
     pPacket->pData = static_cast<uint8_t *>(KovaHeapAlloc(pPacket->nSize));
     if (pPacket->pData == nullptr)
         return kPackerNoMemory;
     KovaRtpHeaderWrite(pPacket->pData, pPacker);
-    const uint32_t nFilled = pSteps->pfnFill(pPacker, pPacket);
+    const uint32_t nFilled = codec.pfnFill(pPacker, pPacket);
     if (nFilled == kPackerOk)
         pPacker->nSequence++;
     return nFilled;
@@ -62,65 +77,51 @@ uint32_t BuildPacket(KovaRtpPacker *pPacker, const CodecSteps *pSteps, KovaRtpPa
 KovaRtpPacker *KovaRtpVideoPackerCreate(uint32_t nCodec, uint32_t nPayloadType, uint32_t nSsrc,
                                         KovaRtspStreamInfoCallback pfnStreamInfo, void *pContext)
 {
-    if (nCodec != KOVA_MEDIA_TYPE_VIDEO)
-        return nullptr;
-    return FillHead(KovaRtpH264PackerCreate(), nCodec, nPayloadType, nSsrc, pfnStreamInfo,
-                    pContext);
+    return nCodec == KOVA_MEDIA_VIDEO
+               ? Make(kH264, nCodec, nPayloadType, nSsrc, pfnStreamInfo, pContext)
+               : nullptr;
 }
 
 KovaRtpPacker *KovaRtpAudioPackerCreate(uint32_t nCodec, uint32_t nPayloadType, uint32_t nSsrc,
                                         KovaRtspStreamInfoCallback pfnStreamInfo, void *pContext)
 {
-    if (nCodec != KOVA_MEDIA_TYPE_AUDIO)
-        return nullptr;
-    return FillHead(KovaRtpAacPackerCreate(), nCodec, nPayloadType, nSsrc, pfnStreamInfo, pContext);
+    return nCodec == KOVA_MEDIA_AUDIO
+               ? Make(kAac, nCodec, nPayloadType, nSsrc, pfnStreamInfo, pContext)
+               : nullptr;
 }
 
 void KovaRtpPackerDestroy(KovaRtpPacker *pPacker)
 {
-    if (pPacker == nullptr)
-        return;
-    if (pPacker->nCodec == KOVA_MEDIA_TYPE_AUDIO)
-        KovaRtpAacPackerDestroy(pPacker);
-    else if (pPacker->nCodec == KOVA_MEDIA_TYPE_VIDEO)
-        KovaRtpH264PackerDestroy(pPacker);
+    if (const Codec *pCodec = CodecOf(pPacker))
+        pCodec->pfnDestroy(pPacker);
 }
 
 uint32_t KovaRtpPackerPushData(KovaRtpPacker *pPacker, const uint8_t *pData, uint32_t nLength,
                                uint32_t nPts)
 {
-    if (pPacker == nullptr)
-        return kPackerInvalid;
-    if (pPacker->nCodec == KOVA_MEDIA_TYPE_AUDIO)
-        return KovaRtpAacPackerPushData(pPacker, pData, nLength, nPts);
-    if (pPacker->nCodec == KOVA_MEDIA_TYPE_VIDEO)
-        return KovaRtpH264PackerPushData(pPacker, pData, nLength, nPts);
-    return kPackerInvalid;
+    const Codec *pCodec = CodecOf(pPacker);
+    return pCodec != nullptr ? pCodec->pfnPush(pPacker, pData, nLength, nPts) : kPackerInvalid;
 }
 
 uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
 {
-    const CodecSteps *pSteps = pPacker != nullptr ? StepsOf(pPacker->nCodec) : nullptr;
-    if (pSteps == nullptr || ppPacket == nullptr)
+    const Codec *pCodec = CodecOf(pPacker);
+    if (pCodec == nullptr || ppPacket == nullptr)
         return kPackerInvalid;
-    KovaRtpPacket *pPacket = KovaRtpPacketAlloc();
-    if (pPacket == nullptr)
+    KovaOwner<KovaRtpPacket, KovaRtpFreePacket> packet(KovaRtpPacketAlloc());
+    if (!packet)
         return kPackerNoMemory;
-    pPacket->nPts = pPacker->nPts;
-    const uint32_t nResult = BuildPacket(pPacker, pSteps, pPacket);
+    packet->nPts = pPacker->nPts;
+    const uint32_t nResult = BuildPacket(pPacker, *pCodec, packet.Get());
     if (nResult == kPackerOk)
-        *ppPacket = pPacket;
-    else
-        KovaRtpFreePacket(pPacket);
+        *ppPacket = packet.Release();
     return nResult;
 }
 
 void KovaRtpPackerDiscard(KovaRtpPacker *pPacker)
 {
-    if (pPacker->nCodec == KOVA_MEDIA_TYPE_AUDIO)
-        KovaRtpAacPackerDiscard(pPacker);
-    else if (pPacker->nCodec == KOVA_MEDIA_TYPE_VIDEO)
-        KovaRtpH264PackerDiscard(pPacker);
+    if (const Codec *pCodec = CodecOf(pPacker))
+        pCodec->pfnDiscard(pPacker);
 }
 
 uint32_t KovaRtpPackerGetRtcpSRData(KovaRtpPacker *pPacker, uint8_t *pBuffer, uint32_t nBufferSize,

@@ -32,9 +32,10 @@ using KovaRtspStreamInfoCallback = void (*)(const uint8_t *pData, uint32_t nLeng
 
 /// Head shared by both codec packers; the codec's part follows in the same
 /// object. A packer is used by one thread at a time.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtpPacker {
     uint32_t nPayloadType; ///< RTP payload type; its low byte goes into the header
-    uint32_t nCodec;       ///< KovaMediaType
+    uint32_t nCodec;       ///< KOVA_MEDIA_*
     uint32_t nSsrc;
     uint32_t nPts;       ///< of the access unit being packetized, ms
     uint32_t nTimestamp; ///< RTP timestamp of that access unit

@@ -1,13 +1,13 @@
 #include "classic/rtp/rtp_packet.h"
 
 #include "foundation/heap.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 
 KovaRtpPacket *KovaRtpPacketAlloc()
 {
     KovaRtpPacket *pPacket = KovaHeapNew<KovaRtpPacket>();
     if (pPacket != nullptr)
-        pthread_mutex_init(&pPacket->mutex, nullptr);
+        KovaMutexInit(&pPacket->mutex);
     return pPacket;
 }
 
@@ -15,7 +15,7 @@ void KovaRtpPacketAddRef(KovaRtpPacket *pPacket)
 {
     if (pPacket == nullptr)
         return;
-    const KovaMutexLock lock(&pPacket->mutex);
+    const KovaMutexLock lock(&pPacket->mutex, kRankLeaf);
     pPacket->nRefCount++;
 }
 
@@ -23,7 +23,7 @@ void KovaRtpPacketReleaseRef(KovaRtpPacket *pPacket)
 {
     if (pPacket == nullptr)
         return;
-    KovaMutexLock lock(&pPacket->mutex);
+    KovaMutexLock lock(&pPacket->mutex, kRankLeaf);
     const int32_t nLeft = --pPacket->nRefCount;
     lock.Unlock();
     if (nLeft == 0)
@@ -34,7 +34,7 @@ void KovaRtpFreePacket(KovaRtpPacket *pPacket)
 {
     if (pPacket == nullptr)
         return;
-    pthread_mutex_destroy(&pPacket->mutex);
+    KovaMutexDestroy(&pPacket->mutex);
     free(pPacket->pData);
     free(pPacket);
 }

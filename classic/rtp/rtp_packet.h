@@ -1,8 +1,7 @@
 #pragma once
 
 #include "foundation/export.h"
-
-#include <pthread.h>
+#include "foundation/mutex.h"
 
 #include <cstdint>
 
@@ -14,13 +13,14 @@ enum KovaFrameType : uint32_t {
 };
 
 /// One complete RTP packet, shared by everybody who queues it.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpPacket {
-    uint8_t *pData;        ///< header and payload; owned
-    uint32_t nSize;        ///< bytes in pData
-    int32_t nRefCount;     ///< references held; 0 when just made
-    uint32_t nFrameType;   ///< KovaFrameType
-    uint32_t nPts;         ///< presentation timestamp of the access unit, ms
-    pthread_mutex_t mutex; ///< guards nRefCount only
+    uint8_t *pData;                           ///< header and payload; owned
+    uint32_t nSize;                           ///< bytes in pData
+    int32_t nRefCount KOVA_GUARDED_BY(mutex); ///< references held; 0 when just made
+    uint32_t nFrameType;                      ///< KovaFrameType
+    uint32_t nPts;                            ///< presentation timestamp of the access unit, ms
+    KovaMutex mutex;
 };
 
 /// A zeroed packet without data, or null when memory is exhausted.

@@ -2,24 +2,25 @@
 
 #include "classic/rtp/sender.h"
 #include "classic/rtp/sending_thread.h"
-#include "classic/rtp/session_tally.h"
 #include "classic/rtp/stream_calls.h"
 #include "foundation/heap.h"
+#include "foundation/list_view.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
+#include "kova_rtsp_server.h"
 
 namespace {
 
 uint32_t MostQueuedBytes(const KovaRtpSendGroup *pGroup)
 {
     const KovaRtpSender *pSender = pGroup->pSender;
-    const bool bFirstRing = pSender != nullptr && pSender->nPayloadId == kPayloadIdFirstRing;
+    const bool bFirstRing = pSender != nullptr && pSender->nPayloadId == KOVA_PAYLOAD_ID_AUDIO;
     return static_cast<uint32_t>(bFirstRing ? kAudioRingSize : kVideoRingSize);
 }
 
-/// Whether the queue takes the packet. Under packetMutex.
+/// Whether the queue takes the packet.
 bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
+    KOVA_REQUIRES(pGroup->packetMutex)
 {
     const uint64_t nBytes = uint64_t{pGroup->nQueuedBytes} + pPacket->nSize;
     const bool bFits = nBytes <= MostQueuedBytes(pGroup);
@@ -36,17 +37,6 @@ bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
     return false;
 }
 
-/// Takes a client that goes with its group out of its session's tally.
-void CountOutLast(const KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
-{
-    const bool bPlays = pClient->nState != kClientSetUp;
-    const bool bLast = KovaSessionTallyLeaveLast(pClient->pTally, bPlays);
-    pClient->pTally = nullptr;
-    const KovaRtpSender *pSender = pGroup->pSender;
-    if (bLast && pSender != nullptr && pSender->pStreamer != nullptr)
-        KovaStreamLowerClientCount(pSender->pStreamer);
-}
-
 } // namespace
 
 KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender)
@@ -57,8 +47,8 @@ KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender)
     if (pGroup == nullptr)
         return nullptr;
     pGroup->pSender = pSender;
-    pthread_mutex_init(&pGroup->packetMutex, nullptr);
-    pthread_mutex_init(&pGroup->clientMutex, nullptr);
+    KovaMutexInit(&pGroup->packetMutex);
+    KovaMutexInit(&pGroup->clientMutex);
     return pGroup;
 }
 
@@ -68,30 +58,30 @@ void KovaRtpSendGroupDestory(KovaRtpSendGroup *pGroup)
         return;
     KovaRtpSendGroupRemoveAllRtpClient(pGroup);
     KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
-    pthread_mutex_destroy(&pGroup->packetMutex);
-    pthread_mutex_destroy(&pGroup->clientMutex);
+    KovaMutexDestroy(&pGroup->packetMutex);
+    KovaMutexDestroy(&pGroup->clientMutex);
     free(pGroup);
 }
 
 int32_t KovaRtpSendGroupStart(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     pGroup->bNoThread = false;
     if (KovaThreadStartOnce(pGroup->nState, pSenderProc, pGroup))
-        return KOVA_RESULT_OK;
+        return KOVA_OK;
     pGroup->bNoThread = true;
-    return KOVA_RESULT_FAILED;
+    return KOVA_ERROR_FAILED;
 }
 
 int32_t KovaRtpSendGroupStop(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     KovaThreadRequestStop(pGroup->nState);
     KovaEventSignal(&pGroup->work);
     KovaThreadWaitStopped(pGroup->nState);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
@@ -102,36 +92,32 @@ void KovaRtpSendGroupAddRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClie
 
 bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
 {
-    KovaRtpSendGroupLockClients(pGroup);
+    const KovaClientLock lock(pGroup);
     // A client that comes while a packet is being served starts with the next.
     pClient->nPass = pGroup->nPass;
     pClient->nSerial = ++pGroup->nLastSerial;
-    const bool bTaken = KovaListPush(&pGroup->pClientList, pClient);
-    pthread_mutex_unlock(&pGroup->clientMutex);
-    return bTaken;
+    return KovaListPush(&pGroup->pClientList, pClient);
 }
 
 void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
 {
     if (pGroup == nullptr || pClient == nullptr)
         return;
-    KovaRtpSendGroupLockClients(pGroup);
+    const KovaClientLock lock(pGroup);
     KovaListTake(&pGroup->pClientList, nullptr, pClient);
-    pthread_mutex_unlock(&pGroup->clientMutex);
 }
 
 void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
         return;
-    KovaRtpSendGroupLockClients(pGroup);
+    KovaRtspStreamer *pStreamer = pGroup->pSender != nullptr ? pGroup->pSender->pStreamer : nullptr;
+    const KovaClientLock lock(pGroup);
     while (pGroup->pClientList != nullptr) {
-        auto *pClient =
-            static_cast<KovaRtpClient *>(KovaListTakeFirst(&pGroup->pClientList, nullptr));
-        CountOutLast(pGroup, pClient);
+        auto *pClient = KovaListTakeFirstOf<KovaRtpClient>(&pGroup->pClientList, nullptr);
+        KovaStreamClientWithdrawn(pStreamer, pClient);
         KovaRtpClientDestroy(pClient);
     }
-    pthread_mutex_unlock(&pGroup->clientMutex);
 }
 
 void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
@@ -142,7 +128,7 @@ void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPack
 
 bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
-    KovaMutexLock lock(&pGroup->packetMutex);
+    KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     const bool bDropping = pGroup->bDropping;
     if (!Admits(pGroup, pPacket)) {
         lock.Unlock();
@@ -162,7 +148,7 @@ void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pP
 {
     if (pGroup == nullptr || pPacket == nullptr)
         return;
-    const KovaMutexLock lock(&pGroup->packetMutex);
+    const KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     KovaRtpSendGroupUnlinkPacket(pGroup, pPacket);
 }
 
@@ -170,10 +156,10 @@ void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
         return;
-    const KovaMutexLock lock(&pGroup->packetMutex);
+    const KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     while (pGroup->pPacketList != nullptr)
-        KovaRtpPacketReleaseRef(static_cast<KovaRtpPacket *>(
-            KovaListTakeFirst(&pGroup->pPacketList, &pGroup->pPacketListTail)));
+        KovaRtpPacketReleaseRef(
+            KovaListTakeFirstOf<KovaRtpPacket>(&pGroup->pPacketList, &pGroup->pPacketListTail));
     pGroup->nQueuedBytes = 0;
 }
 
@@ -187,15 +173,18 @@ bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPack
 
 uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup)
 {
-    KovaRtpSendGroupLockClients(pGroup);
-    const uint32_t nCount = KovaListLength(pGroup->pClientList);
-    pthread_mutex_unlock(&pGroup->clientMutex);
-    return nCount;
+    const KovaClientLock lock(pGroup);
+    return KovaListLength(pGroup->pClientList);
 }
 
-void KovaRtpSendGroupLockClients(KovaRtpSendGroup *pGroup)
+KovaClientLock::KovaClientLock(KovaRtpSendGroup *pGroup) : m_pGroup(pGroup)
 {
     pGroup->nClientWaiters++;
-    pthread_mutex_lock(&pGroup->clientMutex);
+    KovaMutexTake(&pGroup->clientMutex, kRankClients);
     pGroup->nClientWaiters--;
+}
+
+KovaClientLock::~KovaClientLock()
+{
+    KovaMutexGive(&m_pGroup->clientMutex, kRankClients);
 }

@@ -5,14 +5,18 @@
 #include "foundation/event.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
+#include "foundation/mutex.h"
 #include "foundation/thread.h"
-
-#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
 
 struct KovaRtpSender;
+
+/// Storage of the two input rings, bytes; and the most that waits in a group of
+/// the payload id that the ring is bound to.
+constexpr int32_t kAudioRingSize = 2 * 1024 * 1024;
+constexpr int32_t kVideoRingSize = 14 * 1024 * 1024;
 
 /// Most clients of one group.
 constexpr uint32_t kGroupMaxClients = 1000;
@@ -20,24 +24,27 @@ constexpr uint32_t kGroupMaxClients = 1000;
 /// Clients of one payload that one sending thread serves from one queue of
 /// packets. Producers take only packetMutex, the RTSP side only clientMutex;
 /// the thread takes them one after the other, never both at once.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpSendGroup {
     KovaRtpSender *pSender; ///< not owned
     KovaStateWord nState;
-    KovaList *pPacketList; ///< of KovaRtpPacket, oldest first; one reference each
-    KovaList *pPacketListTail;
-    KovaList *pClientList; ///< of KovaRtpClient; owned
-    pthread_mutex_t packetMutex;
-    pthread_mutex_t clientMutex; ///< guards the clients' fields as well
-    uint32_t nLastPts;           ///< of the previous packet; the thread's own
+    /// Of KovaRtpPacket, oldest first; one reference each.
+    KovaList *pPacketList KOVA_GUARDED_BY(packetMutex);
+    KovaList *pPacketListTail KOVA_GUARDED_BY(packetMutex);
+    KovaList *pClientList KOVA_GUARDED_BY(clientMutex); ///< of KovaRtpClient; owned
+    KovaMutex packetMutex;
+    KovaMutex clientMutex; ///< guards the clients' fields as well
+    uint32_t nLastPts;     ///< of the previous packet; the thread's own
 
-    KovaEvent work;                       ///< packets or a stop request for the thread
-    uint32_t nPass;                       ///< number of the packet being served (clientMutex)
-    uint32_t nLastSerial;                 ///< last number given to a client (clientMutex)
-    std::atomic<uint32_t> nClientWaiters; ///< threads that wait for clientMutex
-    std::atomic<bool> bNoThread;          ///< the last start failed: nobody empties the queue
-    uint32_t nQueuedBytes;                ///< of the packets in pPacketList (packetMutex)
-    bool bDropping;                       ///< the queue was full (packetMutex, as the next)
-    uint32_t nDroppedPts;                 ///< only what is later lets packets in again
+    KovaEvent work;                                    ///< packets or a stop request for the thread
+    uint32_t nPass KOVA_GUARDED_BY(clientMutex);       ///< number of the packet being served
+    uint32_t nLastSerial KOVA_GUARDED_BY(clientMutex); ///< last number given to a client
+    std::atomic<uint32_t> nClientWaiters;              ///< threads that wait for clientMutex
+    std::atomic<bool> bNoThread; ///< the last start failed: nobody empties the queue
+    uint32_t nQueuedBytes KOVA_GUARDED_BY(packetMutex); ///< of the packets in pPacketList
+    bool bDropping KOVA_GUARDED_BY(packetMutex);        ///< the queue was full
+    /// Only what is later lets packets in again.
+    uint32_t nDroppedPts KOVA_GUARDED_BY(packetMutex);
 };
 
 /// Makes a group without a thread. Null for a null sender or without memory.
@@ -88,13 +95,22 @@ bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient
 bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
 
 /// Unlinks a packet; its reference is the caller's. Returns whether it was queued.
-/// Under packetMutex.
-bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+    KOVA_REQUIRES(pGroup->packetMutex);
 
 /// Number of clients.
 uint32_t KovaRtpSendGroupClientCount(KovaRtpSendGroup *pGroup);
 
-/// Takes clientMutex, and lets the sending thread see that somebody waits for
-/// it: with a long queue it would take it again at once. Everybody but the
-/// sending thread takes it so. Released as any mutex.
-void KovaRtpSendGroupLockClients(KovaRtpSendGroup *pGroup);
+/// Holds a group's clients for the life of a scope, and lets the sending thread
+/// see that somebody waits for them: with a long queue it would take them again at
+/// once. Everybody but the sending thread holds them so.
+class KOVA_SCOPED_CAPABILITY KovaClientLock {
+public:
+    explicit KovaClientLock(KovaRtpSendGroup *pGroup) KOVA_ACQUIRE(pGroup->clientMutex);
+    ~KovaClientLock() KOVA_RELEASE();
+    KovaClientLock(const KovaClientLock &) = delete;
+    KovaClientLock &operator=(const KovaClientLock &) = delete;
+
+private:
+    KovaRtpSendGroup *m_pGroup;
+};

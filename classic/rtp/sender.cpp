@@ -2,8 +2,10 @@
 
 #include "classic/rtp/session_tally.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
+#include "kova_rtsp_server.h"
 
 #include <cstdio>
 
@@ -18,24 +20,19 @@ constexpr char kPlacing[] = "KovaRtpSenderAddRtpClient";
 
 bool AppendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup)
 {
-    const KovaMutexLock lock(&pSender->mutex);
+    const KovaMutexLock lock(&pSender->mutex, kRankGroups);
     return KovaListPushTail(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
 }
 
 /// A new group in the sender's list, or null.
 KovaRtpSendGroup *MakeGroup(KovaRtpSender *pSender)
 {
-    KovaRtpSendGroup *pGroup = KovaRtpSendGroupCreate(pSender);
-    if (pGroup != nullptr && !AppendGroup(pSender, pGroup)) {
-        KovaRtpSendGroupDestory(pGroup);
-        return nullptr;
-    }
-    return pGroup;
+    KovaOwner<KovaRtpSendGroup, KovaRtpSendGroupDestory> group(KovaRtpSendGroupCreate(pSender));
+    return group && AppendGroup(pSender, group.Get()) ? group.Release() : nullptr;
 }
 
-/// The group that a new client belongs to, null when all are full. Under the
-/// sender's mutex.
-KovaRtpSendGroup *ChooseGroup(KovaRtpSender *pSender)
+/// The group that a new client belongs to, null when all are full.
+KovaRtpSendGroup *ChooseGroup(KovaRtpSender *pSender) KOVA_REQUIRES(pSender->mutex)
 {
     for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
         KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
@@ -64,20 +61,19 @@ KovaRtpSender *KovaRtpSenderCreate(KovaRtspStreamer *pStreamer, uint32_t nPayloa
 {
     if (pStreamer == nullptr)
         return nullptr;
-    KovaRtpSender *pSender = KovaHeapNew<KovaRtpSender>();
-    if (pSender == nullptr)
+    KovaOwner<KovaRtpSender, KovaRtpSenderDestory> sender(KovaHeapNew<KovaRtpSender>());
+    if (!sender)
         return nullptr;
+    KovaRtpSender *pSender = sender.Get();
     pSender->pStreamer = pStreamer;
     pSender->nPayloadId = nPayloadId;
     pSender->nSendGroupCount = kInitialGroups;
-    pthread_mutex_init(&pSender->mutex, nullptr);
+    KovaMutexInit(&pSender->mutex);
     for (uint32_t nGroup = 0; nGroup < pSender->nSendGroupCount; nGroup++) {
-        if (MakeGroup(pSender) == nullptr) {
-            KovaRtpSenderDestory(pSender);
+        if (MakeGroup(pSender) == nullptr)
             return nullptr;
-        }
     }
-    return pSender;
+    return sender.Release();
 }
 
 void KovaRtpSenderDestory(KovaRtpSender *pSender)
@@ -85,24 +81,24 @@ void KovaRtpSenderDestory(KovaRtpSender *pSender)
     if (pSender == nullptr)
         return;
     KovaRtpSenderRemoveAllRtpSendGroup(pSender);
-    pthread_mutex_destroy(&pSender->mutex);
+    KovaMutexDestroy(&pSender->mutex);
     free(pSender);
 }
 
 int32_t KovaRtpSenderStart(KovaRtpSender *pSender)
 {
     if (pSender == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     KovaRtpSenderStartAllRtpSendGroup(pSender);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 int32_t KovaRtpSenderStop(KovaRtpSender *pSender)
 {
     if (pSender == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     KovaRtpSenderStopAllRtpSendGroup(pSender);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSessionId, int32_t nRtpSocket,
@@ -114,11 +110,11 @@ void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSessionId, 
 {
     if (pSender == nullptr)
         return;
-    KovaRtpClient *pClient = KovaRtpClientCreate(
+    KovaOwner<KovaRtpClient, KovaRtpClientDestroy> client(KovaRtpClientCreate(
         szSessionId, nRtpSocket, nRtcpSocket, nClientRtpPort, nClientRtcpPort, clientAddress,
-        nInterleaved, pTcpSocket, nRtpChannel, nRtcpChannel, nStartSequence, nStartTimestamp);
-    if (pClient != nullptr && !KovaRtpSenderPlaceClient(pSender, pClient))
-        KovaRtpClientDestroy(pClient);
+        nInterleaved, pTcpSocket, nRtpChannel, nRtcpChannel, nStartSequence, nStartTimestamp));
+    if (client && KovaRtpSenderPlaceClient(pSender, client.Get()))
+        client.Release();
 }
 
 bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
@@ -127,7 +123,7 @@ bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
     // Without it the break of the session's connection would be counted twice.
     if (pClient->pTally == nullptr)
         return false;
-    KovaMutexLock lock(&pSender->mutex);
+    KovaMutexLock lock(&pSender->mutex, kRankGroups);
     KovaRtpSendGroup *pGroup = ChooseGroup(pSender);
     if (pGroup != nullptr) {
         if (pGroup->bNoThread)
@@ -147,9 +143,8 @@ void KovaRtpSenderAddRtpPacket(KovaRtpSender *pSender, KovaRtpPacket *pPacket)
 {
     if (pSender == nullptr || pPacket == nullptr)
         return;
-    const KovaMutexLock lock(&pSender->mutex);
-    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
+    const KovaMutexLock lock(&pSender->mutex, kRankGroups);
+    for (KovaRtpSendGroup *pGroup : KovaListOf<KovaRtpSendGroup>(pSender->pSendGroupList)) {
         // Nobody would ever take a packet out of a queue whose thread was not made.
         if (pGroup->bNoThread)
             continue;
@@ -169,7 +164,7 @@ void KovaRtpSenderRemoveRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *p
 {
     if (pSender == nullptr || pGroup == nullptr)
         return;
-    const KovaMutexLock lock(&pSender->mutex);
+    const KovaMutexLock lock(&pSender->mutex, kRankGroups);
     KovaListTake(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
 }
 
@@ -179,10 +174,10 @@ void KovaRtpSenderRemoveAllRtpSendGroup(KovaRtpSender *pSender)
         return;
     // Waited for without the mutex, like every stop of a group: its thread may be
     // in the middle of a call that somebody who wants the mutex holds up.
-    KovaMutexLock lock(&pSender->mutex);
+    KovaMutexLock lock(&pSender->mutex, kRankGroups);
     while (pSender->pSendGroupList != nullptr) {
-        KovaRtpSendGroup *pGroup = static_cast<KovaRtpSendGroup *>(
-            KovaListTakeFirst(&pSender->pSendGroupList, &pSender->pSendGroupListTail));
+        KovaRtpSendGroup *pGroup = KovaListTakeFirstOf<KovaRtpSendGroup>(
+            &pSender->pSendGroupList, &pSender->pSendGroupListTail);
         lock.Unlock();
         KovaRtpSendGroupStop(pGroup);
         KovaRtpSendGroupDestory(pGroup);
@@ -194,9 +189,9 @@ void KovaRtpSenderStartAllRtpSendGroup(KovaRtpSender *pSender)
 {
     if (pSender == nullptr)
         return;
-    const KovaMutexLock lock(&pSender->mutex);
-    for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next)
-        KovaRtpSendGroupStart(static_cast<KovaRtpSendGroup *>(pNode->data));
+    const KovaMutexLock lock(&pSender->mutex, kRankGroups);
+    for (KovaRtpSendGroup *pGroup : KovaListOf<KovaRtpSendGroup>(pSender->pSendGroupList))
+        KovaRtpSendGroupStart(pGroup);
 }
 
 void KovaRtpSenderStopAllRtpSendGroup(KovaRtpSender *pSender)
@@ -204,7 +199,7 @@ void KovaRtpSenderStopAllRtpSendGroup(KovaRtpSender *pSender)
     if (pSender == nullptr)
         return;
     // Groups are only ever added, at the end: a node stays where it is.
-    KovaMutexLock lock(&pSender->mutex);
+    KovaMutexLock lock(&pSender->mutex, kRankGroups);
     for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
         lock.Unlock();
         KovaRtpSendGroupStop(static_cast<KovaRtpSendGroup *>(pNode->data));

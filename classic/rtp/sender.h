@@ -5,8 +5,7 @@
 #include "classic/rtp/send_group.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
-
-#include <pthread.h>
+#include "foundation/mutex.h"
 
 #include <atomic>
 #include <cstdint>
@@ -15,13 +14,14 @@ struct KovaRtspStreamer;
 
 /// Fans the packets of one payload out to its send groups and places clients
 /// into them.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpSender {
     KovaRtspStreamer *pStreamer; ///< not owned
     uint32_t nPayloadId;
-    uint32_t nSendGroupCount; ///< groups made at creation; not updated later
-    KovaList *pSendGroupList; ///< of KovaRtpSendGroup, in creation order; owned
-    KovaList *pSendGroupListTail;
-    pthread_mutex_t mutex; ///< guards the list
+    uint32_t nSendGroupCount;                        ///< groups made at creation; not updated later
+    KovaList *pSendGroupList KOVA_GUARDED_BY(mutex); ///< of KovaRtpSendGroup, oldest first; owned
+    KovaList *pSendGroupListTail KOVA_GUARDED_BY(mutex);
+    KovaMutex mutex;
     /// Sequence number and RTP timestamp of the packet that a group's thread
     /// took last: what PLAY answers.
     std::atomic<uint16_t> nLastSequence;

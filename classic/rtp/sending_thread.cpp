@@ -4,7 +4,7 @@
 #include "classic/rtp/sending_context.h"
 #include "foundation/clock.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "rtp/rtp_header.h"
 
 #include <unistd.h>
@@ -85,7 +85,7 @@ void SendPacket(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
 void DrainQueue(KovaSendingContext *pContext)
 {
     KovaRtpSendGroup *pGroup = pContext->pGroup;
-    KovaMutexLock lock(&pGroup->packetMutex);
+    KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     while (pGroup->pPacketList != nullptr) {
         KovaRtpPacket *pPacket = static_cast<KovaRtpPacket *>(pGroup->pPacketList->data);
         KovaRtpPacketAddRef(pPacket);

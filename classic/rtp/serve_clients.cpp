@@ -1,11 +1,11 @@
 #include "classic/rtp/sending_context.h"
-#include "classic/rtp/session_tally.h"
 #include "classic/rtp/tcp_channel.h"
 #include "foundation/byte_order.h"
 #include "foundation/clock.h"
 #include "foundation/error_text.h"
+#include "foundation/list_view.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
 #include "rtp/rtcp.h"
 #include "rtp/udp_channel.h"
@@ -25,22 +25,22 @@ constexpr int32_t kReportInterval = 5;
 /// thread; this bounds the wait for a state word that somebody wrote without.
 constexpr uint32_t kPayStep = 10000;
 
-/// One packet on its way to all clients of a group, with clientMutex.
+/// One packet on its way to all clients of a group.
 struct ServingPass {
     KovaSendingContext *pContext;
     const KovaRtpPacket *pPacket;
-    KovaMutexLock *pLock;
-    bool bReleased;    ///< the lock was released, so the walk starts over
+    bool bReleased;    ///< clientMutex was released, so the walk starts over
     uint32_t nWaiting; ///< clients met that wait
 };
 
 /// Whether the client is still a member; by its number, because another one may
 /// live at its address by now.
 bool IsMember(const KovaRtpSendGroup *pGroup, const KovaRtpClient *pClient, uint32_t nSerial)
+    KOVA_REQUIRES(pGroup->clientMutex)
 {
-    for (KovaList *pNode = pGroup->pClientList; pNode != nullptr; pNode = pNode->next) {
-        if (pNode->data == pClient)
-            return pClient->nSerial == nSerial;
+    for (const KovaRtpClient *pMember : KovaListOf<KovaRtpClient>(pGroup->pClientList)) {
+        if (pMember == pClient)
+            return pMember->nSerial == nSerial;
     }
     return false;
 }
@@ -103,7 +103,8 @@ void SendReport(const ServingPass &pass, KovaRtpClient *pClient)
 
 /// Runs a call up to the stream without the lock. Returns whether the client is
 /// still a member afterwards.
-bool RefreshSession(ServingPass *pPass, KovaRtpClient *pClient)
+bool RefreshSession(KovaRtpSendGroup *pGroup, ServingPass *pPass, KovaRtpClient *pClient)
+    KOVA_REQUIRES(pGroup->clientMutex)
 {
     char szSessionId[kSessionIdSize];
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
@@ -111,11 +112,12 @@ bool RefreshSession(ServingPass *pPass, KovaRtpClient *pClient)
     TimeLog(kLogThread, "%s, UpdateSession: %s\n", kSendingThread,
             KovaTextPrintable(szShown, sizeof(szShown), szSessionId));
     const uint32_t nSerial = pClient->nSerial;
-    pPass->pLock->Unlock();
-    KovaStreamRefreshSession(pPass->pContext->pStreamer, szSessionId);
-    pPass->pLock->Lock();
     pPass->bReleased = true;
-    return IsMember(pPass->pContext->pGroup, pClient, nSerial);
+    {
+        const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
+        KovaStreamRefreshSession(pPass->pContext->pStreamer, szSessionId);
+    }
+    return IsMember(pGroup, pClient, nSerial);
 }
 
 KovaSendOutcome SendOnce(const ServingPass &pass, KovaRtpClient *pClient,
@@ -160,9 +162,9 @@ void CountSent(const ServingPass &pass, KovaRtpClient *pClient)
 /// Sends the packet, waiting as long as the player's socket is full: its group
 /// waits with it, but nobody who needs the group's lock does. The wait ends
 /// with a stop request and with the client's removal.
-void SendPacketTo(ServingPass *pPass, KovaRtpClient *pClient)
+void SendPacketTo(KovaRtpSendGroup *pGroup, ServingPass *pPass, KovaRtpClient *pClient)
+    KOVA_REQUIRES(pGroup->clientMutex)
 {
-    KovaRtpSendGroup *pGroup = pPass->pContext->pGroup;
     const uint32_t nSerial = pClient->nSerial;
     KovaFrameProgress progress = {};
     for (;;) {
@@ -173,38 +175,33 @@ void SendPacketTo(ServingPass *pPass, KovaRtpClient *pClient)
             return HandleSendError(pClient, errno);
         if (!KovaThreadRuns(pGroup->nState))
             return;
-        pPass->pLock->Unlock();
-        usleep(kPollMicroseconds);
-        pPass->pLock->Lock();
         pPass->bReleased = true;
+        {
+            const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
+            usleep(kPollMicroseconds);
+        }
         if (!IsMember(pGroup, pClient, nSerial))
             return;
     }
 }
 
 /// A client whose connection is lost leaves, and its session with it.
-void RemoveGone(ServingPass *pPass, KovaRtpClient *pClient)
+void RemoveGone(KovaRtpSendGroup *pGroup, ServingPass *pPass, KovaRtpClient *pClient)
+    KOVA_REQUIRES(pGroup->clientMutex)
 {
-    KovaSendingContext *pContext = pPass->pContext;
     char szSessionId[kSessionIdSize];
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
-    const bool bCounts = KovaSessionTallyTake(pClient->pTally);
-    KovaListTake(&pContext->pGroup->pClientList, nullptr, pClient);
-    // The tally outlives the client: until it is left no other session can get
-    // the id, so what is ended below is never that one.
+    KovaListTake(&pGroup->pClientList, nullptr, pClient);
     KovaSessionTally *pTally = pClient->pTally;
     pClient->pTally = nullptr;
     KovaRtpClientDestroy(pClient);
-    pPass->pLock->Unlock();
-    KovaStreamEndSession(pContext->pStreamer, szSessionId);
-    KovaSessionTallyLeave(pTally);
-    if (bCounts)
-        KovaStreamLowerClientCount(pContext->pStreamer);
-    pPass->pLock->Lock();
     pPass->bReleased = true;
+    const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
+    KovaStreamPlayerLost(pPass->pContext->pStreamer, pTally, szSessionId);
 }
 
-void ServeClient(ServingPass *pPass, KovaRtpClient *pClient)
+void ServeClient(KovaRtpSendGroup *pGroup, ServingPass *pPass, KovaRtpClient *pClient)
+    KOVA_REQUIRES(pGroup->clientMutex)
 {
     const KovaRtpPacket *pPacket = pPass->pPacket;
     const KovaSendingContext *pContext = pPass->pContext;
@@ -218,15 +215,15 @@ void ServeClient(ServingPass *pPass, KovaRtpClient *pClient)
     if (pClient->nState == kClientPlaying && pClient->bKeyFrameFound != 0) {
         SendReport(*pPass, pClient);
         if (pClient->bInterleaved == 0 && KovaUdpTakeOne(pClient->nRtcpSocket) &&
-            !RefreshSession(pPass, pClient))
+            !RefreshSession(pGroup, pPass, pClient))
             return;
-        SendPacketTo(pPass, pClient);
+        SendPacketTo(pGroup, pPass, pClient);
         return;
     }
     printf("Client Waiting !!!\n");
     pPass->nWaiting++;
     if (pClient->nState == kClientGone)
-        RemoveGone(pPass, pClient);
+        RemoveGone(pGroup, pPass, pClient);
 }
 
 void PrepareFrame(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
@@ -261,8 +258,8 @@ void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket
 {
     KovaRtpSendGroup *pGroup = pContext->pGroup;
     PrepareFrame(pContext, pPacket);
-    KovaMutexLock lock(&pGroup->clientMutex);
-    ServingPass pass = {pContext, pPacket, &lock, false, 0};
+    KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
+    ServingPass pass = {pContext, pPacket, false, 0};
     const uint32_t nPass = ++pGroup->nPass;
     KovaList *pNode = pGroup->pClientList;
     while (pNode != nullptr) {
@@ -272,7 +269,7 @@ void KovaServeClients(KovaSendingContext *pContext, const KovaRtpPacket *pPacket
             continue;
         pClient->nPass = nPass;
         pass.bReleased = false;
-        ServeClient(&pass, pClient);
+        ServeClient(pGroup, &pass, pClient);
         if (pass.bReleased)
             pNode = pGroup->pClientList;
     }

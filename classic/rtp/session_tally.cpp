@@ -3,7 +3,8 @@
 #include "classic/rtp/rtp_client.h"
 #include "foundation/heap.h"
 #include "foundation/keyed_list.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
 
 #include <cstdint>
@@ -20,7 +21,7 @@ struct KovaSessionTally {
 
 namespace {
 
-pthread_mutex_t g_tallyMutex = PTHREAD_MUTEX_INITIALIZER; // guards the list and its members
+KovaMutex g_tallyMutex = {PTHREAD_MUTEX_INITIALIZER}; // guards the list and its members
 KovaList *g_pTallies = nullptr;
 KovaKeyedList g_tallyKeys; // by session id
 
@@ -46,15 +47,14 @@ KovaSessionTally *FindTally(const Wanted &wanted)
 
 KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
 {
-    KovaSessionTally *pTally = KovaHeapNew<KovaSessionTally>();
-    if (pTally == nullptr)
+    KovaOwner<KovaSessionTally, free> tally(KovaHeapNew<KovaSessionTally>());
+    if (!tally)
         return nullptr;
-    pTally->pStream = pStream;
-    KovaTextCopy(pTally->szSessionId, sizeof(pTally->szSessionId), szSessionId);
-    if (KovaKeyedPush(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally))
-        return pTally;
-    free(pTally);
-    return nullptr;
+    tally->pStream = pStream;
+    KovaTextCopy(tally->szSessionId, sizeof(tally->szSessionId), szSessionId);
+    return KovaKeyedPush(&g_tallyKeys, &g_pTallies, KovaKeyOfText(tally->szSessionId), tally.Get())
+               ? tally.Release()
+               : nullptr;
 }
 
 KovaSessionTally *FindOrMake(const void *pStream, const char *szSessionId)
@@ -82,7 +82,7 @@ bool Take(KovaSessionTally *pTally)
 
 KovaSessionTally *KovaSessionTallyJoin(const void *pStream, const char *szSessionId)
 {
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
     if (pTally != nullptr)
         pTally->nClients++;
@@ -93,14 +93,14 @@ void KovaSessionTallyLeave(KovaSessionTally *pTally)
 {
     if (pTally == nullptr)
         return;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     pTally->nClients--;
     FreeUnused(pTally);
 }
 
 KovaSessionTally *KovaSessionTallyHold(const void *pStream, const char *szSessionId)
 {
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     KovaSessionTally *pTally = FindOrMake(pStream, szSessionId);
     if (pTally != nullptr)
         pTally->nHolders++;
@@ -111,7 +111,7 @@ void KovaSessionTallyRelease(KovaSessionTally *pTally)
 {
     if (pTally == nullptr)
         return;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     pTally->nHolders--;
     FreeUnused(pTally);
 }
@@ -120,7 +120,7 @@ void KovaSessionTallyRaised(KovaSessionTally *pTally)
 {
     if (pTally == nullptr)
         return;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     pTally->bRaised = true;
     pTally->bTaken = false;
 }
@@ -129,7 +129,7 @@ bool KovaSessionTallyTake(KovaSessionTally *pTally)
 {
     if (pTally == nullptr)
         return true;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     return Take(pTally);
 }
 
@@ -137,7 +137,7 @@ bool KovaSessionTallyTakePlaying(KovaSessionTally *pTally, bool bPlays)
 {
     if (pTally == nullptr)
         return bPlays;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     return (bPlays || pTally->bRaised) && Take(pTally);
 }
 
@@ -145,7 +145,7 @@ bool KovaSessionTallyLeaveLast(KovaSessionTally *pTally, bool bPlays)
 {
     if (pTally == nullptr)
         return bPlays;
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     const bool bLast = --pTally->nClients == 0;
     const bool bTakes = bLast && (bPlays || pTally->bRaised) && Take(pTally);
     FreeUnused(pTally);
@@ -154,6 +154,6 @@ bool KovaSessionTallyLeaveLast(KovaSessionTally *pTally, bool bPlays)
 
 bool KovaSessionTallyExists(const char *szSessionId)
 {
-    const KovaMutexLock lock(&g_tallyMutex);
+    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
     return FindTally({nullptr, szSessionId}) != nullptr;
 }

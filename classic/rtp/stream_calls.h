@@ -4,8 +4,10 @@
 
 /// What the sending side asks of the stream it belongs to: the only calls from
 /// here up. Implemented by the streamer. Those that reach the server's registries
-/// (refresh, end) are made without holding any lock.
+/// (refresh, lost) are made without holding any lock.
+struct KovaRtpClient;
 struct KovaRtspStreamer;
+struct KovaSessionTally;
 
 /// What a sending thread needs to know of its payload's packer.
 struct KovaPackerIdentity {
@@ -34,9 +36,13 @@ uint32_t KovaStreamCreationTime(KovaRtspStreamer *pStreamer);
 /// A player's RTCP has arrived: keeps its session alive.
 void KovaStreamRefreshSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
 
-/// A player's connection has broken: removes its session, and the clients of it
-/// that could not find out for themselves.
-void KovaStreamEndSession(KovaRtspStreamer *pStreamer, const char *szSessionId);
+/// A client has left its group because its player's connection broke: ends the
+/// player and its session.
+/// @param pTally  the client's, which it hands over; may be null
+void KovaStreamPlayerLost(KovaRtspStreamer *pStreamer, KovaSessionTally *pTally,
+                          const char *szSessionId);
 
-/// Lowers the stream's count of playing clients by one.
-void KovaStreamLowerClientCount(KovaRtspStreamer *pStreamer);
+/// A client goes with its group: takes it out of its session's tally, and counts
+/// the player out if this was its last one. Under clientMutex. Of no stream
+/// (null) only the former.
+void KovaStreamClientWithdrawn(KovaRtspStreamer *pStreamer, KovaRtpClient *pClient);

@@ -3,12 +3,13 @@
 #include "classic/rtp/stall_watch.h"
 #include "foundation/heap.h"
 #include "foundation/keyed_list.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,7 +18,7 @@
 
 struct KovaTcpChannel {
     uint32_t nUsers;           // guarded by the registry's mutex, like pSocket's value
-    pthread_mutex_t mutex;     // guards everything below and every use of the descriptor
+    KovaMutex mutex;           // guards everything below and every use of the descriptor
     std::atomic<int> *pSocket; // the socket field; nGone once its owner has left
     std::atomic<int> nGone{-1};
     KovaList *pReferences; // of std::atomic<int *>, all pointing at pSocket
@@ -44,7 +45,7 @@ constexpr int kKeepAliveProbes = 3;
 constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
 /// Channels by the address of their socket field, which they all still have.
-pthread_mutex_t g_registryMutex = PTHREAD_MUTEX_INITIALIZER;
+KovaMutex g_registryMutex = {PTHREAD_MUTEX_INITIALIZER};
 KovaList *g_pChannels = nullptr;
 KovaKeyedList g_channelKeys;
 
@@ -66,18 +67,23 @@ void Unregister(KovaTcpChannel *pChannel)
         KovaKeyedTake(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pChannel->pSocket), pChannel);
 }
 
+void FreeChannel(KovaTcpChannel *pChannel)
+{
+    free(pChannel->pTail);
+    KovaMutexDestroy(&pChannel->mutex);
+    free(pChannel);
+}
+
 KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
 {
-    KovaTcpChannel *pChannel = KovaHeapNew<KovaTcpChannel>();
-    if (pChannel == nullptr)
+    KovaOwner<KovaTcpChannel, FreeChannel> channel(KovaHeapNew<KovaTcpChannel>());
+    if (!channel)
         return nullptr;
-    pChannel->pSocket = pSocket;
-    pthread_mutex_init(&pChannel->mutex, nullptr);
-    if (KovaKeyedPush(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pSocket), pChannel))
-        return pChannel;
-    pthread_mutex_destroy(&pChannel->mutex);
-    free(pChannel);
-    return nullptr;
+    channel->pSocket = pSocket;
+    KovaMutexInit(&channel->mutex);
+    return KovaKeyedPush(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pSocket), channel.Get())
+               ? channel.Release()
+               : nullptr;
 }
 
 /// What the system does not have, it refuses: the connection works without.
@@ -211,7 +217,7 @@ KovaTcpChannel *KovaTcpChannelJoin(int *pSocket)
     if (pSocket == nullptr)
         return nullptr;
     std::atomic<int> *pField = reinterpret_cast<std::atomic<int> *>(pSocket);
-    const KovaMutexLock lock(&g_registryMutex);
+    const KovaMutexLock lock(&g_registryMutex, kRankChannels);
     KovaTcpChannel *pChannel = FindChannel(pField);
     if (pChannel == nullptr)
         pChannel = MakeChannel(pField);
@@ -224,19 +230,17 @@ void KovaTcpChannelLeave(KovaTcpChannel *pChannel)
 {
     if (pChannel == nullptr)
         return;
-    KovaMutexLock lock(&g_registryMutex);
+    KovaMutexLock lock(&g_registryMutex, kRankChannels);
     if (--pChannel->nUsers != 0)
         return;
     Unregister(pChannel);
     lock.Unlock();
-    DropTail(pChannel);
-    pthread_mutex_destroy(&pChannel->mutex);
-    free(pChannel);
+    FreeChannel(pChannel);
 }
 
 bool KovaTcpChannelFollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     ppReference->store(reinterpret_cast<int *>(pChannel->pSocket));
     return KovaKeyedPush(&pChannel->referenceKeys, &pChannel->pReferences,
                          KovaKeyOfAddress(ppReference), ppReference);
@@ -244,33 +248,32 @@ bool KovaTcpChannelFollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppRefere
 
 void KovaTcpChannelUnfollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     KovaKeyedTake(&pChannel->referenceKeys, &pChannel->pReferences, KovaKeyOfAddress(ppReference),
                   ppReference);
 }
 
 void KovaTcpChannelAbandon(KovaTcpChannel *pChannel)
 {
-    const KovaMutexLock registryLock(&g_registryMutex);
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock registryLock(&g_registryMutex, kRankChannels);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     CloseLocked(pChannel);
     Unregister(pChannel);
     pChannel->pSocket = &pChannel->nGone;
-    for (KovaList *pNode = pChannel->pReferences; pNode != nullptr; pNode = pNode->next)
-        static_cast<std::atomic<int *> *>(pNode->data)
-            ->store(reinterpret_cast<int *>(&pChannel->nGone));
+    for (auto *ppReference : KovaListOf<std::atomic<int *>>(pChannel->pReferences))
+        ppReference->store(reinterpret_cast<int *>(&pChannel->nGone));
 }
 
 void KovaTcpChannelClose(KovaTcpChannel *pChannel)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     CloseLocked(pChannel);
 }
 
 KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame,
                                         size_t nSize, KovaFrameProgress *pProgress)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     const KovaSendOutcome outcome = pProgress->bBegun
                                         ? ContinueFrame(pChannel, *pProgress)
                                         : BeginFrame(pChannel, pFrame, nSize, pProgress);
@@ -284,7 +287,7 @@ KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t 
 KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const uint8_t *pBytes,
                                                 size_t nSize)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     KovaResponseProgress progress = {nSize, 0};
     if (FlushTail(pChannel) != kSendDone) {
         progress.nError = errno;
@@ -303,7 +306,7 @@ KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const 
 
 ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t nSize)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     const int nSocket = pChannel->pSocket->load();
     if (nSocket < 0) {
         errno = EBADF;
@@ -314,7 +317,7 @@ ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t
 
 void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
 {
-    KovaMutexLock lock(&pChannel->mutex);
+    KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     struct pollfd entry = {};
     entry.fd = pChannel->pSocket->load();
     entry.events = POLLIN;
@@ -333,7 +336,7 @@ void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
 
 void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
 {
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     pChannel->bReaderWoken = true;
     const int nSocket = pChannel->pSocket->load();
     if (pChannel->bReaderWaits && nSocket > 0)
@@ -351,7 +354,7 @@ void KovaTcpSetKeepAlive(int nSocket)
 void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
 {
 #ifdef TCP_USER_TIMEOUT
-    const KovaMutexLock lock(&pChannel->mutex);
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     const int nSocket = pChannel->pSocket->load();
     if (nSocket > 0)
         SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);

@@ -7,9 +7,9 @@
 #include "foundation/error_text.h"
 #include "foundation/heap.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
+#include "kova_rtsp_server.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -53,7 +53,7 @@ void HandleChunk(KovaRtspServerHandler *pHandler, int32_t nCount)
 {
     TimeLog(kLogThread, "%s, Recv: %.*s, Len: %d\n\n", kThreadName, static_cast<int>(kRequestSize),
             reinterpret_cast<const char *>(pHandler->recvBuf), nCount);
-    KovaMutexLock lock(&pHandler->mtxRequest);
+    KovaMutexLock lock(&pHandler->mtxRequest, kRankRequest);
     HandleRtspRequest(pHandler, pHandler->recvBuf, nCount);
     lock.Unlock();
     memset(pHandler->recvBuf, 0, sizeof(pHandler->recvBuf));
@@ -114,41 +114,41 @@ KovaRtspServerHandler *KovaRtspServerHandlerCreate(KovaRtspServer *pServer, int3
     NoteAddress(nSocket, getsockname, "Server", pHandler->szLocalAddr, &pHandler->nLocalPort);
     NoteAddress(nSocket, getpeername, "Client", pHandler->szPeerAddr, &pHandler->nPeerPort);
     pHandler->peerAddr = peerAddress;
-    pthread_mutex_init(&pHandler->mtxRequest, nullptr);
-    pthread_mutex_init(&pHandler->mtxSessionId, nullptr);
+    KovaMutexInit(&pHandler->mtxRequest);
+    KovaMutexInit(&pHandler->mtxSessionId);
     return pHandler;
 }
 
 int32_t KovaRtspServerHandlerStart(KovaRtspServerHandler *pHandler)
 {
     if (pHandler == nullptr)
-        return KOVA_RESULT_NULL;
-    return KovaThreadStartOnce(pHandler->nState, pHandleRequestProc, pHandler) ? KOVA_RESULT_OK
-                                                                               : KOVA_RESULT_FAILED;
+        return KOVA_ERROR_NULL;
+    return KovaThreadStartOnce(pHandler->nState, pHandleRequestProc, pHandler) ? KOVA_OK
+                                                                               : KOVA_ERROR_FAILED;
 }
 
 int32_t KovaRtspServerHandlerStop(KovaRtspServerHandler *pHandler)
 {
     if (pHandler == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     KovaThreadRequestStop(pHandler->nState);
     KovaTcpChannelWakeReader(pHandler->pChannel);
     KovaThreadWaitStopped(pHandler->nState);
     KovaTcpChannelClose(pHandler->pChannel);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 int32_t KovaRtspServerHandlerDestroy(KovaRtspServerHandler *pHandler)
 {
     if (pHandler == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     // Interleaved clients may outlive the connection; they keep the channel.
     KovaTcpChannelAbandon(pHandler->pChannel);
     KovaTcpChannelLeave(pHandler->pChannel);
-    pthread_mutex_destroy(&pHandler->mtxRequest);
-    pthread_mutex_destroy(&pHandler->mtxSessionId);
+    KovaMutexDestroy(&pHandler->mtxRequest);
+    KovaMutexDestroy(&pHandler->mtxSessionId);
     free(pHandler);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void *pHandleRequestProc(void *pArgument)
@@ -190,12 +190,18 @@ int32_t RequestResponseSend(KovaRtspServerHandler *pHandler, const char *pBytes,
 
 void KovaHandlerSetSessionId(KovaRtspServerHandler *pHandler, const char *szSessionId)
 {
-    const KovaMutexLock lock(&pHandler->mtxSessionId);
+    const KovaMutexLock lock(&pHandler->mtxSessionId, kRankLeaf);
     KovaTextCopy(pHandler->szSessionId, sizeof(pHandler->szSessionId), szSessionId);
+}
+
+void KovaHandlerGetSessionId(KovaRtspServerHandler *pHandler, char *szSessionId)
+{
+    const KovaMutexLock lock(&pHandler->mtxSessionId, kRankLeaf);
+    KovaTextCopy(szSessionId, kSessionIdSize, pHandler->szSessionId);
 }
 
 bool KovaHandlerHasSessionId(KovaRtspServerHandler *pHandler, const char *szSessionId)
 {
-    const KovaMutexLock lock(&pHandler->mtxSessionId);
+    const KovaMutexLock lock(&pHandler->mtxSessionId, kRankLeaf);
     return strcmp(pHandler->szSessionId, szSessionId) == 0;
 }

@@ -2,10 +2,10 @@
 
 #include "classic/rtp/rtp_client.h"
 #include "foundation/export.h"
+#include "foundation/mutex.h"
 #include "foundation/thread.h"
 
 #include <netinet/in.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <cstddef>
@@ -22,6 +22,7 @@ constexpr size_t kHostTextSize = 16;
 
 /// One accepted RTSP connection and its request thread. Each chunk that one read
 /// returns is one request.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtspServerHandler {
     KovaRtspServer *pServer;
     char szLocalAddr[kHostTextSize]; ///< the server's side of the connection
@@ -32,14 +33,15 @@ struct KovaRtspServerHandler {
     char szPeerAddr[kHostTextSize];
     uint16_t nPeerPort;
     KovaStateWord nState;
-    int32_t nSpare;
+    int32_t nSpare; ///< frozen: read by nobody, keeps what follows in its place
     uint8_t recvBuf[kRequestSize];
-    uint8_t spareBuf[kRequestSize];
-    char szSessionId[kSessionIdSize]; ///< of the last request that carried one
-    pthread_mutex_t mtxRequest;       ///< held while a chunk is handled
+    uint8_t spareBuf[kRequestSize]; ///< frozen: cleared with recvBuf, holds nothing
+    /// Of the last request that carried one.
+    char szSessionId[kSessionIdSize] KOVA_GUARDED_BY(mtxSessionId);
+    KovaMutex mtxRequest; ///< held while a chunk is handled
 
-    KovaTcpChannel *pChannel;     ///< the connection as a sending path
-    pthread_mutex_t mtxSessionId; ///< guards szSessionId
+    KovaTcpChannel *pChannel; ///< the connection as a sending path
+    KovaMutex mtxSessionId;
 };
 
 /// Makes a handler for an accepted socket, which it owns from then on. Null when
@@ -69,6 +71,8 @@ KOVA_API void *pHandleRequestProc(void *pHandler);
 KOVA_API int32_t RequestResponseSend(KovaRtspServerHandler *pHandler, const char *pBytes,
                                      int32_t nCount);
 
-/// Remembers the session of a request, or compares with it. Any thread.
+/// Remembers the session of a request, reads it into a text of kSessionIdSize
+/// bytes, or compares with it. Any thread.
 void KovaHandlerSetSessionId(KovaRtspServerHandler *pHandler, const char *szSessionId);
+void KovaHandlerGetSessionId(KovaRtspServerHandler *pHandler, char *szSessionId);
 bool KovaHandlerHasSessionId(KovaRtspServerHandler *pHandler, const char *szSessionId);

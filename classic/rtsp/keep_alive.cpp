@@ -1,7 +1,7 @@
 #include "classic/rtsp/keep_alive.h"
 
 #include "classic/rtsp/server_calls.h"
-#include "foundation/result.h"
+#include "kova_rtsp_server.h"
 #include "rtp/rtcp.h"
 
 namespace {
@@ -24,11 +24,12 @@ bool IsBareRtcp(const uint8_t *pBytes)
 
 int32_t Refresh(KovaRtspServerHandler *pHandler)
 {
-    if (pHandler->szSessionId[0] == '\0')
+    char szSessionId[kSessionIdSize];
+    KovaHandlerGetSessionId(pHandler, szSessionId);
+    if (szSessionId[0] == '\0')
         return kNoKeepAlive;
-    return KovaRtspServerUpdateSession(pHandler->pServer, pHandler->szSessionId) == KOVA_RESULT_OK
-               ? KOVA_RESULT_RTCP_ALIVE
-               : KOVA_RESULT_RTCP_TAKEN;
+    return KovaRtspServerUpdateSession(pHandler->pServer, szSessionId) == KOVA_OK ? kRtcpKeptAlive
+                                                                                  : kRtcpTaken;
 }
 
 } // namespace
@@ -37,15 +38,15 @@ int32_t HandleRtspTcpKeepAlive(KovaRtspServerHandler *pHandler, const uint8_t *p
                                int32_t nCount)
 {
     if (pHandler == nullptr || pHandler->pServer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     if (pBytes == nullptr || nCount < kSmallestChunk)
         return kNoKeepAlive;
     if (pBytes[0] == '$') {
         if (nCount < kSmallestFrame || !IsReportWithOneBlock(pBytes + kFrameHeader))
-            return KOVA_RESULT_RTCP_TAKEN;
+            return kRtcpTaken;
         return Refresh(pHandler);
     }
     if (!IsBareRtcp(pBytes))
         return kNoKeepAlive;
-    return IsReportWithOneBlock(pBytes) ? Refresh(pHandler) : KOVA_RESULT_RTCP_TAKEN;
+    return IsReportWithOneBlock(pBytes) ? Refresh(pHandler) : kRtcpTaken;
 }

@@ -1,17 +1,16 @@
 #include "classic/rtsp/request_handler.h"
 
 #include "classic/rtsp/keep_alive.h"
+#include "classic/rtsp/pinned_streamer.h"
 #include "classic/rtsp/request_parser.h"
+#include "classic/rtsp/request_ports.h"
 #include "classic/rtsp/responses.h"
 #include "classic/rtsp/server_calls.h"
-#include "classic/rtsp/server_ports.h"
 #include "classic/rtsp/session.h"
 #include "classic/rtsp/stream_clients.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
 #include "foundation/text.h"
-
-#include <unistd.h>
+#include "kova_rtsp_server.h"
 
 #include <cstdio>
 
@@ -26,8 +25,8 @@ struct Request {
     KovaRtspServer *pServer;
     KovaRequestScan scan;
     KovaRtspRequestInfo info;
-    bool bPortsOpened; ///< info's UDP sockets are open and the request's
-    bool bPortsFailed; ///< no port pair was free; info's sockets are dead numbers
+    KovaPinnedStreamer stream; ///< that the URI names; looked up once
+    KovaRequestPorts ports;    ///< that a UDP transport has opened
 };
 
 int32_t Refuse(const char *szMessage, int32_t nStatus)
@@ -45,6 +44,14 @@ int32_t CheckMethod(Request *pRequest)
     return kGoOn;
 }
 
+/// A path of no or one byte names no track's SSRC, whatever stream it names.
+bool FindSsrc(Request *pRequest)
+{
+    KovaRtspRequestInfo *pInfo = &pRequest->info;
+    return pInfo->szUri[0] != '\0' && pRequest->stream &&
+           KovaStreamFindSsrc(pRequest->stream.Get(), pInfo->nTrackId, &pInfo->nSsrc);
+}
+
 int32_t CheckUri(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
@@ -55,15 +62,13 @@ int32_t CheckUri(Request *pRequest)
     if (pRequest->scan.bSetup && !KovaRequestScanTrack(&pRequest->scan, pInfo))
         printf("Not find track id !!!\n");
     const KovaPathScan path = KovaRequestScanPath(&pRequest->scan, pInfo);
-    if (path == kPathTooLong ||
-        (path == kPathFound && KovaRtspServerIsUriExist(pRequest->pServer, pInfo->szUri) == 0))
+    if (path != kPathTooLong)
+        pRequest->stream.Pin(pRequest->pServer, pInfo->szUri);
+    if (path == kPathTooLong || (path == kPathFound && !pRequest->stream))
         return Refuse("Can't find Uri !!!\n", kStatusNotFound);
-    if (pRequest->scan.bSetup &&
-        GetSSRC(pRequest->pServer, pInfo->szUri, pInfo->nTrackId, &pInfo->nSsrc) != KOVA_RESULT_OK)
+    if (pRequest->scan.bSetup && !FindSsrc(pRequest))
         printf("Get SSRC fail !!!\n");
-    if (KovaRtspServerIsUriExist(pRequest->pServer, pInfo->szUri) == 0)
-        return Refuse("Parse Track Id or Uri fail\n", kStatusNotFound);
-    return kGoOn;
+    return pRequest->stream ? kGoOn : Refuse("Parse Track Id or Uri fail\n", kStatusNotFound);
 }
 
 int32_t CheckCSeq(Request *pRequest)
@@ -100,11 +105,7 @@ int32_t CheckSession(Request *pRequest)
 void OpenPorts(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
-    pInfo->nClientRtcpPort = static_cast<uint16_t>(pInfo->nClientRtpPort + 1);
-    GetServerPort(pInfo->nClientRtpPort, pInfo->nClientRtcpPort, &pInfo->nServerRtpPort,
-                  &pInfo->nServerRtcpPort, &pInfo->nRtpSocket, &pInfo->nRtcpSocket);
-    pRequest->bPortsOpened = pInfo->nServerRtpPort != 0;
-    pRequest->bPortsFailed = !pRequest->bPortsOpened;
+    pRequest->ports.Open(pInfo);
     printf("Client: %d-%d, Server: %d-%d, Client Socket: %d-%d\n", pInfo->nClientRtpPort,
            pInfo->nClientRtcpPort, pInfo->nServerRtpPort, pInfo->nServerRtcpPort, pInfo->nRtpSocket,
            pInfo->nRtcpSocket);
@@ -147,50 +148,28 @@ int32_t CheckTransport(Request *pRequest)
     return kGoOn;
 }
 
-/// Closes sockets that were opened for the request and that no client took:
-/// before the answer, with which the request ends for the player.
-void CloseLeftPorts(Request *pRequest)
-{
-    if (!pRequest->bPortsOpened)
-        return;
-    pRequest->bPortsOpened = false;
-    close(pRequest->info.nRtpSocket);
-    close(pRequest->info.nRtcpSocket);
-}
-
 void TakeClient(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
-    if (pRequest->bPortsFailed)
+    if (pRequest->ports.HaveFailed())
         return;
     KovaRtspServerHandler *pHandler = pRequest->pHandler;
-    const bool bTaken = KovaStreamTakeClient(
-        pRequest->pServer, info.szUri, info.nTrackId,
-        {info.szSessionId, info.nRtpSocket, info.nRtcpSocket, info.nClientRtpPort,
-         info.nClientRtcpPort, info.nRtpChannel, info.nRtcpChannel, info.nTransport,
-         reinterpret_cast<int *>(&pHandler->nSocket), pHandler->peerAddr});
+    const bool bTaken =
+        KovaPlayersAdd(pRequest->stream.Get(), static_cast<uint32_t>(info.nTrackId),
+                       {info.szSessionId, info.nRtpSocket, info.nRtcpSocket, info.nClientRtpPort,
+                        info.nClientRtcpPort, info.nRtpChannel, info.nRtcpChannel, info.nTransport,
+                        reinterpret_cast<int *>(&pHandler->nSocket), pHandler->peerAddr});
     if (bTaken)
-        pRequest->bPortsOpened = false;
-}
-
-void TakeBackSetup(void *pContext)
-{
-    const Request *pRequest = static_cast<Request *>(pContext);
-    KovaStreamDropSession(pRequest->pServer, pRequest->info.szUri, pRequest->info.szSessionId);
-}
-
-void TakeBackPlay(void *pContext)
-{
-    KovaStreamTakeBackPlay(*static_cast<KovaPlay *>(pContext));
+        pRequest->ports.Release();
 }
 
 /// Takes back what the request did if its session has expired, or broken, since
 /// the request was checked.
-void IfSessionEnded(const Request *pRequest, void (*pfnTakeBack)(void *), void *pContext)
+void EndIfOvertaken(const Request *pRequest, const KovaPlay *pPlay)
 {
     if (pRequest->info.szSessionId[0] != '\0')
-        KovaServerIfSessionEnded(pRequest->pServer, pRequest->info.szSessionId, pfnTakeBack,
-                                 pContext);
+        KovaServerEndOvertaken(pRequest->pServer, pRequest->stream.Get(),
+                               pRequest->info.szSessionId, pPlay);
 }
 
 int32_t DoSetup(Request *pRequest)
@@ -201,16 +180,17 @@ int32_t DoSetup(Request *pRequest)
         return kStatusForbidden;
     bool bHasSession = true;
     if (pInfo->szSessionId[0] == '\0')
-        bHasSession = AddNewRtspSession(pRequest->pServer, pInfo->szSessionId, kSessionTimeout) ==
-                      KOVA_RESULT_OK;
+        bHasSession =
+            AddNewRtspSession(pRequest->pServer, pInfo->szSessionId, kSessionTimeout) == KOVA_OK;
     else if (KovaRtspServerIsSessionExist(pRequest->pServer, pInfo->szSessionId) == 0)
         return kStatusSessionNotFound;
     // Without a session nothing would ever end the client.
     if (bHasSession) {
         TakeClient(pRequest);
-        IfSessionEnded(pRequest, TakeBackSetup, pRequest);
+        EndIfOvertaken(pRequest, nullptr);
     }
-    CloseLeftPorts(pRequest);
+    // With the answer the request ends for the player.
+    pRequest->ports.Close();
     RequestSetupResponse(pRequest->pHandler, *pInfo);
     return kGoOn;
 }
@@ -218,10 +198,11 @@ int32_t DoSetup(Request *pRequest)
 void DoPlay(Request *pRequest)
 {
     KovaRtspRequestInfo *pInfo = &pRequest->info;
-    KovaPlay play = KovaStreamBeginPlay(pRequest->pServer, pInfo->szUri, pInfo->szSessionId);
-    GetTrackIdList(pRequest->pServer, pInfo->szUri, pInfo->szSessionId, &pInfo->pTrackList);
-    IfSessionEnded(pRequest, TakeBackPlay, &play);
-    KovaStreamFinishPlay(play);
+    KovaRtspStreamer *pStreamer = pRequest->stream.Get();
+    const KovaPlay play = KovaPlayersBeginPlay(pStreamer, pInfo->szSessionId);
+    KovaStreamListTracks(pStreamer, pInfo->szSessionId, &pInfo->pTrackList);
+    EndIfOvertaken(pRequest, &play);
+    KovaPlayersFinishPlay(play);
     RequestPlayResponse(pRequest->pHandler, *pInfo);
 }
 
@@ -238,8 +219,9 @@ void DoGetParameter(Request *pRequest)
 void DoTeardown(Request *pRequest)
 {
     const KovaRtspRequestInfo &info = pRequest->info;
-    RemoveRtpClient(pRequest->pServer, info.szUri, info.szSessionId);
-    KovaServerEndSession(pRequest->pServer, info.szSessionId, false);
+    bool bCounted = false;
+    KovaPlayersEnd(pRequest->stream.Get(), info.szSessionId, kEndTornDown, &bCounted);
+    KovaServerEndSession(pRequest->pServer, info.szSessionId, kEndGoneWithIt);
     RequestTeardownResponse(pRequest->pHandler, info);
 }
 
@@ -249,14 +231,14 @@ int32_t Dispatch(Request *pRequest)
     KovaRtspRequestInfo *pInfo = &pRequest->info;
     pInfo->nMethod = KovaRequestMethodOf(pRequest->scan.szMethod);
     if (pInfo->nMethod != kMethodSetup)
-        CloseLeftPorts(pRequest);
+        pRequest->ports.Close();
     switch (pInfo->nMethod) {
     case kMethodOptions:
-        SetNetworkInfo(pRequest->pServer, pRequest->pHandler, pInfo->szUri);
+        KovaStreamTakeAddresses(pRequest->stream.Get(), *pRequest->pHandler);
         RequestOptionsResponse(pRequest->pHandler, *pInfo);
         return kGoOn;
     case kMethodDescribe:
-        RequestDescribeResponse(pRequest->pHandler, *pInfo);
+        KovaAnswerDescribe(pRequest->pHandler, *pInfo, pRequest->stream.Get());
         return kGoOn;
     case kMethodSetup:
         return DoSetup(pRequest);
@@ -293,9 +275,9 @@ int32_t RunSteps(Request *pRequest)
 int32_t HandleRtspRequest(KovaRtspServerHandler *pHandler, const uint8_t *pBytes, int32_t nCount)
 {
     if (pHandler == nullptr || pBytes == nullptr || pHandler->pServer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     if (HandleRtspTcpKeepAlive(pHandler, pBytes, nCount) != 0)
-        return KOVA_RESULT_OK;
+        return KOVA_OK;
     Request request = {};
     request.pHandler = pHandler;
     request.pServer = pHandler->pServer;
@@ -303,9 +285,9 @@ int32_t HandleRtspRequest(KovaRtspServerHandler *pHandler, const uint8_t *pBytes
     KovaRequestScanBegin(&request.scan, pBytes, nCount);
     const int32_t nRefused = RunSteps(&request);
     if (nRefused != kGoOn) {
-        CloseLeftPorts(&request);
+        request.ports.Close();
         request.info.nStatus = nRefused;
         RequestNotOKResponse(pHandler, request.info);
     }
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }

@@ -36,6 +36,7 @@ constexpr size_t kReasonSize = 64;
 
 /// A parsed request and everything that its answer needs; zeroed but for
 /// nStatus before parsing, and passed by value.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspRequestInfo {
     int32_t nMethod; ///< KovaRtspMethod
     char szHostPort[22];
@@ -61,6 +62,7 @@ struct KovaRtspRequestInfo {
 };
 
 /// One track of a session, as PLAY answers it.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspTrackInfo {
     uint32_t nTrackId;
     uint32_t nSeq; ///< sequence number of the packet that the track's sender took last

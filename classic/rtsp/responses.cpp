@@ -1,17 +1,22 @@
 #include "classic/rtsp/responses.h"
 
+#include "classic/rtsp/pinned_streamer.h"
 #include "classic/rtsp/session.h"
 #include "classic/rtsp/status_reasons.h"
-#include "classic/rtsp/stream_clients.h"
 #include "classic/sdp/sdp_generator.h"
-#include "foundation/heap.h"
+#include "foundation/list_view.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
 
+#include <cstdlib>
 #include <cstring>
 
 namespace {
 
 constexpr size_t kResponseSize = 8192;
+
+/// Frozen: what players and their logs have always been told.
+constexpr char kServerName[] = "Brisklane/1.0.0.1";
 
 /// A response being put together.
 struct Response {
@@ -61,11 +66,10 @@ void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
     KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "RTP-Info: ");
     bool bFirst = true;
     while (pInfo->pTrackList != nullptr) {
-        KovaRtspTrackInfo *pTrack =
-            static_cast<KovaRtspTrackInfo *>(KovaListTakeFirst(&pInfo->pTrackList, nullptr));
-        if (pTrack != nullptr && AppendTrack(pResponse, pHandler, *pInfo, pTrack, bFirst))
+        const KovaOwner<KovaRtspTrackInfo, free> track(
+            KovaListTakeFirstOf<KovaRtspTrackInfo>(&pInfo->pTrackList, nullptr));
+        if (track && AppendTrack(pResponse, pHandler, *pInfo, track.Get(), bFirst))
             bFirst = false;
-        free(pTrack);
     }
     KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "\r\n");
 }
@@ -85,15 +89,23 @@ void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInf
 {
     if (pHandler == nullptr)
         return;
+    const KovaPinnedStreamer stream(pHandler->pServer, info.szUri);
+    KovaAnswerDescribe(pHandler, info, stream.Get());
+}
+
+void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info,
+                        KovaRtspStreamer *pStreamer)
+{
     char szSdp[kSdpTextSize] = {};
     int32_t nSdpLength = 0;
-    KovaStreamGetReadySdp(pHandler->pServer, info.szUri, szSdp, &nSdpLength);
+    if (KovaRtspStreamerSdpIsReady(pStreamer) != 0)
+        KovaRtspGenerateSdpGetSdpInfo(pStreamer->pSdpGenerator, szSdp, &nSdpLength);
     Response response = {};
     AppendHead(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
-                   "Server: Brisklane/1.0.0.1\r\nCache-Control: no-cache\r\n"
+                   "Server: %s\r\nCache-Control: no-cache\r\n"
                    "Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s",
-                   static_cast<int>(strlen(szSdp)), szSdp);
+                   kServerName, static_cast<int>(strlen(szSdp)), szSdp);
     Send(pHandler, response);
 }
 
@@ -104,7 +116,7 @@ void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo i
     Response response = {};
     AppendHead(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
-                   "Server: Brisklane/1.0.0.1\r\nCache-Control: no-cache\r\n");
+                   "Server: %s\r\nCache-Control: no-cache\r\n", kServerName);
     if (info.nTransport == kTransportUdp)
         KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                        "Transport: RTP/AVP/UDP;unicast;client_port=%d-%d;server_port=%d-%d;"

@@ -4,6 +4,8 @@
 #include "classic/rtsp/request_info.h"
 #include "foundation/export.h"
 
+struct KovaRtspStreamer;
+
 /// The answers (RFC 2326, section 7), one function each. A function formats the
 /// whole response and writes it to the handler's connection; nothing tells
 /// whether it got there. Request thread. A null handler is ignored.
@@ -12,6 +14,10 @@ KOVA_API void RequestOptionsResponse(KovaRtspServerHandler *pHandler, KovaRtspRe
 
 /// With the stream's session description, or an empty body while it is not ready.
 KOVA_API void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info);
+
+/// The same for a stream that is pinned already. Null has no description.
+void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info,
+                        KovaRtspStreamer *pStreamer);
 
 KOVA_API void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info);
 

@@ -20,17 +20,16 @@ KOVA_API int32_t KovaRtspServerIsSessionExist(KovaRtspServer *pServer, const cha
 /// 2 for a null argument.
 KOVA_API int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSession *pSession);
 
-/// Appends a session under an id that no other one has: as long as its id is
-/// taken, another is drawn into the session and into szSessionId
-/// (kSessionIdSize bytes), not from rand(). One step, because connections reseed
-/// that with the second and so draw the same ids. 0; 1 without memory.
-int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSession,
-                                   char *szSessionId);
+/// Makes and registers a session. Into an empty szSessionId (kSessionIdSize bytes)
+/// an id is drawn that no other session has: drawing and registering are one step,
+/// because connections reseed rand() with the second and so draw the same ids.
+/// 0; 1 when it cannot be made; 2 for a null argument.
+KOVA_API int32_t AddNewRtspSession(KovaRtspServer *pServer, char *szSessionId, int32_t nTimeout);
 
-/// Calls the action if no session has that id. Nobody can get the id before it
-/// returns: the clients with that id are the ended session's, for certain.
-void KovaServerIfSessionEnded(KovaRtspServer *pServer, const char *szSessionId,
-                              void (*pfnAction)(void *pContext), void *pContext);
+/// Ends on a stream what a SETUP, or a PLAY (pPlay), did for a session that has
+/// ended while it was handled.
+void KovaServerEndOvertaken(KovaRtspServer *pServer, KovaRtspStreamer *pStreamer,
+                            const char *szSessionId, const KovaPlay *pPlay);
 
 /// Sum of the playing clients of all streams; 0 for null.
 KOVA_API int32_t KovaRtspServerGetCurrentClientCount(KovaRtspServer *pServer);

@@ -1,11 +1,11 @@
 #include "classic/rtsp/session.h"
 
-#include "classic/rtsp/server_calls.h"
 #include "foundation/clock.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
+#include "kova_rtsp_server.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ KovaRtspSession *KovaRtspSessionCreate(char *szSessionId, int32_t nTimeout)
                  KovaTextField(szSessionId, kSessionIdSize));
     pSession->nTimeout = nTimeout;
     pSession->tExpire = KovaClockSecondsAfter(KovaClockSeconds(), nTimeout);
-    pthread_mutex_init(&pSession->mtxTransport, nullptr);
+    KovaMutexInit(&pSession->mtxTransport);
     return pSession;
 }
 
@@ -51,7 +51,7 @@ void KovaRtspSessionDestroy(KovaRtspSession *pSession)
     if (pSession == nullptr)
         return;
     KovaRtspSessionRemoveAllTransport(pSession);
-    pthread_mutex_destroy(&pSession->mtxTransport);
+    KovaMutexDestroy(&pSession->mtxTransport);
     free(pSession);
 }
 
@@ -59,7 +59,7 @@ void KovaRtspSessionAddTransport(KovaRtspSession *pSession, KovaRtspTransport *p
 {
     if (pSession == nullptr || pTransport == nullptr)
         return;
-    const KovaMutexLock lock(&pSession->mtxTransport);
+    const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
     KovaListPush(&pSession->pTransportList, pTransport);
 }
 
@@ -67,7 +67,7 @@ void KovaRtspSessionRemoveTransport(KovaRtspSession *pSession, KovaRtspTransport
 {
     if (pSession == nullptr || pTransport == nullptr)
         return;
-    const KovaMutexLock lock(&pSession->mtxTransport);
+    const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
     KovaListTake(&pSession->pTransportList, nullptr, pTransport);
 }
 
@@ -75,23 +75,8 @@ void KovaRtspSessionRemoveAllTransport(KovaRtspSession *pSession)
 {
     if (pSession == nullptr)
         return;
-    const KovaMutexLock lock(&pSession->mtxTransport);
+    const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
     while (pSession->pTransportList != nullptr)
-        KovaRtspTransportDestroy(static_cast<KovaRtspTransport *>(
-            KovaListTakeFirst(&pSession->pTransportList, nullptr)));
-}
-
-int32_t AddNewRtspSession(KovaRtspServer *pServer, char *szSessionId, int32_t nTimeout)
-{
-    if (pServer == nullptr || szSessionId == nullptr)
-        return KOVA_RESULT_NULL;
-    const bool bDrawn = szSessionId[0] == '\0';
-    KovaRtspSession *pSession = KovaRtspSessionCreate(szSessionId, nTimeout);
-    if (pSession == nullptr)
-        return KOVA_RESULT_FAILED;
-    const int32_t nResult = bDrawn ? KovaServerAddUniqueSession(pServer, pSession, szSessionId)
-                                   : KovaRtspServerAddSession(pServer, pSession);
-    if (nResult != KOVA_RESULT_OK)
-        KovaRtspSessionDestroy(pSession);
-    return nResult;
+        KovaRtspTransportDestroy(
+            KovaListTakeFirstOf<KovaRtspTransport>(&pSession->pTransportList, nullptr));
 }

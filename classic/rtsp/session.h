@@ -4,13 +4,10 @@
 #include "classic/rtsp/transport.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
-
-#include <pthread.h>
+#include "foundation/mutex.h"
 
 #include <atomic>
 #include <cstdint>
-
-struct KovaRtspServer;
 
 /// Time-out of every session that SETUP makes, seconds; also what answers
 /// advertise.
@@ -18,13 +15,14 @@ constexpr int32_t kSessionTimeout = 60;
 
 /// An RTSP session. Its media side is not kept here: it is the set of RTP
 /// clients with its id.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtspSession {
     char szSessionId[kSessionIdSize]; ///< 11 decimal digits
     int32_t nTimeout;                 ///< seconds
     std::atomic<int32_t> tExpire;     ///< wall-clock seconds at which it expires
-    KovaList *pTransportList;         ///< of KovaRtspTransport; owned
-    int32_t nSpare;
-    pthread_mutex_t mtxTransport; ///< guards pTransportList
+    KovaList *pTransportList KOVA_GUARDED_BY(mtxTransport); ///< of KovaRtspTransport; owned
+    int32_t nSpare; ///< frozen: read by nobody, keeps what follows in its place
+    KovaMutex mtxTransport;
 };
 
 /// Writes 11 random digits and a terminator. Null is ignored. The generator is
@@ -51,7 +49,3 @@ KOVA_API void KovaRtspSessionRemoveTransport(KovaRtspSession *pSession,
 
 /// Unlinks and destroys every transport. Null is ignored.
 KOVA_API void KovaRtspSessionRemoveAllTransport(KovaRtspSession *pSession);
-
-/// Makes and registers a session; a new id is drawn into an empty szSessionId
-/// (kSessionIdSize bytes). 0; 1 when it cannot be made; 2 for a null argument.
-KOVA_API int32_t AddNewRtspSession(KovaRtspServer *pServer, char *szSessionId, int32_t nTimeout);

@@ -6,6 +6,7 @@
 
 /// A transport of a session: opaque values, in the order of the Create
 /// arguments. The running server keeps this data in its RTP clients instead.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspTransport {
     uint32_t nWords[3];
     uint16_t nPorts[4];

@@ -1,7 +1,7 @@
 #include "classic/sdp/media_description.h"
 
 #include "foundation/heap.h"
-#include "foundation/result.h"
+#include "kova_rtsp_server.h"
 
 #include <cstring>
 
@@ -9,9 +9,9 @@ namespace {
 
 size_t DescriptionSize(uint32_t nMediaType)
 {
-    if (nMediaType == KOVA_MEDIA_TYPE_AUDIO)
-        return sizeof(KovaAudioMediaDescription);
-    return nMediaType == KOVA_MEDIA_TYPE_VIDEO ? sizeof(KovaVideoMediaDescription) : 0;
+    if (nMediaType == KOVA_MEDIA_AUDIO)
+        return sizeof(KovaAudioDescription);
+    return nMediaType == KOVA_MEDIA_VIDEO ? sizeof(KovaVideoDescription) : 0;
 }
 
 } // namespace

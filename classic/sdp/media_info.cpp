@@ -2,21 +2,18 @@
 
 #include "classic/sdp/media_description.h"
 #include "foundation/heap.h"
+#include "foundation/owner.h"
 
 KovaRtspMediaInfo *KovaRtspMediaInfoCreate(uint32_t nMediaType, uint32_t nPayloadId,
                                            const void *pDescription)
 {
-    void *pCopy = KovaMediaDescriptionCopy(nMediaType, pDescription);
-    if (pCopy == nullptr)
+    KovaOwner<void, free> copy(KovaMediaDescriptionCopy(nMediaType, pDescription));
+    KovaRtspMediaInfo *pMediaInfo = copy ? KovaHeapNew<KovaRtspMediaInfo>() : nullptr;
+    if (pMediaInfo == nullptr)
         return nullptr;
-    KovaRtspMediaInfo *pMediaInfo = KovaHeapNew<KovaRtspMediaInfo>();
-    if (pMediaInfo == nullptr) {
-        free(pCopy);
-        return nullptr;
-    }
     pMediaInfo->nMediaType = nMediaType;
     pMediaInfo->nPayloadId = nPayloadId;
-    pMediaInfo->pDescription = pCopy;
+    pMediaInfo->pDescription = copy.Release();
     return pMediaInfo;
 }
 

@@ -5,8 +5,9 @@
 #include <cstdint>
 
 /// What the host declared for one payload type.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspMediaInfo {
-    uint32_t nMediaType; ///< KovaMediaType
+    uint32_t nMediaType; ///< KOVA_MEDIA_*
     uint32_t nPayloadId;
     void *pDescription; ///< private copy of the description; owned
 };

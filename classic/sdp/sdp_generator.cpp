@@ -2,9 +2,11 @@
 
 #include "foundation/calendar.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
+#include "kova_rtsp_server.h"
 
 #include <cstdio>
 #include <cstring>
@@ -27,7 +29,10 @@ void WriteSessionText(char *szSession)
              rand() % kRandomRange);
 }
 
+using OwnedMedia = KovaOwner<KovaRtspSdpMedia, MediaDestroy>;
+
 void AppendSession(const KovaRtspSdpGenerator *pGenerator, char *szText, size_t *pLength)
+    KOVA_REQUIRES(pGenerator->sdpMutex)
 {
     char szSession[kSessionTextSize];
     WriteSessionText(szSession);
@@ -35,18 +40,14 @@ void AppendSession(const KovaRtspSdpGenerator *pGenerator, char *szText, size_t 
                    "v=0\r\no=- %s %s IN IP4 %s\r\ns= Unnamed\r\nc=IN IP4 %s\r\n"
                    "a=control:rtsp://%s:%d/%.*s\r\na=recvonly\r\na=type:broadcast\r\nt=0 0\r\n",
                    szSession, szSession, pGenerator->szServerIp, "0.0.0.0", pGenerator->szServerIp,
-                   pGenerator->nServerPort, static_cast<int>(kUriSize), pGenerator->szUri);
+                   pGenerator->nServerPort, static_cast<int>(KOVA_MAX_URI_LENGTH),
+                   pGenerator->szUri);
 }
 
-/// Under sdpMutex.
 KovaRtspSdpMedia *FindMedia(const KovaRtspSdpGenerator *pGenerator, uint32_t nPayloadId)
+    KOVA_REQUIRES(pGenerator->sdpMutex)
 {
-    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
-        if (pMedia != nullptr && pMedia->nPayloadId == nPayloadId)
-            return pMedia;
-    }
-    return nullptr;
+    return KovaListFind(pGenerator->pMediaList, &KovaRtspSdpMedia::nPayloadId, nPayloadId);
 }
 
 } // namespace
@@ -59,7 +60,7 @@ KovaRtspSdpGenerator *KovaRtspSdpGeneratorCreate(const char *szUri)
     if (pGenerator == nullptr)
         return nullptr;
     memcpy(pGenerator->szUri, szUri, strnlen(szUri, sizeof(pGenerator->szUri)));
-    pthread_mutex_init(&pGenerator->sdpMutex, nullptr);
+    KovaMutexInit(&pGenerator->sdpMutex);
     return pGenerator;
 }
 
@@ -68,7 +69,7 @@ void KovaRtspSdpGeneratorDestroy(KovaRtspSdpGenerator *pGenerator)
     if (pGenerator == nullptr)
         return;
     KovaRtspSdpGeneratorRemoveAllMedia(pGenerator);
-    pthread_mutex_destroy(&pGenerator->sdpMutex);
+    KovaMutexDestroy(&pGenerator->sdpMutex);
     free(pGenerator);
 }
 
@@ -76,23 +77,22 @@ int32_t KovaRtspSdpGeneratorAddMedia(KovaRtspSdpGenerator *pGenerator, uint32_t 
                                      uint32_t nPayloadId, const void *pDescription)
 {
     if (pGenerator == nullptr || pDescription == nullptr)
-        return KOVA_RESULT_NULL;
-    KovaRtspSdpMedia *pMedia = MediaCreate(nMediaType, nPayloadId, pDescription);
-    if (pMedia == nullptr)
-        return KOVA_RESULT_FAILED;
-    KovaMutexLock lock(&pGenerator->sdpMutex);
-    if (KovaListPush(&pGenerator->pMediaList, pMedia))
-        return KOVA_RESULT_OK;
-    lock.Unlock();
-    MediaDestroy(pMedia);
-    return KOVA_RESULT_FAILED;
+        return KOVA_ERROR_NULL;
+    OwnedMedia media(MediaCreate(nMediaType, nPayloadId, pDescription));
+    if (!media)
+        return KOVA_ERROR_FAILED;
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
+    if (!KovaListPush(&pGenerator->pMediaList, media.Get()))
+        return KOVA_ERROR_FAILED;
+    media.Release();
+    return KOVA_OK;
 }
 
 void KovaRtspSdpGeneratorRemoveMedia(KovaRtspSdpGenerator *pGenerator, KovaRtspSdpMedia *pMedia)
 {
     if (pGenerator == nullptr || pMedia == nullptr)
         return;
-    KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
     lock.Unlock();
     MediaDestroy(pMedia);
@@ -102,10 +102,9 @@ void KovaRtspSdpGeneratorRemoveAllMedia(KovaRtspSdpGenerator *pGenerator)
 {
     if (pGenerator == nullptr)
         return;
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     while (pGenerator->pMediaList != nullptr)
-        MediaDestroy(
-            static_cast<KovaRtspSdpMedia *>(KovaListTakeFirst(&pGenerator->pMediaList, nullptr)));
+        MediaDestroy(KovaListTakeFirstOf<KovaRtspSdpMedia>(&pGenerator->pMediaList, nullptr));
 }
 
 KovaRtspSdpMedia *KovaRtspSdpGeneratorGetMediaByPayloadId(KovaRtspSdpGenerator *pGenerator,
@@ -113,7 +112,7 @@ KovaRtspSdpMedia *KovaRtspSdpGeneratorGetMediaByPayloadId(KovaRtspSdpGenerator *
 {
     if (pGenerator == nullptr)
         return nullptr;
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     return FindMedia(pGenerator, nPayloadId);
 }
 
@@ -122,7 +121,7 @@ void KovaRtspSdpGeneratorRemoveMediaByPayloadId(KovaRtspSdpGenerator *pGenerator
 {
     if (pGenerator == nullptr)
         return;
-    KovaMutexLock lock(&pGenerator->sdpMutex);
+    KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     KovaRtspSdpMedia *pMedia = FindMedia(pGenerator, nPayloadId);
     if (pMedia != nullptr)
         KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
@@ -135,7 +134,7 @@ void KovaRtspSdpGeneratorSetNetworkInfo(KovaRtspSdpGenerator *pGenerator, const 
 {
     if (pGenerator == nullptr || szServerIp == nullptr || szClientIp == nullptr)
         return;
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     KovaTextCopy(pGenerator->szServerIp, sizeof(pGenerator->szServerIp), szServerIp);
     pGenerator->nServerPort = nServerPort;
     KovaTextCopy(pGenerator->szClientIp, sizeof(pGenerator->szClientIp), szClientIp);
@@ -148,7 +147,7 @@ void KovaRtspSdpGeneratorSetMediaInfo(KovaRtspSdpGenerator *pGenerator, uint32_t
         return;
     // Found and written under one lock: the host may remove the section, and a
     // player may be reading it.
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     KovaRtspSdpMedia *pMedia = FindMedia(pGenerator, nPayloadId);
     if (pMedia != nullptr)
         KovaSdpMediaSetInfo(pMedia, nInfoType, pData, nLength);
@@ -159,11 +158,9 @@ int32_t KovaRtspSdpGeneratorIsReady(KovaRtspSdpGenerator *pGenerator)
     if (pGenerator == nullptr)
         return 0;
     int32_t nReady = 0;
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
-    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
-        const KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
-        if (pMedia == nullptr || (pMedia->nMediaType != KOVA_MEDIA_TYPE_AUDIO &&
-                                  pMedia->nMediaType != KOVA_MEDIA_TYPE_VIDEO))
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
+    for (const KovaRtspSdpMedia *pMedia : KovaListOf<KovaRtspSdpMedia>(pGenerator->pMediaList)) {
+        if (pMedia->nMediaType != KOVA_MEDIA_AUDIO && pMedia->nMediaType != KOVA_MEDIA_VIDEO)
             continue;
         if (!KovaSdpMediaIsComplete(pMedia))
             return 0;
@@ -176,12 +173,11 @@ void KovaRtspGenerateSdpGetSdpInfo(KovaRtspSdpGenerator *pGenerator, char *szTex
 {
     if (pGenerator == nullptr || szText == nullptr || pLength == nullptr)
         return;
-    const KovaMutexLock lock(&pGenerator->sdpMutex);
+    const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     size_t nLength = 0;
     AppendSession(pGenerator, szText, &nLength);
-    for (KovaList *pNode = pGenerator->pMediaList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspSdpMedia *pMedia = static_cast<KovaRtspSdpMedia *>(pNode->data);
-        if (pMedia != nullptr && pMedia->pData != nullptr)
+    for (KovaRtspSdpMedia *pMedia : KovaListOf<KovaRtspSdpMedia>(pGenerator->pMediaList)) {
+        if (pMedia->pData != nullptr)
             KovaSdpMediaAppend(pMedia, szText, kSdpTextSize, &nLength);
     }
     *pLength = static_cast<int32_t>(nLength);

@@ -3,15 +3,10 @@
 #include "classic/sdp/sdp_media.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
-
-#include <pthread.h>
+#include "foundation/mutex.h"
 
 #include <cstddef>
 #include <cstdint>
-
-/// Characters of the longest URI. The field that holds it has no room for a
-/// terminator then.
-constexpr size_t kUriSize = 1024;
 
 /// Room for a dotted IPv4 address.
 constexpr size_t kAddressTextSize = 16;
@@ -22,13 +17,16 @@ constexpr size_t kSdpTextSize = 4096;
 
 /// Everything that the session description of one stream needs. Safe to use
 /// from the packer threads, request threads, the monitor and the host at once.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspSdpGenerator {
-    char szUri[kUriSize];
-    char szServerIp[kAddressTextSize]; ///< empty until a connection asked with OPTIONS
-    uint16_t nServerPort;
-    char szClientIp[kAddressTextSize]; ///< kept, not shown
-    KovaList *pMediaList;              ///< of KovaRtspSdpMedia, in order of addition; owned
-    pthread_mutex_t sdpMutex;          ///< guards everything but szUri
+    char szUri[KOVA_MAX_URI_LENGTH]; ///< no terminator when the URI fills it
+    char szServerIp[kAddressTextSize] KOVA_GUARDED_BY(
+        sdpMutex); ///< empty until a connection asked with OPTIONS
+    uint16_t nServerPort KOVA_GUARDED_BY(sdpMutex);
+    char szClientIp[kAddressTextSize] KOVA_GUARDED_BY(sdpMutex); ///< kept, not shown
+    KovaList *
+        pMediaList KOVA_GUARDED_BY(sdpMutex); ///< of KovaRtspSdpMedia, in order of addition; owned
+    KovaMutex sdpMutex;                       ///< guards the entries as well
 };
 
 /// A generator for a URI; null for a null URI or without memory. A longer URI

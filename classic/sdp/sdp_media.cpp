@@ -3,8 +3,9 @@
 #include "classic/rtp/rtp_packer.h"
 #include "foundation/base64.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
+#include "kova_rtsp_server.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,29 +18,27 @@ constexpr size_t kRateText = 16;
 
 KovaSdpVideoData *VideoOf(const KovaRtspSdpMedia *pMedia)
 {
-    return pMedia->nMediaType == KOVA_MEDIA_TYPE_VIDEO
-               ? static_cast<KovaSdpVideoData *>(pMedia->pData)
-               : nullptr;
+    return pMedia->nMediaType == KOVA_MEDIA_VIDEO ? static_cast<KovaSdpVideoData *>(pMedia->pData)
+                                                  : nullptr;
 }
 
 KovaSdpAudioData *AudioOf(const KovaRtspSdpMedia *pMedia)
 {
-    return pMedia->nMediaType == KOVA_MEDIA_TYPE_AUDIO
-               ? static_cast<KovaSdpAudioData *>(pMedia->pData)
-               : nullptr;
+    return pMedia->nMediaType == KOVA_MEDIA_AUDIO ? static_cast<KovaSdpAudioData *>(pMedia->pData)
+                                                  : nullptr;
 }
 
 void *MakeData(uint32_t nMediaType, void *pDescription)
 {
-    if (nMediaType == KOVA_MEDIA_TYPE_AUDIO) {
+    if (nMediaType == KOVA_MEDIA_AUDIO) {
         KovaSdpAudioData *pAudio = KovaHeapNew<KovaSdpAudioData>();
         if (pAudio != nullptr)
-            pAudio->pDescription = static_cast<KovaAudioMediaDescription *>(pDescription);
+            pAudio->pDescription = static_cast<KovaAudioDescription *>(pDescription);
         return pAudio;
     }
     KovaSdpVideoData *pVideo = KovaHeapNew<KovaSdpVideoData>();
     if (pVideo != nullptr)
-        pVideo->pDescription = static_cast<KovaVideoMediaDescription *>(pDescription);
+        pVideo->pDescription = static_cast<KovaVideoDescription *>(pDescription);
     return pVideo;
 }
 
@@ -105,7 +104,7 @@ void AppendAudio(const KovaRtspSdpMedia *pMedia, const KovaSdpAudioData *pAudio,
                  size_t nCapacity, size_t *pLength)
 {
     const int nId = static_cast<int>(pMedia->nPayloadId);
-    const KovaAudioMediaDescription *pDescription = pAudio->pDescription;
+    const KovaAudioDescription *pDescription = pAudio->pDescription;
     KovaTextAppend(szBuffer, nCapacity, pLength,
                    "m=audio %d RTP/AVP %d\r\nb=AS:%d\r\nb=RR:0\r\n"
                    "a=rtpmap:%d mpeg4-generic/%d/%d\r\na=control:trackID=%d\r\n"
@@ -120,19 +119,17 @@ void AppendAudio(const KovaRtspSdpMedia *pMedia, const KovaSdpAudioData *pAudio,
 
 KovaRtspSdpMedia *MediaCreate(uint32_t nMediaType, uint32_t nPayloadId, const void *pDescription)
 {
-    void *pCopy = KovaMediaDescriptionCopy(nMediaType, pDescription);
-    if (pCopy == nullptr)
+    KovaOwner<void, free> copy(KovaMediaDescriptionCopy(nMediaType, pDescription));
+    if (!copy)
         return nullptr;
-    void *pData = MakeData(nMediaType, pCopy);
-    KovaRtspSdpMedia *pMedia = pData != nullptr ? KovaHeapNew<KovaRtspSdpMedia>() : nullptr;
-    if (pMedia == nullptr) {
-        free(pData);
-        free(pCopy);
+    KovaOwner<void, free> data(MakeData(nMediaType, copy.Get()));
+    KovaRtspSdpMedia *pMedia = data ? KovaHeapNew<KovaRtspSdpMedia>() : nullptr;
+    if (pMedia == nullptr)
         return nullptr;
-    }
+    copy.Release(); // the data's from here on
     pMedia->nMediaType = nMediaType;
     pMedia->nPayloadId = nPayloadId;
-    pMedia->pData = pData;
+    pMedia->pData = data.Release();
     return pMedia;
 }
 

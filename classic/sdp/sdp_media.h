@@ -10,23 +10,26 @@
 constexpr size_t kParameterSetText = 256;
 
 /// Parameters of a video section, found in the stream. Texts are empty at first.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaSdpVideoData {
     char szProfileLevelId[8];
     char szSpropParameterSets[kParameterSetText]; ///< both sets, cut when they do not fit
     char szPpsBase64[kParameterSetText];
     char szSpsBase64[kParameterSetText];
-    KovaVideoMediaDescription *pDescription; ///< owned
+    KovaVideoDescription *pDescription; ///< owned
 };
 
 /// Parameters of an audio section.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaSdpAudioData {
     char szConfig[8];
-    KovaAudioMediaDescription *pDescription; ///< owned; its rate follows the stream
+    KovaAudioDescription *pDescription; ///< owned; its rate follows the stream
 };
 
 /// One media section of a session description.
+/// Frozen: callers from outside read the fields at these places.
 struct KovaRtspSdpMedia {
-    uint32_t nMediaType; ///< KovaMediaType: says what pData is
+    uint32_t nMediaType; ///< KOVA_MEDIA_*: says what pData is
     uint32_t nPayloadId;
     void *pData; ///< KovaSdpAudioData or KovaSdpVideoData; owned
 };

@@ -1,7 +1,8 @@
 #include "classic/server/handler_registry.h"
 
 #include "classic/rtsp/server_calls.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
 
 #include <unistd.h>
 
@@ -33,13 +34,13 @@ int32_t KovaRtspServerAddServerHandler(KovaRtspServer *pServer, KovaRtspServerHa
 {
     if (pServer == nullptr || pHandler == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     return Register(pServer, pHandler) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
 int32_t KovaServerStartHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
 {
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     if (!Register(pServer, pHandler))
         return KOVA_ERROR_FAILED;
     const int32_t nResult = KovaRtspServerHandlerStart(pHandler);
@@ -52,7 +53,7 @@ int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer, KovaRtspServe
 {
     if (pServer == nullptr || pHandler == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     Unlink(pServer, pHandler);
     return KOVA_OK;
 }
@@ -61,7 +62,7 @@ void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer)
 {
     if (pServer == nullptr)
         return;
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     while (pServer->pHandlerList != nullptr) {
         KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(
             KovaKeyedTakeFirst(&pServer->handlerKeys, &pServer->pHandlerList));
@@ -75,13 +76,11 @@ KovaRtspServerHandler *KovaRtspServerGetHandlerBySessionId(KovaRtspServer *pServ
 {
     if (pServer == nullptr || szSessionId == nullptr)
         return nullptr;
-    const KovaMutexLock lock(&pServer->mtxHandler);
-    for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(pNode->data);
-        if (pHandler != nullptr && KovaHandlerHasSessionId(pHandler, szSessionId))
-            return pHandler;
-    }
-    return nullptr;
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
+    return KovaListFindIf<KovaRtspServerHandler>(
+        pServer->pHandlerList, [szSessionId](KovaRtspServerHandler *pHandler) {
+            return KovaHandlerHasSessionId(pHandler, szSessionId);
+        });
 }
 
 bool KovaServerReleaseHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
@@ -89,14 +88,14 @@ bool KovaServerReleaseHandler(KovaRtspServer *pServer, KovaRtspServerHandler *pH
     // RemoveAll asks for the stop and waits for it under mtxHandler. So this
     // thread only tries for the mutex, and gives way once it has been claimed.
     while (!IsClaimed(pHandler)) {
-        if (pthread_mutex_trylock(&pServer->mtxHandler) != 0) {
+        if (!KovaMutexTryTake(&pServer->mtxHandler, kRankHandlers)) {
             usleep(kPollMicroseconds);
             continue;
         }
         const bool bOwn = !IsClaimed(pHandler);
         if (bOwn)
             Unlink(pServer, pHandler);
-        pthread_mutex_unlock(&pServer->mtxHandler);
+        KovaMutexGive(&pServer->mtxHandler, kRankHandlers);
         return bOwn;
     }
     return false;

@@ -4,9 +4,11 @@
 #include "classic/server/session_end.h"
 #include "classic/server/session_registry.h"
 #include "classic/streamer/client_walk.h"
+#include "classic/streamer/players.h"
 #include "foundation/clock.h"
+#include "foundation/list_view.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
 
 #include <unistd.h>
@@ -31,6 +33,7 @@ bool IsExpired(const KovaRtspSession *pSession)
 }
 
 void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
+    KOVA_REQUIRES(pServer->mtxSession)
 {
     char szShown[kSessionIdSize];
     printf("%s, Session Id: %s,  Timeout !!!\n", kThreadName,
@@ -43,12 +46,9 @@ void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 
 void ExpireSessions(KovaRtspServer *pServer)
 {
-    const KovaMutexLock lock(&pServer->mtxSession);
-    KovaList *pNode = pServer->pSessionList;
-    while (pNode != nullptr) {
-        KovaRtspSession *pSession = static_cast<KovaRtspSession *>(pNode->data);
-        pNode = pNode->next;
-        if (pSession != nullptr && IsExpired(pSession))
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
+    for (KovaRtspSession *pSession : KovaListOf<KovaRtspSession>(pServer->pSessionList)) {
+        if (IsExpired(pSession))
             ExpireSession(pServer, pSession);
     }
 }
@@ -58,7 +58,7 @@ void ExpireSessions(KovaRtspServer *pServer)
 bool MeasureClient(const KovaClientVisit &visit, void *pContext)
 {
     KovaRtpClient *pClient = visit.pClient;
-    if (KovaStrayIsDue(visit))
+    if (KovaPlayersStrayIsDue(visit.pStreamer, pClient))
         return true;
     const uint64_t nNow = KovaClockMilliseconds();
     const uint64_t nElapsed = nNow - pClient->nMeasureStartTime;
@@ -80,25 +80,27 @@ bool MeasureClient(const KovaClientVisit &visit, void *pContext)
 uint32_t StatusOf(KovaRtspStreamer *pStreamer, int32_t nClients, uint64_t nBitrate)
 {
     if (nClients > 0 && nBitrate == 0)
-        return kStreamStalled;
+        return KOVA_STREAM_STALLED;
     if (KovaRtspStreamerSdpIsReady(pStreamer) == 0)
-        return kStreamNotReady;
+        return KOVA_STREAM_NOT_READY;
     if (nClients == 0)
-        return kStreamIdle;
-    return nClients > 0 ? kStreamFlowing : pStreamer->nServerStatus.load();
+        return KOVA_STREAM_IDLE;
+    if (nClients > 0)
+        return KOVA_STREAM_FLOWING;
+    return pStreamer->nServerStatus;
 }
 
 void MeasureStream(KovaRtspStreamer *pStreamer)
 {
     uint64_t nBitrate = 0;
-    KovaStreamerWalkClients(pStreamer,
-                            {&pStreamer->packerMutex, nullptr, MeasureClient, &nBitrate});
+    KovaStreamerWalkClients(
+        pStreamer, {&pStreamer->packerMutex, kRankPackers, nullptr, MeasureClient, &nBitrate});
     KovaStreamerSetThroughput(pStreamer, nBitrate);
     const int32_t nClients = pStreamer->nClientCount;
     pStreamer->nServerStatus = StatusOf(pStreamer, nClients, nBitrate);
     TimeLog(kLogFigures,
             "%s, Uri: %.*s, Client Count: %d, Send Bitrate: %llu kbps, Server Status: %d\n",
-            kThreadName, static_cast<int>(kUriSize), pStreamer->szUri, nClients,
+            kThreadName, static_cast<int>(KOVA_MAX_URI_LENGTH), pStreamer->szUri, nClients,
             static_cast<unsigned long long>(nBitrate),
             static_cast<int>(pStreamer->nServerStatus.load()));
     TimeLog(kLogFigures, "%s, Audio Ring Buffer Avail: %d, Video Ring Buffer Avail: %d\n",
@@ -108,11 +110,9 @@ void MeasureStream(KovaRtspStreamer *pStreamer)
 
 void MeasureStreams(KovaRtspServer *pServer)
 {
-    const KovaMutexLock lock(&pServer->mtxStreamer);
-    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
-        if (pNode->data != nullptr)
-            MeasureStream(static_cast<KovaRtspStreamer *>(pNode->data));
-    }
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
+    for (KovaRtspStreamer *pStreamer : KovaListOf<KovaRtspStreamer>(pServer->pStreamerList))
+        MeasureStream(pStreamer);
 }
 
 } // namespace

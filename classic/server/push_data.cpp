@@ -2,8 +2,7 @@
 #include "classic/streamer/streamer.h"
 #include "foundation/clock.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "kova_rtsp_server.h"
 
 #include <atomic>
@@ -24,7 +23,7 @@ struct Track {
     std::atomic<uint32_t> *pLastTimestamp;
     uint64_t *pLastPushTime;
     uint64_t *pMaxInterval;
-    pthread_mutex_t *pMutex; // guards *pMaxInterval
+    KovaMutex *pMutex; // guards *pMaxInterval
 };
 
 /// Whether this call is the one that writes the summary.
@@ -42,7 +41,7 @@ void LogSummary(KovaRtspStreamer *pStreamer)
 {
     TimeLog(kLogThread, "%s, Last Audio Pts: %u, Last Video Pts: %u\n", kPushing,
             pStreamer->nLastAudioTimestamp.load(), pStreamer->nLastVideoTimestamp.load());
-    const KovaMutexLock lock(&pStreamer->figuresMutex);
+    const KovaMutexLock lock(&pStreamer->figuresMutex, kRankLeaf);
     TimeLog(kLogThread, "%s, Last Video Time Gap: %llu, Last Audio Time Gap: %llu\n", kPushing,
             static_cast<unsigned long long>(pStreamer->nMaxVideoPushInterval),
             static_cast<unsigned long long>(pStreamer->nMaxAudioPushInterval));
@@ -67,7 +66,7 @@ void CheckInterval(const Track &track, uint64_t nNow, uint32_t nTimestamp)
     if (nLast == 0)
         return;
     const uint64_t nGap = nNow - nLast;
-    KovaMutexLock lock(track.pMutex);
+    KovaMutexLock lock(track.pMutex, kRankLeaf);
     if (nGap <= *track.pMaxInterval)
         return;
     *track.pMaxInterval = nGap;
@@ -104,11 +103,11 @@ int32_t KovaRtspServerPushData(KovaRtspStreamer *pStreamer, uint32_t nPayloadId,
     uint64_t nNow = 0;
     RtspGetTime(&nNow);
     KovaRtspStreamerPushData(pStreamer, nPayloadId, pData, nLength, nTimestamp);
-    if (nPayloadId == kPayloadIdFirstRing)
+    if (nPayloadId == KOVA_PAYLOAD_ID_AUDIO)
         CheckTrack({"Audio", &pStreamer->nLastAudioTimestamp, &pStreamer->nLastAudioPushTime,
                     &pStreamer->nMaxAudioPushInterval, &pStreamer->figuresMutex},
                    nNow, nTimestamp);
-    else if (nPayloadId == kPayloadIdSecondRing)
+    else if (nPayloadId == KOVA_PAYLOAD_ID_VIDEO)
         CheckTrack({"Video", &pStreamer->nLastVideoTimestamp, &pStreamer->nLastVideoPushTime,
                     &pStreamer->nMaxVideoPushInterval, &pStreamer->figuresMutex},
                    nNow, nTimestamp);

@@ -9,9 +9,9 @@
 #include "foundation/error_text.h"
 #include "foundation/heap.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
+#include "kova_rtsp_server.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -24,9 +24,9 @@
 
 namespace {
 
-static_assert(static_cast<int>(KOVA_ERROR_OVERFLOW) == KOVA_RESULT_OVERFLOW &&
-                  static_cast<int>(KOVA_ERROR_NO_SESSION) == KOVA_RESULT_NO_SESSION &&
-                  static_cast<int>(KOVA_ERROR_THREAD) == KOVA_RESULT_THREAD,
+static_assert(static_cast<int>(KOVA_ERROR_OVERFLOW) == KOVA_ERROR_OVERFLOW &&
+                  static_cast<int>(KOVA_ERROR_NO_SESSION) == KOVA_ERROR_NO_SESSION &&
+                  static_cast<int>(KOVA_ERROR_THREAD) == KOVA_ERROR_THREAD,
               "the public result codes are the library's");
 
 constexpr int kBacklog = 128;
@@ -88,7 +88,7 @@ int32_t OpenListener(KovaRtspServer *pServer)
 
 void KovaServerCloseListener(KovaRtspServer *pServer)
 {
-    const KovaMutexLock lock(&pServer->mtxListen);
+    const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
     if (pServer->nListenSocket <= 0)
         return;
     close(pServer->nListenSocket.exchange(-1));
@@ -96,7 +96,7 @@ void KovaServerCloseListener(KovaRtspServer *pServer)
 
 void KovaServerWakeListener(KovaRtspServer *pServer)
 {
-    const KovaMutexLock lock(&pServer->mtxListen);
+    const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
     if (pServer->nListenSocket > 0)
         shutdown(pServer->nListenSocket, SHUT_RDWR);
 }
@@ -141,10 +141,10 @@ KovaRtspServer *KovaRtspServerCreate(const char *szAddress, uint32_t nPort, int3
     pServer->nPort = static_cast<uint16_t>(nPort);
     pServer->nMaxClient = nMaxClient;
     pServer->nListenSocket = -1;
-    pthread_mutex_init(&pServer->mtxHandler, nullptr);
-    pthread_mutex_init(&pServer->mtxSession, nullptr);
-    pthread_mutex_init(&pServer->mtxStreamer, nullptr);
-    pthread_mutex_init(&pServer->mtxListen, nullptr);
+    KovaMutexInit(&pServer->mtxHandler);
+    KovaMutexInit(&pServer->mtxSession);
+    KovaMutexInit(&pServer->mtxStreamer);
+    KovaMutexInit(&pServer->mtxListen);
     return pServer;
 }
 
@@ -157,11 +157,11 @@ int32_t KovaRtspServerDestroy(KovaRtspServer *pServer)
     KovaRtspServerRemoveAllServerHandler(pServer);
     // A request that was under way may have set up one more session.
     KovaRtspServerRemoveAllSession(pServer);
-    pthread_mutex_destroy(&pServer->mtxHandler);
-    pthread_mutex_destroy(&pServer->mtxSession);
-    pthread_mutex_destroy(&pServer->mtxStreamer);
+    KovaMutexDestroy(&pServer->mtxHandler);
+    KovaMutexDestroy(&pServer->mtxSession);
+    KovaMutexDestroy(&pServer->mtxStreamer);
     KovaServerCloseListener(pServer);
-    pthread_mutex_destroy(&pServer->mtxListen);
+    KovaMutexDestroy(&pServer->mtxListen);
     free(pServer);
     return KOVA_OK;
 }

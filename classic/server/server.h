@@ -6,6 +6,7 @@
 #include "foundation/export.h"
 #include "foundation/keyed_list.h"
 #include "foundation/list.h"
+#include "foundation/mutex.h"
 #include "foundation/thread.h"
 #include "kova_rtsp_server.h"
 
@@ -16,11 +17,7 @@
 #include <cstdint>
 
 /// The server: its listening socket, two service threads and three registries.
-/// Lock order, outermost first: a handler's mtxRequest, mtxSession, mtxStreamer,
-/// a stream's senderMutex, its packerMutex, a sender's mutex, a send group's
-/// clientMutex or packetMutex. mtxHandler stands outside: whoever removes all
-/// handlers holds it while their threads finish what they do, so nobody who
-/// holds anything waits for it.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtspServer {
     std::atomic<int32_t> nListenSocket; ///< -1 when none is open
     char szAddr[KOVA_ADDRESS_SIZE];     ///< empty: any address; may lack a terminator
@@ -30,14 +27,14 @@ struct KovaRtspServer {
     pthread_t hMonitorThread;
     KovaStateWord nListenState;
     KovaStateWord nMonitorState;
-    KovaList *pHandlerList;  ///< of KovaRtspServerHandler; guarded by mtxHandler
-    KovaList *pSessionList;  ///< of KovaRtspSession; guarded by mtxSession
-    KovaList *pStreamerList; ///< of KovaRtspStreamer; guarded by mtxStreamer
-    pthread_mutex_t mtxHandler;
-    pthread_mutex_t mtxSession;
-    pthread_mutex_t mtxStreamer;
+    KovaList *pHandlerList KOVA_GUARDED_BY(mtxHandler);   ///< of KovaRtspServerHandler
+    KovaList *pSessionList KOVA_GUARDED_BY(mtxSession);   ///< of KovaRtspSession
+    KovaList *pStreamerList KOVA_GUARDED_BY(mtxStreamer); ///< of KovaRtspStreamer
+    KovaMutex mtxHandler;
+    KovaMutex mtxSession;
+    KovaMutex mtxStreamer;
 
-    pthread_mutex_t mtxListen; ///< held while the listening socket is closed or woken
+    KovaMutex mtxListen;       ///< held while the listening socket is closed or woken
     KovaKeyedList handlerKeys; ///< of pHandlerList, by address; guarded by mtxHandler
     KovaKeyedList sessionKeys; ///< of pSessionList, by id; guarded by mtxSession
 };

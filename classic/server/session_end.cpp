@@ -4,25 +4,18 @@
 #include "classic/server/server.h"
 #include "classic/server/session_registry.h"
 #include "classic/streamer/client_walk.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
 
 namespace {
 
-/// A stray gets no packets that would tell it after so many passes.
-constexpr uint32_t kStrayPasses = 3;
-
-/// Removes a client whose session has ended; pContext says whether because its
-/// connection was lost.
-bool RemoveStray(const KovaClientVisit &visit, void *pContext)
+void EndOnAllStreams(KovaRtspServer *pServer, const char *szSessionId, KovaPlayerEnd end)
 {
-    KovaRtpClient *pClient = visit.pClient;
-    const bool bConnectionLost = *static_cast<bool *>(pContext);
-    if (bConnectionLost && pClient->bInterleaved != 0 && pClient->nState != kClientSetUp) {
-        pClient->nStrayPasses = 1;
-        return false;
-    }
-    KovaVisitCountOut(visit);
-    return true;
+    bool bCounted = false;
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
+    for (KovaRtspStreamer *pStreamer : KovaListOf<KovaRtspStreamer>(pServer->pStreamerList))
+        KovaPlayersEnd(pStreamer, szSessionId, end, &bCounted);
 }
 
 } // namespace
@@ -33,53 +26,32 @@ int32_t KovaRtspServerRemoveRtpClient(KovaRtspServer *pServer, const char *szSes
     if (pServer == nullptr || szSessionId == nullptr)
         return KOVA_ERROR_NULL;
     KovaWalkTrace(kName, "Enter", "Streamer");
-    KovaMutexLock lock(&pServer->mtxStreamer);
-    bool bCounted = false;
-    KovaList *pNode = pServer->pStreamerList;
-    while (pNode != nullptr) {
-        KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pNode->data);
-        pNode = pNode->next;
-        if (pStreamer != nullptr)
-            KovaStreamerWalkSession(pStreamer, szSessionId, kName, KovaVisitRemoveClient,
-                                    &bCounted);
-    }
-    lock.Unlock();
+    EndOnAllStreams(pServer, szSessionId, kEndExpired);
     KovaWalkTrace(kName, "Leave", "Streamer");
     return KOVA_OK;
 }
 
-void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost)
+void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, KovaPlayerEnd end)
 {
     // All under mtxSession: once the session is gone its id may be drawn again,
-    // and the clients of the one that gets it must not be taken for strays.
-    KovaMutexLock sessionLock(&pServer->mtxSession);
-    KovaRtspSession *pSession = KovaServerTakeSession(pServer, szSessionId);
-    if (pSession == nullptr)
+    // and the clients of the one that gets it must not be taken for its own.
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
+    const KovaOwner<KovaRtspSession, KovaRtspSessionDestroy> session(
+        KovaServerTakeSession(pServer, szSessionId));
+    if (session)
+        EndOnAllStreams(pServer, szSessionId, end);
+}
+
+void KovaServerEndOvertaken(KovaRtspServer *pServer, KovaRtspStreamer *pStreamer,
+                            const char *szSessionId, const KovaPlay *pPlay)
+{
+    // Nobody can get the id meanwhile: clients with it are the ended session's.
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
+    if (KovaServerFindSession(pServer, szSessionId) != nullptr)
         return;
-    KovaMutexLock streamLock(&pServer->mtxStreamer);
-    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
-        if (pNode->data != nullptr)
-            KovaStreamerWalkSession(static_cast<KovaRtspStreamer *>(pNode->data), szSessionId,
-                                    nullptr, RemoveStray, &bConnectionLost);
-    }
-    streamLock.Unlock();
-    sessionLock.Unlock();
-    KovaRtspSessionDestroy(pSession);
-}
-
-bool KovaStrayIsDue(const KovaClientVisit &visit)
-{
-    KovaRtpClient *pClient = visit.pClient;
-    if (pClient->nStrayPasses == 0 || ++pClient->nStrayPasses <= kStrayPasses)
-        return false;
-    KovaVisitCountOut(visit);
-    return true;
-}
-
-void KovaServerIfSessionEnded(KovaRtspServer *pServer, const char *szSessionId,
-                              void (*pfnAction)(void *pContext), void *pContext)
-{
-    const KovaMutexLock lock(&pServer->mtxSession);
-    if (KovaServerFindSession(pServer, szSessionId) == nullptr)
-        pfnAction(pContext);
+    bool bCounted = false;
+    if (pPlay != nullptr)
+        KovaPlayersTakeBackPlay(pStreamer, *pPlay);
+    else
+        KovaPlayersEnd(pStreamer, szSessionId, kEndOvertaken, &bCounted);
 }

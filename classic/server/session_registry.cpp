@@ -3,7 +3,8 @@
 #include "classic/rtp/session_tally.h"
 #include "classic/rtsp/server_calls.h"
 #include "foundation/clock.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
+#include "foundation/owner.h"
 #include "foundation/text.h"
 
 #include <atomic>
@@ -35,10 +36,11 @@ void Redraw(char *szSessionId)
     szSessionId[kSessionIdSize - 1] = '\0';
 }
 
-/// Under mtxSession: gives the session an id that nobody has. Nor may a client
+/// Gives the session an id that nobody has. Nor may a client
 /// of a session that has just ended have it: connections of one second draw the
 /// same ids, and that client's end would end the new session.
 void MakeUnique(KovaRtspServer *pServer, KovaRtspSession *pSession)
+    KOVA_REQUIRES(pServer->mtxSession)
 {
     while (KovaServerFindSession(pServer, pSession->szSessionId) != nullptr ||
            KovaSessionTallyExists(pSession->szSessionId))
@@ -51,8 +53,8 @@ bool HasId(const void *pData, const void *pWanted)
                   static_cast<const char *>(pWanted)) == 0;
 }
 
-/// Under mtxSession.
 int32_t Register(KovaRtspServer *pServer, KovaRtspSession *pSession)
+    KOVA_REQUIRES(pServer->mtxSession)
 {
     return KovaKeyedPush(&pServer->sessionKeys, &pServer->pSessionList,
                          KovaKeyOfText(pSession->szSessionId), pSession)
@@ -79,24 +81,35 @@ int32_t KovaRtspServerAddSession(KovaRtspServer *pServer, KovaRtspSession *pSess
 {
     if (pServer == nullptr || pSession == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     return Register(pServer, pSession);
 }
 
-int32_t KovaServerAddUniqueSession(KovaRtspServer *pServer, KovaRtspSession *pSession,
-                                   char *szSessionId)
+int32_t AddNewRtspSession(KovaRtspServer *pServer, char *szSessionId, int32_t nTimeout)
 {
-    const KovaMutexLock lock(&pServer->mtxSession);
-    MakeUnique(pServer, pSession);
-    KovaTextCopy(szSessionId, kSessionIdSize, pSession->szSessionId);
-    return Register(pServer, pSession);
+    if (pServer == nullptr || szSessionId == nullptr)
+        return KOVA_ERROR_NULL;
+    const bool bDrawn = szSessionId[0] == '\0';
+    KovaOwner<KovaRtspSession, KovaRtspSessionDestroy> session(
+        KovaRtspSessionCreate(szSessionId, nTimeout));
+    if (!session)
+        return KOVA_ERROR_FAILED;
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
+    if (bDrawn) {
+        MakeUnique(pServer, session.Get());
+        KovaTextCopy(szSessionId, kSessionIdSize, session->szSessionId);
+    }
+    const int32_t nResult = Register(pServer, session.Get());
+    if (nResult == KOVA_OK)
+        session.Release();
+    return nResult;
 }
 
 int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
     if (pServer == nullptr || pSession == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     KovaServerUnlinkSession(pServer, pSession);
     return KOVA_OK;
 }
@@ -105,7 +118,7 @@ void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer)
 {
     if (pServer == nullptr)
         return;
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     while (pServer->pSessionList != nullptr)
         KovaRtspSessionDestroy(static_cast<KovaRtspSession *>(
             KovaKeyedTakeFirst(&pServer->sessionKeys, &pServer->pSessionList)));
@@ -116,7 +129,7 @@ KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,
 {
     if (pServer == nullptr || szSessionId == nullptr)
         return nullptr;
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     return KovaServerFindSession(pServer, szSessionId);
 }
 
@@ -130,7 +143,7 @@ int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char *szSessi
     if (pServer == nullptr || szSessionId == nullptr)
         return KOVA_ERROR_NULL;
     // Found and written in one step: the monitor may be about to destroy it.
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     KovaRtspSession *pSession = KovaServerFindSession(pServer, szSessionId);
     if (pSession == nullptr)
         return KOVA_ERROR_NO_SESSION;
@@ -151,7 +164,7 @@ int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer, const ch
 {
     if (pServer == nullptr || szSessionId == nullptr)
         return KOVA_ERROR_NULL;
-    KovaMutexLock lock(&pServer->mtxSession);
+    KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     KovaRtspSession *pSession = KovaServerTakeSession(pServer, szSessionId);
     lock.Unlock();
     if (pSession == nullptr)

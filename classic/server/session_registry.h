@@ -11,15 +11,18 @@ KOVA_API int32_t KovaRtspServerRemoveSession(KovaRtspServer *pServer, KovaRtspSe
 /// Unlinks and destroys every session.
 KOVA_API void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer);
 
-/// The first session with that id, or null. The caller holds mtxSession.
-KovaRtspSession *KovaServerFindSession(KovaRtspServer *pServer, const char *szSessionId);
+/// The first session with that id, or null.
+KovaRtspSession *KovaServerFindSession(KovaRtspServer *pServer, const char *szSessionId)
+    KOVA_REQUIRES(pServer->mtxSession);
 
-/// Unlinks a session without destroying it. The caller holds mtxSession.
-void KovaServerUnlinkSession(KovaRtspServer *pServer, KovaRtspSession *pSession);
+/// Unlinks a session without destroying it.
+void KovaServerUnlinkSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
+    KOVA_REQUIRES(pServer->mtxSession);
 
-/// Unlinks the session with that id; null when there is none. The caller holds
-/// mtxSession, and destroys the session.
-KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId);
+/// Unlinks the session with that id, which is the caller's to destroy; null when
+/// there is none.
+KovaRtspSession *KovaServerTakeSession(KovaRtspServer *pServer, const char *szSessionId)
+    KOVA_REQUIRES(pServer->mtxSession);
 
 /// The first session with that id, or null. It lives until it is removed.
 KOVA_API KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,

@@ -1,30 +1,28 @@
 #include "classic/server/stream_registry.h"
 
 #include "classic/rtsp/server_calls.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
 #include "foundation/text.h"
 
 namespace {
 
-/// Under mtxStreamer.
 KovaRtspStreamer *FindStreamer(const KovaRtspServer *pServer, std::string_view uri)
+    KOVA_REQUIRES(pServer->mtxStreamer)
 {
-    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pNode->data);
-        if (pStreamer != nullptr && KovaTextField(pStreamer->szUri, kUriSize) == uri)
-            return pStreamer;
-    }
-    return nullptr;
+    return KovaListFindIf<KovaRtspStreamer>(
+        pServer->pStreamerList, [uri](const KovaRtspStreamer *pStreamer) {
+            return KovaTextField(pStreamer->szUri, KOVA_MAX_URI_LENGTH) == uri;
+        });
 }
 
 /// Unlinks the first stream. Returns false when there is none left.
 bool TakeFirstStreamer(KovaRtspServer *pServer, KovaRtspStreamer **ppStreamer)
 {
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     if (pServer->pStreamerList == nullptr)
         return false;
-    *ppStreamer =
-        static_cast<KovaRtspStreamer *>(KovaListTakeFirst(&pServer->pStreamerList, nullptr));
+    *ppStreamer = KovaListTakeFirstOf<KovaRtspStreamer>(&pServer->pStreamerList, nullptr);
     return true;
 }
 
@@ -34,7 +32,7 @@ int32_t KovaRtspServerAddStreamer(KovaRtspServer *pServer, KovaRtspStreamer *pSt
 {
     if (pServer == nullptr || pStreamer == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     return KovaListPush(&pServer->pStreamerList, pStreamer) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
@@ -42,7 +40,7 @@ int32_t KovaRtspServerRemoveStreamer(KovaRtspServer *pServer, KovaRtspStreamer *
 {
     if (pServer == nullptr || pStreamer == nullptr)
         return KOVA_ERROR_NULL;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     KovaListTake(&pServer->pStreamerList, nullptr, pStreamer);
     return KOVA_OK;
 }
@@ -62,7 +60,7 @@ KovaRtspStreamer *KovaRtspServerGetStreamerByUri(KovaRtspServer *pServer, const 
 {
     if (pServer == nullptr || szUri == nullptr)
         return nullptr;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     return FindStreamer(pServer, szUri);
 }
 
@@ -70,7 +68,7 @@ KovaRtspStreamer *KovaServerPinStreamer(KovaRtspServer *pServer, const char *szU
 {
     if (pServer == nullptr || szUri == nullptr)
         return nullptr;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     KovaRtspStreamer *pStreamer = FindStreamer(pServer, szUri);
     if (pStreamer != nullptr)
         KovaStreamerPin(pStreamer);
@@ -87,12 +85,9 @@ int32_t KovaRtspServerGetCurrentClientCount(KovaRtspServer *pServer)
     if (pServer == nullptr)
         return 0;
     int32_t nCount = 0;
-    const KovaMutexLock lock(&pServer->mtxStreamer);
-    for (KovaList *pNode = pServer->pStreamerList; pNode != nullptr; pNode = pNode->next) {
-        const KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pNode->data);
-        if (pStreamer != nullptr)
-            nCount += pStreamer->nClientCount;
-    }
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
+    for (const KovaRtspStreamer *pStreamer : KovaListOf<KovaRtspStreamer>(pServer->pStreamerList))
+        nCount += pStreamer->nClientCount;
     return nCount;
 }
 
@@ -105,7 +100,7 @@ int32_t KovaRtspServerRemoveUri(KovaRtspServer *pServer, const char *szUri)
 {
     if (pServer == nullptr || szUri == nullptr)
         return KOVA_ERROR_NULL;
-    KovaMutexLock lock(&pServer->mtxStreamer);
+    KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     KovaRtspStreamer *pStreamer = FindStreamer(pServer, szUri);
     if (pStreamer == nullptr)
         return KOVA_ERROR_FAILED;

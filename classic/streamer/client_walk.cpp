@@ -1,7 +1,7 @@
 #include "classic/streamer/client_walk.h"
 
-#include "classic/rtp/session_tally.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
 
 #include <cstdio>
 #include <cstring>
@@ -14,28 +14,26 @@ constexpr char kLeave[] = "Leave";
 void WalkGroup(KovaClientVisit visit, const KovaClientWalk &walk)
 {
     KovaWalkTrace(walk.szTrace, kEnter, "Client");
-    KovaRtpSendGroupLockClients(visit.pGroup);
-    KovaList *pNode = visit.pGroup->pClientList;
-    while (pNode != nullptr) {
-        visit.pClient = static_cast<KovaRtpClient *>(pNode->data);
-        pNode = pNode->next;
-        if (visit.pClient == nullptr || !walk.pfnVisit(visit, walk.pContext))
-            continue;
-        KovaListTake(&visit.pGroup->pClientList, nullptr, visit.pClient);
-        KovaRtpClientDestroy(visit.pClient);
+    {
+        const KovaClientLock lock(visit.pGroup);
+        for (KovaRtpClient *pClient : KovaListOf<KovaRtpClient>(visit.pGroup->pClientList)) {
+            visit.pClient = pClient;
+            if (!walk.pfnVisit(visit, walk.pContext))
+                continue;
+            KovaListTake(&visit.pGroup->pClientList, nullptr, pClient);
+            KovaRtpClientDestroy(pClient);
+        }
     }
-    pthread_mutex_unlock(&visit.pGroup->clientMutex);
     KovaWalkTrace(walk.szTrace, kLeave, "Client");
 }
 
 void WalkSender(KovaClientVisit visit, const KovaClientWalk &walk)
 {
     KovaWalkTrace(walk.szTrace, kEnter, "SendGroup");
-    KovaMutexLock lock(&visit.pSender->mutex);
-    for (KovaList *pNode = visit.pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
-        visit.pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        if (visit.pGroup != nullptr)
-            WalkGroup(visit, walk);
+    KovaMutexLock lock(&visit.pSender->mutex, kRankGroups);
+    for (KovaRtpSendGroup *pGroup : KovaListOf<KovaRtpSendGroup>(visit.pSender->pSendGroupList)) {
+        visit.pGroup = pGroup;
+        WalkGroup(visit, walk);
     }
     lock.Unlock();
     KovaWalkTrace(walk.szTrace, kLeave, "SendGroup");
@@ -61,12 +59,11 @@ bool VisitSession(const KovaClientVisit &visit, void *pContext)
 void KovaStreamerWalkClients(KovaRtspStreamer *pStreamer, const KovaClientWalk &walk)
 {
     KovaWalkTrace(walk.szTrace, kEnter, "Sender");
-    KovaMutexLock lock(walk.pSenderListMutex);
-    for (KovaList *pNode = pStreamer->pSenderList; pNode != nullptr; pNode = pNode->next) {
-        KovaRtpSender *pSender = static_cast<KovaRtpSender *>(pNode->data);
-        if (pSender != nullptr)
-            WalkSender({pStreamer, pSender, nullptr, nullptr}, walk);
-    }
+    KovaMutexLock lock(walk.pSenderListMutex, walk.rank);
+    // Held, or packerMutex in its place: a change of the list takes both.
+    KovaMutexAssertHeld(&pStreamer->senderMutex);
+    for (KovaRtpSender *pSender : KovaListOf<KovaRtpSender>(pStreamer->pSenderList))
+        WalkSender({pStreamer, pSender, nullptr, nullptr}, walk);
     lock.Unlock();
     KovaWalkTrace(walk.szTrace, kLeave, "Sender");
 }
@@ -75,23 +72,8 @@ void KovaStreamerWalkSession(KovaRtspStreamer *pStreamer, const char *szSessionI
                              const char *szTrace, KovaClientVisitor pfnVisit, void *pContext)
 {
     SessionFilter filter = {szSessionId, pfnVisit, pContext};
-    KovaStreamerWalkClients(pStreamer, {&pStreamer->senderMutex, szTrace, VisitSession, &filter});
-}
-
-bool KovaVisitRemoveClient(const KovaClientVisit &visit, void *pContext)
-{
-    bool *pCounted = static_cast<bool *>(pContext);
-    if (!*pCounted && KovaSessionTallyTake(visit.pClient->pTally))
-        visit.pStreamer->nClientCount--;
-    *pCounted = true;
-    return true;
-}
-
-void KovaVisitCountOut(const KovaClientVisit &visit)
-{
-    const KovaRtpClient *pClient = visit.pClient;
-    if (KovaSessionTallyTakePlaying(pClient->pTally, pClient->nState != kClientSetUp))
-        visit.pStreamer->nClientCount--;
+    KovaStreamerWalkClients(
+        pStreamer, {&pStreamer->senderMutex, kRankSenders, szTrace, VisitSession, &filter});
 }
 
 void KovaWalkTrace(const char *szTrace, const char *szStep, const char *szLevel)

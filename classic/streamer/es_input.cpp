@@ -2,7 +2,7 @@
 
 #include "foundation/byte_order.h"
 #include "foundation/log.h"
-#include "foundation/result.h"
+#include "kova_rtsp_server.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ struct Input {
 int32_t ReportOverflow(const char *szName, const char *szWhat)
 {
     TimeLog(kLogOverflow, "%s, %s%s Overflow !!!\n", kPushing, szName, szWhat);
-    return KOVA_RESULT_OVERFLOW;
+    return KOVA_ERROR_OVERFLOW;
 }
 
 int32_t Store(const Input &input, const uint8_t *pHeader, const uint8_t *pData, uint32_t nLength)
@@ -31,7 +31,7 @@ int32_t Store(const Input &input, const uint8_t *pHeader, const uint8_t *pData, 
     if (StreamerRingbufferWrite(input.pRing, pData, static_cast<int32_t>(nLength)) < 0)
         return ReportOverflow(input.szName, " ES Data");
     KovaEventSignal(input.pWork);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 } // namespace
@@ -57,18 +57,18 @@ int32_t KovaRtspStreamerPushData(KovaRtspStreamer *pStreamer, uint32_t nPayloadI
                                  const uint8_t *pData, uint32_t nLength, uint32_t nTimestamp)
 {
     if (pStreamer == nullptr || pData == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     uint8_t header[kEsHeaderSize];
     KovaEsHeaderWrite(header, {nPayloadId, nTimestamp, nLength});
     // By number, not by media type: the ring sizes fit audio added first and
     // video second.
-    if (nPayloadId == kPayloadIdFirstRing)
+    if (nPayloadId == KOVA_PAYLOAD_ID_AUDIO)
         return Store({&pStreamer->audioRing, &pStreamer->audioWork, "Audio"}, header, pData,
                      nLength);
-    if (nPayloadId == kPayloadIdSecondRing)
+    if (nPayloadId == KOVA_PAYLOAD_ID_VIDEO)
         return Store({&pStreamer->videoRing, &pStreamer->videoWork, "Video"}, header, pData,
                      nLength);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 int32_t StreamerRingbufferWrite(KovaRingbuffer *pRing, const uint8_t *pBytes, int32_t nLength)

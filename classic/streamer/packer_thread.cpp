@@ -5,7 +5,7 @@
 #include "classic/streamer/streamer.h"
 #include "foundation/heap.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 
 namespace {
 
@@ -20,7 +20,8 @@ struct Packing {
     KovaRingbuffer *pRing;
     KovaStateWord *pState;
     KovaEvent *pWork;
-    pthread_mutex_t *pUseMutex;
+    KovaMutex *pUseMutex;
+    KovaLockRank useRank;
 };
 
 /// An access unit taken out of the ring.
@@ -73,10 +74,11 @@ void LogRefused(const Packing &packing, const Unit &unit, uint32_t nError)
 /// Packetizes a unit. Returns false when its payload id has no packer or sender.
 bool PackUnit(const Packing &packing, const Unit &unit)
 {
-    const KovaMutexLock useLock(packing.pUseMutex);
+    const KovaMutexLock useLock(packing.pUseMutex, packing.useRank);
     const uint32_t nId = unit.header.nPayloadId;
     KovaRtpPacker *pPacker = KovaRtspStreamerGetRtpPackerByPayloadId(packing.pStreamer, nId);
     if (pPacker == nullptr) {
+        // Frozen: the line names the removal, though it is a lookup that found nothing.
         TimeLog(kLogFailure, "%s, KovaRtspStreamerRemoveRtpPackerByPayloadId Fail !!!\n",
                 packing.szName);
         return false;
@@ -160,7 +162,7 @@ void *pAudioPackerProc(void *pArgument)
     KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pArgument);
     return RunPacker({"pAudioPackerProc", pStreamer, &pStreamer->audioRing,
                       &pStreamer->nAudioPackerState, &pStreamer->audioWork,
-                      &pStreamer->audioUseMutex});
+                      &pStreamer->audioUseMutex, kRankAudioUse});
 }
 
 void *pVideoPackerProc(void *pArgument)
@@ -170,7 +172,7 @@ void *pVideoPackerProc(void *pArgument)
     KovaRtspStreamer *pStreamer = static_cast<KovaRtspStreamer *>(pArgument);
     return RunPacker({"pVideoPackerProc", pStreamer, &pStreamer->videoRing,
                       &pStreamer->nVideoPackerState, &pStreamer->videoWork,
-                      &pStreamer->videoUseMutex});
+                      &pStreamer->videoUseMutex, kRankVideoUse});
 }
 
 void pAudioStreamInfoCallback(const uint8_t *pData, uint32_t nLength, uint32_t nInfoType,

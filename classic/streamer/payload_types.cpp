@@ -1,7 +1,8 @@
 #include "classic/streamer/packer_thread.h"
 #include "classic/streamer/registries.h"
 #include "classic/streamer/streamer.h"
-#include "foundation/result.h"
+#include "foundation/owner.h"
+#include "kova_rtsp_server.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,40 +12,36 @@ namespace {
 bool RegisterMediaInfo(KovaRtspStreamer *pStreamer, uint32_t nMediaType, uint32_t nPayloadId,
                        const void *pDescription)
 {
-    KovaRtspMediaInfo *pMediaInfo = KovaRtspMediaInfoCreate(nMediaType, nPayloadId, pDescription);
-    if (pMediaInfo == nullptr)
+    KovaOwner<KovaRtspMediaInfo, KovaRtspMediaInfoDestroy> mediaInfo(
+        KovaRtspMediaInfoCreate(nMediaType, nPayloadId, pDescription));
+    if (!mediaInfo || KovaRtspStreamerAddRtspMediaInfo(pStreamer, mediaInfo.Get()) != KOVA_OK)
         return false;
-    if (KovaRtspStreamerAddRtspMediaInfo(pStreamer, pMediaInfo) == KOVA_RESULT_OK)
-        return true;
-    KovaRtspMediaInfoDestroy(pMediaInfo);
-    return false;
+    mediaInfo.Release();
+    return true;
 }
 
 bool RegisterPacker(KovaRtspStreamer *pStreamer, uint32_t nMediaType, uint32_t nPayloadId,
                     uint32_t nSsrc)
 {
-    KovaRtpPacker *pPacker = nMediaType == KOVA_MEDIA_TYPE_VIDEO
+    KovaRtpPacker *pPacker = nMediaType == KOVA_MEDIA_VIDEO
                                  ? KovaRtpVideoPackerCreate(nMediaType, nPayloadId, nSsrc,
                                                             pVideoStreamInfoCallback, pStreamer)
                                  : KovaRtpAudioPackerCreate(nMediaType, nPayloadId, nSsrc,
                                                             pAudioStreamInfoCallback, pStreamer);
-    if (pPacker == nullptr)
+    KovaOwner<KovaRtpPacker, KovaRtpPackerDestroy> packer(pPacker);
+    if (!packer || KovaRtspStreamerAddRtpPacker(pStreamer, pPacker) != KOVA_OK)
         return false;
-    if (KovaRtspStreamerAddRtpPacker(pStreamer, pPacker) == KOVA_RESULT_OK)
-        return true;
-    KovaRtpPackerDestroy(pPacker);
-    return false;
+    packer.Release();
+    return true;
 }
 
 KovaRtpSender *RegisterSender(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
-    KovaRtpSender *pSender = KovaRtpSenderCreate(pStreamer, nPayloadId);
-    if (pSender == nullptr)
-        return nullptr;
-    if (KovaRtspStreamerAddRtpSender(pStreamer, pSender) == KOVA_RESULT_OK)
-        return pSender;
-    KovaRtpSenderDestory(pSender);
-    return nullptr;
+    KovaOwner<KovaRtpSender, KovaRtpSenderDestory> sender(
+        KovaRtpSenderCreate(pStreamer, nPayloadId));
+    return sender && KovaRtspStreamerAddRtpSender(pStreamer, sender.Get()) == KOVA_OK
+               ? sender.Release()
+               : nullptr;
 }
 
 } // namespace
@@ -53,30 +50,30 @@ int32_t KovaRtspStreamerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMe
                                        uint32_t *pPayloadId, const void *pDescription)
 {
     if (pStreamer == nullptr || pPayloadId == nullptr || pDescription == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     uint32_t nSsrc = 0;
     GetNewPayloadId(pStreamer, pPayloadId);
     GetNewSSRC(&nSsrc);
     const uint32_t nPayloadId = *pPayloadId;
     if (!RegisterMediaInfo(pStreamer, nMediaType, nPayloadId, pDescription))
-        return KOVA_RESULT_FAILED;
+        return KOVA_ERROR_FAILED;
     // A track that no description names would be pushed to and never be seen.
     if (KovaRtspSdpGeneratorAddMedia(pStreamer->pSdpGenerator, nMediaType, nPayloadId,
-                                     pDescription) != KOVA_RESULT_OK) {
+                                     pDescription) != KOVA_OK) {
         KovaRtspStreamerRemoveRtspMediaInfoByPayloadId(pStreamer, nPayloadId);
-        return KOVA_RESULT_FAILED;
+        return KOVA_ERROR_FAILED;
     }
     // What stands before a later failure stays until the payload id is removed.
     if (!RegisterPacker(pStreamer, nMediaType, nPayloadId, nSsrc))
-        return KOVA_RESULT_FAILED;
+        return KOVA_ERROR_FAILED;
     KovaRtpSender *pSender = RegisterSender(pStreamer, nPayloadId);
-    return pSender != nullptr ? KovaRtpSenderStart(pSender) : KOVA_RESULT_FAILED;
+    return pSender != nullptr ? KovaRtpSenderStart(pSender) : KOVA_ERROR_FAILED;
 }
 
 int32_t KovaRtspStreamerRemovePayloadType(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
     if (pStreamer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     KovaRtspSdpGeneratorRemoveMediaByPayloadId(pStreamer->pSdpGenerator, nPayloadId);
     KovaRtspStreamerRemoveRtspMediaInfoByPayloadId(pStreamer, nPayloadId);
     // The packer leaves the registry first and is freed last: sending threads
@@ -85,15 +82,15 @@ int32_t KovaRtspStreamerRemovePayloadType(KovaRtspStreamer *pStreamer, uint32_t 
     KovaRtspStreamerRemoveRtpSenderByPayloadId(pStreamer, nPayloadId);
     KovaStreamerAwaitPackerThreads(pStreamer);
     KovaRtpPackerDestroy(pPacker);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void GetNewPayloadId(KovaRtspStreamer *pStreamer, uint32_t *pPayloadId)
 {
     if (pStreamer == nullptr || pPayloadId == nullptr)
         return;
-    pStreamer->nLastPayloadId =
-        pStreamer->nLastPayloadId == 0 ? kPayloadIdFirstRing : pStreamer->nLastPayloadId + 1;
+    pStreamer->nLastPayloadId = pStreamer->nLastPayloadId == 0 ? uint32_t{KOVA_PAYLOAD_ID_AUDIO}
+                                                               : pStreamer->nLastPayloadId + 1;
     *pPayloadId = pStreamer->nLastPayloadId;
     printf("Payload Id: %d\n", static_cast<int>(*pPayloadId));
 }

@@ -1,7 +1,8 @@
 #include "classic/streamer/registries.h"
 
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
+#include "kova_rtsp_server.h"
 
 namespace {
 
@@ -9,8 +10,9 @@ namespace {
 struct Registry {
     KovaList **ppList;
     KovaList **ppTail;
-    pthread_mutex_t *pMutex;       // held by everybody who walks or changes it
-    pthread_mutex_t *pWriterMutex; // held in addition by a change; may be null
+    KovaMutex *pMutex; // held by everybody who walks or changes it
+    KovaLockRank rank;
+    KovaMutex *pWriterMutex; // held in addition by a change; may be null
     uint32_t (*pfnPayloadId)(const void *pElement);
     void (*pfnDestroy)(void *pElement);
 };
@@ -52,6 +54,7 @@ Registry MediaInfos(KovaRtspStreamer *pStreamer)
     return {&pStreamer->pMediaInfoList,
             &pStreamer->pMediaInfoListTail,
             &pStreamer->mediaInfoMutex,
+            kRankLeaf,
             nullptr,
             MediaInfoId,
             DestroyMediaInfo};
@@ -62,6 +65,7 @@ Registry Packers(KovaRtspStreamer *pStreamer)
     return {&pStreamer->pPackerList,
             &pStreamer->pPackerListTail,
             &pStreamer->packerMutex,
+            kRankPackers,
             nullptr,
             PackerId,
             DestroyPacker};
@@ -72,6 +76,7 @@ Registry Senders(KovaRtspStreamer *pStreamer)
     return {&pStreamer->pSenderList,
             &pStreamer->pSenderListTail,
             &pStreamer->senderMutex,
+            kRankSenders,
             &pStreamer->packerMutex,
             SenderId,
             DestroySender};
@@ -81,39 +86,37 @@ Registry Senders(KovaRtspStreamer *pStreamer)
 class ChangeLock {
 public:
     explicit ChangeLock(const Registry &registry)
-        : m_lock(registry.pMutex), m_pWriterMutex(registry.pWriterMutex)
+        : m_lock(registry.pMutex, registry.rank), m_pWriterMutex(registry.pWriterMutex)
     {
         if (m_pWriterMutex != nullptr)
-            pthread_mutex_lock(m_pWriterMutex);
+            KovaMutexTake(m_pWriterMutex, kRankPackers);
     }
     ~ChangeLock()
     {
         if (m_pWriterMutex != nullptr)
-            pthread_mutex_unlock(m_pWriterMutex);
+            KovaMutexGive(m_pWriterMutex, kRankPackers);
     }
     ChangeLock(const ChangeLock &) = delete;
     ChangeLock &operator=(const ChangeLock &) = delete;
 
 private:
     KovaMutexLock m_lock;
-    pthread_mutex_t *m_pWriterMutex;
+    KovaMutex *m_pWriterMutex;
 };
 
 /// Under the registry's mutex.
 void *FindById(const Registry &registry, uint32_t nPayloadId)
 {
-    for (KovaList *pNode = *registry.ppList; pNode != nullptr; pNode = pNode->next) {
-        if (pNode->data != nullptr && registry.pfnPayloadId(pNode->data) == nPayloadId)
-            return pNode->data;
-    }
-    return nullptr;
+    return KovaListFindIf<void>(*registry.ppList, [&](const void *pElement) {
+        return registry.pfnPayloadId(pElement) == nPayloadId;
+    });
 }
 
 int32_t Add(const Registry &registry, void *pElement)
 {
     const ChangeLock lock(registry);
-    return KovaListPushTail(registry.ppList, registry.ppTail, pElement) ? KOVA_RESULT_OK
-                                                                        : KOVA_RESULT_FAILED;
+    return KovaListPushTail(registry.ppList, registry.ppTail, pElement) ? KOVA_OK
+                                                                        : KOVA_ERROR_FAILED;
 }
 
 void Unlink(const Registry &registry, void *pElement)
@@ -127,12 +130,12 @@ int32_t Remove(KovaRtspStreamer *pStreamer, const Registry &registry, void *pEle
 {
     Unlink(registry, pElement);
     KovaStreamerAwaitPackerThreads(pStreamer);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void *Get(const Registry &registry, uint32_t nPayloadId)
 {
-    const KovaMutexLock lock(registry.pMutex);
+    const KovaMutexLock lock(registry.pMutex, registry.rank);
     return FindById(registry, nPayloadId);
 }
 
@@ -162,10 +165,10 @@ int32_t RemoveById(KovaRtspStreamer *pStreamer, const Registry &registry, uint32
 {
     void *pElement = Take(registry, nPayloadId);
     if (pElement == nullptr)
-        return KOVA_RESULT_FAILED;
+        return KOVA_ERROR_FAILED;
     KovaStreamerAwaitPackerThreads(pStreamer);
     registry.pfnDestroy(pElement);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void RemoveAll(KovaRtspStreamer *pStreamer, const Registry &registry)
@@ -182,21 +185,21 @@ void RemoveAll(KovaRtspStreamer *pStreamer, const Registry &registry)
 int32_t KovaRtspStreamerAddRtspMediaInfo(KovaRtspStreamer *pStreamer, KovaRtspMediaInfo *pMediaInfo)
 {
     if (pStreamer == nullptr || pMediaInfo == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Add(MediaInfos(pStreamer), pMediaInfo);
 }
 
 int32_t KovaRtspStreamerAddRtpPacker(KovaRtspStreamer *pStreamer, KovaRtpPacker *pPacker)
 {
     if (pStreamer == nullptr || pPacker == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Add(Packers(pStreamer), pPacker);
 }
 
 int32_t KovaRtspStreamerAddRtpSender(KovaRtspStreamer *pStreamer, KovaRtpSender *pSender)
 {
     if (pStreamer == nullptr || pSender == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Add(Senders(pStreamer), pSender);
 }
 
@@ -204,21 +207,21 @@ int32_t KovaRtspStreamerRemoveRtspMediaInfo(KovaRtspStreamer *pStreamer,
                                             KovaRtspMediaInfo *pMediaInfo)
 {
     if (pStreamer == nullptr || pMediaInfo == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Remove(pStreamer, MediaInfos(pStreamer), pMediaInfo);
 }
 
 int32_t KovaRtspStreamerRemoveRtpPacker(KovaRtspStreamer *pStreamer, KovaRtpPacker *pPacker)
 {
     if (pStreamer == nullptr || pPacker == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Remove(pStreamer, Packers(pStreamer), pPacker);
 }
 
 int32_t KovaRtspStreamerRemoveRtpSender(KovaRtspStreamer *pStreamer, KovaRtpSender *pSender)
 {
     if (pStreamer == nullptr || pSender == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return Remove(pStreamer, Senders(pStreamer), pSender);
 }
 
@@ -268,21 +271,21 @@ int32_t KovaRtspStreamerRemoveRtspMediaInfoByPayloadId(KovaRtspStreamer *pStream
                                                        uint32_t nPayloadId)
 {
     if (pStreamer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return RemoveById(pStreamer, MediaInfos(pStreamer), nPayloadId);
 }
 
 int32_t KovaRtspStreamerRemoveRtpPackerByPayloadId(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
     if (pStreamer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return RemoveById(pStreamer, Packers(pStreamer), nPayloadId);
 }
 
 int32_t KovaRtspStreamerRemoveRtpSenderByPayloadId(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
     if (pStreamer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return RemoveById(pStreamer, Senders(pStreamer), nPayloadId);
 }
 
@@ -293,6 +296,6 @@ KovaRtpPacker *KovaStreamerTakePacker(KovaRtspStreamer *pStreamer, uint32_t nPay
 
 void KovaStreamerAwaitPackerThreads(KovaRtspStreamer *pStreamer)
 {
-    const KovaMutexLock audioLock(&pStreamer->audioUseMutex);
-    const KovaMutexLock videoLock(&pStreamer->videoUseMutex);
+    const KovaMutexLock audioLock(&pStreamer->audioUseMutex, kRankAudioUse);
+    const KovaMutexLock videoLock(&pStreamer->videoUseMutex, kRankVideoUse);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "classic/streamer/players.h"
 #include "foundation/export.h"
 
 #include <cstdint>
@@ -20,9 +21,6 @@ KOVA_API int32_t KovaRtspServerUpdateSession(KovaRtspServer *pServer, const char
 KOVA_API int32_t KovaRtspServerRemoveSessionBySessionId(KovaRtspServer *pServer,
                                                         const char *szSessionId);
 
-/// Removes a session and then, silently, the clients of it that nobody else
-/// would ever remove, on whatever stream: nothing expires a client without a
-/// session. With bConnectionLost, interleaved clients that play are left to find
-/// out for themselves, for some seconds. A stream whose client played counts one less, if the
-/// session was not counted out there before.
-void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, bool bConnectionLost);
+/// Removes a session, if there is one, and ends its players on all streams:
+/// nothing would ever expire a client without a session.
+void KovaServerEndSession(KovaRtspServer *pServer, const char *szSessionId, KovaPlayerEnd end);

@@ -2,26 +2,25 @@
 
 #include "classic/streamer/server_calls.h"
 #include "classic/streamer/streamer.h"
-#include "foundation/scope_guard.h"
+#include "foundation/list_view.h"
+#include "foundation/mutex.h"
 
 bool KovaStreamFindPacker(KovaRtspStreamer *pStreamer, uint32_t nPayloadId,
                           KovaPackerIdentity *pIdentity)
 {
-    const KovaMutexLock lock(&pStreamer->packerMutex);
-    for (KovaList *pNode = pStreamer->pPackerList; pNode != nullptr; pNode = pNode->next) {
-        const KovaRtpPacker *pPacker = static_cast<KovaRtpPacker *>(pNode->data);
-        if (pPacker != nullptr && pPacker->nPayloadType == nPayloadId) {
-            *pIdentity = {pPacker->nPayloadType, pPacker->nSsrc};
-            return true;
-        }
-    }
-    return false;
+    const KovaMutexLock lock(&pStreamer->packerMutex, kRankPackers);
+    const KovaRtpPacker *pPacker =
+        KovaListFind(pStreamer->pPackerList, &KovaRtpPacker::nPayloadType, nPayloadId);
+    if (pPacker == nullptr)
+        return false;
+    *pIdentity = {pPacker->nPayloadType, pPacker->nSsrc};
+    return true;
 }
 
 bool KovaStreamFirstSend(KovaRtspStreamer *pStreamer, uint64_t nTime, uint32_t nPts,
                          KovaFirstSend *pRecord)
 {
-    const KovaMutexLock lock(&pStreamer->firstSendMutex);
+    const KovaMutexLock lock(&pStreamer->firstSendMutex, kRankLeaf);
     const bool bMissing = pStreamer->nFirstSendTime == 0 || pStreamer->nFirstRtpTimestamp == 0;
     if (bMissing) {
         pStreamer->nFirstSendTime = nTime;
@@ -39,14 +38,4 @@ uint32_t KovaStreamCreationTime(KovaRtspStreamer *pStreamer)
 void KovaStreamRefreshSession(KovaRtspStreamer *pStreamer, const char *szSessionId)
 {
     KovaRtspStreamerUpdateSession(pStreamer->pServer, szSessionId);
-}
-
-void KovaStreamEndSession(KovaRtspStreamer *pStreamer, const char *szSessionId)
-{
-    KovaServerEndSession(pStreamer->pServer, szSessionId, true);
-}
-
-void KovaStreamLowerClientCount(KovaRtspStreamer *pStreamer)
-{
-    pStreamer->nClientCount--;
 }

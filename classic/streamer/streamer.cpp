@@ -5,8 +5,8 @@
 #include "classic/streamer/server_calls.h"
 #include "foundation/clock.h"
 #include "foundation/heap.h"
-#include "foundation/result.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
+#include "kova_rtsp_server.h"
 
 #include <unistd.h>
 
@@ -20,7 +20,7 @@ static_assert(alignof(std::atomic<int32_t>) == alignof(int32_t), "plain words");
 
 /// Every mutex of a stream.
 struct StreamMutexes {
-    pthread_mutex_t *members[8];
+    KovaMutex *members[8];
 };
 
 StreamMutexes MutexesOf(KovaRtspStreamer *pStreamer)
@@ -38,10 +38,10 @@ KovaRtspStreamer *MakeRecord(KovaRtspServer *pServer, const char *szUri)
     pStreamer->pServer = pServer;
     memcpy(pStreamer->szUri, szUri, strnlen(szUri, sizeof(pStreamer->szUri)));
     pStreamer->pSdpGenerator = KovaRtspSdpGeneratorCreate(szUri);
-    for (pthread_mutex_t *pMutex : MutexesOf(pStreamer).members)
-        pthread_mutex_init(pMutex, nullptr);
+    for (KovaMutex *pMutex : MutexesOf(pStreamer).members)
+        KovaMutexInit(pMutex);
     pStreamer->tCreated = static_cast<uint32_t>(KovaClockSeconds());
-    pStreamer->nServerStatus = kStreamNotReady;
+    pStreamer->nServerStatus = KOVA_STREAM_NOT_READY;
     return pStreamer;
 }
 
@@ -68,7 +68,8 @@ void StopPacker(KovaStateWord *pState, KovaEvent *pWork)
 
 KovaRtspStreamer *KovaRtspStreamerCreate(KovaRtspServer *pServer, const char *szUri)
 {
-    if (pServer == nullptr || szUri == nullptr || strnlen(szUri, kUriSize + 1) > kUriSize)
+    if (pServer == nullptr || szUri == nullptr ||
+        strnlen(szUri, KOVA_MAX_URI_LENGTH + 1) > KOVA_MAX_URI_LENGTH)
         return nullptr;
     if (KovaRtspServerIsUriExist(pServer, szUri) != 0) {
         printf("%s, The Uri is existed !!!\n", "KovaRtspStreamerCreate");
@@ -89,7 +90,7 @@ KovaRtspStreamer *KovaRtspStreamerCreate(KovaRtspServer *pServer, const char *sz
 int32_t KovaRtspStreamerDestroy(KovaRtspStreamer *pStreamer)
 {
     if (pStreamer == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     while (pStreamer->nPins != 0)
         usleep(kPollMicroseconds);
     StopPacker(&pStreamer->nAudioPackerState, &pStreamer->audioWork);
@@ -101,10 +102,10 @@ int32_t KovaRtspStreamerDestroy(KovaRtspStreamer *pStreamer)
     // Senders before packers: a sending thread may still ask for its packer.
     KovaRtspStreamerRemoveAllRtpSender(pStreamer);
     KovaRtspStreamerRemoveAllRtpPacker(pStreamer);
-    for (pthread_mutex_t *pMutex : MutexesOf(pStreamer).members)
-        pthread_mutex_destroy(pMutex);
+    for (KovaMutex *pMutex : MutexesOf(pStreamer).members)
+        KovaMutexDestroy(pMutex);
     free(pStreamer);
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void KovaStreamerPin(KovaRtspStreamer *pStreamer)
@@ -121,39 +122,39 @@ void KovaStreamerUnpin(KovaRtspStreamer *pStreamer)
 int32_t KovaRtspStreamerUpdateSession(KovaRtspServer *pServer, const char *szSessionId)
 {
     if (pServer == nullptr || szSessionId == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     return KovaRtspServerUpdateSession(pServer, szSessionId);
 }
 
 int32_t KovaRtspStreamerGetAveThroughput(KovaRtspStreamer *pStreamer, uint64_t *pThroughput)
 {
     if (pStreamer == nullptr || pThroughput == nullptr)
-        return KOVA_RESULT_NULL;
-    const KovaMutexLock lock(&pStreamer->figuresMutex);
+        return KOVA_ERROR_NULL;
+    const KovaMutexLock lock(&pStreamer->figuresMutex, kRankLeaf);
     *pThroughput = pStreamer->nAveThroughput;
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 void KovaStreamerSetThroughput(KovaRtspStreamer *pStreamer, uint64_t nThroughput)
 {
-    const KovaMutexLock lock(&pStreamer->figuresMutex);
+    const KovaMutexLock lock(&pStreamer->figuresMutex, kRankLeaf);
     pStreamer->nAveThroughput = nThroughput;
 }
 
 int32_t KovaRtspStreamerGetClientCount(KovaRtspStreamer *pStreamer, int32_t *pCount)
 {
     if (pStreamer == nullptr || pCount == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     *pCount = pStreamer->nClientCount;
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 int32_t KovaRtspStreamerGetServerStatus(KovaRtspStreamer *pStreamer, uint32_t *pStatus)
 {
     if (pStreamer == nullptr || pStatus == nullptr)
-        return KOVA_RESULT_NULL;
+        return KOVA_ERROR_NULL;
     *pStatus = pStreamer->nServerStatus;
-    return KOVA_RESULT_OK;
+    return KOVA_OK;
 }
 
 int32_t KovaRtspStreamerSdpIsReady(KovaRtspStreamer *pStreamer)

@@ -7,75 +7,68 @@
 #include "foundation/event.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
-#include "foundation/result.h"
+#include "foundation/mutex.h"
 #include "foundation/ring_buffer.h"
 #include "foundation/thread.h"
-
-#include <pthread.h>
+#include "kova_rtsp_server.h"
 
 #include <atomic>
 #include <cstdint>
 
 struct KovaRtspServer;
 
-/// Values of a stream's status, set once a second by the monitor.
-enum KovaStreamStatus : uint32_t {
-    kStreamNotReady = 1, ///< the session description lacks parameters
-    kStreamIdle = 2,     ///< no client
-    kStreamFlowing = 3,  ///< clients, and data is sent
-    kStreamStalled = 4,  ///< clients, but nothing is sent
-};
-
 /// One published stream: everything between the host's pushes and the network.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtspStreamer {
     KovaRtspServer *pServer;
-    char szUri[kUriSize]; ///< no terminator when the URI fills it
+    char szUri[KOVA_MAX_URI_LENGTH]; ///< no terminator when the URI fills it
     uint32_t nLastPayloadId;
-    KovaRtspSdpGenerator *pSdpGenerator; ///< may be null: every use copes
-    KovaList *pMediaInfoList;            ///< of KovaRtspMediaInfo
-    KovaList *pMediaInfoListTail;
-    KovaList *pPackerList; ///< of KovaRtpPacker
-    KovaList *pPackerListTail;
-    KovaList *pSenderList; ///< of KovaRtpSender
-    KovaList *pSenderListTail;
-    pthread_mutex_t mediaInfoMutex;
+    KovaRtspSdpGenerator *pSdpGenerator;                      ///< may be null: every use copes
+    KovaList *pMediaInfoList KOVA_GUARDED_BY(mediaInfoMutex); ///< of KovaRtspMediaInfo
+    KovaList *pMediaInfoListTail KOVA_GUARDED_BY(mediaInfoMutex);
+    KovaList *pPackerList KOVA_GUARDED_BY(packerMutex); ///< of KovaRtpPacker
+    KovaList *pPackerListTail KOVA_GUARDED_BY(packerMutex);
+    KovaList *pSenderList KOVA_GUARDED_BY(senderMutex); ///< of KovaRtpSender
+    KovaList *pSenderListTail KOVA_GUARDED_BY(senderMutex);
+    KovaMutex mediaInfoMutex;
     /// Guards the packers. The monitor also walks the senders under it, so a
     /// change of the sender list takes senderMutex and then this one.
-    pthread_mutex_t packerMutex;
-    pthread_mutex_t senderMutex;
-    uint32_t nFirstRtpTimestamp; ///< presentation timestamp of the first packet sent, ms
-    uint64_t nFirstSendTime;     ///< when that was, ms
-    pthread_mutex_t firstSendMutex;
+    KovaMutex packerMutex;
+    KovaMutex senderMutex;
+    uint32_t nFirstRtpTimestamp
+        KOVA_GUARDED_BY(firstSendMutex); ///< presentation timestamp of the first packet sent, ms
+    uint64_t nFirstSendTime KOVA_GUARDED_BY(firstSendMutex); ///< when that was, ms
+    KovaMutex firstSendMutex;
     uint32_t tCreated; ///< wall-clock seconds
     std::atomic<uint32_t> nLastAudioTimestamp;
     std::atomic<uint32_t> nLastVideoTimestamp;
     uint64_t nLastAudioPushTime; ///< each its pushing thread's own
     uint64_t nLastVideoPushTime;
-    uint64_t nMaxAudioPushInterval; ///< guarded by figuresMutex, like the next
-    uint64_t nMaxVideoPushInterval;
+    uint64_t nMaxAudioPushInterval KOVA_GUARDED_BY(figuresMutex);
+    uint64_t nMaxVideoPushInterval KOVA_GUARDED_BY(figuresMutex);
     KovaRingbuffer videoRing;
     KovaRingbuffer audioRing;
-    pthread_mutex_t ringMutex; ///< taken by nobody: the rings need no lock
+    KovaMutex ringMutex; ///< taken by nobody: the rings need no lock
     KovaStateWord nAudioPackerState;
     KovaStateWord nVideoPackerState;
-    uint64_t nAveThroughput; ///< kbit/s over all clients; guarded by figuresMutex
+    uint64_t nAveThroughput KOVA_GUARDED_BY(figuresMutex); ///< kbit/s over all clients
     std::atomic<int32_t> nClientCount;
-    std::atomic<uint32_t> nServerStatus; ///< KovaStreamStatus
+    std::atomic<uint32_t> nServerStatus; ///< KOVA_STREAM_*
 
     /// 64-bit figures that two threads touch: no 32-bit board has atomics for them.
-    pthread_mutex_t figuresMutex;
+    KovaMutex figuresMutex;
     KovaEvent audioWork; ///< data or a stop request for the packer thread
     KovaEvent videoWork;
     /// Held by each packer thread while it uses a packer and a sender; whoever
     /// unlinks one passes through both before freeing it.
-    pthread_mutex_t audioUseMutex;
-    pthread_mutex_t videoUseMutex;
+    KovaMutex audioUseMutex;
+    KovaMutex videoUseMutex;
     /// Requests that are using the stream right now; its destruction waits.
     std::atomic<uint32_t> nPins;
 };
 
 /// Makes a stream and starts its two packer threads. Null: null argument, a URI
-/// of more than kUriSize characters or one that the server has already, no
+/// of more than KOVA_MAX_URI_LENGTH characters or one that the server has already, no
 /// memory, no thread.
 KOVA_API KovaRtspStreamer *KovaRtspStreamerCreate(KovaRtspServer *pServer, const char *szUri);
 

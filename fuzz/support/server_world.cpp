@@ -99,6 +99,7 @@ unsigned KovaServerWorld::Clients(const std::string &session)
 {
     Count count = {&session, 0};
     if (m_pStream != nullptr)
-        KovaStreamerWalkClients(m_pStream, {&m_pStream->senderMutex, nullptr, CountClient, &count});
+        KovaStreamerWalkClients(
+            m_pStream, {&m_pStream->senderMutex, kRankSenders, nullptr, CountClient, &count});
     return count.nClients;
 }

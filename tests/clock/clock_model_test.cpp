@@ -2,7 +2,7 @@
 #include "classic/rtsp/session.h"
 #include "classic/streamer/registries.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "tests/clock/clock_model.h"
 #include "tests/soak/short_sleeps.h"
 #include "tests/support/delivery.h"
@@ -171,14 +171,14 @@ TEST_F(MonitorTest, BitrateFollowsTheModelWhereverTheClockIs)
         const uint32_t nBytes = Draw(&random, 4000000);
         {
             // The clock is moved with the bytes, so that no pass comes between.
-            const KovaMutexLock lock(&pGroup->clientMutex);
+            const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
             pClient->nMeasureBytes += nBytes;
             clock.Fix(nClock);
         }
         model.nBytes += nBytes;
         PassAt(nClock);
         model.Pass(nClock);
-        const KovaMutexLock lock(&pGroup->clientMutex);
+        const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
         EXPECT_EQ(pClient->nSendBitrate, model.nBitrate);
         EXPECT_EQ(pClient->nMeasureStartTime, model.nStart);
         EXPECT_EQ(pClient->nMeasureBytes, model.nBytes);

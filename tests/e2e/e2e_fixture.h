@@ -44,10 +44,10 @@ protected:
         unsigned nCount = 0;
         KovaRtpSender *pSender =
             KovaRtspStreamerGetRtpSenderByPayloadId(m_server->Stream(), nPayloadId);
-        pthread_mutex_lock(&pSender->mutex);
+        pthread_mutex_lock(&pSender->mutex.native);
         for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next)
             nCount += KovaRtpSendGroupClientCount(static_cast<KovaRtpSendGroup *>(pNode->data));
-        pthread_mutex_unlock(&pSender->mutex);
+        pthread_mutex_unlock(&pSender->mutex.native);
         return nCount;
     }
     /// Waits for a stream status; the players go on meanwhile.

@@ -7,6 +7,7 @@
 #include "tests/support/delivery.h"
 #include "tests/support/socket_faults.h"
 
+#include <atomic>
 #include <cerrno>
 #include <deque>
 #include <future>
@@ -45,10 +46,20 @@ private:
     std::thread m_thread;
 };
 
+/// Whether a thread waits for a mutex that another one holds: the first word of glibc's mutex is 2
+/// then.
+bool IsWaitedFor(const KovaMutex &mutex)
+{
+    return reinterpret_cast<const std::atomic<int> &>(mutex.native).load() == 2;
+}
+
 class PlayerCount : public ProtocolTest {
 protected:
+    /// Looked up before the list is held up, if it is.
     KovaRtpSender *Sender(uint32_t nPayloadId)
     {
+        if (pHeldSenders != nullptr)
+            return pPictures;
         return KovaRtspStreamerGetRtpSenderByPayloadId(server.Stream(), nPayloadId);
     }
 
@@ -63,9 +74,9 @@ protected:
     bool Drained()
     {
         auto *pGroup = static_cast<KovaRtpSendGroup *>(Sender(97)->pSendGroupList->data);
-        pthread_mutex_lock(&pGroup->packetMutex);
+        pthread_mutex_lock(&pGroup->packetMutex.native);
         const bool bEmpty = pGroup->pPacketList == nullptr;
-        pthread_mutex_unlock(&pGroup->packetMutex);
+        pthread_mutex_unlock(&pGroup->packetMutex.native);
         return bEmpty;
     }
 
@@ -73,9 +84,10 @@ protected:
     void HoldAtSenders(const std::string &request)
     {
         server.Settle(client);
-        pHeldSenders = std::make_unique<HeldMutex>(&server.Stream()->senderMutex);
+        pPictures = Sender(97);
+        pHeldSenders = std::make_unique<HeldMutex>(&server.Stream()->senderMutex.native);
         ASSERT_TRUE(client.Send(request));
-        ASSERT_TRUE(KovaWaitUntil([this] { return server.Stream()->nPins != 0; }));
+        ASSERT_TRUE(KovaWaitUntil([this] { return IsWaitedFor(server.Stream()->senderMutex); }));
     }
 
     void LetGo()
@@ -83,11 +95,25 @@ protected:
         pHeldSenders.reset();
     }
 
+    void MarkPlaying()
+    {
+        auto *pGroup = static_cast<KovaRtpSendGroup *>(Sender(97)->pSendGroupList->data);
+        const KovaClientLock lock(pGroup);
+        static_cast<KovaRtpClient *>(pGroup->pClientList->data)->nState = kClientPlaying;
+    }
+
+    bool HasNoClient()
+    {
+        auto *pGroup = static_cast<KovaRtpSendGroup *>(Sender(97)->pSendGroupList->data);
+        const KovaClientLock lock(pGroup);
+        return pGroup->pClientList == nullptr;
+    }
+
     bool SessionsAreBusy()
     {
-        const bool bBusy = pthread_mutex_trylock(&server.Server()->mtxSession) == EBUSY;
+        const bool bBusy = pthread_mutex_trylock(&server.Server()->mtxSession.native) == EBUSY;
         if (!bBusy)
-            pthread_mutex_unlock(&server.Server()->mtxSession);
+            pthread_mutex_unlock(&server.Server()->mtxSession.native);
         return bBusy;
     }
 
@@ -109,6 +135,7 @@ protected:
 
     KovaSocketFaults faults;
     std::unique_ptr<HeldMutex> pHeldSenders;
+    KovaRtpSender *pPictures = nullptr;
 };
 
 TEST_F(PlayerCount, ConnectionThatBreaksDuringItsPlayLowersItOnce)
@@ -117,21 +144,15 @@ TEST_F(PlayerCount, ConnectionThatBreaksDuringItsPlayLowersItOnce)
     const std::string session = client.Session();
     faults.Script(server.Handler(client)->nSocket, std::deque<KovaScriptedSend>(100, {ECONNRESET}));
     HoldAtSenders(client.Format("PLAY", "live", ""));
-    ASSERT_TRUE(KovaWaitUntil([this] { return ClientCount() == 1; }));
-    // PLAY marks the client and comes to its next halt, before it looks whether
-    // the session still lives.
-    auto pHeldStreams = std::make_unique<HeldMutex>(&server.Server()->mtxStreamer);
-    LetGo();
-    EXPECT_TRUE(KovaWaitUntil([this] {
-        const auto clients = server.Clients(97);
-        return !clients.empty() && clients[0].nState == 1;
-    }));
-    // The first packet meets the reset, the second one takes the client away.
+    ASSERT_EQ(ClientCount(), 1);
+    MarkPlaying(); // as the PLAY is about to do
+    // The first packet meets the reset, the second one takes the client away; the
+    // session's end waits at the senders, too, before the PLAY looks whether it lives.
     Send(1);
     Send(2);
-    EXPECT_TRUE(KovaWaitUntil([this] { return server.Clients(97).empty(); }));
+    EXPECT_TRUE(KovaWaitUntil([this] { return HasNoClient(); }));
     EXPECT_TRUE(KovaWaitUntil([this] { return SessionsAreBusy(); }));
-    pHeldStreams.reset();
+    LetGo();
     EXPECT_TRUE(server.WaitHandlers(0, 10000));
     EXPECT_TRUE(KovaWaitUntil([this] { return Drained(); }));
     EXPECT_FALSE(KovaSessionTallyExists(session.c_str()));
@@ -233,7 +254,7 @@ TEST_F(PlayerCount, LostConnectionOfATrackThatDoesNotPlayCountsItsPlayingSession
     ASSERT_EQ(client.Play("live").nStatus, 200);
     ASSERT_EQ(client.SetupTcp("live", 97, 2).nStatus, 200);
     Remove(96);
-    KovaServerEndSession(server.Server(), client.Session().c_str(), true);
+    KovaServerEndSession(server.Server(), client.Session().c_str(), kEndLost);
     EXPECT_EQ(AllClients(), 0U);
     EXPECT_EQ(ClientCount(), 0);
 }
@@ -243,7 +264,7 @@ TEST_F(PlayerCount, PlayTwiceIsLoweredOnceByALostConnection)
     ASSERT_EQ(client.SetupUdp("live", 97, 5000).nStatus, 200);
     ASSERT_EQ(client.Play("live").nStatus, 200);
     ASSERT_EQ(client.Play("live").nStatus, 200);
-    KovaServerEndSession(server.Server(), client.Session().c_str(), true);
+    KovaServerEndSession(server.Server(), client.Session().c_str(), kEndLost);
     EXPECT_EQ(ClientCount(), 1);
 }
 

@@ -96,9 +96,9 @@ protected:
     {
         KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(server->Stream(), 97);
         auto *pGroup = static_cast<KovaRtpSendGroup *>(pSender->pSendGroupList->data);
-        pthread_mutex_lock(&pGroup->packetMutex);
+        pthread_mutex_lock(&pGroup->packetMutex.native);
         const unsigned nCount = KovaListLength(pGroup->pPacketList);
-        pthread_mutex_unlock(&pGroup->packetMutex);
+        pthread_mutex_unlock(&pGroup->packetMutex.native);
         return nCount;
     }
 

@@ -1,11 +1,12 @@
 #include "tests/support/delivery.h"
 
+#include "classic/rtsp/server_calls.h"
 #include "classic/rtsp/session.h"
 #include "classic/server/session_registry.h"
 #include "classic/streamer/registries.h"
 #include "foundation/byte_order.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "kova_rtsp_server.h"
 #include "tests/support/ready_stream.h"
 #include "tests/support/rtsp_text.h"
@@ -46,7 +47,7 @@ KovaRtpPacket *KovaMakePacket(const KovaPacketPlan &plan)
 
 int32_t KovaReferences(KovaRtpPacket *pPacket)
 {
-    const KovaMutexLock lock(&pPacket->mutex);
+    const KovaMutexLock lock(&pPacket->mutex, kRankLeaf);
     return pPacket->nRefCount;
 }
 
@@ -96,9 +97,9 @@ void KovaDelivery::Queue(const KovaPacketPlan &plan)
 bool KovaDelivery::Drain()
 {
     return KovaWaitUntil([this] {
-        pthread_mutex_lock(&Group()->packetMutex);
+        pthread_mutex_lock(&Group()->packetMutex.native);
         const bool bEmpty = Group()->pPacketList == nullptr;
-        pthread_mutex_unlock(&Group()->packetMutex);
+        pthread_mutex_unlock(&Group()->packetMutex.native);
         return bEmpty;
     });
 }
@@ -113,9 +114,8 @@ bool KovaDelivery::Send(const KovaPacketPlan &plan)
 
 void KovaDelivery::WithClients(const std::function<void()> &action)
 {
-    KovaRtpSendGroupLockClients(Group());
+    const KovaClientLock lock(Group());
     action();
-    pthread_mutex_unlock(&Group()->clientMutex);
 }
 
 bool KovaDelivery::Has(const KovaRtpClient *pClient)

@@ -1,12 +1,12 @@
 #include "tests/support/server_records.h"
 
 #include "classic/streamer/registries.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 
 void KovaForEachSession(KovaRtspServer *pServer,
                         const std::function<void(KovaRtspSession *)> &action)
 {
-    const KovaMutexLock lock(&pServer->mtxSession);
+    const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     for (KovaList *pNode = pServer->pSessionList; pNode != nullptr; pNode = pNode->next)
         action(static_cast<KovaRtspSession *>(pNode->data));
 }
@@ -14,7 +14,7 @@ void KovaForEachSession(KovaRtspServer *pServer,
 void KovaForEachHandler(KovaRtspServer *pServer,
                         const std::function<void(KovaRtspServerHandler *)> &action)
 {
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     for (KovaList *pNode = pServer->pHandlerList; pNode != nullptr; pNode = pNode->next)
         action(static_cast<KovaRtspServerHandler *>(pNode->data));
 }
@@ -35,10 +35,10 @@ unsigned KovaQueuedPackets(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
     KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStreamer, nPayloadId);
     unsigned nCount = 0;
-    const KovaMutexLock lock(&pSender->mutex);
+    const KovaMutexLock lock(&pSender->mutex, kRankGroups);
     for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
         auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        const KovaMutexLock packetLock(&pGroup->packetMutex);
+        const KovaMutexLock packetLock(&pGroup->packetMutex, kRankPackets);
         nCount += KovaListLength(pGroup->pPacketList);
     }
     return nCount;

@@ -3,7 +3,7 @@
 #include "classic/rtp/rtp_packer.h"
 #include "classic/rtsp/server_calls.h"
 #include "classic/streamer/registries.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -66,7 +66,7 @@ KovaRtpClient *KovaAddTestClient(KovaRtspStreamer *pStreamer, uint32_t nPayloadI
     KovaRtpSendGroup *pGroup = FirstGroup(pSender);
     KovaRtpSenderAddRtpClient(pSender, sessionId.c_str(), 0, 0, 0, 0, sockaddr_in{}, 1, nullptr, 0,
                               1, 0, 0);
-    const KovaMutexLock lock(&pGroup->clientMutex);
+    const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
     return static_cast<KovaRtpClient *>(Require(KovaListLast(pGroup->pClientList), "client")->data);
 }
 
@@ -75,7 +75,7 @@ std::vector<std::string> KovaClientIds(KovaRtspStreamer *pStreamer, uint32_t nPa
     KovaRtpSendGroup *pGroup =
         FirstGroup(KovaRtspStreamerGetRtpSenderByPayloadId(pStreamer, nPayloadId));
     std::vector<std::string> ids;
-    const KovaMutexLock lock(&pGroup->clientMutex);
+    const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
     for (KovaList *pNode = pGroup->pClientList; pNode != nullptr; pNode = pNode->next)
         ids.emplace_back(static_cast<KovaRtpClient *>(pNode->data)->szSessionId);
     return ids;

@@ -113,8 +113,8 @@ void KovaTestServer::Settle(const KovaRtspTestClient &client)
     KovaRtspServerHandler *pHandler = Handler(client);
     if (pHandler == nullptr)
         return;
-    pthread_mutex_lock(&pHandler->mtxRequest);
-    pthread_mutex_unlock(&pHandler->mtxRequest);
+    pthread_mutex_lock(&pHandler->mtxRequest.native);
+    pthread_mutex_unlock(&pHandler->mtxRequest.native);
     // The connection's end comes after this: it takes the registry's mutex first.
     HandlerCount();
 }
@@ -126,17 +126,17 @@ bool KovaTestServer::WaitHandlers(unsigned nCount, int nMilliseconds)
 
 unsigned KovaTestServer::HandlerCount()
 {
-    pthread_mutex_lock(&m_pServer->mtxHandler);
+    pthread_mutex_lock(&m_pServer->mtxHandler.native);
     const unsigned nCount = KovaListLength(m_pServer->pHandlerList);
-    pthread_mutex_unlock(&m_pServer->mtxHandler);
+    pthread_mutex_unlock(&m_pServer->mtxHandler.native);
     return nCount;
 }
 
 unsigned KovaTestServer::SessionCount()
 {
-    pthread_mutex_lock(&m_pServer->mtxSession);
+    pthread_mutex_lock(&m_pServer->mtxSession.native);
     const unsigned nCount = KovaListLength(m_pServer->pSessionList);
-    pthread_mutex_unlock(&m_pServer->mtxSession);
+    pthread_mutex_unlock(&m_pServer->mtxSession.native);
     return nCount;
 }
 
@@ -157,10 +157,10 @@ std::vector<KovaTestServer::Client> KovaTestServer::Clients(KovaRtspStreamer *pS
     KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStream, nPayloadId);
     if (pSender == nullptr)
         return clients;
-    pthread_mutex_lock(&pSender->mutex);
+    pthread_mutex_lock(&pSender->mutex.native);
     for (KovaList *pNode = pSender->pSendGroupList; pNode != nullptr; pNode = pNode->next) {
         auto *pGroup = static_cast<KovaRtpSendGroup *>(pNode->data);
-        KovaRtpSendGroupLockClients(pGroup);
+        const KovaClientLock lock(pGroup);
         for (KovaList *pEntry = pGroup->pClientList; pEntry != nullptr; pEntry = pEntry->next) {
             auto *pClient = static_cast<KovaRtpClient *>(pEntry->data);
             int *pTcpSocket = pClient->pTcpSocket.load();
@@ -171,9 +171,8 @@ std::vector<KovaTestServer::Client> KovaTestServer::Clients(KovaRtspStreamer *pS
                                pClient->nStartTimestamp, pClient->rtpAddress,
                                pClient->rtcpAddress});
         }
-        pthread_mutex_unlock(&pGroup->clientMutex);
     }
-    pthread_mutex_unlock(&pSender->mutex);
+    pthread_mutex_unlock(&pSender->mutex.native);
     for (Client &entry : clients)
         entry.nTcpSocket = SocketOf(pStream->pServer, entry.pTcpSocket);
     return clients;

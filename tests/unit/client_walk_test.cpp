@@ -55,7 +55,8 @@ struct ClientWalk : testing::Test {
 TEST_F(ClientWalk, MeetsSendersInTheOrderOfAddition)
 {
     AddClients();
-    KovaStreamerWalkClients(pStreamer, {&pStreamer->packerMutex, nullptr, Note, &visited});
+    KovaStreamerWalkClients(pStreamer,
+                            {&pStreamer->packerMutex, kRankPackers, nullptr, Note, &visited});
     EXPECT_EQ(visited,
               (Lines{"96 11111111111", "96 22222222222", "97 11111111111", "97 22222222222"}));
     EXPECT_EQ(capture.Text(), "");
@@ -136,7 +137,8 @@ TEST_F(ClientWalk, StreamsAndPayloadTypesMayGoMeanwhile)
         for (int n = 0; n < 100000 && !bEnd; n++) {
             KovaRtspServerRemoveRtpClient(host.Server(), n % 2 != 0 ? kFirst : kSecond);
             Lines ids;
-            KovaStreamerWalkClients(pStreamer, {&pStreamer->packerMutex, nullptr, Note, &ids});
+            KovaStreamerWalkClients(pStreamer,
+                                    {&pStreamer->packerMutex, kRankPackers, nullptr, Note, &ids});
             std::this_thread::yield();
         }
     });

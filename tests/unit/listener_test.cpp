@@ -2,7 +2,7 @@
 
 #include "classic/server/handler_registry.h"
 #include "foundation/log.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "system_shims.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
@@ -68,7 +68,7 @@ struct Listener : testing::Test {
 
     unsigned Handlers()
     {
-        const KovaMutexLock lock(&pServer->mtxHandler);
+        const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
         return KovaListLength(pServer->pHandlerList);
     }
 
@@ -85,7 +85,7 @@ TEST_F(Listener, GivesEachConnectionAHandler)
     Start();
     EXPECT_TRUE(Accepts());
     EXPECT_TRUE(Accepts());
-    const KovaMutexLock lock(&pServer->mtxHandler);
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     const auto *pHandler = static_cast<KovaRtspServerHandler *>(pServer->pHandlerList->data);
     EXPECT_STREQ(pHandler->szPeerAddr, "127.0.0.1");
     EXPECT_EQ(pHandler->peerAddr.sin_family, AF_INET);

@@ -304,14 +304,14 @@ TEST_F(LostClientTest, SessionIsRemovedWithoutTheGroupsLock)
     // the monitor does, must not meet the sending thread the other way round.
     delivery.AddSession(kId);
     delivery.Add(udp.Client(kId), 2);
-    pthread_mutex_lock(&delivery.pServer->mtxSession);
+    pthread_mutex_lock(&delivery.pServer->mtxSession.native);
     delivery.Queue({1});
     KovaRtpSendGroupStart(delivery.Group());
     EXPECT_TRUE(KovaWaitUntil([this] { return !KovaIsOpen(udp.nServerRtp); }));
     usleep(5000);
-    EXPECT_EQ(pthread_mutex_trylock(&delivery.Group()->clientMutex), 0);
-    pthread_mutex_unlock(&delivery.Group()->clientMutex);
-    pthread_mutex_unlock(&delivery.pServer->mtxSession);
+    EXPECT_EQ(pthread_mutex_trylock(&delivery.Group()->clientMutex.native), 0);
+    pthread_mutex_unlock(&delivery.Group()->clientMutex.native);
+    pthread_mutex_unlock(&delivery.pServer->mtxSession.native);
     EXPECT_TRUE(delivery.Drain());
     EXPECT_FALSE(delivery.HasSession(kId));
 }
@@ -322,14 +322,14 @@ TEST_F(LostClientTest, SessionIsRefreshedWithoutTheGroupsLock)
     delivery.Add(udp.Client(kId));
     udp.SendRtcp({0x81, 201, 0, 1});
     RTSP_SetLogLevel(4);
-    pthread_mutex_lock(&delivery.pServer->mtxSession);
+    pthread_mutex_lock(&delivery.pServer->mtxSession.native);
     delivery.Queue({1});
     KovaRtpSendGroupStart(delivery.Group());
     EXPECT_TRUE(capture.WaitFor("UpdateSession", 5000));
     usleep(5000);
-    EXPECT_EQ(pthread_mutex_trylock(&delivery.Group()->clientMutex), 0);
-    pthread_mutex_unlock(&delivery.Group()->clientMutex);
-    pthread_mutex_unlock(&delivery.pServer->mtxSession);
+    EXPECT_EQ(pthread_mutex_trylock(&delivery.Group()->clientMutex.native), 0);
+    pthread_mutex_unlock(&delivery.Group()->clientMutex.native);
+    pthread_mutex_unlock(&delivery.pServer->mtxSession.native);
     EXPECT_TRUE(delivery.Drain());
     EXPECT_EQ(udp.Rtp(2000), KovaPacketBytes({1}));
 }

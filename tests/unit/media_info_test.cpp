@@ -9,26 +9,26 @@ namespace {
 
 TEST(MediaInfo, KeepsACopyOfTheVideoDescription)
 {
-    KovaVideoMediaDescription video = {2048};
+    KovaVideoDescription video = {2048};
     KovaRtspMediaInfo *pInfo = KovaRtspMediaInfoCreate(2, 97, &video);
     ASSERT_NE(pInfo, nullptr);
     video.nBitrate = 0;
     EXPECT_EQ(pInfo->nMediaType, 2U);
     EXPECT_EQ(pInfo->nPayloadId, 97U);
     EXPECT_NE(pInfo->pDescription, &video);
-    EXPECT_EQ(static_cast<KovaVideoMediaDescription *>(pInfo->pDescription)->nBitrate, 2048U);
+    EXPECT_EQ(static_cast<KovaVideoDescription *>(pInfo->pDescription)->nBitrate, 2048U);
     KovaRtspMediaInfoDestroy(pInfo);
 }
 
 TEST(MediaInfo, KeepsACopyOfTheAudioDescription)
 {
-    KovaAudioMediaDescription audio = {64, 44100, 2};
+    KovaAudioDescription audio = {64, 44100, 2};
     KovaRtspMediaInfo *pInfo = KovaRtspMediaInfoCreate(1, 96, &audio);
     ASSERT_NE(pInfo, nullptr);
     audio = {};
     EXPECT_EQ(pInfo->nMediaType, 1U);
     EXPECT_EQ(pInfo->nPayloadId, 96U);
-    const auto *pCopy = static_cast<KovaAudioMediaDescription *>(pInfo->pDescription);
+    const auto *pCopy = static_cast<KovaAudioDescription *>(pInfo->pDescription);
     EXPECT_EQ(pCopy->nBitrate, 64U);
     EXPECT_EQ(pCopy->nSampleRate, 44100U);
     EXPECT_EQ(pCopy->nChannels, 2U);
@@ -54,14 +54,14 @@ TEST(MediaInfo, RefusesANullDescription)
 
 TEST(MediaInfo, RefusesUnknownMediaTypes)
 {
-    const KovaAudioMediaDescription audio = {64, 44100, 2};
+    const KovaAudioDescription audio = {64, 44100, 2};
     for (const uint32_t nType : {0U, 3U, 0xFFFFFFFFU})
         EXPECT_EQ(KovaRtspMediaInfoCreate(nType, 96, &audio), nullptr) << nType;
 }
 
 TEST(MediaInfo, IsNullWithoutMemory)
 {
-    const KovaAudioMediaDescription audio = {64, 44100, 2};
+    const KovaAudioDescription audio = {64, 44100, 2};
     for (int nGood = 0; nGood < 2; nGood++) {
         const KovaFailingHeap heap(nGood);
         EXPECT_EQ(KovaRtspMediaInfoCreate(1, 96, &audio), nullptr) << nGood;

@@ -200,14 +200,14 @@ TEST_F(PacketQueueTest, PacketThatIsServedWhileTheQueueIsFlushedIsReleasedAndCou
     for (int n = 0; n < 3; n++) // the queue's and two of the test
         KovaRtpPacketAddRef(pPacket);
     KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
-    KovaRtpSendGroupLockClients(pGroup);
+    std::optional<KovaClientLock> lock(pGroup);
     KovaRtpSendGroupStart(pGroup);
     // It is being served, and waits for the clients.
     EXPECT_TRUE(KovaWaitUntil([this] { return delivery.pSender->nLastSequence == 7; }));
     KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
     EXPECT_EQ(KovaReferences(pPacket), 3); // the thread's own keeps it alive
     delivery.Queue({8, 0, 1000, kFrameKey, 70});
-    pthread_mutex_unlock(&pGroup->clientMutex);
+    lock.reset();
     ASSERT_TRUE(delivery.Drain());
     EXPECT_EQ(delivery.pSender->nLastSequence, 8);
     EXPECT_EQ(KovaReferences(pPacket), 2);

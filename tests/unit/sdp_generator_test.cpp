@@ -47,7 +47,7 @@ struct SdpGenerator : testing::Test {
 
     int32_t AddAudio(uint32_t nId)
     {
-        const KovaAudioMediaDescription audio = {64, 44100, 2};
+        const KovaAudioDescription audio = {64, 44100, 2};
         return KovaRtspSdpGeneratorAddMedia(pGenerator, 1, nId, &audio);
     }
 

@@ -273,7 +273,7 @@ TEST_F(SendGroupTest, SendsWhatIsQueuedBeforeItStops)
     ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
     ASSERT_NE(ends.Rtp(5000), std::nullopt);
     // While the thread cannot serve, packets and then the stop request come.
-    KovaRtpSendGroupLockClients(pGroup);
+    std::optional<KovaClientLock> lock(pGroup);
     for (uint16_t n = 10; n < 15; n++) {
         KovaRtpPacket *pPacket = KovaMakePacket({n});
         KovaRtpPacketAddRef(pPacket);
@@ -281,7 +281,7 @@ TEST_F(SendGroupTest, SendsWhatIsQueuedBeforeItStops)
     }
     EXPECT_TRUE(KovaWaitUntil([this] { return delivery.pSender->nLastSequence == 10; }));
     pGroup->nState = 3;
-    pthread_mutex_unlock(&pGroup->clientMutex);
+    lock.reset();
     EXPECT_TRUE(KovaWaitUntil([this] { return pGroup->nState == 4; }));
     EXPECT_EQ(Packets(), PacketList{});
     for (uint16_t n = 10; n < 15; n++)

@@ -49,9 +49,9 @@ struct ServeClientsTest : testing::Test {
 
     bool Queued()
     {
-        pthread_mutex_lock(&pGroup->packetMutex);
+        pthread_mutex_lock(&pGroup->packetMutex.native);
         const bool bQueued = pGroup->pPacketList != nullptr;
-        pthread_mutex_unlock(&pGroup->packetMutex);
+        pthread_mutex_unlock(&pGroup->packetMutex.native);
         return bQueued;
     }
 };
@@ -69,8 +69,7 @@ TEST_F(ServeClientsTest, NobodyIsLockedOutWhileWaitingClientsArePaidFor)
 {
     AddWaiting(6000);
     BeginPacket();
-    KovaRtpSendGroupLockClients(pGroup);
-    pthread_mutex_unlock(&pGroup->clientMutex);
+    KovaClientLock{pGroup};
     usleep(100000);
     EXPECT_TRUE(Queued()) << "all six seconds had passed before";
     EXPECT_EQ(KovaRtpSendGroupStop(pGroup), 0); // which ends them
@@ -137,8 +136,7 @@ TEST_F(ServeClientsTest, WhoeverWaitsForTheClientsIsLetInAfterEachPacket)
 TEST_F(ServeClientsTest, WhoeverHasHadTheClientsDelaysNothingAnyMore)
 {
     delivery.Add(udp.Client("1"));
-    KovaRtpSendGroupLockClients(pGroup);
-    pthread_mutex_unlock(&pGroup->clientMutex);
+    KovaClientLock{pGroup};
     EXPECT_EQ(pGroup->nClientWaiters, 0U);
     const KovaSleepCounter sleeps;
     for (uint16_t n = 1; n <= 5; n++)

@@ -37,7 +37,7 @@ struct SessionEnd : testing::Test {
 
     void LoseConnection()
     {
-        KovaServerEndSession(host.Server(), kId, true);
+        KovaServerEndSession(host.Server(), kId, kEndLost);
         EXPECT_EQ(KovaRtspServerIsSessionExist(host.Server(), kId), 0);
     }
 
@@ -49,10 +49,12 @@ struct SessionEnd : testing::Test {
     /// What the monitor does with strays in one of its passes.
     void Pass() const
     {
-        KovaStreamerWalkClients(
-            pStream,
-            {&pStream->packerMutex, nullptr,
-             [](const KovaClientVisit &visit, void *) { return KovaStrayIsDue(visit); }, nullptr});
+        KovaStreamerWalkClients(pStream, {&pStream->packerMutex, kRankPackers, nullptr,
+                                          [](const KovaClientVisit &visit, void *) {
+                                              return KovaPlayersStrayIsDue(visit.pStreamer,
+                                                                           visit.pClient);
+                                          },
+                                          nullptr});
     }
 };
 

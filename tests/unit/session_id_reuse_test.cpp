@@ -3,7 +3,7 @@
 #include "classic/rtsp/session.h"
 #include "classic/server/server.h"
 #include "classic/server/session_end.h"
-#include "foundation/scope_guard.h"
+#include "foundation/mutex.h"
 #include "system_shims.h"
 #include "tests/support/delivery.h"
 #include "tests/support/net_ends.h"
@@ -66,7 +66,7 @@ TEST(SessionIdReuse, LostClientBearsItsIdUntilItHasEndedItsSession)
     delivery.WithClients([&] { pClient->nState = 2; });
     {
         // Nobody can end a session now, so the sending thread stops just there.
-        const KovaMutexLock lock(&delivery.pServer->mtxSession);
+        const KovaMutexLock lock(&delivery.pServer->mtxSession, kRankSessions);
         delivery.Queue({1});
         KovaRtpSendGroupStart(delivery.Group());
         ASSERT_TRUE(KovaWaitUntil([&] { return !delivery.Has(pClient); }));
@@ -84,8 +84,8 @@ TEST(SessionIdReuse, EndedSessionTakesOnlyItsOwnClientsWithIt)
     KovaRtspStreamer *pStream = host.AddAudioVideo();
     host.AddSession(kOld);
     // The end stops on its way to the clients, and a new session comes just then.
-    pthread_mutex_lock(&host.Server()->mtxStreamer);
-    std::thread ending([&] { KovaServerEndSession(host.Server(), kOld, false); });
+    pthread_mutex_lock(&host.Server()->mtxStreamer.native);
+    std::thread ending([&] { KovaServerEndSession(host.Server(), kOld, kEndGoneWithIt); });
     usleep(20000);
     std::string id;
     std::thread beginning([&] {
@@ -93,7 +93,7 @@ TEST(SessionIdReuse, EndedSessionTakesOnlyItsOwnClientsWithIt)
         KovaAddTestClient(pStream, 96, id);
     });
     usleep(20000);
-    pthread_mutex_unlock(&host.Server()->mtxStreamer);
+    pthread_mutex_unlock(&host.Server()->mtxStreamer.native);
     ending.join();
     beginning.join();
     EXPECT_EQ(KovaClientIds(pStream, 96), std::vector<std::string>{id});
@@ -103,20 +103,25 @@ TEST(SessionIdReuse, NobodyGetsAnEndedSessionsIdWhileItsClientsAreDropped)
 {
     const KovaStdoutCapture capture;
     KovaStreamHost host;
+    KovaRtspStreamer *pStream = host.AddAudioVideo();
     host.AddSession(kNew);
-    int nResult = -1;
-    struct Context {
-        KovaRtspServer *pServer;
-        int *pResult;
-    } context = {host.Server(), &nResult};
-    const auto pfnTry = [](void *pContext) {
-        auto *pTried = static_cast<Context *>(pContext);
-        *pTried->pResult = pthread_mutex_trylock(&pTried->pServer->mtxSession);
-    };
-    KovaServerIfSessionEnded(host.Server(), kNew, pfnTry, &context);
-    EXPECT_EQ(nResult, -1);
-    KovaServerIfSessionEnded(host.Server(), kOld, pfnTry, &context);
-    EXPECT_EQ(nResult, EBUSY);
+    KovaAddTestClient(pStream, 96, kNew);
+    KovaAddTestClient(pStream, 96, kOld);
+    // A session that lives keeps its clients; the way to those of an ended one is barred.
+    KovaServerEndOvertaken(host.Server(), pStream, kNew, nullptr);
+    pthread_mutex_lock(&pStream->senderMutex.native);
+    std::thread dropping([&] { KovaServerEndOvertaken(host.Server(), pStream, kOld, nullptr); });
+    EXPECT_TRUE(KovaWaitUntil([&] {
+        if (pthread_mutex_trylock(&host.Server()->mtxSession.native) == EBUSY)
+            return true;
+        pthread_mutex_unlock(&host.Server()->mtxSession.native);
+        return false;
+    }));
+    usleep(20000);
+    EXPECT_EQ(pthread_mutex_trylock(&host.Server()->mtxSession.native), EBUSY);
+    pthread_mutex_unlock(&pStream->senderMutex.native);
+    dropping.join();
+    EXPECT_EQ(KovaClientIds(pStream, 96), std::vector<std::string>{kNew});
 }
 
 } // namespace

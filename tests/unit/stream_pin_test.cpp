@@ -16,7 +16,7 @@ TEST(StreamPin, StandsWhenTheRegistryIsLetGo)
     KovaRtspStreamer *pStream = host.AddStream("live");
     uint32_t nPins = 0;
     // Whoever takes the registry now may take the stream out and destroy it.
-    const KovaUnlockHook hook(&pServer->mtxStreamer, [&] { nPins = pStream->nPins; });
+    const KovaUnlockHook hook(&pServer->mtxStreamer.native, [&] { nPins = pStream->nPins; });
     ASSERT_EQ(KovaServerPinStreamer(pServer, "live"), pStream);
     EXPECT_EQ(hook.Calls(), 1);
     EXPECT_EQ(nPins, 1U);
