@@ -20,10 +20,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     list(APPEND KOVA_LIBRARY_OPTIONS -Wthread-safety -Wthread-safety-beta)
 endif()
 # -Os of GCC leaves these on, although they keep more values alive than a MIPS processor has
-# registers for: without them the text is 3 % smaller there.
+# registers for, or lay code out for speed: without them the text is 4 % smaller there.
+set(kova_smaller -fno-move-loop-invariants -fno-gcse -fno-shrink-wrap
+    -fno-guess-branch-probability -fno-expensive-optimizations)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    list(APPEND KOVA_LIBRARY_OPTIONS
-        "$<$<CONFIG:MinSizeRel>:-fno-move-loop-invariants;-fno-gcse;-fno-shrink-wrap>")
+    list(APPEND KOVA_LIBRARY_OPTIONS "$<$<CONFIG:MinSizeRel>:${kova_smaller}>")
 endif()
 
 set(KOVA_LIBRARY_LINK_OPTIONS

@@ -10,46 +10,43 @@ template <typename Element> class KovaListOf {
 public:
     explicit KovaListOf(KovaList *pList) : m_pList(pList) {}
 
+    struct End {};
+
+    /// Comes to its element when it is compared with the end, as loops do once a
+    /// round: the code that passes over null entries then stands there once.
     class Iterator {
     public:
-        explicit Iterator(KovaList *pNode)
+        explicit Iterator(KovaList *pNode) : m_pNext(pNode) {}
+        bool operator!=(End)
         {
-            Settle(pNode);
+            m_pElement = nullptr;
+            while (m_pNext != nullptr && m_pElement == nullptr) {
+                m_pElement = static_cast<Element *>(m_pNext->data);
+                m_pNext = m_pNext->next;
+            }
+            return m_pElement != nullptr;
         }
         Element *operator*() const
         {
-            return static_cast<Element *>(m_pNode->data);
+            return m_pElement;
         }
         Iterator &operator++()
         {
-            Settle(m_pNext);
             return *this;
-        }
-        bool operator!=(const Iterator &other) const
-        {
-            return m_pNode != other.m_pNode;
         }
 
     private:
-        void Settle(KovaList *pNode)
-        {
-            while (pNode != nullptr && pNode->data == nullptr)
-                pNode = pNode->next;
-            m_pNode = pNode;
-            m_pNext = pNode != nullptr ? pNode->next : nullptr;
-        }
-
-        KovaList *m_pNode = nullptr;
-        KovaList *m_pNext = nullptr;
+        KovaList *m_pNext;
+        Element *m_pElement = nullptr;
     };
 
     Iterator begin() const
     {
         return Iterator(m_pList);
     }
-    Iterator end() const
+    End end() const
     {
-        return Iterator(nullptr);
+        return {};
     }
 
 private:

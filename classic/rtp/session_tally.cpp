@@ -127,10 +127,7 @@ void KovaSessionTallyRaised(KovaSessionTally *pTally)
 
 bool KovaSessionTallyTake(KovaSessionTally *pTally)
 {
-    if (pTally == nullptr)
-        return true;
-    const KovaMutexLock lock(&g_tallyMutex, kRankLeaf);
-    return Take(pTally);
+    return KovaSessionTallyTakePlaying(pTally, true);
 }
 
 bool KovaSessionTallyTakePlaying(KovaSessionTally *pTally, bool bPlays)

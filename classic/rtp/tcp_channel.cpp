@@ -92,6 +92,12 @@ void SetOption(int nSocket, int nLevel, int nName, int nValue)
     setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
 }
 
+/// The descriptor; -1 once it is closed. Under the channel's mutex, which orders it.
+int SocketOf(const KovaTcpChannel *pChannel)
+{
+    return pChannel->pSocket->load(std::memory_order_relaxed);
+}
+
 /// Leaves errno as it is: it tells why the tail is dropped.
 void DropTail(KovaTcpChannel *pChannel)
 {
@@ -119,7 +125,7 @@ void CloseLocked(KovaTcpChannel *pChannel)
 /// One send on the open descriptor; -1 and EBADF when it is closed.
 ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize)
 {
-    const int nSocket = pChannel->pSocket->load();
+    const int nSocket = SocketOf(pChannel);
     if (nSocket < 0) {
         errno = EBADF;
         return -1;
@@ -135,7 +141,7 @@ ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize
 void GiveUpTail(KovaTcpChannel *pChannel)
 {
     const int nError = errno;
-    shutdown(pChannel->pSocket->load(), SHUT_RDWR);
+    shutdown(SocketOf(pChannel), SHUT_RDWR);
     DropTail(pChannel);
     errno = nError;
 }
@@ -169,7 +175,7 @@ bool KeepTail(KovaTcpChannel *pChannel, const uint8_t *pRest, size_t nSize)
 {
     pChannel->pTail = static_cast<uint8_t *>(KovaHeapAlloc(nSize));
     if (pChannel->pTail == nullptr) {
-        shutdown(pChannel->pSocket->load(), SHUT_RDWR);
+        shutdown(SocketOf(pChannel), SHUT_RDWR);
         errno = ENOMEM;
         return false;
     }
@@ -277,8 +283,7 @@ KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t 
     const KovaSendOutcome outcome = pProgress->bBegun
                                         ? ContinueFrame(pChannel, *pProgress)
                                         : BeginFrame(pChannel, pFrame, nSize, pProgress);
-    if (outcome != kSendAgain ||
-        !KovaStallWatchRefused(&pChannel->stall, pChannel->pSocket->load()))
+    if (outcome != kSendAgain || !KovaStallWatchRefused(&pChannel->stall, SocketOf(pChannel)))
         return outcome;
     errno = ECONNRESET;
     return kSendFailed;
@@ -307,7 +312,7 @@ KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const 
 ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t nSize)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    const int nSocket = pChannel->pSocket->load();
+    const int nSocket = SocketOf(pChannel);
     if (nSocket < 0) {
         errno = EBADF;
         return -1;
@@ -319,7 +324,7 @@ void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
 {
     KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     struct pollfd entry = {};
-    entry.fd = pChannel->pSocket->load();
+    entry.fd = SocketOf(pChannel);
     entry.events = POLLIN;
     if (entry.fd < 0 || pChannel->bReaderWoken)
         return;
@@ -338,7 +343,7 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     pChannel->bReaderWoken = true;
-    const int nSocket = pChannel->pSocket->load();
+    const int nSocket = SocketOf(pChannel);
     if (pChannel->bReaderWaits && nSocket > 0)
         shutdown(nSocket, SHUT_RD);
 }
@@ -355,7 +360,7 @@ void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
 {
 #ifdef TCP_USER_TIMEOUT
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    const int nSocket = pChannel->pSocket->load();
+    const int nSocket = SocketOf(pChannel);
     if (nSocket > 0)
         SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);
 #else

@@ -238,7 +238,7 @@ int32_t Dispatch(Request *pRequest)
         RequestOptionsResponse(pRequest->pHandler, *pInfo);
         return kGoOn;
     case kMethodDescribe:
-        KovaAnswerDescribe(pRequest->pHandler, *pInfo, pRequest->stream.Get());
+        KovaAnswerDescribe(pRequest->pHandler, pInfo, pRequest->stream.Get());
         return kGoOn;
     case kMethodSetup:
         return DoSetup(pRequest);

@@ -31,8 +31,9 @@ void SetReason(KovaRtspRequestInfo *pInfo)
 }
 
 /// Every answer but the refusal begins so.
-void AppendHead(Response *pResponse, KovaRtspRequestInfo *pInfo)
+void Begin(Response *pResponse, KovaRtspRequestInfo *pInfo)
 {
+    *pResponse = {};
     SetReason(pInfo);
     KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength,
                    "RTSP/1.0 %d %s\r\nCSeq: %s\r\n", pInfo->nStatus, pInfo->szReason,
@@ -78,8 +79,8 @@ void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
 
 void RequestOptionsResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Public: DESCRIBE,SETUP,TEARDOWN,PLAY,GET_PARAMETER\r\n\r\n");
     Send(pHandler, response);
@@ -90,18 +91,18 @@ void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInf
     if (pHandler == nullptr)
         return;
     const KovaPinnedStreamer stream(pHandler->pServer, info.szUri);
-    KovaAnswerDescribe(pHandler, info, stream.Get());
+    KovaAnswerDescribe(pHandler, &info, stream.Get());
 }
 
-void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info,
+void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo *pInfo,
                         KovaRtspStreamer *pStreamer)
 {
     char szSdp[kSdpTextSize] = {};
     int32_t nSdpLength = 0;
     if (KovaRtspStreamerSdpIsReady(pStreamer) != 0)
         KovaRtspGenerateSdpGetSdpInfo(pStreamer->pSdpGenerator, szSdp, &nSdpLength);
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, pInfo);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Server: %s\r\nCache-Control: no-cache\r\n"
                    "Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s",
@@ -113,8 +114,8 @@ void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo i
 {
     if (pHandler == nullptr)
         return;
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Server: %s\r\nCache-Control: no-cache\r\n", kServerName);
     if (info.nTransport == kTransportUdp)
@@ -138,8 +139,8 @@ void RequestPlayResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo in
 {
     if (pHandler == nullptr)
         return;
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Cache-Control: no-cache\r\n");
     AppendRtpInfo(&response, pHandler, &info);
@@ -150,8 +151,8 @@ void RequestPlayResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo in
 
 void RequestGetParameterResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Cache-Control: no-cache\r\nSession: %s;timeout=%d\r\n\r\n", info.szSessionId,
                    kSessionTimeout);
@@ -160,8 +161,8 @@ void RequestGetParameterResponse(KovaRtspServerHandler *pHandler, KovaRtspReques
 
 void RequestTeardownResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response = {};
-    AppendHead(&response, &info);
+    Response response;
+    Begin(&response, &info);
     KovaTextAppend(response.szText, kResponseSize, &response.nLength,
                    "Cache-Control: no-cache\r\n\r\n");
     Send(pHandler, response);

@@ -15,8 +15,9 @@ KOVA_API void RequestOptionsResponse(KovaRtspServerHandler *pHandler, KovaRtspRe
 /// With the stream's session description, or an empty body while it is not ready.
 KOVA_API void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info);
 
-/// The same for a stream that is pinned already. Null has no description.
-void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info,
+/// The same for a stream that is pinned already. Null has no description. Writes
+/// the status line's reason into *pInfo.
+void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo *pInfo,
                         KovaRtspStreamer *pStreamer);
 
 KOVA_API void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info);

@@ -29,7 +29,8 @@ constexpr uint64_t kMeasureSpan = 10000;
 bool IsExpired(const KovaRtspSession *pSession)
 {
     const int32_t tNow = KovaClockSeconds();
-    return pSession->tExpire < tNow || KovaClockSecondsBetween(pSession->tExpire, tNow) > 0;
+    const int32_t tExpire = pSession->tExpire;
+    return tExpire < tNow || KovaClockSecondsBetween(tExpire, tNow) > 0;
 }
 
 void ExpireSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
@@ -97,12 +98,12 @@ void MeasureStream(KovaRtspStreamer *pStreamer)
         pStreamer, {&pStreamer->packerMutex, kRankPackers, nullptr, MeasureClient, &nBitrate});
     KovaStreamerSetThroughput(pStreamer, nBitrate);
     const int32_t nClients = pStreamer->nClientCount;
-    pStreamer->nServerStatus = StatusOf(pStreamer, nClients, nBitrate);
+    const uint32_t nStatus = StatusOf(pStreamer, nClients, nBitrate);
+    pStreamer->nServerStatus = nStatus;
     TimeLog(kLogFigures,
             "%s, Uri: %.*s, Client Count: %d, Send Bitrate: %llu kbps, Server Status: %d\n",
             kThreadName, static_cast<int>(KOVA_MAX_URI_LENGTH), pStreamer->szUri, nClients,
-            static_cast<unsigned long long>(nBitrate),
-            static_cast<int>(pStreamer->nServerStatus.load()));
+            static_cast<unsigned long long>(nBitrate), static_cast<int>(nStatus));
     TimeLog(kLogFigures, "%s, Audio Ring Buffer Avail: %d, Video Ring Buffer Avail: %d\n",
             kThreadName, KovaRingbufferAvail(&pStreamer->audioRing),
             KovaRingbufferAvail(&pStreamer->videoRing));

@@ -11,6 +11,9 @@ namespace {
 
 constexpr char kPushing[] = "KovaRtspServerPushData";
 constexpr int32_t kSummaryCalls = 500;
+/// For figures of the log that order nothing.
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
 constexpr uint32_t kGapMilliseconds = 100;
 constexpr uint32_t kDriftMilliseconds = 500;
 
@@ -40,7 +43,8 @@ bool CountCall()
 void LogSummary(KovaRtspStreamer *pStreamer)
 {
     TimeLog(kLogThread, "%s, Last Audio Pts: %u, Last Video Pts: %u\n", kPushing,
-            pStreamer->nLastAudioTimestamp.load(), pStreamer->nLastVideoTimestamp.load());
+            pStreamer->nLastAudioTimestamp.load(kRelaxed),
+            pStreamer->nLastVideoTimestamp.load(kRelaxed));
     const KovaMutexLock lock(&pStreamer->figuresMutex, kRankLeaf);
     TimeLog(kLogThread, "%s, Last Video Time Gap: %llu, Last Audio Time Gap: %llu\n", kPushing,
             static_cast<unsigned long long>(pStreamer->nMaxVideoPushInterval),
@@ -49,14 +53,14 @@ void LogSummary(KovaRtspStreamer *pStreamer)
 
 void CheckTimestamp(const Track &track, uint32_t nTimestamp)
 {
-    const uint32_t nLast = *track.pLastTimestamp;
+    const uint32_t nLast = track.pLastTimestamp->load(kRelaxed);
     if (nLast < nTimestamp && nTimestamp - nLast > kGapMilliseconds)
         TimeLog(kLogThread, "%s, GAP, Now %s Pts: %u, Last %s Pts: %u, Diff: %u\n", kPushing,
                 track.szName, nTimestamp, track.szName, nLast, nTimestamp - nLast);
     else if (nTimestamp < nLast)
         TimeLog(kLogThread, "%s, BACK, Now %s Pts: %u, Last %s Pts: %u\n", kPushing, track.szName,
                 nTimestamp, track.szName, nLast);
-    *track.pLastTimestamp = nTimestamp;
+    track.pLastTimestamp->store(nTimestamp, kRelaxed);
 }
 
 void CheckInterval(const Track &track, uint64_t nNow, uint32_t nTimestamp)
@@ -83,8 +87,8 @@ void CheckTrack(const Track &track, uint64_t nNow, uint32_t nTimestamp)
 
 void CheckDrift(const KovaRtspStreamer *pStreamer)
 {
-    const uint32_t nAudio = pStreamer->nLastAudioTimestamp;
-    const uint32_t nVideo = pStreamer->nLastVideoTimestamp;
+    const uint32_t nAudio = pStreamer->nLastAudioTimestamp.load(kRelaxed);
+    const uint32_t nVideo = pStreamer->nLastVideoTimestamp.load(kRelaxed);
     const bool bVideoLate = nVideo < nAudio && nAudio - nVideo > kDriftMilliseconds && nVideo != 0;
     const bool bAudioLate = nAudio < nVideo && nVideo - nAudio > kDriftMilliseconds && nAudio != 0;
     if (bVideoLate || bAudioLate)

@@ -89,16 +89,19 @@ int32_t OpenListener(KovaRtspServer *pServer)
 void KovaServerCloseListener(KovaRtspServer *pServer)
 {
     const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
-    if (pServer->nListenSocket <= 0)
+    const int nSocket = pServer->nListenSocket;
+    if (nSocket <= 0)
         return;
-    close(pServer->nListenSocket.exchange(-1));
+    pServer->nListenSocket = -1;
+    close(nSocket);
 }
 
 void KovaServerWakeListener(KovaRtspServer *pServer)
 {
     const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
-    if (pServer->nListenSocket > 0)
-        shutdown(pServer->nListenSocket, SHUT_RDWR);
+    const int nSocket = pServer->nListenSocket;
+    if (nSocket > 0)
+        shutdown(nSocket, SHUT_RDWR);
 }
 
 int32_t KovaRtspServerInit(KovaRtspServer **ppServer, const char *szAddress, uint32_t nPort,

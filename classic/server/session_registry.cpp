@@ -26,12 +26,12 @@ void Redraw(char *szSessionId)
 {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    uint64_t nState = (static_cast<uint64_t>(++g_nRedraws) << 32) ^
-                      (static_cast<uint64_t>(now.tv_sec) * 1000000000U) ^
-                      static_cast<uint64_t>(now.tv_nsec);
+    // 32 bits at a time: the board has no more in a register.
+    uint32_t nState = (++g_nRedraws * 2654435769U) ^ (static_cast<uint32_t>(now.tv_sec) << 20) ^
+                      static_cast<uint32_t>(now.tv_nsec);
     for (unsigned nIndex = 0; nIndex < kSessionIdSize - 1; nIndex++) {
-        nState = nState * 6364136223846793005U + 1442695040888963407U; // Knuth's MMIX
-        szSessionId[nIndex] = static_cast<char>('0' + static_cast<uint32_t>(nState >> 33) % 10U);
+        nState = nState * 1664525U + 1013904223U; // of "Numerical Recipes"
+        szSessionId[nIndex] = static_cast<char>('0' + (nState >> 16) % 10U);
     }
     szSessionId[kSessionIdSize - 1] = '\0';
 }

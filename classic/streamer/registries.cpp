@@ -6,17 +6,6 @@
 
 namespace {
 
-/// One registry of a stream, and how its elements are keyed and destroyed.
-struct Registry {
-    KovaList **ppList;
-    KovaList **ppTail;
-    KovaMutex *pMutex; // held by everybody who walks or changes it
-    KovaLockRank rank;
-    KovaMutex *pWriterMutex; // held in addition by a change; may be null
-    uint32_t (*pfnPayloadId)(const void *pElement);
-    void (*pfnDestroy)(void *pElement);
-};
-
 uint32_t MediaInfoId(const void *pElement)
 {
     return static_cast<const KovaRtspMediaInfo *>(pElement)->nPayloadId;
@@ -49,134 +38,147 @@ void DestroySender(void *pElement)
     KovaRtpSenderDestory(pSender);
 }
 
-Registry MediaInfos(KovaRtspStreamer *pStreamer)
-{
-    return {&pStreamer->pMediaInfoList,
-            &pStreamer->pMediaInfoListTail,
-            &pStreamer->mediaInfoMutex,
-            kRankLeaf,
-            nullptr,
-            MediaInfoId,
-            DestroyMediaInfo};
-}
-
-Registry Packers(KovaRtspStreamer *pStreamer)
-{
-    return {&pStreamer->pPackerList,
-            &pStreamer->pPackerListTail,
-            &pStreamer->packerMutex,
-            kRankPackers,
-            nullptr,
-            PackerId,
-            DestroyPacker};
-}
-
-Registry Senders(KovaRtspStreamer *pStreamer)
-{
-    return {&pStreamer->pSenderList,
-            &pStreamer->pSenderListTail,
-            &pStreamer->senderMutex,
-            kRankSenders,
-            &pStreamer->packerMutex,
-            SenderId,
-            DestroySender};
-}
-
-/// Holds what a change of a registry needs.
-class ChangeLock {
+/// Holds what a change needs beside the registry's own mutex; null: nothing.
+class WriterLock {
 public:
-    explicit ChangeLock(const Registry &registry)
-        : m_lock(registry.pMutex, registry.rank), m_pWriterMutex(registry.pWriterMutex)
+    explicit WriterLock(KovaMutex *pMutex) KOVA_NO_THREAD_SAFETY_ANALYSIS : m_pMutex(pMutex)
     {
-        if (m_pWriterMutex != nullptr)
-            KovaMutexTake(m_pWriterMutex, kRankPackers);
+        if (m_pMutex != nullptr)
+            KovaMutexTake(m_pMutex, kRankPackers);
     }
-    ~ChangeLock()
+    ~WriterLock() KOVA_NO_THREAD_SAFETY_ANALYSIS
     {
-        if (m_pWriterMutex != nullptr)
-            KovaMutexGive(m_pWriterMutex, kRankPackers);
+        if (m_pMutex != nullptr)
+            KovaMutexGive(m_pMutex, kRankPackers);
     }
-    ChangeLock(const ChangeLock &) = delete;
-    ChangeLock &operator=(const ChangeLock &) = delete;
+    WriterLock(const WriterLock &) = delete;
+    WriterLock &operator=(const WriterLock &) = delete;
 
 private:
-    KovaMutexLock m_lock;
-    KovaMutex *m_pWriterMutex;
+    KovaMutex *m_pMutex;
 };
 
-/// Under the registry's mutex.
-void *FindById(const Registry &registry, uint32_t nPayloadId)
+void *FindById(KovaList *pList, uint32_t (*pfnPayloadId)(const void *pElement), uint32_t nPayloadId)
 {
-    return KovaListFindIf<void>(*registry.ppList, [&](const void *pElement) {
-        return registry.pfnPayloadId(pElement) == nPayloadId;
-    });
+    return KovaListFindIf<void>(
+        pList, [=](const void *pElement) { return pfnPayloadId(pElement) == nPayloadId; });
 }
 
-int32_t Add(const Registry &registry, void *pElement)
+/// One registry of a stream, and how its elements are keyed and destroyed.
+struct Registry {
+    KovaList *KovaRtspStreamer::*pList;
+    KovaList *KovaRtspStreamer::*pTail;
+    KovaMutex KovaRtspStreamer::*pMutex; // held by everybody who walks or changes it
+    KovaLockRank rank;
+    KovaMutex KovaRtspStreamer::*pWriterMutex; // held in addition by a change; may be null
+    uint32_t (*pfnPayloadId)(const void *pElement);
+    void (*pfnDestroy)(void *pElement);
+};
+
+constexpr Registry kMediaInfos = {&KovaRtspStreamer::pMediaInfoList,
+                                  &KovaRtspStreamer::pMediaInfoListTail,
+                                  &KovaRtspStreamer::mediaInfoMutex,
+                                  kRankLeaf,
+                                  nullptr,
+                                  MediaInfoId,
+                                  DestroyMediaInfo};
+constexpr Registry kPackers = {&KovaRtspStreamer::pPackerList,
+                               &KovaRtspStreamer::pPackerListTail,
+                               &KovaRtspStreamer::packerMutex,
+                               kRankPackers,
+                               nullptr,
+                               PackerId,
+                               DestroyPacker};
+constexpr Registry kSenders = {&KovaRtspStreamer::pSenderList,
+                               &KovaRtspStreamer::pSenderListTail,
+                               &KovaRtspStreamer::senderMutex,
+                               kRankSenders,
+                               &KovaRtspStreamer::packerMutex,
+                               SenderId,
+                               DestroySender};
+
+/// What an operation does to a registry.
+enum Change {
+    kAdd,      // pElement
+    kUnlink,   // pElement
+    kTakeById, // the first element with that payload id
+    kTakeFirst // the first element
+};
+
+/// Changes a registry under its mutexes. A member pointer hides from the analysis
+/// which they are.
+/// @param ppElement  what to add or unlink; receives what was taken
+/// @return whether there was something to take, and memory to add
+bool Apply(KovaRtspStreamer *pStreamer, const Registry &registry, Change change, void **ppElement,
+           uint32_t nPayloadId) KOVA_NO_THREAD_SAFETY_ANALYSIS
 {
-    const ChangeLock lock(registry);
-    return KovaListPushTail(registry.ppList, registry.ppTail, pElement) ? KOVA_OK
-                                                                        : KOVA_ERROR_FAILED;
+    KovaList **ppList = &(pStreamer->*registry.pList);
+    KovaList **ppTail = &(pStreamer->*registry.pTail);
+    const KovaMutexLock lock(&(pStreamer->*registry.pMutex), registry.rank);
+    const WriterLock writerLock(
+        registry.pWriterMutex != nullptr ? &(pStreamer->*registry.pWriterMutex) : nullptr);
+    if (change == kAdd)
+        return KovaListPushTail(ppList, ppTail, *ppElement);
+    if (change == kTakeFirst && *ppList == nullptr)
+        return false;
+    if (change == kTakeFirst)
+        *ppElement = (*ppList)->data;
+    else if (change == kTakeById)
+        *ppElement = FindById(*ppList, registry.pfnPayloadId, nPayloadId);
+    return (*ppElement != nullptr || change == kTakeFirst) &&
+           KovaListTake(ppList, ppTail, *ppElement);
 }
 
-void Unlink(const Registry &registry, void *pElement)
+int32_t Add(KovaRtspStreamer *pStreamer, const Registry &registry, void *pElement)
 {
-    const ChangeLock lock(registry);
-    KovaListTake(registry.ppList, registry.ppTail, pElement);
+    if (pStreamer == nullptr || pElement == nullptr)
+        return KOVA_ERROR_NULL;
+    return Apply(pStreamer, registry, kAdd, &pElement, 0) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
 /// Afterwards no packer thread uses the element any more: it is the caller's.
 int32_t Remove(KovaRtspStreamer *pStreamer, const Registry &registry, void *pElement)
 {
-    Unlink(registry, pElement);
+    if (pStreamer == nullptr || pElement == nullptr)
+        return KOVA_ERROR_NULL;
+    Apply(pStreamer, registry, kUnlink, &pElement, 0);
     KovaStreamerAwaitPackerThreads(pStreamer);
     return KOVA_OK;
 }
 
-void *Get(const Registry &registry, uint32_t nPayloadId)
+void *Get(KovaRtspStreamer *pStreamer, const Registry &registry,
+          uint32_t nPayloadId) KOVA_NO_THREAD_SAFETY_ANALYSIS
 {
-    const KovaMutexLock lock(registry.pMutex, registry.rank);
-    return FindById(registry, nPayloadId);
+    if (pStreamer == nullptr)
+        return nullptr;
+    const KovaMutexLock lock(&(pStreamer->*registry.pMutex), registry.rank);
+    return FindById(pStreamer->*registry.pList, registry.pfnPayloadId, nPayloadId);
 }
 
-void *Take(const Registry &registry, uint32_t nPayloadId)
+/// Takes an element out and destroys it, outside the mutex: a sending thread that
+/// is being stopped may be in the middle of a call that somebody who waits for the
+/// mutex holds up. Returns whether there was one.
+bool TakeAndDestroy(KovaRtspStreamer *pStreamer, const Registry &registry, Change change,
+                    uint32_t nPayloadId)
 {
-    const ChangeLock lock(registry);
-    void *pElement = FindById(registry, nPayloadId);
-    if (pElement != nullptr)
-        KovaListTake(registry.ppList, registry.ppTail, pElement);
-    return pElement;
-}
-
-/// Unlinks the first element. Returns false when there is none left.
-bool TakeFirst(const Registry &registry, void **ppElement)
-{
-    const ChangeLock lock(registry);
-    if (*registry.ppList == nullptr)
+    void *pElement = nullptr;
+    if (!Apply(pStreamer, registry, change, &pElement, nPayloadId))
         return false;
-    *ppElement = KovaListTakeFirst(registry.ppList, registry.ppTail);
+    KovaStreamerAwaitPackerThreads(pStreamer);
+    registry.pfnDestroy(pElement);
     return true;
 }
 
-/// Elements are destroyed outside the mutex: a sending thread that is being
-/// stopped may be in the middle of a call that somebody who waits for the mutex
-/// holds up.
 int32_t RemoveById(KovaRtspStreamer *pStreamer, const Registry &registry, uint32_t nPayloadId)
 {
-    void *pElement = Take(registry, nPayloadId);
-    if (pElement == nullptr)
-        return KOVA_ERROR_FAILED;
-    KovaStreamerAwaitPackerThreads(pStreamer);
-    registry.pfnDestroy(pElement);
-    return KOVA_OK;
+    if (pStreamer == nullptr)
+        return KOVA_ERROR_NULL;
+    return TakeAndDestroy(pStreamer, registry, kTakeById, nPayloadId) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
 void RemoveAll(KovaRtspStreamer *pStreamer, const Registry &registry)
 {
-    void *pElement = nullptr;
-    while (TakeFirst(registry, &pElement)) {
-        KovaStreamerAwaitPackerThreads(pStreamer);
-        registry.pfnDestroy(pElement);
+    while (pStreamer != nullptr && TakeAndDestroy(pStreamer, registry, kTakeFirst, 0)) {
     }
 }
 
@@ -184,114 +186,89 @@ void RemoveAll(KovaRtspStreamer *pStreamer, const Registry &registry)
 
 int32_t KovaRtspStreamerAddRtspMediaInfo(KovaRtspStreamer *pStreamer, KovaRtspMediaInfo *pMediaInfo)
 {
-    if (pStreamer == nullptr || pMediaInfo == nullptr)
-        return KOVA_ERROR_NULL;
-    return Add(MediaInfos(pStreamer), pMediaInfo);
+    return Add(pStreamer, kMediaInfos, pMediaInfo);
 }
 
 int32_t KovaRtspStreamerAddRtpPacker(KovaRtspStreamer *pStreamer, KovaRtpPacker *pPacker)
 {
-    if (pStreamer == nullptr || pPacker == nullptr)
-        return KOVA_ERROR_NULL;
-    return Add(Packers(pStreamer), pPacker);
+    return Add(pStreamer, kPackers, pPacker);
 }
 
 int32_t KovaRtspStreamerAddRtpSender(KovaRtspStreamer *pStreamer, KovaRtpSender *pSender)
 {
-    if (pStreamer == nullptr || pSender == nullptr)
-        return KOVA_ERROR_NULL;
-    return Add(Senders(pStreamer), pSender);
+    return Add(pStreamer, kSenders, pSender);
 }
 
 int32_t KovaRtspStreamerRemoveRtspMediaInfo(KovaRtspStreamer *pStreamer,
                                             KovaRtspMediaInfo *pMediaInfo)
 {
-    if (pStreamer == nullptr || pMediaInfo == nullptr)
-        return KOVA_ERROR_NULL;
-    return Remove(pStreamer, MediaInfos(pStreamer), pMediaInfo);
+    return Remove(pStreamer, kMediaInfos, pMediaInfo);
 }
 
 int32_t KovaRtspStreamerRemoveRtpPacker(KovaRtspStreamer *pStreamer, KovaRtpPacker *pPacker)
 {
-    if (pStreamer == nullptr || pPacker == nullptr)
-        return KOVA_ERROR_NULL;
-    return Remove(pStreamer, Packers(pStreamer), pPacker);
+    return Remove(pStreamer, kPackers, pPacker);
 }
 
 int32_t KovaRtspStreamerRemoveRtpSender(KovaRtspStreamer *pStreamer, KovaRtpSender *pSender)
 {
-    if (pStreamer == nullptr || pSender == nullptr)
-        return KOVA_ERROR_NULL;
-    return Remove(pStreamer, Senders(pStreamer), pSender);
+    return Remove(pStreamer, kSenders, pSender);
 }
 
 void KovaRtspStreamerRemoveAllRtspMediaInfo(KovaRtspStreamer *pStreamer)
 {
-    if (pStreamer != nullptr)
-        RemoveAll(pStreamer, MediaInfos(pStreamer));
+    RemoveAll(pStreamer, kMediaInfos);
 }
 
 void KovaRtspStreamerRemoveAllRtpPacker(KovaRtspStreamer *pStreamer)
 {
-    if (pStreamer != nullptr)
-        RemoveAll(pStreamer, Packers(pStreamer));
+    RemoveAll(pStreamer, kPackers);
 }
 
 void KovaRtspStreamerRemoveAllRtpSender(KovaRtspStreamer *pStreamer)
 {
-    if (pStreamer != nullptr)
-        RemoveAll(pStreamer, Senders(pStreamer));
+    RemoveAll(pStreamer, kSenders);
 }
 
 KovaRtspMediaInfo *KovaRtspStreamerGetRtspMediaInfoByPayloadId(KovaRtspStreamer *pStreamer,
                                                                uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return nullptr;
-    return static_cast<KovaRtspMediaInfo *>(Get(MediaInfos(pStreamer), nPayloadId));
+    return static_cast<KovaRtspMediaInfo *>(Get(pStreamer, kMediaInfos, nPayloadId));
 }
 
 KovaRtpPacker *KovaRtspStreamerGetRtpPackerByPayloadId(KovaRtspStreamer *pStreamer,
                                                        uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return nullptr;
-    return static_cast<KovaRtpPacker *>(Get(Packers(pStreamer), nPayloadId));
+    return static_cast<KovaRtpPacker *>(Get(pStreamer, kPackers, nPayloadId));
 }
 
 KovaRtpSender *KovaRtspStreamerGetRtpSenderByPayloadId(KovaRtspStreamer *pStreamer,
                                                        uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return nullptr;
-    return static_cast<KovaRtpSender *>(Get(Senders(pStreamer), nPayloadId));
+    return static_cast<KovaRtpSender *>(Get(pStreamer, kSenders, nPayloadId));
 }
 
 int32_t KovaRtspStreamerRemoveRtspMediaInfoByPayloadId(KovaRtspStreamer *pStreamer,
                                                        uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return KOVA_ERROR_NULL;
-    return RemoveById(pStreamer, MediaInfos(pStreamer), nPayloadId);
+    return RemoveById(pStreamer, kMediaInfos, nPayloadId);
 }
 
 int32_t KovaRtspStreamerRemoveRtpPackerByPayloadId(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return KOVA_ERROR_NULL;
-    return RemoveById(pStreamer, Packers(pStreamer), nPayloadId);
+    return RemoveById(pStreamer, kPackers, nPayloadId);
 }
 
 int32_t KovaRtspStreamerRemoveRtpSenderByPayloadId(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
-    if (pStreamer == nullptr)
-        return KOVA_ERROR_NULL;
-    return RemoveById(pStreamer, Senders(pStreamer), nPayloadId);
+    return RemoveById(pStreamer, kSenders, nPayloadId);
 }
 
 KovaRtpPacker *KovaStreamerTakePacker(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
 {
-    return static_cast<KovaRtpPacker *>(Take(Packers(pStreamer), nPayloadId));
+    void *pPacker = nullptr;
+    Apply(pStreamer, kPackers, kTakeById, &pPacker, nPayloadId);
+    return static_cast<KovaRtpPacker *>(pPacker);
 }
 
 void KovaStreamerAwaitPackerThreads(KovaRtspStreamer *pStreamer)

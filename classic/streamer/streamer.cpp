@@ -19,16 +19,11 @@ static_assert(alignof(std::atomic<uint32_t>) == alignof(uint32_t), "plain words"
 static_assert(alignof(std::atomic<int32_t>) == alignof(int32_t), "plain words");
 
 /// Every mutex of a stream.
-struct StreamMutexes {
-    KovaMutex *members[8];
-};
-
-StreamMutexes MutexesOf(KovaRtspStreamer *pStreamer)
-{
-    return {{&pStreamer->ringMutex, &pStreamer->mediaInfoMutex, &pStreamer->packerMutex,
-             &pStreamer->senderMutex, &pStreamer->firstSendMutex, &pStreamer->figuresMutex,
-             &pStreamer->audioUseMutex, &pStreamer->videoUseMutex}};
-}
+constexpr KovaMutex KovaRtspStreamer::*kMutexes[] = {
+    &KovaRtspStreamer::ringMutex,      &KovaRtspStreamer::mediaInfoMutex,
+    &KovaRtspStreamer::packerMutex,    &KovaRtspStreamer::senderMutex,
+    &KovaRtspStreamer::firstSendMutex, &KovaRtspStreamer::figuresMutex,
+    &KovaRtspStreamer::audioUseMutex,  &KovaRtspStreamer::videoUseMutex};
 
 KovaRtspStreamer *MakeRecord(KovaRtspServer *pServer, const char *szUri)
 {
@@ -38,8 +33,8 @@ KovaRtspStreamer *MakeRecord(KovaRtspServer *pServer, const char *szUri)
     pStreamer->pServer = pServer;
     memcpy(pStreamer->szUri, szUri, strnlen(szUri, sizeof(pStreamer->szUri)));
     pStreamer->pSdpGenerator = KovaRtspSdpGeneratorCreate(szUri);
-    for (KovaMutex *pMutex : MutexesOf(pStreamer).members)
-        KovaMutexInit(pMutex);
+    for (KovaMutex KovaRtspStreamer::*pMutex : kMutexes)
+        KovaMutexInit(&(pStreamer->*pMutex));
     pStreamer->tCreated = static_cast<uint32_t>(KovaClockSeconds());
     pStreamer->nServerStatus = KOVA_STREAM_NOT_READY;
     return pStreamer;
@@ -102,8 +97,8 @@ int32_t KovaRtspStreamerDestroy(KovaRtspStreamer *pStreamer)
     // Senders before packers: a sending thread may still ask for its packer.
     KovaRtspStreamerRemoveAllRtpSender(pStreamer);
     KovaRtspStreamerRemoveAllRtpPacker(pStreamer);
-    for (KovaMutex *pMutex : MutexesOf(pStreamer).members)
-        KovaMutexDestroy(pMutex);
+    for (KovaMutex KovaRtspStreamer::*pMutex : kMutexes)
+        KovaMutexDestroy(&(pStreamer->*pMutex));
     free(pStreamer);
     return KOVA_OK;
 }
