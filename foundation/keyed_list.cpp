@@ -48,7 +48,7 @@ void Resize(KovaKeyedList *pIndex, uint32_t nBits)
 {
     KovaKeyedNode **ppBuckets = nullptr;
     if (nBits != 0) {
-        ppBuckets = static_cast<KovaKeyedNode **>(KovaHeapAlloc(sizeof(KovaKeyedNode *) << nBits));
+        ppBuckets = static_cast<KovaKeyedNode **>(KovaHeapAlloc(sizeof(*ppBuckets) << nBits));
         if (ppBuckets == nullptr)
             return;
     }

@@ -43,7 +43,7 @@ public:
 private:
     void TakeOver();
     void ReadLibrary();
-    void PrintLibrary(const std::string &lines);
+    void PrintLibrary(const std::string &all);
     void PrintAbove(const std::string &lines);
     std::string Erased() const;
     std::string Drawn();

@@ -221,7 +221,7 @@ bool Demuxer::IsMp4() const
 
 std::string Demuxer::WhyUnreadable() const
 {
-    const std::string what = "'" + m_input + "' cannot be read: " + ErrorText(m_error);
+    std::string what = "'" + m_input + "' cannot be read: " + ErrorText(m_error);
     if (!IsMp4())
         return what;
     if (m_kind != SourceKind::Network)

@@ -15,7 +15,7 @@ public:
     /// The source begins (again): its time plus `offset` is the even time.
     void Begin(int64_t offset);
     /// What to add to the times of the track's next unit, which is decoded at `decode`.
-    int64_t Follow(TrackKind track, int64_t decode, int64_t duration);
+    int64_t Follow(TrackKind kind, int64_t decode, int64_t duration);
 
 private:
     struct Track {
