@@ -13,6 +13,7 @@ namespace {
 
 constexpr uint32_t kNodesPerBucket = 4;
 constexpr unsigned kKeyBits = 32;
+constexpr size_t kBucketSize = sizeof(void *);
 
 KovaKeyedNode *NodeOf(KovaList *pLink)
 {
@@ -48,7 +49,7 @@ void Resize(KovaKeyedList *pIndex, uint32_t nBits)
 {
     KovaKeyedNode **ppBuckets = nullptr;
     if (nBits != 0) {
-        ppBuckets = static_cast<KovaKeyedNode **>(KovaHeapAlloc(sizeof(*ppBuckets) << nBits));
+        ppBuckets = static_cast<KovaKeyedNode **>(KovaHeapAlloc(kBucketSize << nBits));
         if (ppBuckets == nullptr)
             return;
     }

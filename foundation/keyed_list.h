@@ -46,3 +46,17 @@ bool KovaKeyedTake(KovaKeyedList *pIndex, KovaList **ppList, uint32_t nKey, void
 
 /// Removes the first node and returns its data, null when the list is empty.
 void *KovaKeyedTakeFirst(KovaKeyedList *pIndex, KovaList **ppList);
+
+/// The same by reference, for the analysis of locks (foundation/list.h).
+inline bool KovaKeyedPush(KovaKeyedList *pIndex, KovaList *&pList, uint32_t nKey, void *pData)
+{
+    return KovaKeyedPush(pIndex, &pList, nKey, pData);
+}
+inline bool KovaKeyedTake(KovaKeyedList *pIndex, KovaList *&pList, uint32_t nKey, void *pData)
+{
+    return KovaKeyedTake(pIndex, &pList, nKey, pData);
+}
+inline void *KovaKeyedTakeFirst(KovaKeyedList *pIndex, KovaList *&pList)
+{
+    return KovaKeyedTakeFirst(pIndex, &pList);
+}

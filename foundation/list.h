@@ -2,6 +2,8 @@
 
 #include "foundation/export.h"
 
+#include <cstddef>
+
 /// Doubly linked list of untyped pointers, named by its first node; the empty
 /// list is null. Every operation that can change the first node returns it. The
 /// list owns its nodes, never the data, and takes no lock.
@@ -62,3 +64,22 @@ bool KovaListTake(KovaList **ppList, KovaList **ppTail, void *pData);
 /// Removes the first node and returns its data, null when the list is empty.
 /// ppTail may be null.
 void *KovaListTakeFirst(KovaList **ppList, KovaList **ppTail);
+
+/// The same by reference: so the analysis of locks sees a list being changed, which
+/// it does not where only its address is taken.
+inline bool KovaListPush(KovaList *&pList, void *pData)
+{
+    return KovaListPush(&pList, pData);
+}
+inline bool KovaListPushTail(KovaList *&pList, KovaList *&pTail, void *pData)
+{
+    return KovaListPushTail(&pList, &pTail, pData);
+}
+inline bool KovaListTake(KovaList *&pList, KovaList *&pTail, void *pData)
+{
+    return KovaListTake(&pList, &pTail, pData);
+}
+inline bool KovaListTake(KovaList *&pList, std::nullptr_t, void *pData)
+{
+    return KovaListTake(&pList, nullptr, pData);
+}

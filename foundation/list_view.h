@@ -76,8 +76,12 @@ Element *KovaListFindIf(KovaList *pList, const Matches &pfnMatches)
 }
 
 /// Removes the first node and returns its element; null when the list is empty,
-/// or when that node held none. ppTail may be null.
-template <typename Element> Element *KovaListTakeFirstOf(KovaList **ppList, KovaList **ppTail)
+/// or when that node held none.
+template <typename Element> Element *KovaListTakeFirstOf(KovaList *&pList, KovaList *&pTail)
 {
-    return static_cast<Element *>(KovaListTakeFirst(ppList, ppTail));
+    return static_cast<Element *>(KovaListTakeFirst(&pList, &pTail));
+}
+template <typename Element> Element *KovaListTakeFirstOf(KovaList *&pList, std::nullptr_t)
+{
+    return static_cast<Element *>(KovaListTakeFirst(&pList, nullptr));
 }

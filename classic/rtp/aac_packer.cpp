@@ -2,6 +2,7 @@
 
 #include "foundation/byte_order.h"
 #include "foundation/heap.h"
+#include "foundation/list_view.h"
 #include "rtp/adts.h"
 #include "rtp/rtp_header.h"
 
@@ -25,7 +26,7 @@ KovaRtpAacPacker *AsAac(KovaRtpPacker *pPacker)
 
 KovaAacUnit *TakeFirstUnit(KovaRtpAacPacker *pPacker)
 {
-    return static_cast<KovaAacUnit *>(KovaListTakeFirst(&pPacker->pAuList, &pPacker->pAuListTail));
+    return KovaListTakeFirstOf<KovaAacUnit>(pPacker->pAuList, pPacker->pAuListTail);
 }
 
 void ReportStreamInfo(const KovaRtpPacker &head, const KovaAdtsHeader &header)
@@ -57,7 +58,7 @@ void AppendUnit(KovaRtpAacPacker *pPacker, const uint8_t *pFrame, uint32_t nFram
     RtspWriteMB(pData, kAuHeaderBits, 16);
     RtspWriteMB(pData + 2, nRaw << 3, 16);
     memcpy(pData + kAuHeadersSize, pFrame + kAdtsHeaderSize, nRaw);
-    if (!KovaListPushTail(&pPacker->pAuList, &pPacker->pAuListTail, pUnit))
+    if (!KovaListPushTail(pPacker->pAuList, pPacker->pAuListTail, pUnit))
         free(pUnit);
 }
 

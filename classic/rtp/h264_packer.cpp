@@ -49,8 +49,7 @@ KovaNalUnit *FirstNal(const KovaRtpH264Packer *pPacker)
 
 KovaNalUnit *TakeFirstNal(KovaRtpH264Packer *pPacker)
 {
-    return static_cast<KovaNalUnit *>(
-        KovaListTakeFirst(&pPacker->pNalList, &pPacker->pNalListTail));
+    return KovaListTakeFirstOf<KovaNalUnit>(pPacker->pNalList, pPacker->pNalListTail);
 }
 
 /// Copies a unit to the end of the list. Without memory the unit is lost: the
@@ -63,7 +62,7 @@ void AppendNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
     uint8_t *pCopy = static_cast<uint8_t *>(pMemory) + sizeof(KovaNalUnit);
     KovaNalUnit *pNal = new (pMemory) KovaNalUnit{pData[0], pCopy, nSize};
     memcpy(pCopy, pData, nSize);
-    if (!KovaListPushTail(&pPacker->pNalList, &pPacker->pNalListTail, pNal))
+    if (!KovaListPushTail(pPacker->pNalList, pPacker->pNalListTail, pNal))
         free(pNal);
 }
 

@@ -96,7 +96,7 @@ bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient
     // A client that comes while a packet is being served starts with the next.
     pClient->nPass = pGroup->nPass;
     pClient->nSerial = ++pGroup->nLastSerial;
-    return KovaListPush(&pGroup->pClientList, pClient);
+    return KovaListPush(pGroup->pClientList, pClient);
 }
 
 void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient)
@@ -104,7 +104,7 @@ void KovaRtpSendGroupRemoveRtpClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pC
     if (pGroup == nullptr || pClient == nullptr)
         return;
     const KovaClientLock lock(pGroup);
-    KovaListTake(&pGroup->pClientList, nullptr, pClient);
+    KovaListTake(pGroup->pClientList, nullptr, pClient);
 }
 
 void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
@@ -114,7 +114,7 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
     KovaRtspStreamer *pStreamer = pGroup->pSender != nullptr ? pGroup->pSender->pStreamer : nullptr;
     const KovaClientLock lock(pGroup);
     while (pGroup->pClientList != nullptr) {
-        auto *pClient = KovaListTakeFirstOf<KovaRtpClient>(&pGroup->pClientList, nullptr);
+        auto *pClient = KovaListTakeFirstOf<KovaRtpClient>(pGroup->pClientList, nullptr);
         KovaStreamClientWithdrawn(pStreamer, pClient);
         KovaRtpClientDestroy(pClient);
     }
@@ -136,7 +136,7 @@ bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket
             TimeLog(kLogOverflow, "%s, Packet Overflow !!!\n", "KovaRtpSendGroupAddRtpPacket");
         return false;
     }
-    const bool bTaken = KovaListPushTail(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket);
+    const bool bTaken = KovaListPushTail(pGroup->pPacketList, pGroup->pPacketListTail, pPacket);
     if (bTaken)
         pGroup->nQueuedBytes += pPacket->nSize;
     lock.Unlock();
@@ -159,13 +159,13 @@ void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup)
     const KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     while (pGroup->pPacketList != nullptr)
         KovaRtpPacketReleaseRef(
-            KovaListTakeFirstOf<KovaRtpPacket>(&pGroup->pPacketList, &pGroup->pPacketListTail));
+            KovaListTakeFirstOf<KovaRtpPacket>(pGroup->pPacketList, pGroup->pPacketListTail));
     pGroup->nQueuedBytes = 0;
 }
 
 bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
-    if (!KovaListTake(&pGroup->pPacketList, &pGroup->pPacketListTail, pPacket))
+    if (!KovaListTake(pGroup->pPacketList, pGroup->pPacketListTail, pPacket))
         return false;
     pGroup->nQueuedBytes -= pPacket->nSize;
     return true;

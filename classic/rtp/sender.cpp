@@ -21,7 +21,7 @@ constexpr char kPlacing[] = "KovaRtpSenderAddRtpClient";
 bool AppendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup)
 {
     const KovaMutexLock lock(&pSender->mutex, kRankGroups);
-    return KovaListPushTail(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
+    return KovaListPushTail(pSender->pSendGroupList, pSender->pSendGroupListTail, pGroup);
 }
 
 /// A new group in the sender's list, or null.
@@ -165,7 +165,7 @@ void KovaRtpSenderRemoveRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *p
     if (pSender == nullptr || pGroup == nullptr)
         return;
     const KovaMutexLock lock(&pSender->mutex, kRankGroups);
-    KovaListTake(&pSender->pSendGroupList, &pSender->pSendGroupListTail, pGroup);
+    KovaListTake(pSender->pSendGroupList, pSender->pSendGroupListTail, pGroup);
 }
 
 void KovaRtpSenderRemoveAllRtpSendGroup(KovaRtpSender *pSender)
@@ -177,7 +177,7 @@ void KovaRtpSenderRemoveAllRtpSendGroup(KovaRtpSender *pSender)
     KovaMutexLock lock(&pSender->mutex, kRankGroups);
     while (pSender->pSendGroupList != nullptr) {
         KovaRtpSendGroup *pGroup = KovaListTakeFirstOf<KovaRtpSendGroup>(
-            &pSender->pSendGroupList, &pSender->pSendGroupListTail);
+            pSender->pSendGroupList, pSender->pSendGroupListTail);
         lock.Unlock();
         KovaRtpSendGroupStop(pGroup);
         KovaRtpSendGroupDestory(pGroup);

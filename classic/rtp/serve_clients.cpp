@@ -191,7 +191,7 @@ void RemoveGone(KovaRtpSendGroup *pGroup, ServingPass *pPass, KovaRtpClient *pCl
 {
     char szSessionId[kSessionIdSize];
     KovaTextCopy(szSessionId, sizeof(szSessionId), pClient->szSessionId);
-    KovaListTake(&pGroup->pClientList, nullptr, pClient);
+    KovaListTake(pGroup->pClientList, nullptr, pClient);
     KovaSessionTally *pTally = pClient->pTally;
     pClient->pTally = nullptr;
     KovaRtpClientDestroy(pClient);

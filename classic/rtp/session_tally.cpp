@@ -52,7 +52,7 @@ KovaSessionTally *MakeTally(const void *pStream, const char *szSessionId)
         return nullptr;
     tally->pStream = pStream;
     KovaTextCopy(tally->szSessionId, sizeof(tally->szSessionId), szSessionId);
-    return KovaKeyedPush(&g_tallyKeys, &g_pTallies, KovaKeyOfText(tally->szSessionId), tally.Get())
+    return KovaKeyedPush(&g_tallyKeys, g_pTallies, KovaKeyOfText(tally->szSessionId), tally.Get())
                ? tally.Release()
                : nullptr;
 }
@@ -67,7 +67,7 @@ void FreeUnused(KovaSessionTally *pTally)
 {
     if (pTally->nClients != 0 || pTally->nHolders != 0)
         return;
-    KovaKeyedTake(&g_tallyKeys, &g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
+    KovaKeyedTake(&g_tallyKeys, g_pTallies, KovaKeyOfText(pTally->szSessionId), pTally);
     free(pTally);
 }
 

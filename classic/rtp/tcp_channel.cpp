@@ -64,7 +64,7 @@ KovaTcpChannel *FindChannel(const std::atomic<int> *pSocket)
 void Unregister(KovaTcpChannel *pChannel)
 {
     if (pChannel->pSocket != &pChannel->nGone)
-        KovaKeyedTake(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pChannel->pSocket), pChannel);
+        KovaKeyedTake(&g_channelKeys, g_pChannels, KovaKeyOfAddress(pChannel->pSocket), pChannel);
 }
 
 void FreeChannel(KovaTcpChannel *pChannel)
@@ -81,7 +81,7 @@ KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
         return nullptr;
     channel->pSocket = pSocket;
     KovaMutexInit(&channel->mutex);
-    return KovaKeyedPush(&g_channelKeys, &g_pChannels, KovaKeyOfAddress(pSocket), channel.Get())
+    return KovaKeyedPush(&g_channelKeys, g_pChannels, KovaKeyOfAddress(pSocket), channel.Get())
                ? channel.Release()
                : nullptr;
 }
@@ -248,14 +248,14 @@ bool KovaTcpChannelFollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppRefere
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     ppReference->store(reinterpret_cast<int *>(pChannel->pSocket));
-    return KovaKeyedPush(&pChannel->referenceKeys, &pChannel->pReferences,
+    return KovaKeyedPush(&pChannel->referenceKeys, pChannel->pReferences,
                          KovaKeyOfAddress(ppReference), ppReference);
 }
 
 void KovaTcpChannelUnfollow(KovaTcpChannel *pChannel, std::atomic<int *> *ppReference)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    KovaKeyedTake(&pChannel->referenceKeys, &pChannel->pReferences, KovaKeyOfAddress(ppReference),
+    KovaKeyedTake(&pChannel->referenceKeys, pChannel->pReferences, KovaKeyOfAddress(ppReference),
                   ppReference);
 }
 

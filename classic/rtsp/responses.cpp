@@ -68,7 +68,7 @@ void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
     bool bFirst = true;
     while (pInfo->pTrackList != nullptr) {
         const KovaOwner<KovaRtspTrackInfo, free> track(
-            KovaListTakeFirstOf<KovaRtspTrackInfo>(&pInfo->pTrackList, nullptr));
+            KovaListTakeFirstOf<KovaRtspTrackInfo>(pInfo->pTrackList, nullptr));
         if (track && AppendTrack(pResponse, pHandler, *pInfo, track.Get(), bFirst))
             bFirst = false;
     }

@@ -60,7 +60,7 @@ void KovaRtspSessionAddTransport(KovaRtspSession *pSession, KovaRtspTransport *p
     if (pSession == nullptr || pTransport == nullptr)
         return;
     const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
-    KovaListPush(&pSession->pTransportList, pTransport);
+    KovaListPush(pSession->pTransportList, pTransport);
 }
 
 void KovaRtspSessionRemoveTransport(KovaRtspSession *pSession, KovaRtspTransport *pTransport)
@@ -68,7 +68,7 @@ void KovaRtspSessionRemoveTransport(KovaRtspSession *pSession, KovaRtspTransport
     if (pSession == nullptr || pTransport == nullptr)
         return;
     const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
-    KovaListTake(&pSession->pTransportList, nullptr, pTransport);
+    KovaListTake(pSession->pTransportList, nullptr, pTransport);
 }
 
 void KovaRtspSessionRemoveAllTransport(KovaRtspSession *pSession)
@@ -78,5 +78,5 @@ void KovaRtspSessionRemoveAllTransport(KovaRtspSession *pSession)
     const KovaMutexLock lock(&pSession->mtxTransport, kRankLeaf);
     while (pSession->pTransportList != nullptr)
         KovaRtspTransportDestroy(
-            KovaListTakeFirstOf<KovaRtspTransport>(&pSession->pTransportList, nullptr));
+            KovaListTakeFirstOf<KovaRtspTransport>(pSession->pTransportList, nullptr));
 }

@@ -82,7 +82,7 @@ int32_t KovaRtspSdpGeneratorAddMedia(KovaRtspSdpGenerator *pGenerator, uint32_t 
     if (!media)
         return KOVA_ERROR_FAILED;
     const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
-    if (!KovaListPush(&pGenerator->pMediaList, media.Get()))
+    if (!KovaListPush(pGenerator->pMediaList, media.Get()))
         return KOVA_ERROR_FAILED;
     media.Release();
     return KOVA_OK;
@@ -93,7 +93,7 @@ void KovaRtspSdpGeneratorRemoveMedia(KovaRtspSdpGenerator *pGenerator, KovaRtspS
     if (pGenerator == nullptr || pMedia == nullptr)
         return;
     KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
-    KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
+    KovaListTake(pGenerator->pMediaList, nullptr, pMedia);
     lock.Unlock();
     MediaDestroy(pMedia);
 }
@@ -104,7 +104,7 @@ void KovaRtspSdpGeneratorRemoveAllMedia(KovaRtspSdpGenerator *pGenerator)
         return;
     const KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     while (pGenerator->pMediaList != nullptr)
-        MediaDestroy(KovaListTakeFirstOf<KovaRtspSdpMedia>(&pGenerator->pMediaList, nullptr));
+        MediaDestroy(KovaListTakeFirstOf<KovaRtspSdpMedia>(pGenerator->pMediaList, nullptr));
 }
 
 KovaRtspSdpMedia *KovaRtspSdpGeneratorGetMediaByPayloadId(KovaRtspSdpGenerator *pGenerator,
@@ -124,7 +124,7 @@ void KovaRtspSdpGeneratorRemoveMediaByPayloadId(KovaRtspSdpGenerator *pGenerator
     KovaMutexLock lock(&pGenerator->sdpMutex, kRankLeaf);
     KovaRtspSdpMedia *pMedia = FindMedia(pGenerator, nPayloadId);
     if (pMedia != nullptr)
-        KovaListTake(&pGenerator->pMediaList, nullptr, pMedia);
+        KovaListTake(pGenerator->pMediaList, nullptr, pMedia);
     lock.Unlock();
     MediaDestroy(pMedia);
 }

@@ -15,16 +15,17 @@ bool IsClaimed(const KovaRtspServerHandler *pHandler)
     return nState == kThreadStopRequested || nState == kThreadStopped;
 }
 
-/// Appends and unlinks, under mtxHandler.
 bool Register(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+    KOVA_REQUIRES(pServer->mtxHandler)
 {
-    return KovaKeyedPush(&pServer->handlerKeys, &pServer->pHandlerList, KovaKeyOfAddress(pHandler),
+    return KovaKeyedPush(&pServer->handlerKeys, pServer->pHandlerList, KovaKeyOfAddress(pHandler),
                          pHandler);
 }
 
 void Unlink(KovaRtspServer *pServer, KovaRtspServerHandler *pHandler)
+    KOVA_REQUIRES(pServer->mtxHandler)
 {
-    KovaKeyedTake(&pServer->handlerKeys, &pServer->pHandlerList, KovaKeyOfAddress(pHandler),
+    KovaKeyedTake(&pServer->handlerKeys, pServer->pHandlerList, KovaKeyOfAddress(pHandler),
                   pHandler);
 }
 
@@ -65,7 +66,7 @@ void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer)
     const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
     while (pServer->pHandlerList != nullptr) {
         KovaRtspServerHandler *pHandler = static_cast<KovaRtspServerHandler *>(
-            KovaKeyedTakeFirst(&pServer->handlerKeys, &pServer->pHandlerList));
+            KovaKeyedTakeFirst(&pServer->handlerKeys, pServer->pHandlerList));
         KovaRtspServerHandlerStop(pHandler);
         KovaRtspServerHandlerDestroy(pHandler);
     }

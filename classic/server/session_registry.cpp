@@ -56,7 +56,7 @@ bool HasId(const void *pData, const void *pWanted)
 int32_t Register(KovaRtspServer *pServer, KovaRtspSession *pSession)
     KOVA_REQUIRES(pServer->mtxSession)
 {
-    return KovaKeyedPush(&pServer->sessionKeys, &pServer->pSessionList,
+    return KovaKeyedPush(&pServer->sessionKeys, pServer->pSessionList,
                          KovaKeyOfText(pSession->szSessionId), pSession)
                ? KOVA_OK
                : KOVA_ERROR_FAILED;
@@ -73,7 +73,7 @@ KovaRtspSession *KovaServerFindSession(KovaRtspServer *pServer, const char *szSe
 
 void KovaServerUnlinkSession(KovaRtspServer *pServer, KovaRtspSession *pSession)
 {
-    KovaKeyedTake(&pServer->sessionKeys, &pServer->pSessionList,
+    KovaKeyedTake(&pServer->sessionKeys, pServer->pSessionList,
                   KovaKeyOfText(pSession->szSessionId), pSession);
 }
 
@@ -121,7 +121,7 @@ void KovaRtspServerRemoveAllSession(KovaRtspServer *pServer)
     const KovaMutexLock lock(&pServer->mtxSession, kRankSessions);
     while (pServer->pSessionList != nullptr)
         KovaRtspSessionDestroy(static_cast<KovaRtspSession *>(
-            KovaKeyedTakeFirst(&pServer->sessionKeys, &pServer->pSessionList)));
+            KovaKeyedTakeFirst(&pServer->sessionKeys, pServer->pSessionList)));
 }
 
 KovaRtspSession *KovaRtspServerGetSessionBySessionId(KovaRtspServer *pServer,

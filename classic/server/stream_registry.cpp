@@ -22,7 +22,7 @@ bool TakeFirstStreamer(KovaRtspServer *pServer, KovaRtspStreamer **ppStreamer)
     const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
     if (pServer->pStreamerList == nullptr)
         return false;
-    *ppStreamer = KovaListTakeFirstOf<KovaRtspStreamer>(&pServer->pStreamerList, nullptr);
+    *ppStreamer = KovaListTakeFirstOf<KovaRtspStreamer>(pServer->pStreamerList, nullptr);
     return true;
 }
 
@@ -33,7 +33,7 @@ int32_t KovaRtspServerAddStreamer(KovaRtspServer *pServer, KovaRtspStreamer *pSt
     if (pServer == nullptr || pStreamer == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
-    return KovaListPush(&pServer->pStreamerList, pStreamer) ? KOVA_OK : KOVA_ERROR_FAILED;
+    return KovaListPush(pServer->pStreamerList, pStreamer) ? KOVA_OK : KOVA_ERROR_FAILED;
 }
 
 int32_t KovaRtspServerRemoveStreamer(KovaRtspServer *pServer, KovaRtspStreamer *pStreamer)
@@ -41,7 +41,7 @@ int32_t KovaRtspServerRemoveStreamer(KovaRtspServer *pServer, KovaRtspStreamer *
     if (pServer == nullptr || pStreamer == nullptr)
         return KOVA_ERROR_NULL;
     const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
-    KovaListTake(&pServer->pStreamerList, nullptr, pStreamer);
+    KovaListTake(pServer->pStreamerList, nullptr, pStreamer);
     return KOVA_OK;
 }
 
@@ -104,7 +104,7 @@ int32_t KovaRtspServerRemoveUri(KovaRtspServer *pServer, const char *szUri)
     KovaRtspStreamer *pStreamer = FindStreamer(pServer, szUri);
     if (pStreamer == nullptr)
         return KOVA_ERROR_FAILED;
-    KovaListTake(&pServer->pStreamerList, nullptr, pStreamer);
+    KovaListTake(pServer->pStreamerList, nullptr, pStreamer);
     lock.Unlock();
     KovaRtspStreamerDestroy(pStreamer);
     return KOVA_OK;

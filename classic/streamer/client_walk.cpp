@@ -20,7 +20,7 @@ void WalkGroup(KovaClientVisit visit, const KovaClientWalk &walk)
             visit.pClient = pClient;
             if (!walk.pfnVisit(visit, walk.pContext))
                 continue;
-            KovaListTake(&visit.pGroup->pClientList, nullptr, pClient);
+            KovaListTake(visit.pGroup->pClientList, nullptr, pClient);
             KovaRtpClientDestroy(pClient);
         }
     }

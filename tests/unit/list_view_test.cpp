@@ -85,7 +85,7 @@ TEST_F(ListView, TakesTheFirstElement)
 {
     Add(&m_one);
     Add(&m_two);
-    EXPECT_EQ(KovaListTakeFirstOf<Element>(&m_pList, nullptr), &m_one);
+    EXPECT_EQ(KovaListTakeFirstOf<Element>(m_pList, nullptr), &m_one);
     EXPECT_EQ(Keys(), (std::vector<int>{2}));
 }
 
