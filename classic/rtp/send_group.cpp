@@ -18,6 +18,13 @@ uint32_t MostQueuedBytes(const KovaRtpSendGroup *pGroup)
     return static_cast<uint32_t>(bFirstRing ? kAudioRingSize : kVideoRingSize);
 }
 
+/// Asked for a client's sake only: an empty group that was taken out of its sender
+/// may outlive that.
+KovaRtspStreamer *StreamOf(const KovaRtpSendGroup *pGroup)
+{
+    return pGroup->pSender != nullptr ? pGroup->pSender->pStreamer : nullptr;
+}
+
 /// Whether the queue takes the packet.
 bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
     KOVA_REQUIRES(pGroup->packetMutex)
@@ -111,11 +118,10 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
 {
     if (pGroup == nullptr)
         return;
-    KovaRtspStreamer *pStreamer = pGroup->pSender != nullptr ? pGroup->pSender->pStreamer : nullptr;
     const KovaClientLock lock(pGroup);
     while (pGroup->pClientList != nullptr) {
         auto *pClient = KovaListTakeFirstOf<KovaRtpClient>(pGroup->pClientList, nullptr);
-        KovaStreamClientWithdrawn(pStreamer, pClient);
+        KovaStreamClientWithdrawn(StreamOf(pGroup), pClient);
         KovaRtpClientDestroy(pClient);
     }
 }

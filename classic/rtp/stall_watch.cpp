@@ -5,16 +5,22 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
+#include <cerrno>
+
 namespace {
 
 constexpr uint64_t kMostMicroseconds = 10000000;
 
 /// Bytes that the peer has not taken yet; 0 where the system does not tell. It
 /// takes in small steps what makes room for our next byte in large ones only.
+/// Leaves errno as it is: it tells how the send ended.
 int UnsentBytes(int nSocket)
 {
+    const int nError = errno;
     int nBytes = 0;
-    return ioctl(nSocket, SIOCOUTQ, &nBytes) == 0 ? nBytes : 0;
+    const bool bTold = ioctl(nSocket, SIOCOUTQ, &nBytes) == 0;
+    errno = nError;
+    return bTold ? nBytes : 0;
 }
 
 } // namespace

@@ -206,7 +206,9 @@ TEST_F(PacketQueueTest, PacketThatIsServedWhileTheQueueIsFlushedIsReleasedAndCou
     EXPECT_TRUE(KovaWaitUntil([this] { return delivery.pSender->nLastSequence == 7; }));
     KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
     EXPECT_EQ(KovaReferences(pPacket), 3); // the thread's own keeps it alive
-    delivery.Queue({8, 0, 1000, kFrameKey, 70});
+    KovaRtpPacket *pNext = KovaMakePacket({8, 0, 1000, kFrameKey, 70});
+    KovaRtpPacketAddRef(pNext);
+    KovaRtpSendGroupAddRtpPacket(pGroup, pNext); // not through the sender, whose lock comes first
     lock.reset();
     ASSERT_TRUE(delivery.Drain());
     EXPECT_EQ(delivery.pSender->nLastSequence, 8);

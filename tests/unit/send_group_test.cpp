@@ -7,11 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <vector>
 
 namespace {
@@ -239,6 +243,24 @@ TEST_F(SendGroupTest, DestroysItsClientsInTheEnd)
     pGroup = nullptr;
     EXPECT_FALSE(KovaIsOpen(ends.nServerRtp));
     EXPECT_FALSE(KovaIsOpen(ends.nServerRtcp));
+}
+
+TEST_F(SendGroupTest, EmptyOneMayOutliveItsSender)
+{
+    const long nPage = sysconf(_SC_PAGESIZE);
+    void *pPage = mmap(nullptr, static_cast<size_t>(nPage), PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pPage, MAP_FAILED);
+    KovaRtpSendGroup *pOrphan = KovaRtpSendGroupCreate(new (pPage) KovaRtpSender());
+    KovaRtpPacket *pPacket = Packet(1);
+    KovaRtpSendGroupAddRtpPacket(pOrphan, pPacket);
+    // Whoever looked at it now would end the process.
+    ASSERT_EQ(mprotect(pPage, static_cast<size_t>(nPage), PROT_NONE), 0);
+    KovaRtpSendGroupRemoveAllRtpClient(pOrphan);
+    KovaRtpSendGroupDestory(pOrphan);
+    EXPECT_EQ(pPacket->nRefCount, 1);
+    KovaRtpPacketReleaseRef(pPacket);
+    munmap(pPage, static_cast<size_t>(nPage));
 }
 
 TEST_F(SendGroupTest, StopDoesNotWaitWithWaitingClients)

@@ -140,6 +140,16 @@ TEST_F(StallWatchTest, PeerThatTakesLittleByLittleStays)
     EXPECT_FALSE(KovaStallWatchRefused(&watch, tcp.Socket()));
 }
 
+TEST_F(StallWatchTest, KeepsTheErrorOfTheSendWhereTheSystemTellsNothing)
+{
+    KovaStallWatch watch = {};
+    errno = EAGAIN;
+    EXPECT_FALSE(KovaStallWatchRefused(&watch, -1));
+    EXPECT_EQ(errno, EAGAIN);
+    clock.AdvanceMonotonic(10);
+    EXPECT_TRUE(KovaStallWatchRefused(&watch, -1));
+}
+
 TEST_F(StallWatchTest, PlayerGoesWithItsSessionAndCount)
 {
     KovaStdoutCapture capture;
