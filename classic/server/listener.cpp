@@ -3,6 +3,7 @@
 #include "classic/rtp/tcp_channel.h"
 #include "classic/server/handler_registry.h"
 #include "classic/server/server.h"
+#include "foundation/descriptor.h"
 #include "foundation/error_text.h"
 #include "foundation/log.h"
 
@@ -52,8 +53,9 @@ bool AcceptOnce(KovaRtspServer *pServer, socklen_t *pLength, bool *pHoldsZero)
     const int nSocket =
         accept4(pServer->nListenSocket, reinterpret_cast<sockaddr *>(&peer), pLength, SOCK_CLOEXEC);
     if (nSocket > 0) {
-        KovaTcpSetKeepAlive(nSocket);
-        AddNewRtspHandler(pServer, nSocket, peer);
+        const int nConnection = KovaDescriptorRaise(nSocket);
+        KovaTcpSetKeepAlive(nConnection);
+        AddNewRtspHandler(pServer, nConnection, peer);
         usleep(kPollMicroseconds);
         return true;
     }

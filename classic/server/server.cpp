@@ -6,6 +6,7 @@
 #include "classic/server/session_registry.h"
 #include "classic/server/stream_registry.h"
 #include "foundation/clock.h"
+#include "foundation/descriptor.h"
 #include "foundation/error_text.h"
 #include "foundation/heap.h"
 #include "foundation/log.h"
@@ -27,17 +28,11 @@ namespace {
 constexpr int kBacklog = 128;
 constexpr uint32_t kInitialLogLevel = kLogOverflow;
 
-/// A TCP socket that is not descriptor 0: that one would never be closed again.
-/// Like every descriptor made here it stays out of the programs that the host
-/// starts: one of them that outlives the host would keep the port.
+/// A TCP socket. Like every descriptor made here it stays out of the programs that
+/// the host starts: one of them that outlives the host would keep the port.
 int OpenSocket()
 {
-    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
-    if (nSocket != 0)
-        return nSocket;
-    const int nHigher = fcntl(nSocket, F_DUPFD_CLOEXEC, 1);
-    close(nSocket);
-    return nHigher;
+    return KovaDescriptorRaise(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
 }
 
 sockaddr_in ListenAddress(const KovaRtspServer *pServer)
