@@ -9,15 +9,15 @@ constexpr uint8_t kMarker = 0x80;
 
 } // namespace
 
-void KovaRtpHeaderWrite(uint8_t *pHeader, const KovaRtpPacker *pPacker)
+void KovaRtpHeaderWrite(uint8_t *pBytes, const KovaRtpHeader &header)
 {
-    pHeader[0] = kVersion2;
-    pHeader[1] = static_cast<uint8_t>(pPacker->nPayloadType);
-    if (pPacker->bMarker != 0)
-        pHeader[1] |= kMarker;
-    RtspWriteMB(pHeader + 2, pPacker->nSequence, 16);
-    RtspWriteMB(pHeader + 4, pPacker->nTimestamp, 32);
-    RtspWriteMB(pHeader + 8, pPacker->nSsrc, 32);
+    pBytes[0] = kVersion2;
+    pBytes[1] = static_cast<uint8_t>(header.nPayloadType);
+    if (header.bMarker)
+        pBytes[1] |= kMarker;
+    RtspWriteMB(pBytes + 2, header.nSequence, 16);
+    RtspWriteMB(pBytes + 4, header.nTimestamp, 32);
+    RtspWriteMB(pBytes + 8, header.nSsrc, 32);
 }
 
 uint16_t KovaRtpHeaderSequence(const uint8_t *pHeader)

@@ -11,7 +11,8 @@
 namespace {
 
 /// What a codec's packer does. A packet is made in two steps: deciding its size
-/// and marker, then writing its payload.
+/// and marker, then writing its payload. Where else a codec is named:
+/// CONTRIBUTING.md, "How to add".
 struct Codec {
     KovaRtpPacker *(*pfnCreate)();
     void (*pfnDestroy)(KovaRtpPacker *);
@@ -65,7 +66,8 @@ uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, KovaRtpPacket *
     pPacket->pData = static_cast<uint8_t *>(KovaHeapAlloc(pPacket->nSize));
     if (pPacket->pData == nullptr)
         return kPackerNoMemory;
-    KovaRtpHeaderWrite(pPacket->pData, pPacker);
+    KovaRtpHeaderWrite(pPacket->pData, {pPacker->nPayloadType, pPacker->bMarker != 0,
+                                        pPacker->nSequence, pPacker->nTimestamp, pPacker->nSsrc});
     const uint32_t nFilled = codec.pfnFill(pPacker, pPacket);
     if (nFilled == kPackerOk)
         pPacker->nSequence++;

@@ -1,7 +1,7 @@
 #include "classic/rtp/sending_thread.h"
 
 #include "classic/rtp/pacing.h"
-#include "classic/rtp/sending_context.h"
+#include "classic/rtp/serve_clients.h"
 #include "foundation/clock.h"
 #include "foundation/log.h"
 #include "foundation/mutex.h"

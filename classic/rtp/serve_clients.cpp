@@ -1,4 +1,4 @@
-#include "classic/rtp/sending_context.h"
+#include "classic/rtp/serve_clients.h"
 #include "classic/rtp/tcp_channel.h"
 #include "foundation/byte_order.h"
 #include "foundation/clock.h"

@@ -2,8 +2,9 @@
 
 /// The clients (tracks) that one session has on one stream, seen as one: a
 /// session counts as one player, so when its connection breaks and each track's
-/// sending thread finds out on its own, the stream's count goes down once. Any
-/// thread; a leaf lock.
+/// sending thread finds out on its own, the stream's count goes down once. The
+/// count itself, and who lowers it when: classic/streamer/players.h. Any thread; a
+/// leaf lock.
 struct KovaSessionTally;
 
 /// Joins the tally of a session on a stream (named by its address); the first

@@ -3,8 +3,9 @@
 #include <cstdint>
 
 /// What the sending side asks of the stream it belongs to: the only calls from
-/// here up. Implemented by the streamer. Those that reach the server's registries
-/// (refresh, lost) are made without holding any lock.
+/// here up. Implemented in classic/streamer/stream_calls.cpp; the ends of players
+/// (lost, withdrawn) in classic/streamer/players.cpp. Those that reach the server's
+/// registries (refresh, lost) are made without holding any lock.
 struct KovaRtpClient;
 struct KovaRtspStreamer;
 struct KovaSessionTally;

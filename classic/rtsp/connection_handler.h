@@ -63,7 +63,8 @@ KOVA_API int32_t KovaRtspServerHandlerStop(KovaRtspServerHandler *pHandler);
 KOVA_API int32_t KovaRtspServerHandlerDestroy(KovaRtspServerHandler *pHandler);
 
 /// Body of the request thread; the argument is the handler. A thread that ends
-/// because the peer left takes the handler out of the registry and frees it.
+/// because the peer left takes the handler out of the registry and frees it. The
+/// session goes on: docs/architecture.md, "When a connection breaks".
 KOVA_API void *pHandleRequestProc(void *pHandler);
 
 /// Sends a response on the connection; what a full socket does not take is lost.

@@ -6,8 +6,9 @@
 #include <cstdint>
 
 /// What connections and their requests ask of the server, beside the calls in
-/// classic/streamer/server_calls.h: the only calls from here up. Each takes its
-/// registry's mutex for its own run.
+/// classic/streamer/server_calls.h: the only calls from here up. Implemented in
+/// classic/server/: session_registry.cpp, stream_registry.cpp, session_end.cpp and
+/// handler_registry.cpp. Each takes its registry's mutex for its own run.
 struct KovaRtspServer;
 struct KovaRtspServerHandler;
 struct KovaRtspSession;

@@ -5,8 +5,9 @@
 
 #include <cstdint>
 
-/// What a stream asks of its server: the only calls from here up. Implemented
-/// by the server's registries; each takes its registry's mutex for its own run.
+/// What a stream asks of its server: the only calls from here up. Implemented in
+/// classic/server/: stream_registry.cpp, session_registry.cpp and, the last one,
+/// session_end.cpp. Each takes its registry's mutex for its own run.
 struct KovaRtspServer;
 
 /// 1 if a stream with that URI is published, else 0 (also for null arguments).

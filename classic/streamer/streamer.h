@@ -52,7 +52,7 @@ struct KovaRtspStreamer {
     KovaStateWord nAudioPackerState;
     KovaStateWord nVideoPackerState;
     uint64_t nAveThroughput KOVA_GUARDED_BY(figuresMutex); ///< kbit/s over all clients
-    std::atomic<int32_t> nClientCount;
+    std::atomic<int32_t> nClientCount;   ///< changed in classic/streamer/players.cpp only
     std::atomic<uint32_t> nServerStatus; ///< KOVA_STREAM_*
 
     /// 64-bit figures that two threads touch: no 32-bit board has atomics for them.

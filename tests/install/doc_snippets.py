@@ -15,8 +15,8 @@ extern KovaRtspServer *server;
 extern KovaRtspStreamer *stream;
 extern const uint8_t *unit;
 extern uint32_t unit_length, milliseconds;
-extern KovaAudioDescription sound;
-extern KovaVideoDescription picture;
+extern KovaAudioDescription audio;
+extern KovaVideoDescription video;
 void encoder_request_key_frame(void);
 '''
 FRAME = 'int piece(void);\nint piece(void)\n'

@@ -202,19 +202,15 @@ TEST(RtpPacker, DestroyFreesWhatIsPending)
 
 TEST(RtpHeader, ReadsWhatItWrote)
 {
-    KovaRtpPacker packer = {};
-    packer.nPayloadType = 96;
-    packer.nSequence = 0x1FEDC;
-    packer.nTimestamp = 0x89ABCDEF;
-    packer.nSsrc = 0x01020304;
+    KovaRtpHeader fields = {96, false, 0x1FEDC, 0x89ABCDEF, 0x01020304};
     std::array<uint8_t, 12> header = {};
-    KovaRtpHeaderWrite(header.data(), &packer);
+    KovaRtpHeaderWrite(header.data(), fields);
     EXPECT_EQ(header,
               (std::array<uint8_t, 12>{0x80, 96, 0xFE, 0xDC, 0x89, 0xAB, 0xCD, 0xEF, 1, 2, 3, 4}));
     EXPECT_EQ(KovaRtpHeaderSequence(header.data()), 0xFEDC);
     EXPECT_EQ(KovaRtpHeaderTimestamp(header.data()), 0x89ABCDEFU);
-    packer.bMarker = 1;
-    KovaRtpHeaderWrite(header.data(), &packer);
+    fields.bMarker = true;
+    KovaRtpHeaderWrite(header.data(), fields);
     EXPECT_EQ(header[1], 0xE0);
 }
 
