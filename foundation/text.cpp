@@ -14,6 +14,11 @@ void KovaTextCopy(char *szField, size_t nCapacity, std::string_view text)
     szField[nCount] = '\0';
 }
 
+void KovaTextCopy(char *szField, size_t nCapacity, const char *szText)
+{
+    KovaTextCopy(szField, nCapacity, std::string_view(szText));
+}
+
 std::string_view KovaTextField(const char *szField, size_t nCapacity)
 {
     return std::string_view(szField, strnlen(szField, nCapacity));
@@ -31,6 +36,11 @@ const char *KovaTextPrintable(char *szShown, size_t nCapacity, std::string_view 
             szShown[nIndex] = '?';
     }
     return szShown;
+}
+
+const char *KovaTextPrintable(char *szShown, size_t nCapacity, const char *szText)
+{
+    return KovaTextPrintable(szShown, nCapacity, std::string_view(szText));
 }
 
 bool KovaTextAppend(char *szBuffer, size_t nCapacity, size_t *pLength, const char *szFormat, ...)

@@ -6,6 +6,7 @@
 /// Copies text into a fixed field of nCapacity bytes, cut to fit and always
 /// terminated. The rest of the field is left as it is.
 void KovaTextCopy(char *szField, size_t nCapacity, std::string_view text);
+void KovaTextCopy(char *szField, size_t nCapacity, const char *szText);
 
 /// The text in a fixed field that may lack a terminator when it is full.
 std::string_view KovaTextField(const char *szField, size_t nCapacity);
@@ -15,6 +16,7 @@ std::string_view KovaTextField(const char *szField, size_t nCapacity);
 /// Written to szShown, of nCapacity bytes, as KovaTextCopy does.
 /// @return szShown; an empty text when there is no room at all.
 const char *KovaTextPrintable(char *szShown, size_t nCapacity, std::string_view text);
+const char *KovaTextPrintable(char *szShown, size_t nCapacity, const char *szText);
 
 /// Appends a formatted text at *pLength of a buffer of nCapacity bytes and moves
 /// *pLength. What does not fit with its terminator is left out whole.
