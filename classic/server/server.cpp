@@ -24,11 +24,6 @@
 
 namespace {
 
-static_assert(static_cast<int>(KOVA_ERROR_OVERFLOW) == KOVA_ERROR_OVERFLOW &&
-                  static_cast<int>(KOVA_ERROR_NO_SESSION) == KOVA_ERROR_NO_SESSION &&
-                  static_cast<int>(KOVA_ERROR_THREAD) == KOVA_ERROR_THREAD,
-              "the public result codes are the library's");
-
 constexpr int kBacklog = 128;
 constexpr uint32_t kInitialLogLevel = kLogOverflow;
 
