@@ -172,6 +172,18 @@ TEST_F(PlayerCount, PlayOfASessionThatExpiresMeanwhileCountsNobody)
     EXPECT_EQ(ClientCount(), 0);
 }
 
+TEST_F(PlayerCount, PlayOfASessionWithoutClientsThatEndsMeanwhileCountsNobody)
+{
+    ASSERT_EQ(client.SetupTcp("live", 99, 0).nStatus, 200); // no such track
+    HoldAtSenders(client.Format("PLAY", "live", ""));
+    ASSERT_EQ(ClientCount(), 1);
+    EndTheSession();
+    LetGo();
+    EXPECT_EQ(client.Receive().nStatus, 200);
+    server.Settle(client);
+    EXPECT_EQ(ClientCount(), 0);
+}
+
 TEST_F(PlayerCount, SetupOfASessionThatEndsMeanwhileLeavesNothing)
 {
     ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);

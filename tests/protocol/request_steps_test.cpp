@@ -2,6 +2,9 @@
 #include "foundation/log.h"
 #include "tests/protocol/protocol_fixture.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 
 namespace {
@@ -149,6 +152,31 @@ TEST_F(RequestSteps, ClientPortOpensSocketsForEveryMethodAndRefusal)
               "RTSP/1.0 200 OK");
     EXPECT_EQ(Answer("OPTIONS rtsp://h/live RTSP/1.0"), kOptionsAnswer);
     EXPECT_EQ(KovaOpenDescriptors(), nBefore);
+}
+
+/// Counted the moment that the answer is there, again and again: a late close is seen now and then
+/// only. Without opening anything itself, which would get the numbers of what the server closes.
+TEST_F(RequestSteps, SocketsOfASetupThatGotNoClientAreClosedBeforeTheAnswer)
+{
+    const auto descriptors = [] {
+        int nCount = 0;
+        for (int nDescriptor = 0; nDescriptor < 100; nDescriptor++)
+            nCount += fcntl(nDescriptor, F_GETFD) != -1;
+        return nCount;
+    };
+    constexpr char kRequest[] = "SETUP rtsp://h/live/trackID=99 RTSP/1.0\r\nCSeq: 1\r\n"
+                                "Transport: client_port=5000-5001\r\n\r\n";
+    const int nBefore = descriptors();
+    for (const int32_t nMaxClient : {10, 0}) { // answered, refused
+        server.Server()->nMaxClient = nMaxClient;
+        for (int i = 0; i < 300; i++) {
+            char szAnswer[512];
+            ASSERT_EQ(send(client.Socket(), kRequest, sizeof(kRequest) - 1, 0),
+                      ssize_t{sizeof(kRequest) - 1});
+            ASSERT_GT(recv(client.Socket(), szAnswer, sizeof(szAnswer), 0), 0);
+            ASSERT_EQ(descriptors(), nBefore) << nMaxClient << " " << i;
+        }
+    }
 }
 
 TEST_F(RequestSteps, ClientPortThatDoesNotFitIsRefusedForEveryMethod)

@@ -190,6 +190,15 @@ TEST_F(Setup, UnknownTrackGetsASessionButNoClient)
     EXPECT_EQ(server.Clients(96).size() + server.Clients(97).size(), 0u);
 }
 
+TEST_F(Setup, StreamWithoutANameTellsNoSsrc)
+{
+    ASSERT_NE(server.AddStream(""), nullptr);
+    EXPECT_NE(Answer("SETUP rtsp://h/x/trackID=97 RTSP/1.0", "Transport: interleaved=0-1\r\n")
+                  .find(";interleaved=0-1;ssrc=0\r\n"),
+              std::string::npos);
+    EXPECT_EQ(Printed(), "Get SSRC fail !!!\nKovaRtpSenderAddRtpClient, Now Client Count: 0\n");
+}
+
 TEST_F(Setup, TrackPrefixIsSkippedWithoutALook)
 {
     ExpectTcp(Tcp("anything97", "0-1"), "0-1", server.Ssrc(97));

@@ -70,6 +70,18 @@ TEST_F(Teardown, OnAnotherStreamLeavesNoClientBehind)
     EXPECT_EQ(pOther->nClientCount.load(), 0);
 }
 
+TEST_F(Teardown, OnAnotherStreamCountsOutPlayersOnly)
+{
+    const KovaRtspStreamer *pOther = server.AddStream("other");
+    ASSERT_NE(pOther, nullptr);
+    ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200); // and no PLAY
+    EXPECT_EQ(Answer("TEARDOWN rtsp://h/other RTSP/1.0", SessionLine()), kAnswer);
+    EXPECT_EQ(server.SessionCount(), 0u);
+    EXPECT_EQ(server.Clients(96).size(), 0u);
+    EXPECT_EQ(ClientCount(), 0);
+    EXPECT_EQ(pOther->nClientCount.load(), 0);
+}
+
 TEST_F(Teardown, WithoutASessionChangesNothing)
 {
     ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);

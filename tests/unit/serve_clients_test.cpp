@@ -1,4 +1,5 @@
 #include "classic/rtp/send_group.h"
+#include "classic/server/server.h"
 #include "foundation/log.h"
 #include "tests/support/delivery.h"
 #include "tests/support/fake_clock.h"
@@ -36,6 +37,18 @@ struct ServeClientsTest : testing::Test {
         for (int n = 0; n < nCount; n++)
             KovaRtpSendGroupAddRtpClient(
                 pGroup, KovaRtpClientCreate("1", 0, 0, 0, 0, {}, 1, nullptr, 0, 1, 0, 0));
+    }
+
+    /// Takes the last client out of the group. Its node is kept: who still follows the
+    /// link is seen by what it sends.
+    KovaList *UnlinkLast()
+    {
+        KovaList *pNode = nullptr;
+        delivery.WithClients([&] {
+            pNode = KovaListLast(pGroup->pClientList);
+            pGroup->pClientList = KovaListRemoveLink(pGroup->pClientList, pNode);
+        });
+        return pNode;
     }
 
     /// Queues a packet and waits until the thread has met a waiting client.
@@ -106,16 +119,49 @@ TEST_F(ServeClientsTest, NeighbourThatIsRemovedDuringTheWaitForAFullSocketIsNotS
     faults.Script(tcp.Socket(), std::deque<KovaScriptedSend>(100000, {EAGAIN}));
     delivery.Queue({2});
     ASSERT_TRUE(KovaWaitUntil([this] { return faults.Left() < 99998; }));
-    // Unlinked and kept: who still follows the link is seen by what it sends.
-    KovaList *pNode = nullptr;
-    delivery.WithClients([&] {
-        pNode = KovaListLast(pGroup->pClientList);
-        ASSERT_EQ(pNode->data, pNeighbour);
-        pGroup->pClientList = KovaListRemoveLink(pGroup->pClientList, pNode);
-    });
+    KovaList *pNode = UnlinkLast();
+    ASSERT_EQ(pNode->data, pNeighbour);
     faults.Script(tcp.Socket(), {});
     ASSERT_TRUE(delivery.Drain());
     EXPECT_EQ(udp.Rtp(50), std::nullopt);
+    KovaListFree(pNode);
+    KovaRtpClientDestroy(pNeighbour);
+}
+
+/// The session registry is held, so the thread comes to a halt between two clients.
+TEST_F(ServeClientsTest, NeighbourThatIsRemovedWhileASessionIsRefreshedIsNotServed)
+{
+    KovaUdpEnds other;
+    delivery.Add(udp.Client("1"));
+    KovaRtpClient *pNeighbour = delivery.Add(other.Client("2"));
+    udp.SendRtcp({0x81, 201, 0, 1});
+    RTSP_SetLogLevel(4);
+    pthread_mutex_lock(&delivery.pServer->mtxSession.native);
+    delivery.Queue({1});
+    ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+    EXPECT_TRUE(capture.WaitFor("UpdateSession", 5000));
+    KovaList *pNode = UnlinkLast();
+    pthread_mutex_unlock(&delivery.pServer->mtxSession.native);
+    EXPECT_TRUE(delivery.Drain());
+    EXPECT_NE(udp.Rtp(2000), std::nullopt);
+    EXPECT_EQ(other.Rtp(50), std::nullopt);
+    KovaListFree(pNode);
+    KovaRtpClientDestroy(pNeighbour);
+}
+
+TEST_F(ServeClientsTest, NeighbourThatIsRemovedWhileAPlayerIsGivenUpIsNotServed)
+{
+    KovaUdpEnds other;
+    delivery.Add(udp.Client("1"), kClientGone);
+    KovaRtpClient *pNeighbour = delivery.Add(other.Client("2"));
+    pthread_mutex_lock(&delivery.pServer->mtxSession.native);
+    delivery.Queue({1});
+    ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
+    EXPECT_TRUE(KovaWaitUntil([this] { return !KovaIsOpen(udp.nServerRtp); }));
+    KovaList *pNode = UnlinkLast();
+    pthread_mutex_unlock(&delivery.pServer->mtxSession.native);
+    EXPECT_TRUE(delivery.Drain());
+    EXPECT_EQ(other.Rtp(50), std::nullopt);
     KovaListFree(pNode);
     KovaRtpClientDestroy(pNeighbour);
 }
