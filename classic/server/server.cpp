@@ -148,8 +148,6 @@ int32_t KovaRtspServerDestroy(KovaRtspServer *pServer)
     KovaRtspServerRemoveAllStreamer(pServer);
     KovaRtspServerRemoveAllSession(pServer);
     KovaRtspServerRemoveAllServerHandler(pServer);
-    // A request that was under way may have set up one more session.
-    KovaRtspServerRemoveAllSession(pServer);
     KovaMutexDestroy(&pServer->mtxHandler);
     KovaMutexDestroy(&pServer->mtxSession);
     KovaMutexDestroy(&pServer->mtxStreamer);

@@ -9,8 +9,8 @@ namespace {
 
 class LateSession : public KovaFaultTest {};
 
-/// A SETUP that is under way when the server goes makes its session after the
-/// sessions have been removed.
+/// A SETUP that is under way when the server goes holds its stream, so that its session
+/// is made before the sessions are removed.
 TEST_F(LateSession, IsRemovedWithTheServer)
 {
     const KovaHoldings before = KovaHoldingsNow();
@@ -19,15 +19,16 @@ TEST_F(LateSession, IsRemovedWithTheServer)
         KovaRtspTestClient client;
         ASSERT_TRUE(pServer->Connect(&client));
         client.OnExchange(nullptr);
-        KovaRtspServerHandler *pHandler = pServer->Handler(client);
+        KovaRtspServer *pRecord = pServer->Server();
         KovaHeldCall held(kFaultBind);
         ASSERT_TRUE(client.Send("SETUP rtsp://h/live/trackID=97 RTSP/1.0\r\nCSeq: 1\r\n"
                                 "Transport: RTP/AVP;unicast;client_port=5000-5001\r\n\r\n"));
         ASSERT_TRUE(held.WaitHeld(10000));
-        // The streams and sessions are gone when the connections are asked to end.
         std::thread releaser([&] {
-            EXPECT_TRUE(
-                KovaWaitUntil(10000, [&] { return pHandler->nState == kThreadStopRequested; }));
+            EXPECT_TRUE(KovaWaitUntil(
+                10000, [&] { return KovaRtspServerIsUriExist(pRecord, "live") == 0; }));
+            usleep(20000);
+            EXPECT_EQ(pRecord->pSessionList, nullptr);
             held.Release();
         });
         pServer.reset();

@@ -169,7 +169,7 @@ TEST_F(WholeFrames, NoByteComesBetweenTheBytesOfAFrame)
     script->Stop();
     for (const auto &pPlayer : players) {
         for (const KovaScriptTrack *pTrack : {&script->Audio(), &script->Video()})
-            EXPECT_TRUE(KovaWaitUntil(15000,
+            EXPECT_TRUE(KovaWaitUntil(100000,
                                       [&] {
                                           return pPlayer->HasEnded() ||
                                                  pPlayer->NextSequence(*pTrack) ==
