@@ -166,9 +166,23 @@ TEST_F(PlayerCount, PlayOfASessionThatExpiresMeanwhileCountsNobody)
     HoldAtSenders(client.Format("PLAY", "live", ""));
     EndTheSession();
     LetGo();
-    EXPECT_EQ(client.Receive().nStatus, 200);
+    const KovaTestResponse answer = client.Receive();
+    EXPECT_EQ(answer.nStatus, 200);
+    EXPECT_NE(answer.text.find("RTP-Info: url="), std::string::npos) << "it had the track";
     server.Settle(client);
     EXPECT_EQ(AllClients(), 0U);
+    EXPECT_EQ(ClientCount(), 0);
+}
+
+TEST_F(PlayerCount, PlayWithoutATrackThatIsOvertakenIsTakenBackToo)
+{
+    ASSERT_EQ(client.SetupTcp("live", 95, 0).nStatus, 200); // no such track: a session alone
+    HoldAtSenders(client.Format("PLAY", "live", ""));
+    EXPECT_EQ(ClientCount(), 1);
+    EndTheSession();
+    LetGo();
+    EXPECT_EQ(client.Receive().nStatus, 200);
+    server.Settle(client);
     EXPECT_EQ(ClientCount(), 0);
 }
 
