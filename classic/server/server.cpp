@@ -152,11 +152,11 @@ int32_t KovaRtspServerDestroy(KovaRtspServer *pServer)
 {
     if (pServer == nullptr)
         return KOVA_ERROR_NULL;
+    // The streams come first: they wait for the requests that use them, and one of
+    // those may set up one more session.
     KovaRtspServerRemoveAllStreamer(pServer);
     KovaRtspServerRemoveAllSession(pServer);
     KovaRtspServerRemoveAllServerHandler(pServer);
-    // A request that was under way may have set up one more session.
-    KovaRtspServerRemoveAllSession(pServer);
     KovaMutexDestroy(&pServer->mtxHandler);
     KovaMutexDestroy(&pServer->mtxSession);
     KovaMutexDestroy(&pServer->mtxStreamer);
