@@ -145,6 +145,8 @@ int32_t KovaRtspServerDestroy(KovaRtspServer *pServer)
 {
     if (pServer == nullptr)
         return KOVA_ERROR_NULL;
+    // The streams come first: they wait for the requests that use them, and one of
+    // those may set up one more session.
     KovaRtspServerRemoveAllStreamer(pServer);
     KovaRtspServerRemoveAllSession(pServer);
     KovaRtspServerRemoveAllServerHandler(pServer);

@@ -1,6 +1,9 @@
 #include "tests/fault/fault_bench.h"
 
+#include "foundation/mutex.h"
 #include "tests/support/wait_until.h"
+
+#include <unistd.h>
 
 #include <memory>
 #include <thread>
@@ -9,8 +12,8 @@ namespace {
 
 class LateSession : public KovaFaultTest {};
 
-/// A SETUP that is under way when the server goes holds its stream, so that its session
-/// is made before the sessions are removed.
+/// A SETUP that is under way when the server goes holds its stream, and makes its
+/// session while the server waits for that.
 TEST_F(LateSession, IsRemovedWithTheServer)
 {
     const KovaHoldings before = KovaHoldingsNow();
@@ -19,16 +22,17 @@ TEST_F(LateSession, IsRemovedWithTheServer)
         KovaRtspTestClient client;
         ASSERT_TRUE(pServer->Connect(&client));
         client.OnExchange(nullptr);
-        KovaRtspServer *pRecord = pServer->Server();
         KovaHeldCall held(kFaultBind);
         ASSERT_TRUE(client.Send("SETUP rtsp://h/live/trackID=97 RTSP/1.0\r\nCSeq: 1\r\n"
                                 "Transport: RTP/AVP;unicast;client_port=5000-5001\r\n\r\n"));
         ASSERT_TRUE(held.WaitHeld(10000));
+        KovaRtspServer *pRecord = pServer->Server();
         std::thread releaser([&] {
-            EXPECT_TRUE(KovaWaitUntil(
-                10000, [&] { return KovaRtspServerIsUriExist(pRecord, "live") == 0; }));
-            usleep(20000);
-            EXPECT_EQ(pRecord->pSessionList, nullptr);
+            EXPECT_TRUE(KovaWaitUntil(10000, [&] {
+                const KovaMutexLock lock(&pRecord->mtxStreamer, kRankStreams);
+                return pRecord->pStreamerList == nullptr;
+            }));
+            usleep(20000); // what does not wait goes on meanwhile
             held.Release();
         });
         pServer.reset();

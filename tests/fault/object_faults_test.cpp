@@ -65,6 +65,23 @@ TEST_F(ObjectFaults, DescriptionSaysWhatItLacks)
     });
 }
 
+TEST_F(ObjectFaults, WhatIsRemovedGivesItsMemoryBack)
+{
+    const KovaTestServer server({"", 16, false});
+    KovaRtspSdpGenerator *pGenerator = KovaRtspSdpGeneratorCreate("live");
+    const KovaHoldings before = KovaHoldingsNow();
+    EXPECT_EQ(KovaRtspSdpGeneratorAddMedia(pGenerator, 1, 96, &kAudio), 0);
+    EXPECT_EQ(KovaRtspSdpGeneratorAddMedia(pGenerator, 2, 97, &kVideo), 0);
+    KovaRtspSdpGeneratorRemoveMedia(pGenerator,
+                                    KovaRtspSdpGeneratorGetMediaByPayloadId(pGenerator, 96));
+    KovaRtspSdpGeneratorRemoveMediaByPayloadId(pGenerator, 97);
+    char szId[kSessionIdSize] = {};
+    EXPECT_EQ(AddNewRtspSession(server.Server(), szId, 60), 0);
+    EXPECT_EQ(KovaRtspServerRemoveSessionBySessionId(server.Server(), szId), 0);
+    KovaExpectHeld(before);
+    KovaRtspSdpGeneratorDestroy(pGenerator);
+}
+
 TEST_F(ObjectFaults, MediaInfoAndTransportAreWholeOrNull)
 {
     KovaFailEach(kFaultHeap, {ENOMEM}, 40, [](KovaFaults *pFaults) {

@@ -3,8 +3,10 @@
 #include "foundation/log.h"
 #include "tests/protocol/handler_pair.h"
 #include "tests/protocol/protocol_fixture.h"
+#include "tests/support/c_calls.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -47,6 +49,33 @@ TEST_F(Connection, OneReadIsOneRequest)
     const std::string request = "OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n";
     EXPECT_EQ(client.Exchange(request + request + request).text, kOptionsAnswer);
     EXPECT_TRUE(client.IsSilent(100));
+}
+
+/// The receiver whose next calls are interrupted, and how many are left.
+std::atomic<int> g_nInterrupted{-1};
+std::atomic<int> g_nInterruptions{0};
+
+ssize_t Interrupt(int nSocket, void *pData, size_t nSize, int nFlags)
+{
+    if (nSocket != g_nInterrupted || g_nInterruptions == 0)
+        return __real_recv(nSocket, pData, nSize, nFlags);
+    g_nInterruptions--;
+    errno = EINTR;
+    return -1;
+}
+
+TEST_F(Connection, ReceiveThatASignalInterruptsIsMadeAgain)
+{
+    server.Settle(client);
+    g_nInterrupted = server.Handler(client)->nSocket.load();
+    g_nInterruptions = 3;
+    KovaReplaceCall<__real_recv>(Interrupt);
+    EXPECT_EQ(client.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n").text,
+              kOptionsAnswer);
+    EXPECT_EQ(g_nInterruptions, 0);
+    KovaReplaceCall<__real_recv>(nullptr);
+    EXPECT_EQ(client.Exchange("OPTIONS rtsp://h/live RTSP/1.0\r\nCSeq: 1\r\n\r\n").text,
+              kOptionsAnswer);
 }
 
 TEST_F(Connection, PartsOfARequestAreRequestsOfTheirOwn)

@@ -63,6 +63,14 @@ TEST_F(GetParameter, UnknownSessionIsRefused)
     EXPECT_EQ(Answer("GET_PARAMETER rtsp://h/live RTSP/1.0", "Session: 00000000000\r\n"), k454);
 }
 
+TEST_F(GetParameter, SessionThatIsOnlyTheBeginningOfAnIdIsNotMeant)
+{
+    ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);
+    const std::string lines = "Session: " + client.Session();
+    EXPECT_EQ(Answer("GET_PARAMETER rtsp://h/live RTSP/1.0", lines + "0\r\n"), k454);
+    EXPECT_EQ(Answer("GET_PARAMETER rtsp://h/live RTSP/1.0", lines + "00\r\n"), k454);
+}
+
 TEST_F(GetParameter, SaysSoAtLevelFour)
 {
     ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);

@@ -154,6 +154,21 @@ TEST_F(Responses, PlayLeavesOutWholeEntriesThatDoNotFit)
     EXPECT_EQ(sent.substr(sent.size() - tail.size()), tail);
 }
 
+TEST_F(Responses, PlayKeepsRoomForItsSessionWhateverTheEntriesFill)
+{
+    const std::string tail = "rtptime=2\r\nSession: 01234567890;timeout=60\r\n\r\n";
+    for (size_t nUri = 900; nUri < 1020; nUri++) { // each entry one byte longer
+        memset(info.szUri, 'u', nUri);
+        info.szUri[nUri] = '\0';
+        info.pTrackList = nullptr;
+        for (uint32_t nTrack = 60; nTrack < 70; nTrack++)
+            AddTrack(nTrack, 1, 2);
+        const std::string sent = Sent(RequestPlayResponse);
+        ASSERT_GT(sent.size(), tail.size());
+        ASSERT_EQ(sent.substr(sent.size() - tail.size()), tail) << nUri;
+    }
+}
+
 TEST_F(Responses, GetParameter)
 {
     EXPECT_EQ(Sent(RequestGetParameterResponse),

@@ -82,6 +82,20 @@ TEST_F(Teardown, OnAnotherStreamCountsOutPlayersOnly)
     EXPECT_EQ(pOther->nClientCount.load(), 0);
 }
 
+// There the session has not been counted, and its end is not the end of a player.
+TEST_F(Teardown, DoesNotLowerTheCountOfAStreamOnWhichTheSessionDidNotPlay)
+{
+    KovaRtspStreamer *pOther = server.AddStream("other");
+    ASSERT_NE(pOther, nullptr);
+    ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);
+    ASSERT_EQ(client.SetupTcp("other", 96, 2).nStatus, 200);
+    ASSERT_EQ(client.Play("live").nStatus, 200);
+    EXPECT_EQ(Answer("TEARDOWN rtsp://h/live RTSP/1.0", SessionLine()), kAnswer);
+    EXPECT_EQ(server.Clients(pOther, 96).size(), 0u);
+    EXPECT_EQ(ClientCount(), 0);
+    EXPECT_EQ(pOther->nClientCount.load(), 0);
+}
+
 TEST_F(Teardown, WithoutASessionChangesNothing)
 {
     ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);

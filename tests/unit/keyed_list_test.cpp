@@ -161,11 +161,13 @@ TEST_F(KeyedList, GivesBucketsBackAsItShrinks)
         elements[n] = {n, std::to_string(n)};
         Push(&elements[n]);
         // Never more than four nodes for a bucket, nor buckets for less than one.
+        ASSERT_EQ(index.nCount, model.size());
         ASSERT_LE(index.nCount, 4U << index.nBits);
         ASSERT_LE(1U << index.nBits, index.nCount);
     }
     for (uint32_t n = 0; n < elements.size(); n++) {
         Take(&elements[n], n);
+        ASSERT_EQ(index.nCount, model.size());
         ASSERT_LE(1U << index.nBits, 2 * index.nCount + 1);
         ASSERT_TRUE(n + 1 == elements.size() || Find(elements.back()) == &elements.back());
     }

@@ -1,6 +1,7 @@
 #include "classic/rtp/send_group.h"
 #include "foundation/log.h"
 #include "tests/support/delivery.h"
+#include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
 #include "tests/support/socket_faults.h"
 #include "tests/support/stdout_capture.h"
@@ -216,6 +217,38 @@ TEST_F(PacketQueueTest, PacketThatIsServedWhileTheQueueIsFlushedIsReleasedAndCou
     EXPECT_EQ(pGroup->nQueuedBytes, 0U);
     KovaRtpPacketReleaseRef(pPacket);
     KovaRtpPacketReleaseRef(pPacket);
+}
+
+TEST_F(PacketQueueTest, PacketThatNoMemoryWasLeftForTakesNoRoom)
+{
+    KovaRtpPacket *pPacket = KovaMakePacket({1, 0, 1000, kFrameKey, 100});
+    KovaRtpPacketAddRef(pPacket);
+    {
+        const KovaFailingHeap heap;
+        EXPECT_FALSE(KovaRtpSendGroupTakePacket(pGroup, pPacket));
+    }
+    KovaRtpPacketReleaseRef(pPacket);
+    EXPECT_EQ(Queued(pGroup), Sequences{});
+    EXPECT_EQ(pGroup->nQueuedBytes, 0U);
+}
+
+TEST_F(PacketQueueTest, PacketThatJustFitsAFrameIsSent)
+{
+    constexpr uint32_t kMost = 8192 - 4; // behind the four bytes in front of it
+    KovaTcpEnds tcp;
+    delivery.Add(tcp.Client("1"));
+    ASSERT_TRUE(delivery.Send({1, 90000, 1000, kFrameKey, kMost}));
+    const KovaBytes all = tcp.Receive(32 + 8192); // a report comes first
+    ASSERT_EQ(all.size(), 32U + 8192U);
+    EXPECT_EQ(KovaBytes(all.begin() + 32, all.end()),
+              KovaFrameOf(0, KovaPacketBytes({1, 90000, 1000, kFrameKey, kMost})));
+}
+
+TEST_F(PacketQueueTest, PacketOfAHeaderAloneIsTheLastOneTaken)
+{
+    ASSERT_TRUE(delivery.Send({7, 1234, 1000, kFrameKey, 12}));
+    EXPECT_EQ(delivery.pSender->nLastSequence, 7);
+    EXPECT_EQ(delivery.pSender->nLastTimestamp, 1234U);
 }
 
 TEST_F(PacketQueueTest, NewPacketWakesTheThread)

@@ -1,4 +1,5 @@
 #include "classic/rtp/rtp_client.h"
+#include "tests/support/c_calls.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
 
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -149,6 +151,29 @@ TEST(RtpClient, CutsAnOverlongId)
     EXPECT_STREQ(pClient->szSessionId, "12345678901");
     EXPECT_EQ(pClient->nRtpSocket, 0);
     KovaRtpClientDestroy(pClient);
+}
+
+void *g_pKept = nullptr;
+
+void KeepOne(void *pBlock)
+{
+    if (pBlock != g_pKept || pBlock == nullptr)
+        __real_free(pBlock);
+}
+
+TEST(RtpClient, IsNotWrittenToOnceItIsDestroyed)
+{
+    KovaTcpEnds ends;
+    KovaRtpClient *pClient = ends.Client("1");
+    int *pSocket = pClient->pTcpSocket;
+    EXPECT_EQ(pSocket, ends.Field());
+    g_pKept = pClient;
+    KovaReplaceCall<__real_free>(KeepOne);
+    KovaRtpClientDestroy(pClient);
+    ends.EndHandler(); // which tells all that still follow the connection
+    EXPECT_EQ(pClient->pTcpSocket, pSocket);
+    KovaReplaceCall<__real_free>(nullptr);
+    free(pClient);
 }
 
 TEST(RtpClient, SeesMinusOneOnceTheConnectionIsGone)

@@ -119,6 +119,18 @@ TEST_F(SdpGenerator, WritesAVideoSection)
                           kSpsText + "," + kPpsText + ";\r\n");
 }
 
+TEST_F(SdpGenerator, WritesTheJoinedSetsIntoTheSectionsRecordToo)
+{
+    AddVideo(97);
+    SetSps(97);
+    SetPps(97);
+    const auto *pVideo = static_cast<KovaSdpVideoData *>(
+        KovaRtspSdpGeneratorGetMediaByPayloadId(pGenerator, 97)->pData);
+    EXPECT_STREQ(pVideo->szSpropParameterSets, "");
+    Text();
+    EXPECT_EQ(pVideo->szSpropParameterSets, std::string(kSpsText) + "," + kPpsText);
+}
+
 TEST_F(SdpGenerator, WritesAnAudioSection)
 {
     ASSERT_EQ(AddAudio(96), 0);

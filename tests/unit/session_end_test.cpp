@@ -108,6 +108,14 @@ TEST_F(SessionEnd, StrayLeavesAtTheThirdPass)
     EXPECT_EQ(pStream->nClientCount, 5) << "one session, whatever it has of tracks";
 }
 
+TEST_F(SessionEnd, EndOfASessionThatIsNotThereTakesNobodyWithIt)
+{
+    KovaAddTestClient(pStream, 96, "10987654321");
+    KovaServerEndSession(host.Server(), "10987654321", kEndLost);
+    EXPECT_EQ(Clients(), 1U);
+    EXPECT_EQ(pStream->nClientCount, 5);
+}
+
 TEST_F(SessionEnd, ClientsWithASessionAreNoStrays)
 {
     KovaAddTestClient(pStream, 96, kId);

@@ -337,6 +337,17 @@ TEST_F(TcpChannelTest, ReaderWakesForDataForTheEndAndForACall)
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
 }
 
+TEST_F(TcpChannelTest, WakeOfTheReaderLeavesTheSendingSideOpen)
+{
+    std::thread reader([this] { KovaTcpChannelWaitReadable(ends.Channel(), 300000); });
+    usleep(50000); // it polls by now
+    KovaTcpChannelWakeReader(ends.Channel());
+    reader.join();
+    EXPECT_EQ(Send(kFirst, &first), kSendDone);
+    EXPECT_EQ(Respond().nError, 0);
+    EXPECT_EQ(Arrived(), kFirst + kResponse);
+}
+
 TEST_F(TcpChannelTest, WakeBeforeTheWaitEndsItAtOnce)
 {
     // A stop request may come between the reader's look at its state and its wait.

@@ -69,6 +69,13 @@ TEST_F(UdpChannelTest, TakesOneDatagramPerCall)
     EXPECT_FALSE(KovaUdpTakeOne(ends.nServerRtcp));
 }
 
+TEST_F(UdpChannelTest, DatagramWithoutABytePassesForNone)
+{
+    ends.SendRtcp({});
+    EXPECT_FALSE(KovaUdpTakeOne(ends.nServerRtcp));
+    EXPECT_TRUE(KovaIsOpen(ends.nServerRtcp));
+}
+
 TEST_F(UdpChannelTest, LeavesDescriptorZeroAlone)
 {
     // Behind number 0 stands a socket that would take and give datagrams.
