@@ -13,7 +13,7 @@ Push = collections.namedtuple("Push", "id timestamp clock data")
 
 def setUpModule():
     subprocess.run(["cc", "-shared", "-fPIC", "-Wall", "-Werror", "-I",
-                    os.path.join(os.environ["KOVA_SOURCE_DIR"], "server"), "-o",
+                    os.path.join(os.environ["KOVA_SOURCE_DIR"], "include"), "-o",
                     path("record_pushes.so"), os.path.join(os.path.dirname(__file__),
                                                            "record_pushes.c")], check=True)
 
