@@ -326,6 +326,36 @@ class Terminal(unittest.TestCase):
         self.assertEqual(len(re.findall(r"(?m)^SSRC: [0-9a-f]+$", text)), 4)
         self.assertLess(text.rindex("SSRC: "), text.index(lines[shown[0]]))
 
+    def test_what_players_send_commands_no_terminal(self):
+        for arguments in (["--status", "none"], ["--status", "json"]):
+            with self.subTest(arguments=arguments):
+                self.port = free_port()
+                self.process, self.terminal = pty.fork()
+                if self.process == 0:
+                    os.environ["TERM"] = "xterm"
+                    os.execv(PROGRAM, [PROGRAM, "--port", str(self.port), "--log-level", "4",
+                                       *arguments, clip()])
+                self.addCleanup(self.kill)
+                self.await_text("rtsp://127.0.0.1:")
+                with socket.create_connection(("127.0.0.1", self.port), 5) as player:
+                    player.sendall(b"OPTIONS rtsp://x/live RTSP/1.0\r\nCSeq: 1\r\n"
+                                   b"X: \x1b]0;title\x07\r\n\r\n")
+                    self.assertIn(b"200 OK", player.recv(4096))
+                shown = self.await_text("title")
+                self.assertIn("X: ?]0;title?", shown)
+                self.assertNotIn("\x1b", shown)
+                self.end(Screen())
+
+    def await_text(self, text):
+        """What the terminal has got when the text has come."""
+        shown = ""
+        end = time.time() + 20
+        while not re.search(text + r".*\n", shown):
+            self.assertLess(time.time(), end, shown)
+            if select.select([self.terminal], [], [], 0.2)[0]:
+                shown += os.read(self.terminal, 65536).decode()
+        return shown
+
     def test_repeated_lines_are_counted(self):
         screen = self.start(1, "--log-level", "2", "one=" + clip())
         # Waits for its PLAY: the library prints a line per packet.
