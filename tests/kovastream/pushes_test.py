@@ -136,6 +136,24 @@ class Pushes(unittest.TestCase):
                     self.assertLess(max(apart), 100)
 
 
+class LargeFiles(unittest.TestCase):
+    def test_nothing_is_lost_behind_what_is_read_ahead_at_most(self):
+        # Noise, which does not get smaller: 20 MB.
+        noise = media("noise.mkv", "-f", "rawvideo", "-s", "640x360", "-r", "25", "-pix_fmt",
+                      "yuv420p", "-i", "/dev/urandom", "-f", "lavfi", "-i", "sine=r=48000",
+                      "-t", "2.4", "-c:v", "libx264", "-preset", "ultrafast", "-qp", "0", "-bf",
+                      "0", "-g", "25", *SOUND)
+        self.assertGreater(os.path.getsize(noise), 18 * 1024 * 1024)
+        self.assertEqual(start("noise", "--once", noise).wait(60), 0)
+        taken = pushes("noise")
+        self.assertEqual(len(slices(taken)), 60)
+        self.assertGreater(len([push for push in taken if push.id == 96]), 108)
+        last = {96: 0, 97: 0}
+        for push in taken:
+            last[push.id] = push.timestamp
+            self.assertLess(abs(last[96] - last[97]), 300)
+
+
 def slices(taken):
     return [part for push in taken for part in re.split(rb"\x00?\x00\x00\x01", push.data)
             if part and part[0] & 31 in (1, 5)]

@@ -201,7 +201,24 @@ class Lines(unittest.TestCase):
                     head, _ = refused.request("SETUP", f"{refused.url}/trackID=97",
                                               "Transport: RTP/AVP/TCP;unicast;interleaved=0-1")
                     self.assertIn(" 403 ", head.splitlines()[0])
+                # Nothing more is said while it stays so.
+                time.sleep(2.5)
             self.assertEqual(program.out().count("the maximum"), 1)
+
+    def test_the_maximum_of_players_is_said_again(self):
+        with Program("--status", "json", "--max-clients", "1", clip()) as program:
+            program.await_ready()
+            for times in (1, 2):
+                with Player(program) as player:
+                    player.play()
+                    end = time.time() + 30
+                    while program.err().count("the maximum of 1 player") < times:
+                        self.assertLess(time.time(), end, program.err())
+                        player.packets(0.1)
+                end = time.time() + 30
+                while '"clients":0' not in program.out().splitlines()[-1]:
+                    self.assertLess(time.time(), end, program.out()[-300:])
+                    time.sleep(0.1)
 
 
 class LogFile(unittest.TestCase):
