@@ -107,6 +107,12 @@ class Pushes(unittest.TestCase):
                         self.assertLess(stamps[0], 200)
                         self.assertEqual(stamps, sorted(set(stamps)))
 
+    def test_the_frame_that_primes_decoders_is_left_out(self):
+        # It lies before the beginning of the file, where the first picture is.
+        for track in (96, 97):
+            self.assertEqual(next(push.timestamp for push in self.taken["mp4"]
+                                  if push.id == track), 40)
+
     def test_pushed_in_time(self):
         for name, taken in self.taken.items():
             with self.subTest(name=name):
