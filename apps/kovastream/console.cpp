@@ -41,6 +41,13 @@ std::string Harmless(const std::string &lines)
     return text;
 }
 
+/// What players sent must not command a terminal, also one without a live status; elsewhere it
+/// stays as it is.
+std::string For(int descriptor, const std::string &lines)
+{
+    return isatty(descriptor) == 1 ? Harmless(lines) : lines;
+}
+
 } // namespace
 
 Console::Console(const Options &options)
@@ -129,7 +136,7 @@ void Console::PrintLibrary(const std::string &all)
             at += static_cast<size_t>(written);
         }
     } else if (m_json) {
-        m_error->Write(lines);
+        m_error->Write(For(STDERR_FILENO, lines));
     } else {
         PrintAbove(lines);
     }
@@ -147,7 +154,7 @@ void Console::PrintAbove(const std::string &lines)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_live) {
-        m_out->Write(lines);
+        m_out->Write(For(m_original, lines));
         return;
     }
     const std::string text = m_repeats.Without(lines);

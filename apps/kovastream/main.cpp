@@ -48,7 +48,7 @@ private:
     Stop *const m_stop;
 };
 
-/// Ends the program when all streams have ended: with the first failure, if any has failed.
+/// Ends the program when all streams have ended: with a failure, if any has failed.
 class Ended {
 public:
     Ended(size_t running, Console *console, Stop *stop)
@@ -67,7 +67,8 @@ public:
         } else if (m_failure.empty()) {
             m_stop->Request();
         } else {
-            m_stop->Fail(m_failure);
+            // The other ones have been said.
+            m_stop->Fail(failure.empty() ? m_failure : failure);
         }
     }
 

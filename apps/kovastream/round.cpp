@@ -65,13 +65,21 @@ Demuxer::Result Round::Read(Unit *unit)
         if (!m_begun)
             FindOrigin(*unit);
         m_begun = true;
-        // Encoders put a frame in front that primes decoders. Over the end of the input before
-        // it would be one too many.
-        if (unit->track == TrackKind::Sound && unit->presentation + unit->duration / 2 < m_origin)
+        if (IsPriming(*unit))
             continue;
         m_reached = std::max(m_reached, unit->presentation + unit->duration);
         return result;
     }
+}
+
+/// Encoders put a frame in front that primes decoders. Over the end of the input before it would be
+/// one too many. Further on, sound lies before the origin where the clock has stepped back.
+bool Round::IsPriming(const Unit &unit)
+{
+    if (unit.track != TrackKind::Sound || m_heard)
+        return false;
+    m_heard = unit.presentation + unit.duration / 2 >= m_origin;
+    return !m_heard;
 }
 
 /// A file that was cut off ends like any other for its demuxer.

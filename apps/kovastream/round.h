@@ -46,6 +46,7 @@ public:
 private:
     Demuxer::Result Read(Unit *unit);
     bool Convert(Unit *unit);
+    bool IsPriming(const Unit &unit);
     void CheckEnd() const;
     void FindOrigin(const Unit &unit);
 
@@ -56,6 +57,7 @@ private:
     std::optional<SoundTrack> m_sound;
     std::optional<Unit> m_first; ///< of a file: read before anything is published
     bool m_begun = false;
+    bool m_heard = false; ///< sound has begun
     int64_t m_origin = 0;
     int64_t m_reached = 0; ///< the furthest end of a unit
     bool m_leftOut = false;

@@ -12,6 +12,10 @@ constexpr size_t kCrcSize = 2;
 constexpr size_t kLongestFrame = 0x1FFF;
 constexpr int64_t kSamplesPerFrame = 1024;
 constexpr AVRational kMicroseconds = {1, 1000000};
+constexpr uint32_t kMostChannels = 3;
+
+/// So many frames in a row are no damaged ones.
+constexpr int kEnough = 3;
 
 /// Sampling frequencies by index (ISO/IEC 14496-3, table 1.18).
 constexpr std::array<uint32_t, 13> kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
@@ -89,10 +93,40 @@ void SoundTrack::ReadConfiguration(const uint8_t *bytes, int size)
     m_channels = bits.Take(4);
     const bool usable =
         type == kLowComplexity || type == kBandReplication || type == kParametricStereo;
-    if (!usable || m_rateIndex >= kRates.size() || m_channels == 0 || m_channels > 3)
-        throw Failure("'" + m_input +
-                      "': its AAC is not plain AAC-LC with 1 to 3 channels; transcode it:  " +
-                      TranscodeAdvice(m_input, true, false));
+    if (!usable || m_rateIndex >= kRates.size() || m_channels == 0 || m_channels > kMostChannels)
+        Refuse();
+}
+
+void SoundTrack::Refuse() const
+{
+    throw Failure("'" + m_input +
+                  "': its AAC is not plain AAC-LC with 1 to 3 channels; transcode it:  " +
+                  TranscodeAdvice(m_input, true, false));
+}
+
+/// Notes what a frame's header tells of its format. Another format counts when several frames in a
+/// row have it: what follows from it is too much for a frame that is damaged. Returns whether the
+/// frame is in the format that counts.
+bool SoundTrack::FollowHeader(const AVPacket &packet)
+{
+    const uint32_t third = packet.data[2];
+    const Header header = {third >> 6, third >> 2 & 0xF, (third & 1) << 2 | packet.data[3] >> 6};
+    m_repeats = header == m_lastHeader ? m_repeats + 1 : 1;
+    m_lastHeader = header;
+    if (header == m_header)
+        return true;
+    const auto [profile, rateIndex, channels] = header;
+    const bool known = rateIndex < kRates.size();
+    const bool usable = known && profile == kLowComplexity - 1 && channels <= kMostChannels;
+    const bool first = usable && !m_header.has_value();
+    if (!known || (!first && m_repeats < kEnough))
+        return false;
+    if (!usable)
+        Refuse();
+    m_header = header;
+    m_rateIndex = rateIndex;
+    m_channels = channels;
+    return true;
 }
 
 uint32_t SoundTrack::SampleRate() const
@@ -121,16 +155,13 @@ void SoundTrack::Frame(const AVPacket &packet, Unit *unit)
 {
     const uint8_t *raw = packet.data;
     size_t size = static_cast<size_t>(packet.size);
-    uint32_t profile = kLowComplexity - 1;
     if (m_framed) {
         // A CRC would be taken for sound, so the header is written anew.
         const size_t skipped = kHeaderSize + ((raw[1] & 1) == 0 ? kCrcSize : 0);
-        profile = raw[2] >> 6;
-        m_rateIndex = raw[2] >> 2 & 0xF;
-        m_channels = (raw[2] & 1U) << 2 | raw[3] >> 6;
         size = size > skipped ? size - skipped : 0;
         raw += skipped;
     }
+    const uint32_t profile = kLowComplexity - 1;
     const auto length = static_cast<uint32_t>(size + kHeaderSize);
     const uint32_t head[kHeaderSize] = {0xFF,
                                         0xF1,
@@ -152,7 +183,7 @@ SoundTrack::Result SoundTrack::Convert(AVPacket *packet, Unit *unit)
     if (!m_framed && data != nullptr && size >= 2)
         ReadConfiguration(data, static_cast<int>(size));
     Result result = Result::None;
-    if (!m_framed || HasHeader(*packet)) {
+    if (!m_framed || (HasHeader(*packet) && FollowHeader(*packet))) {
         unit->track = TrackKind::Sound;
         Frame(*packet, unit);
         Stamp(*packet, unit);

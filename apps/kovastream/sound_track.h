@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kovastream {
@@ -21,7 +22,8 @@ public:
         TooLarge, ///< frames of this length never reach a player
         None,
     };
-    /// Fills the unit from the packet, which is used up.
+    /// Fills the unit from the packet, which is used up. Throws Failure when the sound goes on in a
+    /// form that ADTS or the library cannot express.
     Result Convert(AVPacket *packet, Unit *unit);
 
     /// Hz, of the frames themselves: half the output's rate with spectral band replication.
@@ -30,6 +32,8 @@ public:
 
 private:
     void ReadConfiguration(const uint8_t *bytes, int size);
+    [[noreturn]] void Refuse() const;
+    bool FollowHeader(const AVPacket &packet);
     void Frame(const AVPacket &packet, Unit *unit);
     void Stamp(const AVPacket &packet, Unit *unit);
 
@@ -38,6 +42,10 @@ private:
     bool m_framed = true; ///< the packets have ADTS headers already
     uint32_t m_rateIndex = 0;
     uint32_t m_channels = 0;
+    using Header = std::array<uint32_t, 3>; ///< profile, rate and channels of an ADTS header
+    std::optional<Header> m_header;         ///< the one that counts
+    Header m_lastHeader = {};
+    int m_repeats = 0;  ///< of the last one
     int64_t m_next = 0; ///< when the frame behind the last one begins
 };
 

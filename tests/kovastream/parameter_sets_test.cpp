@@ -50,6 +50,21 @@ TEST(ParameterSetsTest, TheNewestOfEachIdIsKept)
     EXPECT_EQ(sets.Longest(), kSps0.size());
 }
 
+TEST(ParameterSetsTest, EachIdIsRead)
+{
+    // 010, 011, 00100, 00101, 00110, 00111, 0001000: 1 to 7.
+    ParameterSets sets;
+    EXPECT_EQ(Take(&sets, {{0x68, 0x51},
+                           {0x68, 0x71},
+                           {0x68, 0x21},
+                           {0x68, 0x29},
+                           {0x68, 0x31},
+                           {0x68, 0x39},
+                           {0x68, 0x11}}),
+              7U);
+    EXPECT_EQ(sets.Count(), 7U);
+}
+
 TEST(ParameterSetsTest, RepeatsAreNoContradiction)
 {
     ParameterSets sets;

@@ -13,7 +13,7 @@ Push = collections.namedtuple("Push", "id timestamp clock data")
 
 def setUpModule():
     subprocess.run(["cc", "-shared", "-fPIC", "-Wall", "-Werror", "-I",
-                    os.path.join(os.environ["KOVA_SOURCE_DIR"], "server"), "-o",
+                    os.path.join(os.environ["KOVA_SOURCE_DIR"], "include"), "-o",
                     path("record_pushes.so"), os.path.join(os.path.dirname(__file__),
                                                            "record_pushes.c")], check=True)
 
@@ -40,10 +40,12 @@ def kinds(unit):
     return [part[0] & 31 for part in re.split(rb"\x00?\x00\x00\x01", unit) if part]
 
 
-def joined(name, source, times):
-    """The file so many times in a row: its clock steps back where one ends."""
-    with open(source, "rb") as one, open(path(name), "wb") as made:
-        made.write(times * one.read())
+def joined(name, *sources):
+    """The files in a row: the clock steps where one ends."""
+    with open(path(name), "wb") as made:
+        for source in sources:
+            with open(source, "rb") as one:
+                made.write(one.read())
     return path(name)
 
 
@@ -53,9 +55,12 @@ class Pushes(unittest.TestCase):
         # In this form the parameter sets stand beside the pictures, not among them.
         beside = media("beside.nut", "-i", clip(), "-an", "-c", "copy", "-bsf:v",
                        "h264_mp4toannexb")
+        later = media("later.ts", "-i", clip(), "-c", "copy", "-output_ts_offset", "3")
         inputs = {"mp4": clip(), "ts": clip("ts"), "nut": beside, "late": clip("flv"),
                   "once": without_later_parameter_sets(clip("h264"), "once.h264"),
-                  "joined": joined("joined.ts", clip("ts"), 3)}
+                  "joined": joined("joined.ts", *3 * [clip("ts")]),
+                  # Back to before the beginning of the whole.
+                  "back": joined("back.ts", later, *2 * [clip("ts")])}
         hosts = [start(name, source) for name, source in inputs.items()]
         cls.codes = [host.wait(30) for host in hosts]
         cls.taken = {name: pushes(name) for name in inputs}
@@ -102,6 +107,12 @@ class Pushes(unittest.TestCase):
                         self.assertLess(stamps[0], 200)
                         self.assertEqual(stamps, sorted(set(stamps)))
 
+    def test_the_frame_that_primes_decoders_is_left_out(self):
+        # It lies before the beginning of the file, where the first picture is.
+        for track in (96, 97):
+            self.assertEqual(next(push.timestamp for push in self.taken["mp4"]
+                                  if push.id == track), 40)
+
     def test_pushed_in_time(self):
         for name, taken in self.taken.items():
             with self.subTest(name=name):
@@ -113,7 +124,7 @@ class Pushes(unittest.TestCase):
                 self.assertGreater(taken[-1].timestamp, 4000)
 
     def test_both_tracks_come_together(self):
-        for name in ("mp4", "ts", "late", "joined"):
+        for name in ("mp4", "ts", "late", "joined", "back"):
             with self.subTest(name=name):
                 last = {96: 0, 97: 0}
                 for push in self.taken[name]:
@@ -121,12 +132,32 @@ class Pushes(unittest.TestCase):
                     self.assertLess(abs(last[96] - last[97]), 700)
 
     def test_nothing_is_lost_where_the_clock_of_a_file_steps_back(self):
-        for track in (96, 97):
-            stamps = [push.timestamp for push in self.taken["joined"] if push.id == track]
-            self.assertGreater(stamps[-1], 4000)
-            apart = [after - before for before, after in zip(stamps, stamps[1:])]
-            self.assertGreater(min(apart), 0)
-            self.assertLess(max(apart), 100, f"track {track}")
+        for name in ("joined", "back"):
+            for track in (96, 97):
+                with self.subTest(name=name, track=track):
+                    stamps = [push.timestamp for push in self.taken[name] if push.id == track]
+                    self.assertGreater(stamps[-1], 4000)
+                    apart = [after - before for before, after in zip(stamps, stamps[1:])]
+                    self.assertGreater(min(apart), 0)
+                    self.assertLess(max(apart), 100)
+
+
+class LargeFiles(unittest.TestCase):
+    def test_nothing_is_lost_behind_what_is_read_ahead_at_most(self):
+        # Noise, which does not get smaller: 20 MB.
+        noise = media("noise.mkv", "-f", "rawvideo", "-s", "640x360", "-r", "25", "-pix_fmt",
+                      "yuv420p", "-i", "/dev/urandom", "-f", "lavfi", "-i", "sine=r=48000",
+                      "-t", "2.4", "-c:v", "libx264", "-preset", "ultrafast", "-qp", "0", "-bf",
+                      "0", "-g", "25", *SOUND)
+        self.assertGreater(os.path.getsize(noise), 18 * 1024 * 1024)
+        self.assertEqual(start("noise", "--once", noise).wait(60), 0)
+        taken = pushes("noise")
+        self.assertEqual(len(slices(taken)), 60)
+        self.assertGreater(len([push for push in taken if push.id == 96]), 108)
+        last = {96: 0, 97: 0}
+        for push in taken:
+            last[push.id] = push.timestamp
+            self.assertLess(abs(last[96] - last[97]), 300)
 
 
 def slices(taken):

@@ -16,6 +16,7 @@ class Server(http.server.ThreadingHTTPServer):
         with open(file, "rb") as whole:
             self.body = whole.read()
         self.times = []
+        self.refuses = False
         self.thread = threading.Thread(target=self.serve_forever)
         self.thread.start()
 
@@ -28,6 +29,9 @@ class Server(http.server.ThreadingHTTPServer):
 class Handler(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         self.server.times.append(time.monotonic())
+        if self.server.refuses:
+            self.send_error(404)
+            return
         self.send_response(200)
         self.send_header("Content-Length", str(len(self.server.body)))
         self.end_headers()
@@ -66,6 +70,29 @@ class Servers(unittest.TestCase):
         self.assertEqual(self.play(server, 4), [])
         self.assertGreaterEqual(len(server.times), 2)
         self.assertLessEqual(len(server.times), 5)
+
+    def test_after_it_has_worked_the_first_pause_is_short_and_the_failure_is_news(self):
+        server = self.serve(media("short.ts", "-i", clip("ts"), "-t", "0.2", "-c", "copy"))
+        server.refuses = True
+        with Program("--status", "none",
+                     f"http://127.0.0.1:{server.server_port}/clip") as host:
+            self.await_tries(server, 4)  # the next pause is of eight seconds
+            self.assertEqual(host.out().count("404"), 1, host.out())
+            server.refuses = False
+            await_text(host, "rtsp://", 60)
+            server.refuses = True
+            before = len(server.times)
+            self.await_tries(server, before + 3)
+            self.assertEqual(host.out().count("404"), 2, host.out())
+        # One may have been under way; of the last two at least one is behind a pause of a second.
+        apart = [after - at for at, after in zip(server.times[before:], server.times[before + 1:])]
+        self.assertLess(min(apart[:2]), 6)
+
+    def await_tries(self, server, count):
+        end = time.time() + 60
+        while len(server.times) < count:
+            self.assertLess(time.time(), end, server.times)
+            time.sleep(0.05)
 
 
 if __name__ == "__main__":

@@ -201,7 +201,24 @@ class Lines(unittest.TestCase):
                     head, _ = refused.request("SETUP", f"{refused.url}/trackID=97",
                                               "Transport: RTP/AVP/TCP;unicast;interleaved=0-1")
                     self.assertIn(" 403 ", head.splitlines()[0])
+                # Nothing more is said while it stays so.
+                time.sleep(2.5)
             self.assertEqual(program.out().count("the maximum"), 1)
+
+    def test_the_maximum_of_players_is_said_again(self):
+        with Program("--status", "json", "--max-clients", "1", clip()) as program:
+            program.await_ready()
+            for times in (1, 2):
+                with Player(program) as player:
+                    player.play()
+                    end = time.time() + 30
+                    while program.err().count("the maximum of 1 player") < times:
+                        self.assertLess(time.time(), end, program.err())
+                        player.packets(0.1)
+                end = time.time() + 30
+                while '"clients":0' not in program.out().splitlines()[-1]:
+                    self.assertLess(time.time(), end, program.out()[-300:])
+                    time.sleep(0.1)
 
 
 class LogFile(unittest.TestCase):
@@ -325,6 +342,36 @@ class Terminal(unittest.TestCase):
         self.assertEqual(len(re.findall(r"(?m)^Payload Id: \d\d$", text)), 4)
         self.assertEqual(len(re.findall(r"(?m)^SSRC: [0-9a-f]+$", text)), 4)
         self.assertLess(text.rindex("SSRC: "), text.index(lines[shown[0]]))
+
+    def test_what_players_send_commands_no_terminal(self):
+        for arguments in (["--status", "none"], ["--status", "json"]):
+            with self.subTest(arguments=arguments):
+                self.port = free_port()
+                self.process, self.terminal = pty.fork()
+                if self.process == 0:
+                    os.environ["TERM"] = "xterm"
+                    os.execv(PROGRAM, [PROGRAM, "--port", str(self.port), "--log-level", "4",
+                                       *arguments, clip()])
+                self.addCleanup(self.kill)
+                self.await_text("rtsp://127.0.0.1:")
+                with socket.create_connection(("127.0.0.1", self.port), 5) as player:
+                    player.sendall(b"OPTIONS rtsp://x/live RTSP/1.0\r\nCSeq: 1\r\n"
+                                   b"X: \x1b]0;title\x07\r\n\r\n")
+                    self.assertIn(b"200 OK", player.recv(4096))
+                shown = self.await_text("title")
+                self.assertIn("X: ?]0;title?", shown)
+                self.assertNotIn("\x1b", shown)
+                self.end(Screen())
+
+    def await_text(self, text):
+        """What the terminal has got when the text has come."""
+        shown = ""
+        end = time.time() + 20
+        while not re.search(text + r".*\n", shown):
+            self.assertLess(time.time(), end, shown)
+            if select.select([self.terminal], [], [], 0.2)[0]:
+                shown += os.read(self.terminal, 65536).decode()
+        return shown
 
     def test_repeated_lines_are_counted(self):
         screen = self.start(1, "--log-level", "2", "one=" + clip())

@@ -55,6 +55,16 @@ TEST_F(TimelineTest, SoundRisesOverTheEndOfTheInput)
     EXPECT_EQ(timeline.Place(SoundAt(0)).milliseconds, 61U);
 }
 
+TEST_F(TimelineTest, TrackThatEndedLongBeforeTheOtherBeginsAgainWithIt)
+{
+    timeline.Begin(0, 40000);
+    EXPECT_EQ(timeline.Place(SoundAt(0)).milliseconds, 40U);
+    EXPECT_EQ(timeline.Place(PictureAt(20000000)).milliseconds, 20040U);
+    timeline.Begin(0, end.Get());
+    EXPECT_EQ(timeline.Place(PictureAt(0)).milliseconds, 20080U);
+    EXPECT_EQ(timeline.Place(SoundAt(0)).milliseconds, 20080U);
+}
+
 TEST_F(TimelineTest, PicturesKeepTheTimeThatTheyAreShownAt)
 {
     timeline.Begin(0, 40000);

@@ -94,6 +94,20 @@ class Ends(unittest.TestCase):
             self.assertRegex(program.err(), r"^kovastream: '-' cannot be .*mpegts.*\n$")
 
 
+    def test_every_stream_that_fails_for_good_says_why(self):
+        place(half(), "first.mp4")
+        place(half(), "second.mp4")
+        with Program("--once", "one=" + path("first.mp4"),
+                     "two=" + path("second.mp4")) as program:
+            self.assertEqual(program.wait(30), 1)
+            said = program.out() + program.err()
+            for name in ("first.mp4", "second.mp4"):
+                self.assertEqual(said.count(f"'{path(name)}' is cut off: it has "), 1, said)
+            # The last one ends the program.
+            self.assertEqual(program.err().count("\n"), 1)
+            self.assertEqual(program.err()[:13], "kovastream: '")
+
+
 class Networks(unittest.TestCase):
     def test_a_device_that_is_not_there_is_waited_for(self):
         port = free_port()
