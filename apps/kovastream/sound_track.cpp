@@ -151,7 +151,7 @@ void SoundTrack::Stamp(const AVPacket &packet, Unit *unit)
     m_next = unit->presentation + unit->duration;
 }
 
-void SoundTrack::Frame(const AVPacket &packet, Unit *unit)
+void SoundTrack::Frame(const AVPacket &packet, Unit *unit) const
 {
     const uint8_t *raw = packet.data;
     size_t size = static_cast<size_t>(packet.size);

@@ -34,7 +34,7 @@ private:
     void ReadConfiguration(const uint8_t *bytes, int size);
     [[noreturn]] void Refuse() const;
     bool FollowHeader(const AVPacket &packet);
-    void Frame(const AVPacket &packet, Unit *unit);
+    void Frame(const AVPacket &packet, Unit *unit) const;
     void Stamp(const AVPacket &packet, Unit *unit);
 
     const std::string m_input;
