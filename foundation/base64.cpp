@@ -49,23 +49,13 @@ int32_t Base64encode(char *szText, const char *pBytes, int32_t nLength)
         nLength = 0;
     const uint8_t *pIn = reinterpret_cast<const uint8_t *>(pBytes);
     char *szOut = szText;
-    int32_t nPosition = 0;
-    for (; nPosition < nLength - 2; nPosition += 3, pIn += 3) {
-        *szOut++ = basis_64[pIn[0] >> 2];
-        *szOut++ = basis_64[(pIn[0] & 3) << 4 | pIn[1] >> 4];
-        *szOut++ = basis_64[(pIn[1] & 15) << 2 | pIn[2] >> 6];
-        *szOut++ = basis_64[pIn[2] & 63];
-    }
-    if (nPosition < nLength) {
-        *szOut++ = basis_64[pIn[0] >> 2];
-        if (nPosition == nLength - 1) {
-            *szOut++ = basis_64[(pIn[0] & 3) << 4];
-            *szOut++ = '=';
-        } else {
-            *szOut++ = basis_64[(pIn[0] & 3) << 4 | pIn[1] >> 4];
-            *szOut++ = basis_64[(pIn[1] & 15) << 2];
-        }
-        *szOut++ = '=';
+    // Each three bytes are four characters; of one or two, '=' stands for the rest.
+    for (; nLength > 0; nLength -= 3, pIn += 3) {
+        const uint32_t nGroup = static_cast<uint32_t>(pIn[0]) << 16 |
+                                (nLength > 1 ? static_cast<uint32_t>(pIn[1]) << 8 : 0) |
+                                (nLength > 2 ? pIn[2] : 0);
+        for (int32_t nIndex = 0; nIndex < 4; nIndex++)
+            *szOut++ = nIndex <= nLength ? basis_64[nGroup >> (18 - 6 * nIndex) & 63] : '=';
     }
     *szOut++ = '\0';
     return static_cast<int32_t>(szOut - szText);
@@ -83,18 +73,13 @@ int32_t Base64decode(char *pBytes, const char *szText)
     if (pBytes == nullptr || szText == nullptr)
         return 0;
     const int32_t nCount = CountDecodable(szText);
-    int32_t nLeft = nCount;
-    for (; nLeft > 4; nLeft -= 4, szText += 4) {
-        *pBytes++ = static_cast<char>(ValueOf(szText[0]) << 2 | ValueOf(szText[1]) >> 4);
-        *pBytes++ = static_cast<char>(ValueOf(szText[1]) << 4 | ValueOf(szText[2]) >> 2);
-        *pBytes++ = static_cast<char>(ValueOf(szText[2]) << 6 | ValueOf(szText[3]));
+    uint32_t nBits = 0;
+    for (int32_t nIndex = 0; nIndex < nCount; nIndex++) {
+        nBits = nBits << 6 | ValueOf(szText[nIndex]);
+        // The first of four characters completes no byte.
+        if ((nIndex & 3) != 0)
+            *pBytes++ = static_cast<char>(nBits >> (6 - 2 * (nIndex & 3)));
     }
-    if (nLeft > 1)
-        *pBytes++ = static_cast<char>(ValueOf(szText[0]) << 2 | ValueOf(szText[1]) >> 4);
-    if (nLeft > 2)
-        *pBytes++ = static_cast<char>(ValueOf(szText[1]) << 4 | ValueOf(szText[2]) >> 2);
-    if (nLeft > 3)
-        *pBytes++ = static_cast<char>(ValueOf(szText[2]) << 6 | ValueOf(szText[3]));
     *pBytes = '\0';
-    return (nCount + 3) / 4 * 3 - ((4 - nLeft) & 3);
+    return (nCount + 3) / 4 * 3 - (-nCount & 3);
 }

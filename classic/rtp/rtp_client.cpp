@@ -1,5 +1,6 @@
 #include "classic/rtp/rtp_client.h"
 
+#include "classic/rtp/held_ports.h"
 #include "classic/rtp/session_tally.h"
 #include "classic/rtp/tcp_channel.h"
 #include "foundation/heap.h"
@@ -65,6 +66,7 @@ KovaRtpClient *KovaRtpClientCreate(const char *szSessionId, int32_t nRtpSocket, 
     KovaTextCopy(pClient->szSessionId, sizeof(pClient->szSessionId), szSessionId);
     pClient->nRtpSocket = nRtpSocket;
     pClient->nRtcpSocket = nRtcpSocket;
+    pClient->nHeldPort = KovaHeldPortsNote(nRtpSocket);
     pClient->nClientRtpPort = nClientRtpPort;
     pClient->nClientRtcpPort = nClientRtcpPort;
     pClient->rtpAddress = WithPort(clientAddress, nClientRtpPort);
@@ -83,6 +85,7 @@ void KovaRtpClientDestroy(KovaRtpClient *pClient)
         return;
     CloseSocket(&pClient->nRtpSocket);
     CloseSocket(&pClient->nRtcpSocket);
+    KovaHeldPortsRelease(pClient->nHeldPort);
     LeaveConnection(pClient);
     KovaSessionTallyLeave(pClient->pTally);
     free(pClient);

@@ -53,6 +53,7 @@ struct KovaRtpClient {
     uint32_t nStrayPasses;    ///< monitor passes since its session was gone; 0 while it has one
     uint32_t nSerial;         ///< tells a client from a later one at the same address
     uint32_t nPass;           ///< the group's pass in which it was served last
+    uint16_t nHeldPort;       ///< server's RTP port as noted for port searches; 0: none
 };
 
 /// Makes a client.

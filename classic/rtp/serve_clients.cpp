@@ -80,7 +80,8 @@ void SendReport(const ServingPass &pass, KovaRtpClient *pClient)
     KovaRtcpSenderReportWrite(
         pReport, {pContext->packer.nSsrc,
                   KovaRtcpNtpSeconds(nPts, KovaStreamCreationTime(pContext->pStreamer)),
-                  KovaRtcpNtpFraction(nPts), pContext->pSender->nLastTimestamp,
+                  KovaRtcpNtpFraction(nPts),
+                  pContext->pSender->nLastTimestamp.load(std::memory_order_relaxed),
                   pClient->nPacketCount, pClient->nOctetCount});
     pClient->nLastRtcpTime = tNow;
     KovaFrameProgress progress = {};

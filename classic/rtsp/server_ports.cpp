@@ -1,5 +1,7 @@
 #include "classic/rtsp/server_ports.h"
 
+#include "classic/rtp/held_ports.h"
+
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -85,6 +87,8 @@ Outcome TryPair(Search *pSearch, unsigned nPort)
 unsigned FindPair(Search *pSearch)
 {
     for (unsigned nPort = kFirstPort; nPort <= kLastPort; nPort += 2) {
+        if (KovaHeldPortsHave(static_cast<uint16_t>(nPort)))
+            continue;
         const Outcome outcome = TryPair(pSearch, nPort);
         if (outcome != kTaken)
             return outcome == kReserved ? nPort : 0;

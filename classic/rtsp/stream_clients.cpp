@@ -14,8 +14,9 @@ bool AppendTrack(const KovaClientVisit &visit, void *pContext)
     KovaOwner<KovaRtspTrackInfo, free> track(KovaHeapNew<KovaRtspTrackInfo>());
     if (!track)
         return false;
-    *track.Get() = {visit.pSender->nPayloadId, visit.pSender->nLastSequence,
-                    visit.pSender->nLastTimestamp};
+    *track.Get() = {visit.pSender->nPayloadId,
+                    visit.pSender->nLastSequence.load(std::memory_order_relaxed),
+                    visit.pSender->nLastTimestamp.load(std::memory_order_relaxed)};
     if (KovaListPush(static_cast<KovaList **>(pContext), track.Get()))
         track.Release();
     return false;

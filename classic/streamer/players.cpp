@@ -86,7 +86,8 @@ bool KovaPlayersAdd(KovaRtspStreamer *pStreamer, uint32_t nTrackId, const KovaCl
     KovaOwner<KovaRtpClient, KovaRtpClientDestroy> client(KovaRtpClientCreate(
         setup.szSessionId, setup.nRtpSocket, setup.nRtcpSocket, setup.nClientRtpPort,
         setup.nClientRtcpPort, setup.address, setup.nTransport, setup.pTcpSocket, setup.nRtpChannel,
-        setup.nRtcpChannel, pSender->nLastSequence, pSender->nLastTimestamp));
+        setup.nRtcpChannel, pSender->nLastSequence.load(std::memory_order_relaxed),
+        pSender->nLastTimestamp.load(std::memory_order_relaxed)));
     if (!client)
         return false;
     if (KovaRtpSenderPlaceClient(pSender, client.Get()))
