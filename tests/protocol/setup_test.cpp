@@ -1,4 +1,6 @@
 #include "classic/rtsp/server_calls.h"
+#include "classic/server/session_registry.h"
+#include "classic/streamer/registries.h"
 #include "tests/protocol/protocol_fixture.h"
 #include "tests/support/c_calls.h"
 #include "tests/support/fake_clock.h"
@@ -212,6 +214,48 @@ TEST_F(Setup, UnknownTrackHasItsPortsFreeAgainWithTheAnswer)
     Udp("trackID=98", "5000-5001");
     EXPECT_EQ(g_nOpenAtAnswer, nBefore);
     KovaReplaceCall<__real_send>(nullptr);
+}
+
+/// Ends the only session in the middle of a SETUP of its own.
+KovaRtspServer *g_pEnding = nullptr;
+
+int EndAndBind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
+{
+    KovaRtspServerRemoveAllSession(g_pEnding);
+    return __real_bind(nSocket, pAddress, nSize);
+}
+
+TEST_F(Setup, OfASessionThatEndsWhileItsPortsAreSoughtIsRefused)
+{
+    ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);
+    const std::string session = "Session: " + client.Session() + "\r\n";
+    g_pEnding = server.Server();
+    KovaReplaceCall<__real_bind>(EndAndBind);
+    EXPECT_EQ(Udp("trackID=97", "5000-5001", session), k454);
+    KovaReplaceCall<__real_bind>(nullptr);
+    EXPECT_EQ(server.Clients(97).size(), 0U);
+}
+
+TEST_F(Setup, RefusedOneHasItsPortsFreeAgainWithTheAnswer)
+{
+    KovaReplaceCall<__real_send>(CountAndSend);
+    Answer("OPTIONS rtsp://h/live RTSP/1.0");
+    const int nBefore = g_nOpenAtAnswer;
+    server.Server()->nMaxClient = 0;
+    EXPECT_EQ(Udp("trackID=97", "5000-5001"), k403);
+    EXPECT_EQ(g_nOpenAtAnswer, nBefore);
+    KovaReplaceCall<__real_send>(nullptr);
+}
+
+TEST_F(Setup, StreamWithoutANameTellsNoSsrc)
+{
+    KovaRtspStreamer *pStream = server.AddStream("");
+    ASSERT_NE(pStream, nullptr);
+    ASSERT_NE(KovaRtspStreamerGetRtpPackerByPayloadId(pStream, 97)->nSsrc, 0U);
+    const std::string answer = Answer("SETUP rtsp://h/trackID=97 RTSP/1.0",
+                                      "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n");
+    EXPECT_NE(answer.find(";ssrc=0\r\n"), std::string::npos) << answer;
+    EXPECT_EQ(Printed().substr(0, 18), "Get SSRC fail !!!\n");
 }
 
 TEST_F(Setup, TrackPrefixIsSkippedWithoutALook)
