@@ -1,15 +1,12 @@
 #include "classic/rtsp/server_calls.h"
-#include "classic/server/session_registry.h"
 #include "classic/streamer/registries.h"
 #include "tests/protocol/protocol_fixture.h"
-#include "tests/support/c_calls.h"
 #include "tests/support/fake_clock.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <vector>
 
@@ -192,59 +189,6 @@ TEST_F(Setup, UnknownTrackGetsASessionButNoClient)
     ExpectTcp(Tcp("trackID=98", "0-1"), "0-1", 0);
     EXPECT_EQ(Printed(), "Get SSRC fail !!!\n");
     EXPECT_EQ(server.Clients(96).size() + server.Clients(97).size(), 0u);
-}
-
-/// As many as are open the moment that an answer is sent: what is closed afterwards is closed late.
-std::atomic<int> g_nOpenAtAnswer{0};
-
-ssize_t CountAndSend(int nSocket, const void *pData, size_t nSize, int nFlags)
-{
-    int nCount = 0;
-    for (int nDescriptor = 0; nDescriptor < 100; nDescriptor++)
-        nCount += fcntl(nDescriptor, F_GETFD) != -1;
-    g_nOpenAtAnswer = nCount;
-    return __real_send(nSocket, pData, nSize, nFlags);
-}
-
-TEST_F(Setup, UnknownTrackHasItsPortsFreeAgainWithTheAnswer)
-{
-    KovaReplaceCall<__real_send>(CountAndSend);
-    Answer("OPTIONS rtsp://h/live RTSP/1.0");
-    const int nBefore = g_nOpenAtAnswer;
-    Udp("trackID=98", "5000-5001");
-    EXPECT_EQ(g_nOpenAtAnswer, nBefore);
-    KovaReplaceCall<__real_send>(nullptr);
-}
-
-/// Ends the only session in the middle of a SETUP of its own.
-KovaRtspServer *g_pEnding = nullptr;
-
-int EndAndBind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
-{
-    KovaRtspServerRemoveAllSession(g_pEnding);
-    return __real_bind(nSocket, pAddress, nSize);
-}
-
-TEST_F(Setup, OfASessionThatEndsWhileItsPortsAreSoughtIsRefused)
-{
-    ASSERT_EQ(client.SetupTcp("live", 96, 0).nStatus, 200);
-    const std::string session = "Session: " + client.Session() + "\r\n";
-    g_pEnding = server.Server();
-    KovaReplaceCall<__real_bind>(EndAndBind);
-    EXPECT_EQ(Udp("trackID=97", "5000-5001", session), k454);
-    KovaReplaceCall<__real_bind>(nullptr);
-    EXPECT_EQ(server.Clients(97).size(), 0U);
-}
-
-TEST_F(Setup, RefusedOneHasItsPortsFreeAgainWithTheAnswer)
-{
-    KovaReplaceCall<__real_send>(CountAndSend);
-    Answer("OPTIONS rtsp://h/live RTSP/1.0");
-    const int nBefore = g_nOpenAtAnswer;
-    server.Server()->nMaxClient = 0;
-    EXPECT_EQ(Udp("trackID=97", "5000-5001"), k403);
-    EXPECT_EQ(g_nOpenAtAnswer, nBefore);
-    KovaReplaceCall<__real_send>(nullptr);
 }
 
 TEST_F(Setup, StreamWithoutANameTellsNoSsrc)
