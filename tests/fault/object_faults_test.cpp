@@ -82,6 +82,17 @@ TEST_F(ObjectFaults, WhatIsRemovedGivesItsMemoryBack)
     KovaRtspSdpGeneratorDestroy(pGenerator);
 }
 
+TEST_F(ObjectFaults, SessionThatExpiresGivesItsMemoryBack)
+{
+    KovaTestServer server({"", 16, true});
+    ASSERT_TRUE(server.IsUp());
+    const KovaHoldings before = KovaHoldingsNow();
+    char szId[kSessionIdSize] = {};
+    EXPECT_EQ(AddNewRtspSession(server.Server(), szId, -60), 0); // it has expired already
+    EXPECT_TRUE(KovaWaitUntil(20000, [&] { return server.SessionCount() == 0; }));
+    KovaExpectHeld(before);
+}
+
 TEST_F(ObjectFaults, MediaInfoAndTransportAreWholeOrNull)
 {
     KovaFailEach(kFaultHeap, {ENOMEM}, 40, [](KovaFaults *pFaults) {

@@ -1,3 +1,4 @@
+#include "classic/rtp/tcp_channel.h"
 #include "classic/rtsp/server_calls.h"
 #include "classic/server/handler_registry.h"
 #include "foundation/log.h"
@@ -8,11 +9,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -253,6 +256,24 @@ TEST_F(Connection, StopOfAThreadThatNeverStartedDoesNotWait)
         EXPECT_EQ(pair.pHandler->nSocket.load(), -1);
         EXPECT_TRUE(pair.player.WaitClosed(2000));
     }
+}
+
+TEST_F(Connection, StopWakesTheThreadThatWaitsForARequest)
+{
+    KovaHandlerPair pair(server.Server());
+    KovaRtspServerHandler *pHandler = pair.pHandler;
+    pHandler->nState = kThreadRunning;
+    std::chrono::steady_clock::duration waited = {};
+    std::thread body([&] { // as the thread, but for its patience
+        const auto begin = std::chrono::steady_clock::now();
+        KovaTcpChannelWaitReadable(pHandler->pChannel, 20000);
+        waited = std::chrono::steady_clock::now() - begin;
+        pHandler->nState = kThreadStopped;
+    });
+    usleep(20000);
+    EXPECT_EQ(KovaRtspServerHandlerStop(pHandler), 0);
+    body.join();
+    EXPECT_LT(waited, std::chrono::seconds(19));
 }
 
 TEST_F(Connection, HasOneThreadHoweverOftenItIsStarted)

@@ -231,6 +231,39 @@ TEST_F(KeyedList, ListThatSomebodyElseHasEmptiedStartsAnew)
     EXPECT_EQ(index.nCount, 1U);
 }
 
+TEST_F(KeyedList, WithoutMemoryForMoreBucketsItGoesOnWithThoseItHas)
+{
+    std::vector<Element> elements(40);
+    for (uint32_t n = 0; n < elements.size(); n++) {
+        elements[n] = {n, std::to_string(n)};
+        const KovaFailingHeap heap(1); // the node alone
+        Push(&elements[n]);
+    }
+    EXPECT_EQ(index.nBits, 0U);
+    for (const Element &element : elements)
+        ASSERT_EQ(Find(element), &element);
+    std::vector<Element> more(40);
+    for (uint32_t n = 0; n < more.size(); n++) {
+        more[n] = {1000 + n, std::to_string(1000 + n)};
+        if (n == 0) {
+            Push(&more[n]);
+            EXPECT_EQ(index.nBits, 1U);
+        } else {
+            const KovaFailingHeap heap(1);
+            Push(&more[n]);
+        }
+    }
+    EXPECT_EQ(index.nBits, 1U);
+    for (const Element &element : more)
+        ASSERT_EQ(Find(element), &element);
+    for (Element &element : elements)
+        Take(&element, element.nKey);
+    for (const Element &element : more)
+        ASSERT_EQ(Find(element), &element);
+    for (Element &element : more)
+        Take(&element, element.nKey);
+}
+
 TEST_F(KeyedList, WithoutMemoryNothingIsAppendedAndEverythingFound)
 {
     std::vector<Element> elements(40);

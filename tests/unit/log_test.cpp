@@ -113,6 +113,12 @@ TEST_F(LogTest, DoubledPercentOfTheMessageIsOne)
                               "2024/01/05 09:03:07 %%%\n");
 }
 
+TEST_F(LogTest, PercentAtTheEndOfTheMessageStays)
+{
+    TimeLog(1, "%s", "100%");
+    EXPECT_EQ(capture.Text(), "2024/01/05 09:03:07 100%");
+}
+
 TEST_F(LogTest, TextIsNeverAFormat)
 {
     TimeLog(1, "%s, URI %s\n", "Name", "%s%n%d%5$s%99999d%");

@@ -146,6 +146,8 @@ TEST_F(Monitor, BitratesAreMeansSinceTheMark)
     const uint64_t nOld = 10000000U / 10001U;
 
     const Lines lines = Pass(5);
+    ASSERT_EQ(KovaClientIds(pStreamer, 96).size(), 3U);
+    ASSERT_EQ(KovaClientIds(pStreamer, 97).size(), 2U);
     EXPECT_EQ(pEven->nSendBitrate, 2000U);
     EXPECT_EQ(pLittle->nSendBitrate, 0U);
     EXPECT_EQ(pFresh->nSendBitrate, 55U);

@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <deque>
 
 /// How a group's thread shares its clients with those who need them.
@@ -76,6 +77,27 @@ TEST_F(ServeClientsTest, WaitingClientCostsAMillisecondForEachPacket)
     ASSERT_TRUE(delivery.Send({1}));
     ASSERT_TRUE(delivery.Send({2}));
     EXPECT_GE(Clock::now() - begin, milliseconds(400));
+}
+
+TEST_F(ServeClientsTest, ClientThatIsGoneCostsItsMillisecondToo)
+{
+    AddWaiting(200);
+    delivery.WithClients([this] {
+        for (KovaList *pNode = pGroup->pClientList; pNode != nullptr; pNode = pNode->next)
+            static_cast<KovaRtpClient *>(pNode->data)->nState = kClientGone;
+    });
+    const Clock::time_point begin = Clock::now();
+    ASSERT_TRUE(delivery.Send({1}));
+    EXPECT_GE(Clock::now() - begin, milliseconds(200));
+    EXPECT_EQ(KovaRtpSendGroupClientCount(pGroup), 0U);
+}
+
+TEST_F(ServeClientsTest, ThreadThatHasNothingToSendSleeps)
+{
+    ASSERT_TRUE(delivery.Send({1}));
+    const clock_t before = std::clock(); // of the whole process
+    usleep(500000);
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20) << "of the processor's half second";
 }
 
 TEST_F(ServeClientsTest, NobodyIsLockedOutWhileWaitingClientsArePaidFor)

@@ -78,6 +78,20 @@ TEST_F(TcpChannelTest, IsSharedByAllUsersOfOneSocketField)
     EXPECT_EQ(Send(kFirst, &first), kSendDone);
 }
 
+TEST_F(TcpChannelTest, DescriptorZeroIsNeverClosed)
+{
+    const bool bOpened = !KovaIsOpen(0) && open("/dev/null", O_RDONLY) == 0;
+    ASSERT_TRUE(KovaIsOpen(0));
+    int nField = 0;
+    KovaTcpChannel *pChannel = KovaTcpChannelJoin(&nField);
+    KovaTcpChannelClose(pChannel);
+    KovaTcpChannelLeave(pChannel);
+    EXPECT_EQ(nField, -1);
+    EXPECT_TRUE(KovaIsOpen(0));
+    if (bOpened)
+        close(0);
+}
+
 TEST_F(TcpChannelTest, NeedsAFieldAndMemory)
 {
     EXPECT_EQ(KovaTcpChannelJoin(nullptr), nullptr);
