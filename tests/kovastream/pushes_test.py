@@ -150,7 +150,10 @@ class LargeFiles(unittest.TestCase):
                       "-t", "2.4", "-c:v", "libx264", "-preset", "ultrafast", "-qp", "0", "-bf",
                       "0", "-g", "25", *SOUND)
         self.assertGreater(os.path.getsize(noise), 18 * 1024 * 1024)
-        self.assertEqual(start("noise", "--once", noise).wait(60), 0)
+        host = start("noise", "--once", noise)
+        self.addCleanup(host.wait)
+        self.addCleanup(host.kill)
+        self.assertEqual(host.wait(60), 0)
         taken = pushes("noise")
         self.assertEqual(len(slices(taken)), 60)
         self.assertGreater(len([push for push in taken if push.id == 96]), 108)
