@@ -53,10 +53,12 @@ Stream::~Stream()
 void Stream::Open(Source *source)
 {
     const SourceKind kind = KindOf(source->input);
-    // The sources agree on how they begin again by what they were at first.
-    if (source->kind.value_or(kind) != kind)
+    // The sources agree on how they begin again by what they were at first: the others read it
+    // meanwhile, so it is not written again.
+    if (!source->kind.has_value())
+        source->kind = kind;
+    if (source->kind != kind)
         throw Failure("'" + source->input + "' is no longer of the kind that it was");
-    source->kind = kind;
     if (kind == SourceKind::Network)
         source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();

@@ -82,7 +82,7 @@ class Refusals(unittest.TestCase):
         self.assertRegex(result.stderr, r"^kovastream: .*half.mp4' is (cut off|broken): .*\n$")
 
     def test_names_with_control_characters(self):
-        self.refused(["no file 'no?file?[2J'"], "--strict", "no\nfile\x1b[2J")
+        self.refused(["no file 'no?file?[2J?'"], "--strict", "no\nfile\x1b[2J\x7f")
 
     def test_index_behind_the_media_in_a_pipe(self):
         with open(clip(), "rb") as pipe:

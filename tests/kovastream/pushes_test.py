@@ -142,6 +142,17 @@ class Pushes(unittest.TestCase):
                     self.assertLess(max(apart), 100)
 
 
+class UnevenFiles(unittest.TestCase):
+    def test_the_longer_track_is_sent_to_its_end(self):
+        one = media("one.ts", "-i", clip("ts"), "-t", "1", "-c", "copy", "-an")
+        two = media("uneven.mkv", "-i", one, "-i", clip(), "-map", "0:v", "-map", "1:a", "-c",
+                    "copy")
+        self.assertEqual(start("uneven", "--once", two).wait(60), 0)
+        last = {push.id: push.timestamp for push in pushes("uneven")}
+        self.assertLess(last[97], 1200)
+        self.assertGreater(last[96], 1950)
+
+
 class LargeFiles(unittest.TestCase):
     def test_nothing_is_lost_behind_what_is_read_ahead_at_most(self):
         # Noise, which does not get smaller: 20 MB.
@@ -150,7 +161,10 @@ class LargeFiles(unittest.TestCase):
                       "-t", "2.4", "-c:v", "libx264", "-preset", "ultrafast", "-qp", "0", "-bf",
                       "0", "-g", "25", *SOUND)
         self.assertGreater(os.path.getsize(noise), 18 * 1024 * 1024)
-        self.assertEqual(start("noise", "--once", noise).wait(60), 0)
+        host = start("noise", "--once", noise)
+        self.addCleanup(host.wait)
+        self.addCleanup(host.kill)
+        self.assertEqual(host.wait(60), 0)
         taken = pushes("noise")
         self.assertEqual(len(slices(taken)), 60)
         self.assertGreater(len([push for push in taken if push.id == 96]), 108)

@@ -383,9 +383,10 @@ class Terminal(unittest.TestCase):
             end = time.time() + 60
             while self.repeats(screen) <= 30 and time.time() < end:
                 self.read(0.5, screen)
+            # The count comes with the status, not only with the next line.
+            self.assertGreater(self.repeats(screen), 30)
         self.end(screen)
         text = "\n".join(screen.lines)
-        self.assertGreater(self.repeats(screen), 30)
         # Printed again only behind another line.
         self.assertNotIn("Client Waiting !!!\nClient Waiting !!!", text)
 
