@@ -16,17 +16,16 @@ constexpr uint32_t kStrayPasses = 3;
 /// What distinguishes the ways of ending (players.h has them in words).
 struct EndRule {
     const char *szTrace; // name in the lines for each step; null: silent
-    bool bAnyState;      // the count also goes down for a player that never played
-    bool bOnce;          // by one at most, on whatever stream
+    bool bOnceAnyState;  // one count goes down, on whatever stream, played or not
     bool bLeavesUnaware; // clients that play through the lost connection stay
 };
 
 constexpr EndRule kRules[] = {
-    /* kEndTornDown */ {nullptr, true, true, false},
-    /* kEndGoneWithIt */ {nullptr, false, false, false},
-    /* kEndExpired */ {"KovaRtspServerRemoveRtpClient", true, true, false},
-    /* kEndLost */ {nullptr, false, false, true},
-    /* kEndOvertaken */ {nullptr, false, false, false},
+    /* kEndTornDown */ {nullptr, true, false},
+    /* kEndGoneWithIt */ {nullptr, false, false},
+    /* kEndExpired */ {"KovaRtspServerRemoveRtpClient", true, false},
+    /* kEndLost */ {nullptr, false, true},
+    /* kEndOvertaken */ {nullptr, false, false},
 };
 
 /// An end on its way through a stream's clients.
@@ -45,7 +44,7 @@ void CountOutPlaying(KovaRtspStreamer *pStreamer, const KovaRtpClient *pClient)
 
 void CountOut(const KovaClientVisit &visit, const Ending &ending)
 {
-    if (!ending.pRule->bAnyState)
+    if (!ending.pRule->bOnceAnyState)
         return CountOutPlaying(visit.pStreamer, visit.pClient);
     if (!*ending.pCounted && KovaSessionTallyTake(visit.pClient->pTally))
         visit.pStreamer->nClientCount--;
