@@ -25,15 +25,12 @@ uint32_t BitOf(uint16_t nPort)
     return uint32_t{1} << (nPort / 2 % kBits);
 }
 
-/// The port of a UDP socket; 0 for anything else.
-uint16_t UdpPortOf(int nSocket)
+/// The port of a socket; 0 when it has none of IPv4.
+uint16_t PortOf(int nSocket)
 {
-    int nType = 0;
-    socklen_t nTypeSize = sizeof(nType);
     sockaddr_in address = {};
     socklen_t nSize = sizeof(address);
-    if (getsockopt(nSocket, SOL_SOCKET, SO_TYPE, &nType, &nTypeSize) != 0 || nType != SOCK_DGRAM ||
-        getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize) != 0 ||
+    if (getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nSize) != 0 ||
         address.sin_family != AF_INET)
         return 0;
     return ntohs(address.sin_port);
@@ -43,7 +40,7 @@ uint16_t UdpPortOf(int nSocket)
 
 uint16_t KovaHeldPortsNote(int nSocket)
 {
-    const uint16_t nPort = UdpPortOf(nSocket);
+    const uint16_t nPort = PortOf(nSocket);
     // A port noted before is somebody else's to take back.
     if (nPort == 0 || nPort % 2 != 0 ||
         (WordOf(nPort)->fetch_or(BitOf(nPort), kRelaxed) & BitOf(nPort)) != 0)

@@ -7,7 +7,7 @@
 /// among few. Any thread.
 
 /// Notes the port of a client's RTP socket until KovaHeldPortsRelease.
-/// @return the port; 0 when it is not noted: no UDP socket, or an odd port.
+/// @return the port; 0 when it is not noted: no socket of IPv4, or an odd port.
 uint16_t KovaHeldPortsNote(int nSocket);
 
 /// Takes a noted port back; 0 is ignored.

@@ -39,6 +39,10 @@ struct KovaRtspServer {
     KovaKeyedList sessionKeys; ///< of pSessionList, by id; guarded by mtxSession
 };
 
+/// Opens the listening socket and leaves it open, also when a later step fails.
+/// KOVA_OK, or KOVA_ERROR_SOCKET, _SETSOCKOPT, _BIND, _LISTEN.
+int32_t KovaServerOpenListener(KovaRtspServer *pServer);
+
 /// Closes the listening socket if its descriptor is above 0.
 void KovaServerCloseListener(KovaRtspServer *pServer);
 

@@ -28,6 +28,15 @@ bool TakeFirstStreamer(KovaRtspServer *pServer, KovaRtspStreamer **ppStreamer)
 
 } // namespace
 
+KovaRtspStreamer *KovaServerTakeStreamer(KovaRtspServer *pServer, const char *szUri)
+{
+    const KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
+    KovaRtspStreamer *pStreamer = FindStreamer(pServer, szUri);
+    if (pStreamer != nullptr)
+        KovaListTake(pServer->pStreamerList, nullptr, pStreamer);
+    return pStreamer;
+}
+
 int32_t KovaRtspServerAddStreamer(KovaRtspServer *pServer, KovaRtspStreamer *pStreamer)
 {
     if (pServer == nullptr || pStreamer == nullptr)
@@ -94,18 +103,4 @@ int32_t KovaRtspServerGetCurrentClientCount(KovaRtspServer *pServer)
 int32_t KovaServerMaxClient(const KovaRtspServer *pServer)
 {
     return pServer->nMaxClient;
-}
-
-int32_t KovaRtspServerRemoveUri(KovaRtspServer *pServer, const char *szUri)
-{
-    if (pServer == nullptr || szUri == nullptr)
-        return KOVA_ERROR_NULL;
-    KovaMutexLock lock(&pServer->mtxStreamer, kRankStreams);
-    KovaRtspStreamer *pStreamer = FindStreamer(pServer, szUri);
-    if (pStreamer == nullptr)
-        return KOVA_ERROR_FAILED;
-    KovaListTake(pServer->pStreamerList, nullptr, pStreamer);
-    lock.Unlock();
-    KovaRtspStreamerDestroy(pStreamer);
-    return KOVA_OK;
 }

@@ -12,6 +12,10 @@ KOVA_API int32_t KovaRtspServerAddStreamer(KovaRtspServer *pServer, KovaRtspStre
 /// Unlinks a stream without destroying it. 0; 2 for a null argument.
 KOVA_API int32_t KovaRtspServerRemoveStreamer(KovaRtspServer *pServer, KovaRtspStreamer *pStreamer);
 
+/// Unlinks the stream with that URI, which is the caller's to destroy; null when
+/// there is none.
+KovaRtspStreamer *KovaServerTakeStreamer(KovaRtspServer *pServer, const char *szUri);
+
 /// Unlinks and destroys every stream.
 KOVA_API void KovaRtspServerRemoveAllStreamer(KovaRtspServer *pServer);
 

@@ -1,98 +1,28 @@
-#include "classic/server/server.h"
+#include "kova_rtsp_server.h"
 
 #include "classic/server/handler_registry.h"
 #include "classic/server/listener.h"
 #include "classic/server/monitor.h"
+#include "classic/server/server.h"
 #include "classic/server/session_registry.h"
 #include "classic/server/stream_registry.h"
 #include "foundation/clock.h"
-#include "foundation/descriptor.h"
-#include "foundation/error_text.h"
 #include "foundation/heap.h"
 #include "foundation/log.h"
 #include "foundation/mutex.h"
-#include "foundation/text.h"
-#include "kova_rtsp_server.h"
+#include "foundation/owner.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
+// The calls of the public header but for two: KovaRtspServerPushData is in
+// kova_rtsp_server_push.cpp, RTSP_SetLogLevel in foundation/log.cpp.
+
 namespace {
 
-constexpr int kBacklog = 128;
 constexpr uint32_t kInitialLogLevel = kLogOverflow;
 
-/// A TCP socket. Like every descriptor made here it stays out of the programs that
-/// the host starts: one of them that outlives the host would keep the port.
-int OpenSocket()
-{
-    return KovaDescriptorRaise(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
-}
-
-sockaddr_in ListenAddress(const KovaRtspServer *pServer)
-{
-    char szAddr[KOVA_ADDRESS_SIZE + 1];
-    KovaTextCopy(szAddr, sizeof(szAddr), KovaTextField(pServer->szAddr, sizeof(pServer->szAddr)));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(pServer->nPort);
-    address.sin_addr.s_addr = szAddr[0] != '\0' ? inet_addr(szAddr) : htonl(INADDR_ANY);
-    return address;
-}
-
-/// Logs a failed step of the start with the system's error.
-int32_t StartFailed(const char *szStep, int32_t nResult)
-{
-    const int nError = errno;
-    char szError[kErrorTextSize];
-    TimeLog(kLogFailure, "%s, %s fail, error: %d(%s)\n", "KovaRtspServerStart", szStep, nError,
-            KovaErrorText(nError, szError));
-    return nResult;
-}
-
-int32_t OpenListener(KovaRtspServer *pServer)
-{
-    const int nSocket = OpenSocket();
-    pServer->nListenSocket = nSocket;
-    if (nSocket == -1)
-        return KOVA_ERROR_SOCKET;
-    const sockaddr_in address = ListenAddress(pServer);
-    const int nReuse = 1;
-    if (setsockopt(nSocket, SOL_SOCKET, SO_REUSEADDR, &nReuse, sizeof(nReuse)) != 0)
-        return StartFailed("setsockopt (REUSEADDR)", KOVA_ERROR_SETSOCKOPT);
-    if (bind(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        return StartFailed("bind", KOVA_ERROR_BIND);
-    if (listen(nSocket, kBacklog) != 0)
-        return StartFailed("listen", KOVA_ERROR_LISTEN);
-    fcntl(nSocket, F_SETFL, fcntl(nSocket, F_GETFL) | O_NONBLOCK);
-    return KOVA_OK;
-}
-
 } // namespace
-
-void KovaServerCloseListener(KovaRtspServer *pServer)
-{
-    const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
-    const int nSocket = pServer->nListenSocket;
-    if (nSocket <= 0)
-        return;
-    pServer->nListenSocket = -1;
-    close(nSocket);
-}
-
-void KovaServerWakeListener(KovaRtspServer *pServer)
-{
-    const KovaMutexLock lock(&pServer->mtxListen, kRankLeaf);
-    const int nSocket = pServer->nListenSocket;
-    if (nSocket > 0)
-        shutdown(nSocket, SHUT_RDWR);
-}
 
 int32_t KovaRtspServerInit(KovaRtspServer **ppServer, const char *szAddress, uint32_t nPort,
                            int32_t nMaxClient)
@@ -104,22 +34,17 @@ int32_t KovaRtspServerInit(KovaRtspServer **ppServer, const char *szAddress, uin
     if (pServer == nullptr)
         return KOVA_ERROR_CREATE;
     const int32_t nResult = KovaRtspServerStart(pServer);
-    if (nResult != KOVA_OK) {
-        KovaRtspServerStop(pServer);
-        KovaRtspServerDestroy(pServer);
-        return nResult;
-    }
-    *ppServer = pServer;
-    return KOVA_OK;
+    if (nResult == KOVA_OK)
+        *ppServer = pServer;
+    else
+        KovaRtspServerUninit(pServer);
+    return nResult;
 }
 
 int32_t KovaRtspServerUninit(KovaRtspServer *pServer)
 {
-    if (pServer == nullptr)
-        return KOVA_ERROR_NULL;
     KovaRtspServerStop(pServer);
-    KovaRtspServerDestroy(pServer);
-    return KOVA_OK;
+    return KovaRtspServerDestroy(pServer);
 }
 
 KovaRtspServer *KovaRtspServerCreate(const char *szAddress, uint32_t nPort, int32_t nMaxClient)
@@ -166,7 +91,7 @@ int32_t KovaRtspServerStart(KovaRtspServer *pServer)
     // A start that failed has left its socket open, and another try would forget it.
     if (pServer->nListenState.exchange(kThreadStarting) == kThreadStarting)
         KovaServerCloseListener(pServer);
-    const int32_t nResult = OpenListener(pServer);
+    const int32_t nResult = KovaServerOpenListener(pServer);
     if (nResult != KOVA_OK)
         return nResult;
     // Each state is running before its thread exists, and stays so when the
@@ -191,4 +116,55 @@ int32_t KovaRtspServerStop(KovaRtspServer *pServer)
     KovaThreadWaitStopped(pServer->nListenState);
     KovaServerCloseListener(pServer);
     return KOVA_OK;
+}
+
+KovaRtspStreamer *KovaRtspServerAddUri(KovaRtspServer *pServer, const char *szUri)
+{
+    if (pServer == nullptr || szUri == nullptr)
+        return nullptr;
+    KovaOwner<KovaRtspStreamer, KovaRtspStreamerDestroy> stream(
+        KovaRtspStreamerCreate(pServer, szUri));
+    return stream && KovaRtspServerAddStreamer(pServer, stream.Get()) == KOVA_OK ? stream.Release()
+                                                                                 : nullptr;
+}
+
+int32_t KovaRtspServerRemoveUri(KovaRtspServer *pServer, const char *szUri)
+{
+    if (pServer == nullptr || szUri == nullptr)
+        return KOVA_ERROR_NULL;
+    // Null, of an unknown URI, is not destroyed.
+    return KovaRtspStreamerDestroy(KovaServerTakeStreamer(pServer, szUri)) == KOVA_OK
+               ? KOVA_OK
+               : KOVA_ERROR_FAILED;
+}
+
+int32_t KovaRtspServerAddPayloadType(KovaRtspStreamer *pStreamer, uint32_t nMediaType,
+                                     uint32_t *pPayloadId, const void *pDescription)
+{
+    return KovaRtspStreamerAddPayloadType(pStreamer, nMediaType, pPayloadId, pDescription);
+}
+
+int32_t KovaRtspServerRemovePayloadType(KovaRtspStreamer *pStreamer, uint32_t nPayloadId)
+{
+    return KovaRtspStreamerRemovePayloadType(pStreamer, nPayloadId);
+}
+
+int32_t KovaRtspServerGetStatus(KovaRtspStreamer *pStreamer, KovaRtspStatus *pStatus)
+{
+    if (pStreamer == nullptr || pStatus == nullptr)
+        return KOVA_ERROR_NULL;
+    uint64_t nThroughput = 0;
+    switch (pStatus->nType) {
+    case KOVA_STATUS_CLIENT_COUNT:
+        return KovaRtspStreamerGetClientCount(pStreamer, &pStatus->value.nClientCount);
+    case KOVA_STATUS_BITRATE:
+        KovaRtspStreamerGetAveThroughput(pStreamer, &nThroughput);
+        pStatus->value.nBitrateWord[0] = static_cast<uint32_t>(nThroughput);
+        pStatus->value.nBitrateWord[1] = static_cast<uint32_t>(nThroughput >> 32);
+        return KOVA_OK;
+    case KOVA_STATUS_STREAM:
+        return KovaRtspStreamerGetServerStatus(pStreamer, &pStatus->value.nStreamStatus);
+    default:
+        return KOVA_ERROR_NULL;
+    }
 }
