@@ -70,6 +70,7 @@ TEST_F(OutputTest, WhatIsQueuedIsWrittenBeforeTheEnd)
 
 TEST_F(OutputTest, LinesThatDoNotFitAreCountedOnce)
 {
+    const std::string after = std::string(4000, 'a') + "\n";
     std::thread reader;
     {
         Output output(ends[1]);
@@ -77,19 +78,21 @@ TEST_F(OutputTest, LinesThatDoNotFitAreCountedOnce)
             output.Write(std::string(999, 'x') + "\n");
         // Now there is room again.
         Read(500000);
-        output.Write("after\n");
+        output.Write(after);
         output.Write("end\n");
         reader = std::thread([this] { Read(size_t{10} * 1000 * 1000); });
     }
     Close(1);
     reader.join();
-    ASSERT_EQ(Count("left out here"), 1U);
-    const size_t told = text.find('(');
-    const int lost = std::stoi(text.substr(told + 1));
-    EXPECT_EQ(text.substr(told),
-              "(" + std::to_string(lost) + " lines were left out here)\nafter\nend\n");
+    // While the pipe takes the first ones, there may be room now and then.
+    int lost = 0;
+    for (size_t at = text.find('('); at != std::string::npos; at = text.find('(', at + 1))
+        lost += std::stoi(text.substr(at + 1));
+    EXPECT_GT(lost, 0);
     EXPECT_EQ(Count("x\n"), static_cast<size_t>(kLines - lost));
-    EXPECT_GT(lost, kLines / 4);
+    const std::string last = after + "end\n";
+    ASSERT_GT(text.size(), last.size());
+    EXPECT_EQ(text.substr(text.size() - last.size()), last);
 }
 
 TEST_F(OutputTest, ReaderThatTakesNothingDoesNotHoldUpTheEnd)

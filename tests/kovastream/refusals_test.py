@@ -39,6 +39,17 @@ class CodecsThatChange(unittest.TestCase):
                 self.check(file, text, source)
 
 
+class Covers(unittest.TestCase):
+    def test_the_cover_of_an_album_is_no_picture(self):
+        cover = media("cover.jpg", "-f", "lavfi", "-i", "color=s=64x64:d=1", "-frames:v", "1")
+        song = media("song.m4a", "-i", clip("aac"), "-i", cover, "-map", "0", "-map", "1", "-c",
+                     "copy", "-disposition:v", "attached_pic")
+        with Program(song) as program:
+            sdp = program.await_ready()
+        self.assertIn("m=audio", sdp)
+        self.assertNotIn("m=video", sdp)
+
+
 class TwoInputs(unittest.TestCase):
     def test_sound_named_before_picture(self):
         with Program("--strict", clip("aac") + "+" + clip("h264")) as host:
