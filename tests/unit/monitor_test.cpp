@@ -3,7 +3,7 @@
 
 #include "classic/rtsp/server_calls.h"
 #include "foundation/log.h"
-#include "tests/soak/short_sleeps.h"
+#include "tests/support/c_calls.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
@@ -23,8 +23,20 @@ constexpr uint32_t kUntouched = 77;
 /// 1000 s: in 32-bit microseconds too, and so 1,000,000 ms.
 constexpr int64_t kNow = 1000;
 
+/// The server whose monitor is to make one pass.
+std::atomic<KovaRtspServer *> g_pOnePass{nullptr};
+
+/// The second at the end of a pass is where it is asked to stop.
+int StopAtTheSecond(useconds_t nMicroseconds)
+{
+    KovaRtspServer *pServer = nMicroseconds == 1000000 ? g_pOnePass.load() : nullptr;
+    if (pServer == nullptr)
+        return __real_usleep(nMicroseconds);
+    pServer->nMonitorState = kThreadStopRequested;
+    return 0;
+}
+
 struct Monitor : testing::Test {
-    KovaShortSleeps sleeps{10}; // a pass ends with the monitor's second
     KovaStdoutCapture capture;
     KovaFakeClock clock;
     KovaStreamHost host;
@@ -33,15 +45,19 @@ struct Monitor : testing::Test {
     {
         clock.Fix(kNow * 1000000);
         RTSP_SetLogLevel(0);
+        g_pOnePass = host.Server();
+        KovaReplaceCall<__real_usleep>(StopAtTheSecond);
     }
 
     ~Monitor() override
     {
+        KovaReplaceCall<__real_usleep>(nullptr);
+        g_pOnePass = nullptr;
         RTSP_SetLogLevel(2);
     }
 
-    /// Runs one pass of the monitor: it is asked to stop once it has come to the
-    /// last stream. What it printed for that stream is not in the result.
+    /// Runs one pass of the monitor. What it printed for the last stream is not in
+    /// the result.
     Lines Pass(uint32_t nLevel = 0)
     {
         RTSP_SetLogLevel(0);
@@ -51,9 +67,8 @@ struct Monitor : testing::Test {
         RTSP_SetLogLevel(nLevel);
         host.Server()->nMonitorState = 2;
         std::thread monitor(pMonitorProc, host.Server());
-        EXPECT_TRUE(KovaWaitUntil([&] { return pLast->nServerStatus != kUntouched; }));
-        host.Server()->nMonitorState = 3;
         monitor.join();
+        EXPECT_NE(pLast->nServerStatus.load(), kUntouched);
         EXPECT_EQ(host.Server()->nMonitorState.load(), 4U);
         RTSP_SetLogLevel(0);
         Lines lines;
