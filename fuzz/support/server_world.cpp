@@ -87,12 +87,12 @@ void KovaServerWorld::Push(uint32_t nPayloadId, const std::string &unit, uint32_
 
 unsigned KovaServerWorld::Sessions()
 {
-    return Length(&m_pServer->mtxSession, &m_pServer->pSessionList);
+    return Length(&m_pServer->mtxSession.native, &m_pServer->pSessionList);
 }
 
 unsigned KovaServerWorld::Handlers()
 {
-    return Length(&m_pServer->mtxHandler, &m_pServer->pHandlerList);
+    return Length(&m_pServer->mtxHandler.native, &m_pServer->pHandlerList);
 }
 
 unsigned KovaServerWorld::Clients(const std::string &session)
