@@ -172,6 +172,12 @@ TEST_F(MonitorTest, BitrateFollowsTheModelWhereverTheClockIs)
         {
             // The clock is moved with the bytes, so that no pass comes between.
             const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
+            // A pass between adding the client and here has begun a measurement.
+            if (i == 0) {
+                pClient->nMeasureStartTime = model.nStart;
+                pClient->nMeasureBytes = model.nBytes;
+                pClient->nSendBitrate = model.nBitrate;
+            }
             pClient->nMeasureBytes += nBytes;
             clock.Fix(nClock);
         }
