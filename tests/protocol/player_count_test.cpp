@@ -128,6 +128,17 @@ protected:
                   0);
     }
 
+    /// Ends the session while its next SETUP, of the sound, is at the stream's senders.
+    void EndDuringAnotherSetup()
+    {
+        HoldAtSenders(client.Format("SETUP", "live/trackID=96",
+                                    "Transport: RTP/AVP/TCP;unicast;interleaved=2-3\r\n"));
+        EndTheSession();
+        LetGo();
+        EXPECT_EQ(client.Receive().nStatus, 200);
+        server.Settle(client);
+    }
+
     size_t AllClients()
     {
         return server.Clients(96).size() + server.Clients(97).size();
@@ -189,12 +200,7 @@ TEST_F(PlayerCount, PlayOfASessionWithoutClientsThatEndsMeanwhileCountsNobody)
 TEST_F(PlayerCount, SetupOfASessionThatEndsMeanwhileLeavesNothing)
 {
     ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
-    HoldAtSenders(client.Format("SETUP", "live/trackID=96",
-                                "Transport: RTP/AVP/TCP;unicast;interleaved=2-3\r\n"));
-    EndTheSession();
-    LetGo();
-    EXPECT_EQ(client.Receive().nStatus, 200);
-    server.Settle(client);
+    EndDuringAnotherSetup();
     EXPECT_EQ(AllClients(), 0U);
     EXPECT_EQ(ClientCount(), 0);
 }
@@ -203,12 +209,7 @@ TEST_F(PlayerCount, SetupOfAPlayingSessionThatEndsMeanwhileCountsItOut)
 {
     ASSERT_EQ(client.SetupTcp("live", 97, 0).nStatus, 200);
     ASSERT_EQ(client.Play("live").nStatus, 200);
-    HoldAtSenders(client.Format("SETUP", "live/trackID=96",
-                                "Transport: RTP/AVP/TCP;unicast;interleaved=2-3\r\n"));
-    EndTheSession();
-    LetGo();
-    EXPECT_EQ(client.Receive().nStatus, 200);
-    server.Settle(client);
+    EndDuringAnotherSetup();
     EXPECT_EQ(AllClients(), 0U);
     EXPECT_EQ(ClientCount(), 0);
 }
