@@ -10,15 +10,15 @@ namespace {
 
 constexpr int64_t kSecond = 1000000;
 
-/// The same by exact arithmetic on wide numbers.
+/// The same by long division, of 32 bits at a time.
 uint32_t ExactTicks(int64_t nPts, uint32_t nRate)
 {
-    __extension__ typedef __int128 Wide;
-    const Wide nScaled = static_cast<Wide>(nPts) * nRate + kSecond / 2;
-    Wide nTicks = nScaled / kSecond;
-    if (nScaled % kSecond < 0)
-        nTicks--;
-    return static_cast<uint32_t>(nTicks);
+    const uint64_t nSize = nPts < 0 ? 0 - static_cast<uint64_t>(nPts) : static_cast<uint64_t>(nPts);
+    const uint64_t nLow = (nSize & 0xFFFFFFFF) * nRate + (nPts < 0 ? kSecond / 2 - 1 : kSecond / 2);
+    const uint64_t nHigh = (nSize >> 32) * nRate + (nLow >> 32);
+    const uint64_t nRest = (nHigh % kSecond) << 32 | (nLow & 0xFFFFFFFF);
+    const uint32_t nTicks = static_cast<uint32_t>(nRest / kSecond);
+    return nPts < 0 ? 0 - nTicks : nTicks;
 }
 
 TEST(MediaTime, TicksAreExactForEveryTime)

@@ -64,6 +64,21 @@ template <typename Body> int ResultOfChild(Body body)
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
 }
 
+/// What a child tells when its system cannot take a call away.
+constexpr int kNoFilter = 8;
+
+void ExpectWithoutGetrandom(bool bDescriptors, int nExpected)
+{
+    const int nResult = ResultOfChild([bDescriptors] {
+        if (!TakeGetrandomAway())
+            return kNoFilter;
+        return bDescriptors || TakeDescriptorsAway() ? FillTwice() : 9;
+    });
+    if (nResult == kNoFilter)
+        GTEST_SKIP() << "no seccomp filters here (an emulator has none)";
+    EXPECT_EQ(nResult, nExpected);
+}
+
 TEST(Random, FillsEveryByteAndNothingBehind)
 {
     for (size_t nSize = 0; nSize <= kSize; nSize++) {
@@ -82,14 +97,12 @@ TEST(Random, FillsEveryByteAndNothingBehind)
 
 TEST(Random, IsTheSystemsAlsoWithoutTheCall)
 {
-    EXPECT_EQ(ResultOfChild([] { return TakeGetrandomAway() ? FillTwice() : 9; }), 0);
+    ExpectWithoutGetrandom(true, 0);
 }
 
 TEST(Random, IsAMixThatDiffersWhenTheSystemHasNone)
 {
-    EXPECT_EQ(ResultOfChild(
-                  [] { return TakeGetrandomAway() && TakeDescriptorsAway() ? FillTwice() : 9; }),
-              1);
+    ExpectWithoutGetrandom(false, 1);
 }
 
 } // namespace
