@@ -28,8 +28,7 @@ void Append(KovaAnswer *pAnswer, std::string_view bytes)
 
 /// Appends a header line. A control byte in the value, which might come from the network, would
 /// begin a line of its own: '?' stands for it.
-void AppendLine(KovaAnswer *pAnswer, std::string_view name, const char *szFormat,
-                va_list arguments)
+void AppendLine(KovaAnswer *pAnswer, std::string_view name, const char *szFormat, va_list arguments)
 {
     Append(pAnswer, name);
     Append(pAnswer, ": ");

@@ -151,19 +151,17 @@ bool KovaTransportHeaderWrite(const KovaTransportAnswer &answer, char *szText, s
     const KovaTransportOffer &offer = answer.offer;
     int nLength = -1;
     if (offer.kind == kTransportUdp)
-        nLength = snprintf(szText, nCapacity,
-                           "RTP/AVP;unicast;client_port=%u-%u;source=%s;server_port=%u-%u;"
-                           "ssrc=%08X;mode=\"PLAY\"",
-                           static_cast<unsigned>(offer.nClientRtp),
-                           static_cast<unsigned>(offer.nClientRtcp), answer.szSource,
-                           static_cast<unsigned>(answer.nServerRtp),
-                           static_cast<unsigned>(answer.nServerRtcp),
-                           static_cast<unsigned>(answer.nSsrc));
+        nLength = snprintf(
+            szText, nCapacity,
+            "RTP/AVP;unicast;client_port=%u-%u;source=%s;server_port=%u-%u;"
+            "ssrc=%08X;mode=\"PLAY\"",
+            static_cast<unsigned>(offer.nClientRtp), static_cast<unsigned>(offer.nClientRtcp),
+            answer.szSource, static_cast<unsigned>(answer.nServerRtp),
+            static_cast<unsigned>(answer.nServerRtcp), static_cast<unsigned>(answer.nSsrc));
     else if (offer.kind == kTransportInterleaved)
-        nLength = snprintf(szText, nCapacity,
-                           "RTP/AVP/TCP;unicast;interleaved=%u-%u;ssrc=%08X;mode=\"PLAY\"",
-                           static_cast<unsigned>(offer.nRtpChannel),
-                           static_cast<unsigned>(offer.nRtcpChannel),
-                           static_cast<unsigned>(answer.nSsrc));
+        nLength = snprintf(
+            szText, nCapacity, "RTP/AVP/TCP;unicast;interleaved=%u-%u;ssrc=%08X;mode=\"PLAY\"",
+            static_cast<unsigned>(offer.nRtpChannel), static_cast<unsigned>(offer.nRtcpChannel),
+            static_cast<unsigned>(answer.nSsrc));
     return nLength >= 0 && static_cast<size_t>(nLength) < nCapacity;
 }
