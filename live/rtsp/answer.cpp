@@ -28,7 +28,8 @@ void Append(KovaAnswer *pAnswer, std::string_view bytes)
 
 /// Appends a header line. A control byte in the value, which might come from the network, would
 /// begin a line of its own: '?' stands for it.
-void AppendLine(KovaAnswer *pAnswer, std::string_view name, const char *szFormat, va_list arguments)
+__attribute__((format(printf, 3, 0))) void AppendLine(KovaAnswer *pAnswer, std::string_view name,
+                                                      const char *szFormat, va_list arguments)
 {
     Append(pAnswer, name);
     Append(pAnswer, ": ");
