@@ -4,7 +4,7 @@
 #include <cstdint>
 
 /// Room for any date; those of years with four digits have 29 characters.
-constexpr size_t kDateSize = 48;
+constexpr size_t kDateSize = 64;
 
 /// Writes a moment as RFC 1123 has it (RFC 2326, 12.18): "Sun, 06 Nov 1994 08:49:37 GMT", in
 /// English whatever the locale says. Right for every number of seconds since 1970, also

@@ -48,21 +48,22 @@ size_t KovaLivePathCollapse(std::string_view path, char *szPath)
 
 std::string_view KovaLivePathLast(std::string_view path)
 {
-    const size_t nSlash = path.rfind('/');
-    return nSlash == std::string_view::npos ? path : KovaPart(path, nSlash + 1);
+    size_t nFrom = path.size();
+    while (nFrom > 0 && path[nFrom - 1] != '/')
+        --nFrom;
+    return KovaPart(path, nFrom);
 }
 
 int32_t KovaLivePathTrack(std::string_view segment)
 {
     constexpr std::string_view kTrack = "track";
     constexpr size_t kMostDigits = 9;
-    constexpr uint32_t kMost = 999999999;
-    if (segment.size() <= kTrack.size() || segment.size() > kTrack.size() + kMostDigits)
+    if (segment.size() <= kTrack.size() || segment.size() > kTrack.size() + kMostDigits ||
+        memcmp(segment.data(), kTrack.data(), kTrack.size()) != 0)
         return -1;
-    const std::string_view digits = KovaPart(segment, kTrack.size());
+    segment.remove_prefix(kTrack.size());
     uint32_t nTrack = 0;
-    if (KovaPart(segment, 0, kTrack.size()) != kTrack || digits.front() == '0' ||
-        !KovaNumberOf(digits, kMost, &nTrack))
+    if (segment.front() == '0' || !KovaNumberOf(segment, INT32_MAX, &nTrack))
         return -1;
     return static_cast<int32_t>(nTrack) - 1;
 }
@@ -81,7 +82,7 @@ bool KovaLivePathNormalize(std::string_view path, char *szPath)
 
 bool KovaLivePathEscape(const char *szPath, char *szEscaped, size_t nCapacity)
 {
-    constexpr char kHex[] = "0123456789ABCDEF";
+    static constexpr char kHex[] = "0123456789ABCDEF";
     size_t nLength = 0;
     for (; *szPath != '\0'; ++szPath) {
         const uint8_t nByte = static_cast<uint8_t>(*szPath);

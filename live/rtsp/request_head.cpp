@@ -89,14 +89,6 @@ bool TakeField(HeadText *pHead, std::string_view *pField)
     return true;
 }
 
-bool HasBlank(std::string_view text)
-{
-    for (const char c : text)
-        if (KovaIsBlank(c))
-            return true;
-    return false;
-}
-
 void NoteLength(HeadText *pHead, KovaHeadFindings *pFindings, std::string_view value)
 {
     uint32_t nLength = 0;
@@ -123,10 +115,11 @@ void ReadFields(HeadText *pHead, KovaRequest *pRequest, KovaHeadFindings *pFindi
 {
     std::string_view field;
     while (TakeField(pHead, &field)) {
-        const size_t nColon = field.find(':');
+        const size_t nColon = KovaFind(field, ":");
         KovaRequestHeader header;
         header.name = KovaTrimmed(KovaPart(field, 0, nColon));
-        if (nColon == std::string_view::npos || header.name.empty() || HasBlank(header.name)) {
+        const bool bWord = KovaFind(header.name, " \t") == header.name.size();
+        if (nColon == field.size() || header.name.empty() || !bWord) {
             pHead->bMalformed = true;
             continue;
         }
@@ -135,14 +128,6 @@ void ReadFields(HeadText *pHead, KovaRequest *pRequest, KovaHeadFindings *pFindi
             NoteLength(pHead, pFindings, header.value);
         Keep(pHead, pRequest, header);
     }
-}
-
-size_t WordLength(std::string_view text)
-{
-    size_t nLength = 0;
-    while (nLength < text.size() && !KovaIsBlank(text[nLength]))
-        ++nLength;
-    return nLength;
 }
 
 /// Whether a word is "RTSP/" with a number, a point and a number (RFC 2326, 3.1).
@@ -163,7 +148,7 @@ void ReadFirstLine(HeadText *pHead, KovaRequest *pRequest, KovaHeadFindings *pFi
     std::string_view line;
     const bool bEnded = TakeLine(pHead, &line);
     line = KovaTrimmed(line);
-    const size_t nMethod = WordLength(line);
+    const size_t nMethod = KovaFind(line, " \t");
     pRequest->methodText = KovaPart(line, 0, nMethod);
     pRequest->method = KovaMethodOf(pRequest->methodText);
     line = KovaTrimmed(KovaPart(line, nMethod));

@@ -13,15 +13,12 @@ namespace {
 /// read. Which host it names does not matter: the connection came here.
 bool IsAuthority(std::string_view authority)
 {
-    const size_t nUser = authority.rfind('@');
-    if (nUser != std::string_view::npos)
-        authority.remove_prefix(nUser + 1);
+    std::string_view host = authority;
+    while (host.data() != nullptr)
+        authority = KovaTakePart(&host, '@');
     if (!authority.empty() && authority.front() == '[') {
-        const size_t nEnd = authority.find(']');
-        if (nEnd == std::string_view::npos)
-            return false;
-        authority.remove_prefix(nEnd + 1);
-        if (!authority.empty() && authority.front() != ':')
+        KovaTakePart(&authority, ']');
+        if (authority.data() == nullptr || (!authority.empty() && authority.front() != ':'))
             return false;
     }
     KovaTakePart(&authority, ':');
@@ -33,28 +30,26 @@ bool IsAuthority(std::string_view authority)
 /// Takes scheme and authority away. A text without a scheme is a path.
 bool TakeAuthority(std::string_view *pUrl)
 {
-    const size_t nScheme = pUrl->find("://");
-    if (nScheme == std::string_view::npos || pUrl->find_first_of("/?#") < nScheme)
+    const size_t nScheme = KovaFind(*pUrl, ":/?#");
+    if (!KovaWordBegins(KovaPart(*pUrl, nScheme), "://"))
         return true;
     const std::string_view scheme = KovaPart(*pUrl, 0, nScheme);
     if (!KovaWordIs(scheme, "rtsp") && !KovaWordIs(scheme, "rtspu") && !KovaWordIs(scheme, "rtspt"))
         return false;
     pUrl->remove_prefix(nScheme + 3);
-    size_t nEnd = pUrl->find_first_of("/?#");
-    if (nEnd == std::string_view::npos)
-        nEnd = pUrl->size();
+    const size_t nEnd = KovaFind(*pUrl, "/?#");
     const std::string_view authority = KovaPart(*pUrl, 0, nEnd);
     pUrl->remove_prefix(nEnd);
     return IsAuthority(authority);
 }
 
-int32_t HexValue(char c)
+/// The value of a hexadecimal digit; 16 or more for anything else.
+uint32_t HexValue(char c)
 {
     if (KovaIsDigit(c))
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        return static_cast<uint32_t>(c - '0');
+    const uint32_t nLetter = (static_cast<uint8_t>(c) | 0x20U) - 'a';
+    return nLetter < 6 ? nLetter + 10 : 16;
 }
 
 /// Decodes percent escapes (RFC 3986, 2.1) into a buffer as long as the text.
@@ -67,9 +62,9 @@ bool Decode(std::string_view text, char *pDecoded, size_t *pLength)
         if (c == '%') {
             if (text.size() - n < 3)
                 return false;
-            const int32_t nHigh = HexValue(text[n + 1]);
-            const int32_t nLow = HexValue(text[n + 2]);
-            if (nHigh < 0 || nLow < 0)
+            const uint32_t nHigh = HexValue(text[n + 1]);
+            const uint32_t nLow = HexValue(text[n + 2]);
+            if (nHigh > 15 || nLow > 15)
                 return false;
             c = static_cast<char>(nHigh << 4 | nLow);
             n += 2;
@@ -111,11 +106,11 @@ KovaRequestUrl KovaRequestUrlParse(std::string_view text)
     memset(&url, 0, sizeof(url));
     url.nTrack = -1;
     text = KovaTrimmed(text);
-    url.bStar = text == "*";
+    url.bStar = KovaWordIs(text, "*");
     url.bValid = url.bStar;
     if (url.bStar || text.empty() || text.size() > kRequestMaxUrl || !TakeAuthority(&text))
         return url;
-    const size_t nPath = text.find_first_of("?#");
+    const size_t nPath = KovaFind(text, "?#");
     char decoded[kRequestMaxUrl];
     size_t nLength = 0;
     if (!Decode(KovaPart(text, 0, nPath), decoded, &nLength))
@@ -125,8 +120,7 @@ KovaRequestUrl KovaRequestUrlParse(std::string_view text)
     if (KovaLivePathCollapse({decoded, nLength}, url.szPath) == kLivePathSize)
         KovaTextCopy(url.szPath, sizeof(url.szPath), "?");
     url.nTrack = TakeTrack(url.szPath);
-    const int32_t nAppended =
-        nPath == std::string_view::npos ? -1 : TrackOfQuery(KovaPart(text, nPath + 1));
+    const int32_t nAppended = nPath == text.size() ? -1 : TrackOfQuery(KovaPart(text, nPath + 1));
     if (nAppended >= 0)
         url.nTrack = nAppended;
     return url;

@@ -94,7 +94,7 @@ void ReadProtocol(OfferText *pText, std::string_view protocol)
     pText->bTcp = KovaWordIs(protocol, "RTP/AVP/TCP");
     if (pText->bPlain || pText->bTcp || KovaWordIs(protocol, "RTP/AVP/UDP"))
         return;
-    if (protocol.find('/') == std::string_view::npos)
+    if (KovaFind(protocol, "/") == protocol.size())
         pText->bBad = true;
     pText->bNotServed = true;
 }

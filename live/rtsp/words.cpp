@@ -1,5 +1,7 @@
 #include "live/rtsp/words.h"
 
+#include <cstring>
+
 namespace {
 
 char LowerOf(char c)
@@ -8,6 +10,14 @@ char LowerOf(char c)
 }
 
 } // namespace
+
+size_t KovaFind(std::string_view text, const char *szSet)
+{
+    size_t nAt = 0;
+    while (nAt < text.size() && (text[nAt] == '\0' || strchr(szSet, text[nAt]) == nullptr))
+        ++nAt;
+    return nAt;
+}
 
 bool KovaWordBegins(std::string_view text, std::string_view word)
 {

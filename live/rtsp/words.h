@@ -25,6 +25,9 @@ inline std::string_view KovaPart(std::string_view text, size_t nFrom,
     return {text.data() + nFrom, nCount < nRest ? nCount : nRest};
 }
 
+/// Where the first character of a set stands in the text; its size when none does.
+size_t KovaFind(std::string_view text, const char *szSet);
+
 /// Whether two words are the same without case.
 bool KovaWordIs(std::string_view word, std::string_view other);
 
