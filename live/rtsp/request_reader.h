@@ -30,7 +30,9 @@ struct KovaRequestHeader {
     std::string_view value; ///< without blanks at its ends, folds replaced by a blank
 };
 
-/// A whole request. The views hold until the reader is used again.
+/// A whole request. The views hold until the reader is used again. Of a bad one, whose
+/// parts may be missing, each view is empty or what is said; of more than 32 headers
+/// the CSeq is always kept.
 struct KovaRequest {
     KovaMethod method;
     std::string_view methodText;
@@ -63,13 +65,21 @@ struct KovaReadItem {
 /// Reads requests (RFC 2326, section 4 to 6) and interleaved frames (10.12) out of
 /// a byte stream in pieces of any size. Line ends may be CRLF, LF or CR; empty lines
 /// before a request do not count; answers of a player ("RTSP/1.0 200 ...") are passed
-/// over. Holds no memory while nothing is begun; grows to what a request needs.
+/// over. Holds no memory while nothing is begun; grows to what a request needs. The
+/// items do not depend on how the stream is cut into pieces: a CR that ends a head
+/// ends it at once, and an LF behind it, whenever it comes, is taken as part of its
+/// line end (an empty line before the next request, or skipped before a body).
+///
+/// Begins zeroed. After a fatal kReadBad whatever comes is dropped, so that a
+/// connection that is being closed may still be read empty.
 struct KovaRequestReader {
     uint8_t *pBuffer;
     size_t nCapacity;
     size_t nBegin; ///< bytes before it are used up
     size_t nEnd;
     size_t nScanned; ///< no end of the head before it
+    size_t nNeeded;  ///< bytes that the message at nBegin has at least, once known
+    bool bBroken;    ///< a fatal item was given
 };
 
 /// Room to receive into, at least one byte; null without memory or when the limits
