@@ -7,12 +7,14 @@
 
 namespace {
 
-void WriteWord(const KovaHashAlgorithm &algorithm, uint8_t *pBytes, uint32_t nWord)
+/// A number in the algorithm's order of bytes; its high half, if nBits is 64, is zero.
+void WriteNumber(const KovaHashAlgorithm &algorithm, uint8_t *pBytes, uint32_t nNumber,
+                 uint16_t nBits)
 {
     if (algorithm.bBigEndian)
-        RtspWriteMB(pBytes, nWord, 32);
+        RtspWriteMB(pBytes, nNumber, nBits);
     else
-        RtspWriteLB(pBytes, nWord, 32);
+        RtspWriteLB(pBytes, nNumber, nBits);
 }
 
 } // namespace
@@ -28,11 +30,11 @@ void KovaHashAdd(KovaHash *pHash, const void *pBytes, size_t nSize)
 {
     const auto *pIn = static_cast<const uint8_t *>(pBytes);
     while (nSize != 0) {
-        const size_t nFilled = static_cast<size_t>(pHash->nBytes % kHashBlockSize);
+        const size_t nFilled = pHash->nBytes % kHashBlockSize;
         const size_t nRoom = kHashBlockSize - nFilled;
         const size_t nPart = nSize < nRoom ? nSize : nRoom;
         memcpy(pHash->block + nFilled, pIn, nPart);
-        pHash->nBytes += nPart;
+        pHash->nBytes += static_cast<uint32_t>(nPart);
         pIn += nPart;
         nSize -= nPart;
         if (nPart == nRoom)
@@ -48,17 +50,16 @@ void KovaHashAdd(KovaHash *pHash, std::string_view text)
 void KovaHashEnd(KovaHash *pHash, uint8_t *pResult)
 {
     const KovaHashAlgorithm &algorithm = *pHash->pAlgorithm;
-    const uint64_t nBits = pHash->nBytes * 8;
-    // A one bit, and zeros up to the last eight bytes of a block, which hold the length.
-    static constexpr uint8_t padding[kHashBlockSize] = {0x80};
-    KovaHashAdd(pHash, padding, static_cast<size_t>((119 - pHash->nBytes % 64) % 64 + 1));
-    const auto nHigh = static_cast<uint32_t>(nBits >> 32);
-    const auto nLow = static_cast<uint32_t>(nBits);
     uint8_t length[8];
-    WriteWord(algorithm, length, algorithm.bBigEndian ? nHigh : nLow);
-    WriteWord(algorithm, length + 4, algorithm.bBigEndian ? nLow : nHigh);
+    WriteNumber(algorithm, length, pHash->nBytes * 8, 64);
+    // A one bit, and zeros up to the last eight bytes of a block, which hold the length.
+    uint8_t nPad = 0x80;
+    do {
+        KovaHashAdd(pHash, &nPad, 1);
+        nPad = 0;
+    } while (pHash->nBytes % kHashBlockSize != kHashBlockSize - sizeof(length));
     KovaHashAdd(pHash, length, sizeof(length));
     for (size_t nIndex = 0; nIndex < algorithm.nSize; nIndex += 4)
-        WriteWord(algorithm, pResult + nIndex, pHash->state[nIndex / 4]);
+        WriteNumber(algorithm, pResult + nIndex, pHash->state[nIndex / 4], 32);
     KovaWipe(pHash, sizeof(*pHash));
 }

@@ -16,10 +16,10 @@ struct KovaHashAlgorithm {
 constexpr size_t kHashBlockSize = 64;
 constexpr size_t kHashMaxSize = 32; ///< the longest result, bytes
 
-/// A hash in the making. Needs no memory of its own.
+/// A hash in the making, of less than 512 MiB. Needs no memory of its own.
 struct KovaHash {
     const KovaHashAlgorithm *pAlgorithm;
-    uint64_t nBytes; ///< so far
+    uint32_t nBytes; ///< so far
     uint32_t state[8];
     uint8_t block[kHashBlockSize]; ///< the bytes behind the last whole block
 };

@@ -58,16 +58,6 @@ void AddBlock(uint32_t *pState, const uint8_t *pBlock)
     KovaWipe(s, sizeof(s));
 }
 
-void AddKey(KovaHash *pHash, const uint8_t *pKey, size_t nKeySize, uint8_t nPad)
-{
-    uint8_t block[kHashBlockSize];
-    for (size_t nIndex = 0; nIndex < kHashBlockSize; nIndex++)
-        block[nIndex] = static_cast<uint8_t>(nPad ^ (nIndex < nKeySize ? pKey[nIndex] : 0));
-    KovaHashBegin(pHash, kHashSha256);
-    KovaHashAdd(pHash, block, sizeof(block));
-    KovaWipe(block, sizeof(block));
-}
-
 } // namespace
 
 const KovaHashAlgorithm kHashSha256 = {{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f,
@@ -79,11 +69,16 @@ const KovaHashAlgorithm kHashSha256 = {{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa5
 void KovaHmacSha256(const uint8_t *pKey, size_t nKeySize, const void *pBytes, size_t nSize,
                     uint8_t *pResult)
 {
-    KovaHash hash;
-    AddKey(&hash, pKey, nKeySize, 0x36);
-    KovaHashAdd(&hash, pBytes, nSize);
-    KovaHashEnd(&hash, pResult);
-    AddKey(&hash, pKey, nKeySize, 0x5C);
-    KovaHashAdd(&hash, pResult, kSha256Size);
-    KovaHashEnd(&hash, pResult);
+    for (const uint8_t nPad : {0x36, 0x5C}) {
+        KovaHash hash;
+        KovaHashBegin(&hash, kHashSha256);
+        for (size_t nIndex = 0; nIndex < kHashBlockSize; nIndex++) {
+            const auto nByte = static_cast<uint8_t>(nPad ^ (nIndex < nKeySize ? pKey[nIndex] : 0));
+            KovaHashAdd(&hash, &nByte, 1);
+        }
+        KovaHashAdd(&hash, pBytes, nSize);
+        KovaHashEnd(&hash, pResult);
+        pBytes = pResult;
+        nSize = kSha256Size;
+    }
 }

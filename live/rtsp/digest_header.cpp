@@ -1,40 +1,46 @@
 #include "live/rtsp/digest_header.h"
 
-#include <strings.h>
+#include "live/rtsp/words.h"
+
+#include <cstring>
 
 namespace {
 
-constexpr std::string_view kNames[kDigestParameters] = {
-    "username", "realm", "nonce", "uri", "response", "algorithm", "cnonce", "opaque", "qop", "nc"};
-constexpr std::string_view kBlanks = " \t";
+constexpr char kNames[kDigestParameters][10] = {"username",  "realm",  "nonce",  "uri", "response",
+                                                "algorithm", "cnonce", "opaque", "qop", "nc"};
 
-std::string_view Behind(std::string_view text, size_t nCount)
+/// How many characters at the front are of a set, or are not.
+size_t Count(std::string_view text, const char *szSet, bool bOfSet)
 {
-    return text.substr(nCount < text.size() ? nCount : text.size());
+    size_t nCount = 0;
+    while (nCount < text.size() &&
+           (text[nCount] != '\0' && strchr(szSet, text[nCount]) != nullptr) == bOfSet)
+        nCount++;
+    return nCount;
 }
 
-std::string_view SkipAny(std::string_view text, std::string_view characters)
+void Skip(std::string_view *pText, const char *szSet)
 {
-    return Behind(text, text.find_first_not_of(characters));
+    pText->remove_prefix(Count(*pText, szSet, true));
 }
 
-/// Takes a token off the text; it ends where RFC 7230 has something else, as far as that
-/// matters here: values like URLs are taken without quotes too.
-std::string_view TakeToken(std::string_view *pText, std::string_view ends)
+/// Takes characters up to one of a set; values like URLs are taken without quotes too.
+std::string_view Take(std::string_view *pText, const char *szEnds)
 {
-    const std::string_view token = pText->substr(0, pText->find_first_of(ends));
-    *pText = Behind(*pText, token.size());
+    const std::string_view token(pText->data(), Count(*pText, szEnds, false));
+    pText->remove_prefix(token.size());
     return token;
 }
 
-/// Takes what stands between quotes; false without the second one.
+/// Takes a quoted string; false without its second quote.
 bool TakeQuoted(std::string_view *pText, std::string_view *pValue)
 {
+    const char *pBegin = pText->data() + 1;
     for (size_t nEnd = 1; nEnd < pText->size(); nEnd++) {
         const char nCharacter = (*pText)[nEnd];
         if (nCharacter == '"') {
-            *pValue = pText->substr(1, nEnd - 1);
-            *pText = Behind(*pText, nEnd + 1);
+            *pValue = std::string_view(pBegin, nEnd - 1);
+            pText->remove_prefix(nEnd + 1);
             return true;
         }
         if (nCharacter == '\\')
@@ -43,34 +49,40 @@ bool TakeQuoted(std::string_view *pText, std::string_view *pValue)
     return false;
 }
 
-bool TakeValue(std::string_view *pText, std::string_view *pValue)
+bool Keep(KovaDigestHeader *pHeader, std::string_view name, std::string_view value)
 {
-    if (!pText->empty() && pText->front() == '"')
-        return TakeQuoted(pText, pValue);
-    *pValue = TakeToken(pText, " \t,\"");
-    return !pValue->empty();
+    for (unsigned nIndex = 0; nIndex < kDigestParameters; nIndex++) {
+        if (!KovaWordIs(name, kNames[nIndex]))
+            continue;
+        const unsigned nFound = pHeader->nFound | 1U << nIndex;
+        if (nFound == pHeader->nFound)
+            return false;
+        pHeader->nFound = static_cast<uint16_t>(nFound);
+        pHeader->values[nIndex] = value;
+    }
+    return true;
 }
 
 /// Takes "name = value" and the blanks behind it.
 bool TakeParameter(std::string_view *pText, KovaDigestHeader *pHeader)
 {
-    const std::string_view name = TakeToken(pText, " \t=,\"");
-    *pText = SkipAny(*pText, kBlanks);
+    const std::string_view name = Take(pText, " \t=,\"");
+    Skip(pText, " \t");
     if (name.empty() || pText->empty() || pText->front() != '=')
         return false;
-    *pText = SkipAny(Behind(*pText, 1), kBlanks);
+    pText->remove_prefix(1);
+    Skip(pText, " \t");
     std::string_view value;
-    if (!TakeValue(pText, &value))
-        return false;
-    *pText = SkipAny(*pText, kBlanks);
-    for (size_t nIndex = 0; nIndex < kDigestParameters; nIndex++) {
-        if (!KovaDigestTokenIs(name, kNames[nIndex]))
-            continue;
-        if (pHeader->values[nIndex].data() != nullptr)
+    if (!pText->empty() && pText->front() == '"') {
+        if (!TakeQuoted(pText, &value))
             return false;
-        pHeader->values[nIndex] = value;
+    } else {
+        value = Take(pText, " \t,\"");
+        if (value.empty())
+            return false;
     }
-    return true;
+    Skip(pText, " \t");
+    return Keep(pHeader, name, value);
 }
 
 /// Compares in a time that the value's and the text's length decide alone.
@@ -93,29 +105,21 @@ bool IsSame(std::string_view value, std::string_view text, bool bResolve)
 bool KovaDigestHeaderParse(std::string_view text, KovaDigestHeader *pHeader)
 {
     *pHeader = KovaDigestHeader();
-    text = SkipAny(text, kBlanks);
-    if (!KovaDigestTokenIs(TakeToken(&text, kBlanks), "Digest"))
+    Skip(&text, " \t");
+    if (!KovaWordIs(Take(&text, " \t"), "Digest"))
         return false;
-    // A list may have empty elements (RFC 7230, section 7).
-    text = SkipAny(text, " \t,");
-    while (!text.empty()) {
-        if (!TakeParameter(&text, pHeader))
+    for (;;) {
+        // A list may have empty elements (RFC 7230, section 7).
+        Skip(&text, " \t,");
+        if (text.empty())
+            return true;
+        if (!TakeParameter(&text, pHeader) || (!text.empty() && text.front() != ','))
             return false;
-        if (!text.empty() && text.front() != ',')
-            return false;
-        text = SkipAny(text, " \t,");
     }
-    return true;
 }
 
 bool KovaDigestValueIs(std::string_view value, std::string_view text)
 {
     const bool bAsItCame = IsSame(value, text, false);
     return IsSame(value, text, true) || bAsItCame;
-}
-
-bool KovaDigestTokenIs(std::string_view value, std::string_view token)
-{
-    return value.size() == token.size() &&
-           strncasecmp(value.data(), token.data(), token.size()) == 0;
 }

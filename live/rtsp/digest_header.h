@@ -19,8 +19,14 @@ enum KovaDigestParameter : uint8_t {
     kDigestParameters,
 };
 
+constexpr uint16_t KovaDigestBit(KovaDigestParameter parameter)
+{
+    return static_cast<uint16_t>(1U << parameter);
+}
+
 struct KovaDigestHeader {
-    /// As they came: without the quotes, with the backslashes. Null data when absent.
+    uint16_t nFound; ///< a bit for each one that is there: KovaDigestBit()
+    /// As they came: without the quotes, with the backslashes.
     std::string_view values[kDigestParameters];
 };
 
@@ -34,6 +40,3 @@ bool KovaDigestHeaderParse(std::string_view text, KovaDigestHeader *pHeader);
 /// do not write a backslash before those in a name.
 /// Takes the same time wherever the two differ.
 bool KovaDigestValueIs(std::string_view value, std::string_view text);
-
-/// Whether a value is the token, in any case.
-bool KovaDigestTokenIs(std::string_view value, std::string_view token);

@@ -46,10 +46,9 @@ void KovaDigestResponse(const KovaHashAlgorithm &algorithm, const uint8_t *pSecr
     KovaHashBegin(&hash, algorithm);
     AddDigits(&hash, pSecret);
     AddField(&hash, header.values[kDigestNonce]);
-    if (header.values[kDigestQop].data() != nullptr) {
-        AddField(&hash, header.values[kDigestCount]);
-        AddField(&hash, header.values[kDigestCnonce]);
-        AddField(&hash, header.values[kDigestQop]);
+    if ((header.nFound & KovaDigestBit(kDigestQop)) != 0) {
+        for (const KovaDigestParameter parameter : {kDigestCount, kDigestCnonce, kDigestQop})
+            AddField(&hash, header.values[parameter]);
     }
     KovaHashAdd(&hash, ":");
     AddDigits(&hash, request);

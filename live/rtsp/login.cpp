@@ -12,6 +12,7 @@
 #include "live/rtsp/login_nonce.h"
 #include "live/rtsp/login_users.h"
 #include "live/rtsp/request_url.h"
+#include "live/rtsp/words.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -31,16 +32,16 @@ namespace {
 const KovaHashAlgorithm *AlgorithmOf(const KovaDigestHeader &header)
 {
     const std::string_view name = header.values[kDigestAlgorithm];
-    if (name.data() == nullptr || KovaDigestTokenIs(name, "MD5"))
+    if ((header.nFound & KovaDigestBit(kDigestAlgorithm)) == 0 || KovaWordIs(name, "MD5"))
         return &kHashMd5;
-    return KovaDigestTokenIs(name, "SHA-256") ? &kHashSha256 : nullptr;
+    return KovaWordIs(name, "SHA-256") ? &kHashSha256 : nullptr;
 }
 
 /// The answer is for this request. Players name the request's URL, or that of the whole
 /// stream for a request to one of its tracks, or its path alone.
 bool IsUriOf(std::string_view uri, const KovaRequest &request, const char *szPath)
 {
-    if (uri == request.url)
+    if (KovaDigestValueIs(uri, request.url))
         return true;
     const KovaRequestUrl parsed = KovaRequestUrlParse(uri);
     return szPath != nullptr && parsed.bValid && !parsed.bStar &&
@@ -50,16 +51,15 @@ bool IsUriOf(std::string_view uri, const KovaRequest &request, const char *szPat
 /// With a qop, count and cnonce are part of the response (RFC 7616, section 3.4.1).
 bool IsWhole(const KovaDigestHeader &header)
 {
-    for (const KovaDigestParameter parameter :
-         {kDigestUserName, kDigestRealm, kDigestNonce, kDigestUri, kDigestResponse}) {
-        if (header.values[parameter].data() == nullptr)
-            return false;
-    }
-    if (header.values[kDigestQop].data() == nullptr)
-        return true;
-    return KovaDigestTokenIs(header.values[kDigestQop], "auth") &&
-           header.values[kDigestCnonce].data() != nullptr &&
-           header.values[kDigestCount].data() != nullptr;
+    constexpr unsigned nAlways = KovaDigestBit(kDigestUserName) | KovaDigestBit(kDigestRealm) |
+                                 KovaDigestBit(kDigestNonce) | KovaDigestBit(kDigestUri) |
+                                 KovaDigestBit(kDigestResponse);
+    constexpr unsigned nQop = KovaDigestBit(kDigestQop);
+    constexpr unsigned nWithQop =
+        nAlways | nQop | KovaDigestBit(kDigestCnonce) | KovaDigestBit(kDigestCount);
+    if ((header.nFound & nQop) == 0)
+        return (header.nFound & nAlways) == nAlways;
+    return (header.nFound & nWithQop) == nWithQop && KovaWordIs(header.values[kDigestQop], "auth");
 }
 
 /// Whether the answer is one to a challenge of this server at all, so that only its
@@ -93,14 +93,13 @@ bool IsRight(const KovaLoginUser *pUser, const KovaRequest &request, const KovaD
 /// could tell a second use of one from a copied one. Takes note of the count.
 bool IsFresh(KovaLoginState *pState, const KovaDigestHeader &header, uint64_t nNow)
 {
-    if (header.values[kDigestNonce] != pState->szNonce ||
+    if (!KovaDigestValueIs(header.values[kDigestNonce], pState->szNonce) ||
         nNow - pState->nGiven >= kLoginNonceLifetime)
         return false;
-    const std::string_view count = header.values[kDigestCount];
-    if (count.data() == nullptr)
+    if ((header.nFound & KovaDigestBit(kDigestCount)) == 0)
         return true;
     uint32_t nCount;
-    if (!KovaHexNumber(count, &nCount) || nCount <= pState->nCount)
+    if (!KovaHexNumber(header.values[kDigestCount], &nCount) || nCount <= pState->nCount)
         return false;
     pState->nCount = nCount;
     return true;
@@ -111,7 +110,7 @@ bool IsInAlready(const KovaLoginState &state, const KovaLoginUser *pUser,
                  const KovaDigestHeader &header)
 {
     return pUser != nullptr && state.szUser[0] != '\0' &&
-           header.values[kDigestNonce] == state.szNonce &&
+           KovaDigestValueIs(header.values[kDigestNonce], state.szNonce) &&
            strncmp(state.szUser, pUser->szName, kLoginUserSize - 1) == 0;
 }
 
@@ -121,16 +120,10 @@ uint32_t WaitOf(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow)
     return KovaLoginFailuresWait(&pLogin->failures, nAddress, nNow);
 }
 
-uint32_t AddFailure(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow)
+uint32_t Note(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow, bool bRight)
 {
     const KovaMutexLock lock(&pLogin->mutex, kRankLeaf);
-    return KovaLoginFailuresAdd(&pLogin->failures, nAddress, nNow);
-}
-
-void ClearFailures(KovaLogin *pLogin, uint32_t nAddress)
-{
-    const KovaMutexLock lock(&pLogin->mutex, kRankLeaf);
-    KovaLoginFailuresClear(&pLogin->failures, nAddress);
+    return KovaLoginFailuresNote(&pLogin->failures, nAddress, nNow, bRight);
 }
 
 } // namespace
@@ -177,13 +170,13 @@ KovaLoginVerdict KovaLoginCheck(KovaLogin *pLogin, const KovaLoginUsers *pUsers,
     }
     if (!IsRight(pUser, request, header)) {
         pState->szUser[0] = '\0';
-        *pDelayMs = AddFailure(pLogin, nAddress, nNow);
+        *pDelayMs = Note(pLogin, nAddress, nNow, false);
         return kLoginChallenge;
     }
     if (!IsFresh(pState, header, nNow))
         return kLoginStale;
     KovaTextCopy(pState->szUser, sizeof(pState->szUser), pUser->szName);
-    ClearFailures(pLogin, nAddress);
+    Note(pLogin, nAddress, nNow, true);
     return kLoginPassed;
 }
 

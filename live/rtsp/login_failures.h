@@ -23,10 +23,8 @@ struct KovaLoginFailures {
 /// How long answers of that address are not looked at: milliseconds, 0 for not at all.
 uint32_t KovaLoginFailuresWait(KovaLoginFailures *pFailures, uint32_t nAddress, uint64_t nNow);
 
-/// Notes a wrong answer. The first one costs nothing (people mistype), the next ones
-/// 250, 500, 1,000 and 2,000 ms, and so on.
+/// Notes an answer. After a right one the address starts anew. The first wrong one costs
+/// nothing (people mistype), the next ones 250, 500, 1,000 and 2,000 ms, and so on.
 /// @return milliseconds to wait, as KovaLoginFailuresWait will tell
-uint32_t KovaLoginFailuresAdd(KovaLoginFailures *pFailures, uint32_t nAddress, uint64_t nNow);
-
-/// A right answer: the address starts anew.
-void KovaLoginFailuresClear(KovaLoginFailures *pFailures, uint32_t nAddress);
+uint32_t KovaLoginFailuresNote(KovaLoginFailures *pFailures, uint32_t nAddress, uint64_t nNow,
+                               bool bRight);

@@ -10,21 +10,17 @@
 
 namespace {
 
-/// Text that stands in a header between quotes as it is.
-bool IsPlain(const char *szText)
+/// Whether a text is one that stands between quotes as it is, and without a character.
+bool IsPlain(const char *szText, char nOther)
 {
-    for (const char *pNext = szText; *pNext != '\0'; pNext++) {
-        const auto nByte = static_cast<unsigned char>(*pNext);
-        if (nByte < 0x20 || nByte == 0x7F || nByte == '"')
+    if (szText == nullptr || szText[0] == '\0')
+        return false;
+    for (; *szText != '\0'; szText++) {
+        const auto nByte = static_cast<unsigned char>(*szText);
+        if (nByte < 0x20 || nByte == 0x7F || nByte == '"' || *szText == nOther)
             return false;
     }
-    return szText[0] != '\0';
-}
-
-bool IsUser(const KovaLiveUser &user)
-{
-    return user.name != nullptr && user.password != nullptr && IsPlain(user.name) &&
-           strchr(user.name, ':') == nullptr;
+    return true;
 }
 
 void FillUser(const KovaLiveUser &from, std::string_view realm, KovaLoginUser *pUser)
@@ -38,8 +34,7 @@ void FillUser(const KovaLiveUser &from, std::string_view realm, KovaLoginUser *p
 
 bool KovaLoginRealmAllowed(const char *szRealm)
 {
-    return szRealm != nullptr && IsPlain(szRealm) && strchr(szRealm, '\\') == nullptr &&
-           strlen(szRealm) < kLoginRealmSize;
+    return IsPlain(szRealm, '\\') && strlen(szRealm) < kLoginRealmSize;
 }
 
 int32_t KovaLoginUsersCreate(const KovaLiveUser *pUsers, uint32_t nCount, const char *szRealm,
@@ -52,7 +47,7 @@ int32_t KovaLoginUsersCreate(const KovaLiveUser *pUsers, uint32_t nCount, const 
         return KOVA_LIVE_ERROR_ARGUMENT;
     size_t nNames = 0;
     for (uint32_t nIndex = 0; nIndex < nCount; nIndex++) {
-        if (!IsUser(pUsers[nIndex]))
+        if (pUsers[nIndex].password == nullptr || !IsPlain(pUsers[nIndex].name, ':'))
             return KOVA_LIVE_ERROR_ARGUMENT;
         nNames += strlen(pUsers[nIndex].name) + 1;
     }

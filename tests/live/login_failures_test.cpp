@@ -13,7 +13,7 @@ class LoginFailures : public testing::Test {
 protected:
     uint32_t Add(uint32_t nAddress, uint64_t nAfter)
     {
-        return KovaLoginFailuresAdd(m_pFailures.get(), nAddress, kStart + nAfter);
+        return KovaLoginFailuresNote(m_pFailures.get(), nAddress, kStart + nAfter, false);
     }
     uint32_t Wait(uint32_t nAddress, uint64_t nAfter)
     {
@@ -59,10 +59,10 @@ TEST_F(LoginFailures, ARightAnswerClears)
 {
     for (int nCount = 0; nCount < 4; nCount++)
         Add(kGuesser, 0);
-    KovaLoginFailuresClear(m_pFailures.get(), kGuesser);
+    EXPECT_EQ(KovaLoginFailuresNote(m_pFailures.get(), kGuesser, kStart, true), 0U);
     EXPECT_EQ(Wait(kGuesser, 0), 0U);
     EXPECT_EQ(Add(kGuesser, 0), 0U);
-    KovaLoginFailuresClear(m_pFailures.get(), kGuesser + 1);
+    EXPECT_EQ(KovaLoginFailuresNote(m_pFailures.get(), kGuesser + 1, kStart, true), 0U);
     EXPECT_EQ(Add(kGuesser, 0), 250U);
 }
 
