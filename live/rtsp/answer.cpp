@@ -9,6 +9,8 @@
 
 namespace {
 
+/// Room for a status line with the longest reason.
+constexpr size_t kStatusLineSize = 64;
 /// Longer numbers are no CSeq of any player, and would be echoed at any length.
 constexpr size_t kMostCSeqDigits = 20;
 
@@ -26,8 +28,8 @@ void Append(KovaAnswer *pAnswer, std::string_view bytes)
 
 /// Appends a header line. A control byte in the value, which might come from the network, would
 /// begin a line of its own: '?' stands for it.
-void AppendLine(KovaAnswer *pAnswer, std::string_view name, const char *szFormat,
-                va_list arguments)
+__attribute__((format(printf, 3, 0))) void AppendLine(KovaAnswer *pAnswer, std::string_view name,
+                                                      const char *szFormat, va_list arguments)
 {
     Append(pAnswer, name);
     Append(pAnswer, ": ");
@@ -59,13 +61,12 @@ bool IsCSeq(std::string_view value)
 void KovaAnswerBegin(KovaAnswer *pAnswer, uint16_t nStatus, const KovaRequest &request,
                      int64_t nSeconds, const char *szServer)
 {
-    char szStatus[16];
-    snprintf(szStatus, sizeof(szStatus), "RTSP/1.0 %03u ", static_cast<unsigned>(nStatus) % 1000);
+    char szStatus[kStatusLineSize];
+    snprintf(szStatus, sizeof(szStatus), "RTSP/1.0 %03u %s\r\n",
+             static_cast<unsigned>(nStatus) % 1000, KovaAnswerReason(nStatus));
     pAnswer->nLength = 0;
     pAnswer->bFits = pAnswer->nCapacity != 0;
     Append(pAnswer, szStatus);
-    Append(pAnswer, KovaAnswerReason(nStatus));
-    Append(pAnswer, "\r\n");
     const std::string_view cseq = KovaRequestHeaderOf(request, "CSeq");
     if (IsCSeq(cseq))
         KovaAnswerHeader(pAnswer, "CSeq", "%.*s", static_cast<int>(cseq.size()), cseq.data());

@@ -78,8 +78,7 @@ bool TakeField(HeadText *pHead, std::string_view *pField)
     while (bEnded && pHead->pAt < pHead->pEnd && KovaIsBlank(*pHead->pAt)) {
         std::string_view next;
         bEnded = TakeLine(pHead, &next);
-        *pField = std::string_view(
-            pStart, static_cast<size_t>(next.data() + next.size() - pStart));
+        *pField = std::string_view(pStart, static_cast<size_t>(next.data() + next.size() - pStart));
         bFolded = true;
     }
     // What continues the last line of a cut head may be missing.
@@ -176,8 +175,8 @@ void ReadFirstLine(HeadText *pHead, KovaRequest *pRequest, KovaHeadFindings *pFi
         pRequest->version = KovaPart(line, nUrl);
     }
     pRequest->url = KovaTrimmed(KovaPart(line, 0, nUrl));
-    pHead->bHttp = KovaWordBegins(pRequest->version, "HTTP/") ||
-                   KovaWordBegins(pRequest->methodText, "HTTP/");
+    pHead->bHttp =
+        KovaWordBegins(pRequest->version, "HTTP/") || KovaWordBegins(pRequest->methodText, "HTTP/");
     if (pRequest->url.empty() || !IsVersion(pRequest->version))
         pHead->nFirstBad = kBadRequest;
     else if (!KovaWordIs(pRequest->version, "RTSP/1.0"))

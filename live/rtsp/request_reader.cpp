@@ -10,8 +10,9 @@ namespace {
 
 // Most requests fit the first room; one that stays unfinished costs no more.
 constexpr size_t kFirstCapacity = 2048;
-// The longest message: no interleaved frame is longer.
-constexpr size_t kMostCapacity = kRequestMaxHead + kRequestMaxBody;
+// The longest message, with an LF that follows the CR at the end of its head: no interleaved
+// frame is longer.
+constexpr size_t kMostCapacity = kRequestMaxHead + 1 + kRequestMaxBody;
 constexpr size_t kFrameHead = 4;
 constexpr uint8_t kFrameMark = '$';
 static_assert(kMostCapacity >= kFrameHead + UINT16_MAX, "a frame fits");

@@ -26,7 +26,8 @@ bool IsAuthority(std::string_view authority)
     }
     KovaTakePart(&authority, ':');
     uint32_t nPort = 0;
-    return authority.empty() || (KovaNumberOf(authority, UINT16_MAX, &nPort) && nPort <= UINT16_MAX);
+    return authority.empty() ||
+           (KovaNumberOf(authority, UINT16_MAX, &nPort) && nPort <= UINT16_MAX);
 }
 
 /// Takes scheme and authority away. A text without a scheme is a path.

@@ -6,40 +6,47 @@
 
 namespace {
 
+/// What became of a pair of ports or channels.
+enum PairState : uint8_t {
+    kPairAbsent,
+    kPairGood,
+    kPairNotServed, ///< numbers out of range
+    kPairBad,       ///< no numbers
+};
+
 /// An offer while it is read.
 struct OfferText {
     KovaTransportOffer offer;
+    PairState ports;
+    PairState channels;
     bool bTcp;       ///< "/TCP" was said
     bool bPlain;     ///< "RTP/AVP" alone: UDP, or what the parameters say
-    bool bPorts;     ///< client_port was given
     bool bNotServed; ///< it can be read and not be served
-    bool bBad;       ///< it cannot be read
+    bool bBad;       ///< it is no transport at all
 };
 
 /// Reads "a" or "a-b"; b is a + 1 by default. Numbers outside nLeast to nMost are not served.
-void ReadPair(OfferText *pText, std::string_view value, uint32_t nLeast, uint32_t nMost,
-              uint32_t *pFirst, uint32_t *pSecond)
+PairState ReadPair(std::string_view value, uint32_t nLeast, uint32_t nMost, uint32_t *pFirst,
+                   uint32_t *pSecond)
 {
     const std::string_view first = KovaTrimmed(KovaTakePart(&value, '-'));
     const bool bSecond = value.data() != nullptr;
     *pFirst = *pSecond = 0;
     if (!KovaNumberOf(first, nMost, pFirst) ||
-        (bSecond && !KovaNumberOf(KovaTrimmed(value), nMost, pSecond))) {
-        pText->bBad = true;
-        return;
-    }
+        (bSecond && !KovaNumberOf(KovaTrimmed(value), nMost, pSecond)))
+        return kPairBad;
     if (!bSecond)
         *pSecond = *pFirst + 1;
-    if (*pFirst < nLeast || *pSecond < nLeast || *pFirst > nMost || *pSecond > nMost)
-        pText->bNotServed = true;
+    const bool bFirstGood = *pFirst >= nLeast && *pFirst <= nMost;
+    const bool bSecondGood = *pSecond >= nLeast && *pSecond <= nMost;
+    return bFirstGood && bSecondGood ? kPairGood : kPairNotServed;
 }
 
 void ReadPorts(OfferText *pText, std::string_view value)
 {
     uint32_t nRtp = 0;
     uint32_t nRtcp = 0;
-    ReadPair(pText, value, 1, UINT16_MAX, &nRtp, &nRtcp);
-    pText->bPorts = true;
+    pText->ports = ReadPair(value, 1, UINT16_MAX, &nRtp, &nRtcp);
     pText->offer.nClientRtp = static_cast<uint16_t>(nRtp);
     pText->offer.nClientRtcp = static_cast<uint16_t>(nRtcp);
 }
@@ -48,7 +55,7 @@ void ReadChannels(OfferText *pText, std::string_view value)
 {
     uint32_t nRtp = 0;
     uint32_t nRtcp = 0;
-    ReadPair(pText, value, 0, UINT8_MAX, &nRtp, &nRtcp);
+    pText->channels = ReadPair(value, 0, UINT8_MAX, &nRtp, &nRtcp);
     pText->offer.bChannels = true;
     pText->offer.nRtpChannel = static_cast<uint8_t>(nRtp);
     pText->offer.nRtcpChannel = static_cast<uint8_t>(nRtcp);
@@ -92,21 +99,29 @@ void ReadProtocol(OfferText *pText, std::string_view protocol)
     pText->bNotServed = true;
 }
 
+/// How an offer can be served. Only the pair that its kind needs counts.
+KovaTransportKind KindOf(const OfferText &text)
+{
+    // Some players leave the "/TCP" away and give channels instead.
+    const bool bChannelsAlone = text.bPlain && text.channels != kPairAbsent;
+    const bool bTcp = text.bTcp || (bChannelsAlone && text.ports == kPairAbsent);
+    const PairState pair = bTcp ? text.channels : text.ports;
+    if (text.bBad || pair == kPairBad)
+        return kTransportBad;
+    if (text.bNotServed || pair == kPairNotServed)
+        return kTransportNone;
+    if (bTcp)
+        return kTransportInterleaved;
+    return pair == kPairGood ? kTransportUdp : kTransportNone;
+}
+
 KovaTransportOffer ReadOffer(std::string_view text)
 {
     OfferText offer = {};
     ReadProtocol(&offer, KovaTrimmed(KovaTakePart(&text, ';')));
     while (text.data() != nullptr)
         ReadParameter(&offer, KovaTakePart(&text, ';'));
-    // Some players leave the "/TCP" away and give channels instead.
-    if (offer.bPlain && offer.offer.bChannels && !offer.bPorts)
-        offer.bTcp = true;
-    if (offer.bBad)
-        offer.offer.kind = kTransportBad;
-    else if (offer.bNotServed || (!offer.bTcp && !offer.bPorts))
-        offer.offer.kind = kTransportNone;
-    else
-        offer.offer.kind = offer.bTcp ? kTransportInterleaved : kTransportUdp;
+    offer.offer.kind = KindOf(offer);
     return offer.offer;
 }
 
@@ -136,19 +151,17 @@ bool KovaTransportHeaderWrite(const KovaTransportAnswer &answer, char *szText, s
     const KovaTransportOffer &offer = answer.offer;
     int nLength = -1;
     if (offer.kind == kTransportUdp)
-        nLength = snprintf(szText, nCapacity,
-                           "RTP/AVP;unicast;client_port=%u-%u;source=%s;server_port=%u-%u;"
-                           "ssrc=%08X;mode=\"PLAY\"",
-                           static_cast<unsigned>(offer.nClientRtp),
-                           static_cast<unsigned>(offer.nClientRtcp), answer.szSource,
-                           static_cast<unsigned>(answer.nServerRtp),
-                           static_cast<unsigned>(answer.nServerRtcp),
-                           static_cast<unsigned>(answer.nSsrc));
+        nLength = snprintf(
+            szText, nCapacity,
+            "RTP/AVP;unicast;client_port=%u-%u;source=%s;server_port=%u-%u;"
+            "ssrc=%08X;mode=\"PLAY\"",
+            static_cast<unsigned>(offer.nClientRtp), static_cast<unsigned>(offer.nClientRtcp),
+            answer.szSource, static_cast<unsigned>(answer.nServerRtp),
+            static_cast<unsigned>(answer.nServerRtcp), static_cast<unsigned>(answer.nSsrc));
     else if (offer.kind == kTransportInterleaved)
-        nLength = snprintf(szText, nCapacity,
-                           "RTP/AVP/TCP;unicast;interleaved=%u-%u;ssrc=%08X;mode=\"PLAY\"",
-                           static_cast<unsigned>(offer.nRtpChannel),
-                           static_cast<unsigned>(offer.nRtcpChannel),
-                           static_cast<unsigned>(answer.nSsrc));
+        nLength = snprintf(
+            szText, nCapacity, "RTP/AVP/TCP;unicast;interleaved=%u-%u;ssrc=%08X;mode=\"PLAY\"",
+            static_cast<unsigned>(offer.nRtpChannel), static_cast<unsigned>(offer.nRtcpChannel),
+            static_cast<unsigned>(answer.nSsrc));
     return nLength >= 0 && static_cast<size_t>(nLength) < nCapacity;
 }
