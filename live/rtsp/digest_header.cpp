@@ -105,6 +105,7 @@ bool IsSame(std::string_view value, std::string_view text, bool bResolve)
 bool KovaDigestHeaderParse(std::string_view text, KovaDigestHeader *pHeader)
 {
     *pHeader = KovaDigestHeader();
+    pHeader->values[kDigestAlgorithm] = "MD5";
     Skip(&text, " \t");
     if (!KovaWordIs(Take(&text, " \t"), "Digest"))
         return false;

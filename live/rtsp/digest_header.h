@@ -26,7 +26,8 @@ constexpr uint16_t KovaDigestBit(KovaDigestParameter parameter)
 
 struct KovaDigestHeader {
     uint16_t nFound; ///< a bit for each one that is there: KovaDigestBit()
-    /// As they came: without the quotes, with the backslashes.
+    /// As they came: without the quotes, with the backslashes. An absent algorithm is MD5
+    /// (section 3.4).
     std::string_view values[kDigestParameters];
 };
 

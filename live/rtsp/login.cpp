@@ -27,12 +27,11 @@ struct KovaLogin {
 
 namespace {
 
-/// Which of the two hashes an answer is made with; null for another. An answer that does
-/// not say is MD5 (RFC 7616, section 3.4).
+/// Which of the two hashes an answer is made with; null for another.
 const KovaHashAlgorithm *AlgorithmOf(const KovaDigestHeader &header)
 {
     const std::string_view name = header.values[kDigestAlgorithm];
-    if ((header.nFound & KovaDigestBit(kDigestAlgorithm)) == 0 || KovaWordIs(name, "MD5"))
+    if (KovaWordIs(name, "MD5"))
         return &kHashMd5;
     return KovaWordIs(name, "SHA-256") ? &kHashSha256 : nullptr;
 }
@@ -51,15 +50,14 @@ bool IsUriOf(std::string_view uri, const KovaRequest &request, const char *szPat
 /// With a qop, count and cnonce are part of the response (RFC 7616, section 3.4.1).
 bool IsWhole(const KovaDigestHeader &header)
 {
-    constexpr unsigned nAlways = KovaDigestBit(kDigestUserName) | KovaDigestBit(kDigestRealm) |
-                                 KovaDigestBit(kDigestNonce) | KovaDigestBit(kDigestUri) |
-                                 KovaDigestBit(kDigestResponse);
-    constexpr unsigned nQop = KovaDigestBit(kDigestQop);
-    constexpr unsigned nWithQop =
-        nAlways | nQop | KovaDigestBit(kDigestCnonce) | KovaDigestBit(kDigestCount);
-    if ((header.nFound & nQop) == 0)
-        return (header.nFound & nAlways) == nAlways;
-    return (header.nFound & nWithQop) == nWithQop && KovaWordIs(header.values[kDigestQop], "auth");
+    const bool bQop = (header.nFound & KovaDigestBit(kDigestQop)) != 0;
+    unsigned nNeeded = KovaDigestBit(kDigestUserName) | KovaDigestBit(kDigestRealm) |
+                       KovaDigestBit(kDigestNonce) | KovaDigestBit(kDigestUri) |
+                       KovaDigestBit(kDigestResponse);
+    if (bQop)
+        nNeeded |= KovaDigestBit(kDigestCnonce) | KovaDigestBit(kDigestCount);
+    return (header.nFound & nNeeded) == nNeeded &&
+           (!bQop || KovaWordIs(header.values[kDigestQop], "auth"));
 }
 
 /// Whether the answer is one to a challenge of this server at all, so that only its
@@ -68,17 +66,17 @@ bool IsAnswer(const KovaLogin &login, const KovaDigestHeader &header, const Kova
               const char *szPath)
 {
     return IsWhole(header) && KovaDigestValueIs(header.values[kDigestRealm], login.szRealm) &&
-           header.values[kDigestOpaque].empty() && AlgorithmOf(header) != nullptr &&
+           header.values[kDigestOpaque].empty() &&
            IsUriOf(header.values[kDigestUri], request, szPath) && login.bKey &&
            KovaLoginNonceIsOwn(login.key, header.values[kDigestNonce]);
 }
 
 /// A name that nobody has takes as long as a wrong password.
-bool IsRight(const KovaLoginUser *pUser, const KovaRequest &request, const KovaDigestHeader &header)
+bool IsRight(const KovaLoginUser *pUser, const KovaHashAlgorithm &algorithm,
+             const KovaRequest &request, const KovaDigestHeader &header)
 {
     static const KovaLoginUser nobody = {};
     const KovaLoginUser &user = pUser != nullptr ? *pUser : nobody;
-    const KovaHashAlgorithm &algorithm = *AlgorithmOf(header);
     const uint8_t *pSecret = &algorithm == &kHashMd5 ? user.md5 : user.sha256;
     uint8_t wanted[kHashMaxSize];
     uint8_t given[kHashMaxSize];
@@ -106,12 +104,9 @@ bool IsFresh(KovaLoginState *pState, const KovaDigestHeader &header, uint64_t nN
 }
 
 /// Others behind the same address must not disturb who is in already.
-bool IsInAlready(const KovaLoginState &state, const KovaLoginUser *pUser,
-                 const KovaDigestHeader &header)
+bool IsInAlready(const KovaLoginState &state, const KovaLoginUser *pUser)
 {
-    return pUser != nullptr && state.szUser[0] != '\0' &&
-           KovaDigestValueIs(header.values[kDigestNonce], state.szNonce) &&
-           strncmp(state.szUser, pUser->szName, kLoginUserSize - 1) == 0;
+    return pUser != nullptr && strncmp(state.szUser, pUser->szName, kLoginUserSize - 1) == 0;
 }
 
 uint32_t WaitOf(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow)
@@ -162,13 +157,16 @@ KovaLoginVerdict KovaLoginCheck(KovaLogin *pLogin, const KovaLoginUsers *pUsers,
     if (!KovaDigestHeaderParse(KovaRequestHeaderOf(request, "Authorization"), &header) ||
         !IsAnswer(*pLogin, header, request, szPath))
         return kLoginChallenge;
+    const KovaHashAlgorithm *pAlgorithm = AlgorithmOf(header);
+    if (pAlgorithm == nullptr)
+        return kLoginChallenge;
     const KovaLoginUser *pUser = KovaLoginUsersFind(*pUsers, header.values[kDigestUserName]);
-    if (!IsInAlready(*pState, pUser, header)) {
+    if (!IsInAlready(*pState, pUser)) {
         *pDelayMs = WaitOf(pLogin, nAddress, nNow);
         if (*pDelayMs != 0)
             return kLoginSlow;
     }
-    if (!IsRight(pUser, request, header)) {
+    if (!IsRight(pUser, *pAlgorithm, request, header)) {
         pState->szUser[0] = '\0';
         *pDelayMs = Note(pLogin, nAddress, nNow, false);
         return kLoginChallenge;

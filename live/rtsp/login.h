@@ -58,7 +58,7 @@ enum KovaLoginVerdict : uint8_t {
 /// lifetime; with a nonce count each time a higher one. A right answer with another nonce
 /// of this server is stale. With one that is not this server's, for another URL, realm or
 /// algorithm, it is no failure: a challenge without delay.
-/// Who has passed on this connection and answers with the same nonce is never slow.
+/// Who has passed on this connection is never slow, until an answer of his is wrong.
 /// @param nAddress  the peer's IPv4 address, for counting failures (bounded table)
 /// @param szPath    the stream's path: the `uri` of the answer may be the request's URL or the
 ///                  stream's base with or without host

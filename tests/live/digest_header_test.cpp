@@ -54,6 +54,7 @@ TEST(DigestHeader, AnEmptyQuotedValueIsThere)
     ASSERT_TRUE(KovaDigestHeaderParse("Digest opaque=\"\"", &header));
     EXPECT_EQ(header.nFound, KovaDigestBit(kDigestOpaque));
     EXPECT_EQ(header.values[kDigestOpaque], "");
+    EXPECT_EQ(header.values[kDigestAlgorithm], "MD5") << "when nothing is said";
 }
 
 TEST(DigestHeader, BrokenFormsAreRefused)
@@ -83,6 +84,7 @@ TEST(DigestHeader, BrokenFormsAreRefused)
     }
     KovaDigestHeader header;
     EXPECT_FALSE(KovaDigestHeaderParse(std::string_view(), &header));
+    EXPECT_FALSE(KovaDigestHeaderParse(std::string_view("Digest nc=\"1\"\0", 15), &header));
 }
 
 TEST(DigestHeader, NothingBehindTheTextIsRead)
@@ -109,6 +111,9 @@ TEST(DigestHeader, ValuesAreComparedWithAndWithoutTheirBackslashes)
     EXPECT_FALSE(KovaDigestValueIs("", "camera"));
     EXPECT_FALSE(KovaDigestValueIs("camera", ""));
     EXPECT_FALSE(KovaDigestValueIs(std::string_view("camera\0", 7), "camera"));
+    // On the heap without a NUL, where the address sanitizer sees its end.
+    const std::vector<char> name = {'c', 'a', 'm'};
+    EXPECT_FALSE(KovaDigestValueIs("camera", {name.data(), name.size()}));
 }
 
 std::string Response(const KovaHashAlgorithm &algorithm, const char *szRealm,

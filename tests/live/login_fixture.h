@@ -21,7 +21,8 @@ struct KovaPlayerAnswer {
     std::string uri = "rtsp://10.0.0.2:554/house/cam/";
     std::string method = "DESCRIBE";
     std::string count = "00000001"; ///< "" for an answer without qop
-    std::string more;               ///< ", ..." at the end
+    std::string qop = "auth";
+    std::string more; ///< ", ..." at the end
 };
 
 /// Calculates from the RFC's formulas, with texts.
@@ -44,14 +45,15 @@ inline std::string KovaAuthorizationOf(const KovaPlayerAnswer &answer)
     };
     const std::string secret = hash(answer.user + ":" + answer.realm + ":" + answer.password);
     const std::string request = hash(answer.method + ":" + answer.uri);
-    const std::string middle =
-        answer.count.empty() ? answer.nonce : answer.nonce + ":" + answer.count + ":0a4f113b:auth";
+    const std::string middle = answer.count.empty()
+                                   ? answer.nonce
+                                   : answer.nonce + ":" + answer.count + ":0a4f113b:" + answer.qop;
     std::string text = "Digest username=\"" + answer.user + "\", realm=\"" + answer.realm +
                        "\", nonce=\"" + answer.nonce + "\", uri=\"" + answer.uri + "\", " +
                        answer.algorithm + "response=\"" +
                        hash(secret + ":" + middle + ":" + request) + "\"";
     if (!answer.count.empty())
-        text += ", qop=auth, nc=" + answer.count + ", cnonce=\"0a4f113b\"";
+        text += ", qop=" + answer.qop + ", nc=" + answer.count + ", cnonce=\"0a4f113b\"";
     return text + answer.more;
 }
 
@@ -90,7 +92,7 @@ protected:
 
     KovaLoginVerdict CheckHeader(KovaLoginState *pState, const std::string &header,
                                  const std::string &url = "rtsp://10.0.0.2:554/house/cam/",
-                                 uint32_t nAddress = kPlayer)
+                                 uint32_t nAddress = kPlayer, const char *szPath = "house/cam")
     {
         KovaRequest request = {};
         request.method = kMethodDescribe;
@@ -100,7 +102,7 @@ protected:
         request.nHeaders = 2;
         request.headers[0] = {"CSeq", "1"};
         request.headers[1] = {"authorization", header};
-        return KovaLoginCheck(m_pLogin, m_pUsers, pState, request, "house/cam", nAddress, m_nNow,
+        return KovaLoginCheck(m_pLogin, m_pUsers, pState, request, szPath, nAddress, m_nNow,
                               &m_nDelay);
     }
     KovaLoginVerdict Check(const KovaPlayerAnswer &answer)

@@ -254,6 +254,17 @@ TEST_F(LoginTest, TheUriMayBeTheRequestsUrlOrTheStreamsBase)
     }
     answer.uri = "*";
     EXPECT_EQ(CheckHeader(&m_state, KovaAuthorizationOf(answer), "*"), kLoginPassed);
+    for (const char *szUri : {"*", "/%zz", "http://host/"}) {
+        answer.uri = szUri;
+        EXPECT_EQ(CheckHeader(&m_state, KovaAuthorizationOf(answer), "/", kPlayer, ""),
+                  kLoginChallenge)
+            << szUri;
+    }
+    answer.uri = "/";
+    EXPECT_EQ(CheckHeader(&m_state, KovaAuthorizationOf(answer), "rtsp://h", kPlayer, nullptr),
+              kLoginChallenge);
+    EXPECT_EQ(CheckHeader(&m_state, KovaAuthorizationOf(answer), "rtsp://h", kPlayer, ""),
+              kLoginPassed);
 }
 
 TEST_F(LoginTest, WhatIsNotOfferedIsNotTaken)
@@ -265,6 +276,10 @@ TEST_F(LoginTest, WhatIsNotOfferedIsNotTaken)
         EXPECT_EQ(Check(answer), kLoginChallenge) << szAlgorithm;
     }
     answer.algorithm = "";
+    answer.count = "00000001";
+    answer.qop = "auth-int";
+    EXPECT_EQ(Check(answer), kLoginChallenge);
+    answer.count.clear();
     for (const char *szMore :
          {", qop=auth-int, nc=00000001, cnonce=\"0a4f113b\"", ", qop=\"\"", ", qop=auth",
           ", qop=auth, nc=00000001", ", qop=auth, cnonce=\"0a4f113b\"", ", opaque=\"x\"",
@@ -331,8 +346,10 @@ TEST_F(LoginTest, AWrongRealmIsAnsweredWithTheRightOne)
 {
     KovaPlayerAnswer answer = Challenged();
     answer.realm = "kova";
-    EXPECT_EQ(Check(answer), kLoginChallenge);
-    EXPECT_EQ(m_nDelay, 0U);
+    for (int nTimes = 0; nTimes < 3; nTimes++) {
+        EXPECT_EQ(Check(answer), kLoginChallenge);
+        EXPECT_EQ(m_nDelay, 0U) << "it is no guess";
+    }
 }
 
 TEST_F(LoginTest, NamesWithBackslashesPassInBothForms)
@@ -410,6 +427,46 @@ TEST_F(LoginTest, WhoIsInIsNotSlowedByOthersOfTheAddress)
     ASSERT_EQ(CheckHeader(&other, KovaAuthorizationOf(wrong)), kLoginSlow);
     right.count = "00000002";
     EXPECT_EQ(Check(right), kLoginPassed);
+}
+
+TEST_F(LoginTest, WhoIsInAnswersForOthersAsSlowlyAsAnybody)
+{
+    KovaPlayerAnswer right = Challenged();
+    ASSERT_EQ(Check(right), kLoginPassed);
+    KovaLoginState other = {};
+    KovaPlayerAnswer wrong = Challenged(&other);
+    wrong.password = "guess";
+    CheckHeader(&other, KovaAuthorizationOf(wrong));
+    CheckHeader(&other, KovaAuthorizationOf(wrong));
+    right.user = "bert";
+    right.count = "00000002";
+    EXPECT_EQ(Check(right), kLoginSlow);
+}
+
+TEST_F(LoginTest, NobodyHasNoSecret)
+{
+    // The response that the digests of an unknown user, all zero, would make.
+    KovaPlayerAnswer answer = Challenged();
+    answer.user = "nobody";
+    answer.count.clear();
+    std::string header = KovaAuthorizationOf(answer);
+    const std::string response =
+        KovaHexHash(kHashMd5, std::string(32, '0') + ":" + answer.nonce + ":" +
+                                  KovaHexHash(kHashMd5, answer.method + ":" + answer.uri));
+    header.replace(header.find("response=\"") + 10, 32, response);
+    EXPECT_EQ(CheckHeader(&m_state, header), kLoginChallenge);
+}
+
+TEST_F(LoginTest, OfTwoUsersOfOneNameTheFirstCounts)
+{
+    const KovaLiveUser users[] = {{"anna", "one"}, {"anna", "two"}};
+    KovaLoginUsersDestroy(m_pUsers);
+    ASSERT_EQ(KovaLoginUsersCreate(users, 2, "Kova", &m_pUsers), KOVA_LIVE_OK);
+    KovaPlayerAnswer answer = Challenged();
+    answer.password = "two";
+    EXPECT_EQ(Check(answer), kLoginChallenge);
+    answer.password = "one";
+    EXPECT_EQ(Check(answer), kLoginPassed);
 }
 
 TEST_F(LoginTest, WhoIsInGuessesNobodyElsesPasswordFaster)
