@@ -31,7 +31,7 @@ bool KovaHexRead(std::string_view text, uint8_t *pBytes, size_t nSize)
         return false;
     for (size_t nIndex = 0; nIndex < nSize; nIndex++) {
         uint32_t nByte;
-        if (!KovaHexNumber(text.substr(2 * nIndex, 2), &nByte))
+        if (!KovaHexNumber({text.data() + 2 * nIndex, 2}, &nByte))
             return false;
         pBytes[nIndex] = static_cast<uint8_t>(nByte);
     }

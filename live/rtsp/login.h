@@ -10,6 +10,7 @@
 /// password; no password. Immutable once made.
 struct KovaLoginUsers;
 
+constexpr uint32_t kLoginMaxUsers = 65535;
 constexpr size_t kLoginRealmSize = 128; ///< characters with the NUL
 
 /// Whether text can be a realm: 1 to 127 bytes, without control bytes, '"' and '\\'.
@@ -17,7 +18,7 @@ bool KovaLoginRealmAllowed(const char *szRealm);
 
 /// 0 count: *ppUsers is null and the result OK: nobody needs a login. Of several users of
 /// one name the first one counts. Passwords are not kept.
-/// @return KOVA_LIVE_OK, ERROR_MEMORY, ERROR_ARGUMENT (null; a name that is empty or has
+/// @return KOVA_LIVE_OK, ERROR_MEMORY, ERROR_ARGUMENT (null; too many; a name that is empty or has
 ///         ':', '"' or control bytes; a realm that is not allowed)
 int32_t KovaLoginUsersCreate(const KovaLiveUser *pUsers, uint32_t nCount, const char *szRealm,
                              KovaLoginUsers **ppUsers);

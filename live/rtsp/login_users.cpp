@@ -43,7 +43,7 @@ int32_t KovaLoginUsersCreate(const KovaLiveUser *pUsers, uint32_t nCount, const 
     *ppUsers = nullptr;
     if (nCount == 0)
         return KOVA_LIVE_OK;
-    if (pUsers == nullptr || !KovaLoginRealmAllowed(szRealm))
+    if (pUsers == nullptr || nCount > kLoginMaxUsers || !KovaLoginRealmAllowed(szRealm))
         return KOVA_LIVE_ERROR_ARGUMENT;
     size_t nNames = 0;
     for (uint32_t nIndex = 0; nIndex < nCount; nIndex++) {

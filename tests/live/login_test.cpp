@@ -1,4 +1,5 @@
 #include "tests/live/login_fixture.h"
+#include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>
 
@@ -37,6 +38,9 @@ TEST_F(LoginTest, UsersThatNoHeaderCouldNameAreRefused)
     const KovaLiveUser none = {"anna", nullptr};
     EXPECT_EQ(KovaLoginUsersCreate(&none, 1, "Kova", &pUsers), KOVA_LIVE_ERROR_ARGUMENT);
     EXPECT_EQ(KovaLoginUsersCreate(nullptr, 1, "Kova", &pUsers), KOVA_LIVE_ERROR_ARGUMENT);
+    const std::vector<KovaLiveUser> many(kLoginMaxUsers + 1, {"anna", "x"});
+    EXPECT_EQ(KovaLoginUsersCreate(many.data(), kLoginMaxUsers + 1, "Kova", &pUsers),
+              KOVA_LIVE_ERROR_ARGUMENT);
     const KovaLiveUser good = {"anna", ""};
     const std::string longest(kLoginRealmSize - 1, 'r');
     for (const std::string &realm : {std::string(), std::string("a\"b"), std::string("a\\b"),
@@ -48,6 +52,26 @@ TEST_F(LoginTest, UsersThatNoHeaderCouldNameAreRefused)
     EXPECT_EQ(KovaLoginCreate(nullptr), nullptr);
     EXPECT_EQ(KovaLoginUsersCreate(&good, 1, longest.c_str(), &pUsers), KOVA_LIVE_OK);
     KovaLoginUsersDestroy(pUsers);
+}
+
+TEST_F(LoginTest, WithoutMemoryThereIsNothing)
+{
+    const KovaLiveUser user = {"anna", "x"};
+    KovaLoginUsers *pUsers = m_pUsers;
+    const KovaFailingHeap heap;
+    EXPECT_EQ(KovaLoginUsersCreate(&user, 1, "Kova", &pUsers), KOVA_LIVE_ERROR_MEMORY);
+    EXPECT_EQ(pUsers, nullptr);
+    EXPECT_EQ(KovaLoginCreate("Kova"), nullptr);
+}
+
+TEST_F(LoginTest, ACheckTakesNoMemory)
+{
+    const std::string header = KovaAuthorizationOf(Challenged());
+    const KovaFailingHeap heap;
+    EXPECT_EQ(CheckHeader(&m_state, header), kLoginPassed);
+    EXPECT_EQ(CheckHeader(&m_state, header), kLoginStale);
+    Challenged();
+    EXPECT_EQ(heap.Failed(), 0);
 }
 
 TEST_F(LoginTest, ChallengesHaveOneNonceAndMd5Last)
@@ -107,6 +131,35 @@ TEST_F(LoginTest, BothAlgorithmsPassWithQop)
     EXPECT_EQ(Check(answer), kLoginPassed);
     EXPECT_STREQ(m_state.szUser, "bert");
     EXPECT_EQ(m_nDelay, 0U);
+}
+
+/// The headers of players as they send them; response and nonce are put in.
+TEST_F(LoginTest, AnswersOfPlayersPass)
+{
+    const std::string url = "rtsp://10.0.0.2:554/house/cam/";
+    const std::string secret = KovaHexHash(kHashMd5, "anna:Kova:pass word");
+    const std::string request = KovaHexHash(kHashMd5, "DESCRIBE:" + url);
+    const std::string nonce = Challenged().nonce;
+    const std::string head = "Digest username=\"anna\", realm=\"Kova\", nonce=\"" + nonce +
+                             "\", uri=\"" + url + "\", response=\"";
+    const std::string old = KovaHexHash(kHashMd5, secret + ":" + nonce + ":" + request);
+    const auto counted = [&](const std::string &count, const std::string &cnonce) {
+        return KovaHexHash(kHashMd5,
+                           secret + ":" + nonce + ":" + count + ":" + cnonce + ":auth:" + request);
+    };
+    EXPECT_EQ(CheckHeader(&m_state, head + old + "\""), kLoginPassed) << "GStreamer";
+    EXPECT_EQ(CheckHeader(&m_state, head + counted("00000001", "6bd5e8c1c4d64a16") +
+                                        "\", algorithm=\"MD5\", qop=\"auth\", "
+                                        "cnonce=\"6bd5e8c1c4d64a16\", nc=00000001"),
+              kLoginPassed)
+        << "FFmpeg";
+    EXPECT_EQ(CheckHeader(&m_state, "Digest username=\"anna\",realm=\"Kova\",nonce=\"" + nonce +
+                                        "\",uri=\"" + url +
+                                        "\",cnonce=\"ZTQ1Yj==\",nc=00000002,algorithm=MD5,"
+                                        "response=\"" +
+                                        counted("00000002", "ZTQ1Yj==") + "\",qop=\"auth\""),
+              kLoginPassed)
+        << "curl";
 }
 
 TEST_F(LoginTest, AnAnswerWithoutQopHoldsOnItsConnection)
