@@ -17,11 +17,11 @@ struct KovaInterleavedFrame {
 /// How far some frames have come.
 struct KovaInterleavedProgress {
     /// kSendDone: all are out. kSendAgain: no room for more just now.
-    /// kSendFailed: the connection takes no more, or frame nFrames is too long.
+    /// kSendFailed: the connection takes no more.
     KovaSendOutcome outcome;
     uint32_t nFrames; ///< frames that are out as a whole
     uint32_t nBytes;  ///< bytes of the frame behind them that are out, header included
-    int nError;       ///< errno of the write that ended it; 0 for kSendDone
+    int nError;       ///< errno of the write that ended it (EAGAIN: it was cut short); else 0
 };
 
 /// Writes a frame's kInterleavedHeaderSize bytes: '$', the channel, and the size of

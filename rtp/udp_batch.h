@@ -18,8 +18,8 @@ enum KovaUdpWay : uint8_t {
 /// with the destination by whoever owns that: routes differ, and so does what a
 /// network card at their beginning can do.
 struct KovaUdpRoute {
-    KovaUdpWay way;   ///< the best one that has not been refused
-    uint16_t nSingly; ///< packets of a batch in trouble that still go out one by one
+    KovaUdpWay way; ///< the best one that has not been refused
+    bool bSingly;   ///< the rest of a batch in trouble goes out one by one
 };
 
 /// Packets for one destination, each of them one datagram.
