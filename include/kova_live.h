@@ -307,9 +307,9 @@ typedef struct KovaLivePlayer {
     uint32_t paused;        /* 1: by PAUSE */
 } KovaLivePlayer;
 
-/* Lists the players, oldest first. players: room for `room` records of which each has had its size
- * set; may be NULL when room is 0. *count: how many there are, also when room is less.
- * Errors: ARGUMENT. */
+/* Lists the players, in no particular order. players: room for `room` records one behind the
+ * other, of which the first one has had its size set; may be NULL when room is 0. *count: how many
+ * players there are, also when room is less. Errors: ARGUMENT. */
 KOVA_LIVE_API int32_t KovaLivePlayers(KovaLive *live, KovaLivePlayer *players, uint32_t room,
                                       uint32_t *count);
 

@@ -25,6 +25,7 @@ struct KovaUnit {
     bool bEntry;             ///< a player may begin here: IDR, recovery point, audio
     bool bKey;               ///< an IDR picture
     bool bReference;         ///< other pictures need it (nal_ref_idc is not 0)
+    uint32_t nSerial;        ///< the stream's count of units; written by the stream
     uint32_t nTrack;         ///< index of its track in the stream
     uint32_t nBytes;         ///< RTP bytes of all packets
     uint32_t nPackets;

@@ -92,6 +92,11 @@ void KovaAnswerHeader(KovaAnswer *pAnswer, const char *szName, const char *szFor
         pAnswer->szText[nBefore] = '\0';
 }
 
+void KovaAnswerLines(KovaAnswer *pAnswer, std::string_view lines)
+{
+    Append(pAnswer, lines);
+}
+
 bool KovaAnswerEnd(KovaAnswer *pAnswer, const char *szType, std::string_view body)
 {
     if (szType != nullptr) {

@@ -31,6 +31,9 @@ void KovaAnswerBegin(KovaAnswer *pAnswer, uint16_t nStatus, const KovaRequest &r
 void KovaAnswerHeader(KovaAnswer *pAnswer, const char *szName, const char *szFormat, ...)
     __attribute__((format(printf, 3, 4)));
 
+/// Adds whole header lines with their line ends.
+void KovaAnswerLines(KovaAnswer *pAnswer, std::string_view lines);
+
 /// Ends the head, with Content-Type and Content-Length before the empty line when
 /// szType is not null, and the body behind it (without szType there is none). Returns
 /// whether the whole answer fits.
