@@ -187,6 +187,19 @@ TEST(RequestLimits, AHeadOf16384BytesIsTakenAndALongerOneEndsTheStream)
     }
 }
 
+TEST(RequestLimits, AHeadThatArrivesInOnePieceHasTheSameLimit)
+{
+    for (const size_t nLength : {size_t{16385}, size_t{16386}}) {
+        KovaReading reading;
+        // The body made room for more than a head.
+        reading.Feed(WithLength("65536") + std::string(65536, 'b'));
+        reading.Feed(WithHeadOf(nLength));
+        ASSERT_EQ(reading.items.size(), 2u);
+        EXPECT_EQ(reading.items[1].nStatus, nLength == 16385 ? 0 : 413);
+        EXPECT_EQ(reading.items[1].bFatal, nLength != 16385);
+    }
+}
+
 TEST(RequestLimits, AHeadThatIsTooLongIsToldAsTheUrlIfThatIsWhy)
 {
     const std::string url = "PLAY rtsp://h/" + std::string(20000, 'u');
@@ -277,6 +290,19 @@ TEST(RequestLimits, AfterTheEndOfTheStreamTheRestCanStillBeReceived)
     EXPECT_EQ(reading.reader.pBuffer, nullptr);
 }
 
+TEST(RequestLimits, AfterTheEndOfTheStreamNothingMoreNeedBeAskedFor)
+{
+    KovaReading reading;
+    reading.Feed("GET / HTTP/1.0\r\n\r\n");
+    for (int n = 0; n < 1000; n++) {
+        size_t nRoom = 0;
+        ASSERT_NE(KovaRequestReaderRoom(&reading.reader, &nRoom), nullptr);
+        KovaRequestReaderTook(&reading.reader, nRoom);
+        ASSERT_FALSE(KovaRequestReaderBegun(&reading.reader));
+    }
+    EXPECT_LE(reading.reader.nCapacity, 4096u);
+}
+
 TEST(RequestLimits, AnIdleReaderHoldsNoMemory)
 {
     KovaReading reading;
@@ -319,12 +345,18 @@ TEST(RequestLimits, HalfARequestCostsAtMost4KibAndTheRoomGrowsWithWhatIsThere)
     reading.Feed(head);
     EXPECT_LE(reading.reader.nCapacity, 4096u);
     size_t nFed = head.size();
+    size_t nCapacity = reading.reader.nCapacity;
+    int nGrowths = 0;
     for (; nFed < head.size() + 65535; nFed++) {
         reading.Feed("b");
         ASSERT_LE(reading.reader.nCapacity, std::max<size_t>(2 * nFed + 2, 2048));
+        nGrowths += reading.reader.nCapacity != nCapacity ? 1 : 0;
+        nCapacity = reading.reader.nCapacity;
     }
     reading.Feed("b");
     EXPECT_EQ(reading.items.size(), 1u);
+    // By doubling: what is there is copied as often as it must be, and no more.
+    EXPECT_LE(nGrowths, 6);
 }
 
 TEST(RequestLimits, WithoutMemoryThereIsNoRoomAndWhatIsThereStays)
@@ -352,10 +384,26 @@ TEST(RequestLimits, ASenderOfSingleBytesCostsNoMoreThanItsBytes)
     // Every look at a head begins where the last one stopped.
     KovaReading reading;
     const std::string head = WithHeadOf(16384);
-    for (size_t n = 0; n + 1 < head.size() - 1; n++) {
+    for (size_t n = 0; n + 4 < head.size(); n++) {
         reading.Feed(head.substr(n, 1));
         ASSERT_EQ(reading.reader.nScanned, n + 1);
     }
+}
+
+TEST(RequestLimits, ABodyIsWaitedForWithoutReadingTheHeadAgain)
+{
+    KovaReading reading;
+    reading.Feed(WithLength("10") + "body");
+    size_t nRoom = 0;
+    uint8_t *pRoom = KovaRequestReaderRoom(&reading.reader, &nRoom);
+    ASSERT_NE(pRoom, nullptr);
+    *pRoom = '.';
+    KovaRequestReaderTook(&reading.reader, 1);
+    KovaReadItem item;
+    item.request.methodText = "untouched";
+    KovaRequestReaderNext(&reading.reader, &item);
+    EXPECT_EQ(item.kind, kReadMore);
+    EXPECT_EQ(item.request.methodText, "untouched");
 }
 
 TEST(RequestLimits, OfPipelinedRequestsOnlyTheUnfinishedOneIsMoved)
