@@ -187,6 +187,17 @@ TEST(RequestLimits, AHeadOf16384BytesIsTakenAndALongerOneEndsTheStream)
     }
 }
 
+TEST(RequestLimits, AHeadThatIsTooLongIsToldByItsLastByteThatFits)
+{
+    KovaReading reading;
+    reading.Feed(std::string(16383, 'x'));
+    EXPECT_TRUE(reading.items.empty());
+    reading.Feed("x");
+    ASSERT_EQ(reading.items.size(), 1u);
+    EXPECT_EQ(reading.items[0].nStatus, 413);
+    EXPECT_TRUE(reading.items[0].bFatal);
+}
+
 TEST(RequestLimits, AHeadThatArrivesInOnePieceHasTheSameLimit)
 {
     for (const size_t nLength : {size_t{16385}, size_t{16386}}) {
