@@ -2,7 +2,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -24,7 +26,7 @@ public:
         const Clock::time_point begin = Clock::now();
         memcpy(m_block.data() + m_nAt, pBytes, nSize);
         benchmark::ClobberMemory();
-        m_copies += Clock::now() - begin;
+        m_copies.push_back(Clock::now() - begin);
         m_nAt += nSize;
     }
 
@@ -32,21 +34,31 @@ public:
     void Step(benchmark::State *pState, Clock::time_point begin)
     {
         const Clock::duration step = Clock::now() - begin;
-        m_steps += step;
+        m_steps.push_back(step);
         pState->SetIterationTime(std::chrono::duration<double>(step).count());
     }
 
-    /// Prints the ratio beside the time, and the copy's own time (s).
-    void Report(benchmark::State *pState) const
+    /// Prints the copy's time (s) and the ratio beside the step's. Both are of medians: what
+    /// another program takes the processor for counts in neither.
+    void Report(benchmark::State *pState)
     {
-        const double copies = std::chrono::duration<double>(m_copies).count();
-        pState->counters["copy"] = benchmark::Counter(copies, benchmark::Counter::kAvgIterations);
-        pState->counters["of_copy"] = std::chrono::duration<double>(m_steps).count() / copies;
+        if (m_copies.empty() || m_steps.empty())
+            return;
+        const double copy = Median(&m_copies);
+        pState->counters["copy"] = copy;
+        pState->counters["of_copy"] = Median(&m_steps) / copy;
     }
 
 private:
+    static double Median(std::vector<Clock::duration> *pTimes)
+    {
+        const auto middle = pTimes->begin() + static_cast<std::ptrdiff_t>(pTimes->size() / 2);
+        std::nth_element(pTimes->begin(), middle, pTimes->end());
+        return std::chrono::duration<double>(*middle).count();
+    }
+
     std::vector<uint8_t> m_block;
     size_t m_nAt = 0;
-    Clock::duration m_copies{0};
-    Clock::duration m_steps{0};
+    std::vector<Clock::duration> m_copies;
+    std::vector<Clock::duration> m_steps;
 };
