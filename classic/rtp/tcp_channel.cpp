@@ -122,6 +122,13 @@ void CloseLocked(KovaTcpChannel *pChannel)
     }
 }
 
+void EndWaitLocked(KovaTcpChannel *pChannel)
+{
+    const int nSocket = SocketOf(pChannel);
+    if (pChannel->bReaderWaits && nSocket > 0)
+        shutdown(nSocket, SHUT_RD);
+}
+
 /// One send on the open descriptor; -1 and EBADF when it is closed.
 ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize)
 {
@@ -343,9 +350,13 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     pChannel->bReaderWoken = true;
-    const int nSocket = SocketOf(pChannel);
-    if (pChannel->bReaderWaits && nSocket > 0)
-        shutdown(nSocket, SHUT_RD);
+    EndWaitLocked(pChannel);
+}
+
+void KovaTcpChannelEndWait(KovaTcpChannel *pChannel)
+{
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
+    EndWaitLocked(pChannel);
 }
 
 void KovaTcpSetKeepAlive(int nSocket)

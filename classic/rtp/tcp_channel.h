@@ -66,11 +66,15 @@ KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const 
 ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t nSize);
 
 /// Waits until there is something to receive, the connection ends, somebody
-/// wakes the reader, or nMilliseconds have passed. One reader.
+/// wakes the reader, or nMilliseconds have passed (below 0: without a limit). One
+/// reader.
 void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds);
 
 /// Ends the reader's wait, also one that has not begun yet, for good.
 void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel);
+
+/// Ends the wait that the reader is in, if it is in one, and the receiving with it.
+void KovaTcpChannelEndWait(KovaTcpChannel *pChannel);
 
 /// Lets the system find out when an accepted connection's peer is gone: after 30 s
 /// of silence it asks every 10 s, and the third lost answer ends the connection.

@@ -24,9 +24,9 @@ namespace {
 
 constexpr char kThreadName[] = "pHandleRequestProc";
 
-/// Arriving data, the peer's end and a stop request wake the thread; this bounds
-/// its wait all the same.
-constexpr int kIdleMilliseconds = 200;
+/// Arriving data, the peer's end and a stop request wake the thread. The monitor does
+/// when somebody has written the state word alone.
+constexpr int kNoLimit = -1;
 
 using AddressCall = int (*)(int, sockaddr *, socklen_t *);
 
@@ -72,7 +72,7 @@ bool ReceiveOnce(KovaRtspServerHandler *pHandler)
     }
     const int nError = errno;
     if (nCount < 0 && (nError == EINTR || nError == EAGAIN)) {
-        KovaTcpChannelWaitReadable(pHandler->pChannel, kIdleMilliseconds);
+        KovaTcpChannelWaitReadable(pHandler->pChannel, kNoLimit);
         return true;
     }
     if (!KovaThreadRuns(pHandler->nState))
