@@ -1,5 +1,6 @@
 """scripts/bench fanout with two players, with connections that ask for nothing, and with players who
-join others: each path that this machine has is measured, and whatever is sent arrives. Nothing here depends on the figures."""
+join others: each path that this machine has is measured, and whatever is sent arrives. Nothing here
+depends on the figures."""
 
 import json
 import os

@@ -11,6 +11,5 @@ void *KovaPagesAlloc(size_t nSize)
 
 void KovaPagesFree(void *pMemory, size_t nSize)
 {
-    if (pMemory != nullptr)
-        munmap(pMemory, nSize);
+    munmap(pMemory, nSize);
 }

@@ -8,5 +8,5 @@
 /// that somebody had before. Given back with KovaPagesFree.
 void *KovaPagesAlloc(size_t nSize);
 
-/// Gives pages back to the system. nSize as asked for; null is ignored.
+/// Gives pages back to the system. nSize as asked for.
 void KovaPagesFree(void *pMemory, size_t nSize);

@@ -33,18 +33,14 @@ void *Leave(KovaRtpSendGroup *pGroup, const char *szMissing)
     return nullptr;
 }
 
-uint32_t HoldStep(KovaRtpSendGroup *pGroup)
-{
-    const KovaMutexLock lock(&pGroup->clientMutex, kRankClients);
-    return pGroup->pClientList != nullptr ? kHoldStepMilliseconds : kEmptyHoldStepMilliseconds;
-}
-
 void HoldPacket(KovaSendingContext *pContext, int64_t nDue, uint64_t nFirstTime)
 {
     int64_t nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
     if (!KovaPacingHolds(nDue, nElapsed))
         return;
-    const uint32_t nStep = HoldStep(pContext->pGroup);
+    const uint32_t nStep = KovaRtpSendGroupClientCount(pContext->pGroup) != 0
+                               ? kHoldStepMilliseconds
+                               : kEmptyHoldStepMilliseconds;
     while (KovaPacingStillHolds(nDue, nElapsed)) {
         const uint32_t nRemaining = KovaPacingRemaining(nDue, nElapsed);
         usleep((nRemaining < nStep ? nRemaining : nStep) * 1000);

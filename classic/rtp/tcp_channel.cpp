@@ -122,13 +122,6 @@ void CloseLocked(KovaTcpChannel *pChannel)
     }
 }
 
-void EndWaitLocked(KovaTcpChannel *pChannel)
-{
-    const int nSocket = SocketOf(pChannel);
-    if (pChannel->bReaderWaits && nSocket > 0)
-        shutdown(nSocket, SHUT_RD);
-}
-
 /// One send on the open descriptor; -1 and EBADF when it is closed.
 ssize_t SendLocked(KovaTcpChannel *pChannel, const uint8_t *pBytes, size_t nSize)
 {
@@ -346,17 +339,14 @@ void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
     }
 }
 
-void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
+void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    pChannel->bReaderWoken = true;
-    EndWaitLocked(pChannel);
-}
-
-void KovaTcpChannelEndWait(KovaTcpChannel *pChannel)
-{
-    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    EndWaitLocked(pChannel);
+    if (wake == kWakeForGood)
+        pChannel->bReaderWoken = true;
+    const int nSocket = SocketOf(pChannel);
+    if (pChannel->bReaderWaits && nSocket > 0)
+        shutdown(nSocket, SHUT_RD);
 }
 
 void KovaTcpSetKeepAlive(int nSocket)

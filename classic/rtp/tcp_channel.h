@@ -70,11 +70,13 @@ ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t
 /// reader.
 void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds);
 
-/// Ends the reader's wait, also one that has not begun yet, for good.
-void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel);
+/// Which of the reader's waits are ended.
+enum KovaReaderWake {
+    kWakeForGood, ///< all of them, also one that has not begun yet
+    kWakeFromWait ///< the one that it is in, if it is in one; nothing more is received then
+};
 
-/// Ends the wait that the reader is in, if it is in one, and the receiving with it.
-void KovaTcpChannelEndWait(KovaTcpChannel *pChannel);
+void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake);
 
 /// Lets the system find out when an accepted connection's peer is gone: after 30 s
 /// of silence it asks every 10 s, and the third lost answer ends the connection.

@@ -155,7 +155,7 @@ int32_t KovaRtspServerHandlerStop(KovaRtspServerHandler *pHandler)
     if (pHandler == nullptr)
         return KOVA_ERROR_NULL;
     KovaThreadRequestStop(pHandler->nState);
-    KovaTcpChannelWakeReader(pHandler->pChannel);
+    KovaTcpChannelWakeReader(pHandler->pChannel, kWakeForGood);
     KovaThreadWaitStopped(pHandler->nState);
     KovaTcpChannelClose(pHandler->pChannel);
     return KOVA_OK;

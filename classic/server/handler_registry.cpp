@@ -79,7 +79,7 @@ void KovaServerWakeStopped(KovaRtspServer *pServer)
     for (KovaRtspServerHandler *pHandler :
          KovaListOf<KovaRtspServerHandler>(pServer->pHandlerList)) {
         if (!KovaThreadRuns(pHandler->nState))
-            KovaTcpChannelEndWait(pHandler->pChannel);
+            KovaTcpChannelWakeReader(pHandler->pChannel, kWakeFromWait);
     }
 }
 
