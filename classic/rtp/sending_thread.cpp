@@ -15,10 +15,12 @@ namespace {
 
 /// A nudge comes with every packet and stop request; this bounds the wait for a
 /// state word that somebody wrote without one.
-constexpr uint32_t kIdleMilliseconds = 20;
+constexpr uint32_t kIdleMilliseconds = 1000;
 
-/// Longest sleep of a held packet: how late a clock that was set is noticed.
+/// Longest sleep of a held packet: how late a clock that was set is noticed. Without
+/// players that matters less than a processor that may rest.
 constexpr uint32_t kHoldStepMilliseconds = 10;
+constexpr uint32_t kEmptyHoldStepMilliseconds = 100;
 
 constexpr uint32_t kGapMilliseconds = 1000;
 
@@ -36,9 +38,12 @@ void HoldPacket(KovaSendingContext *pContext, int64_t nDue, uint64_t nFirstTime)
     int64_t nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
     if (!KovaPacingHolds(nDue, nElapsed))
         return;
+    const uint32_t nStep = KovaRtpSendGroupClientCount(pContext->pGroup) != 0
+                               ? kHoldStepMilliseconds
+                               : kEmptyHoldStepMilliseconds;
     while (KovaPacingStillHolds(nDue, nElapsed)) {
         const uint32_t nRemaining = KovaPacingRemaining(nDue, nElapsed);
-        usleep((nRemaining < kHoldStepMilliseconds ? nRemaining : kHoldStepMilliseconds) * 1000);
+        usleep((nRemaining < nStep ? nRemaining : nStep) * 1000);
         pContext->nNow = KovaClockMilliseconds();
         nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
     }
@@ -118,7 +123,9 @@ void *pSenderProc(void *pSendGroup)
         return Leave(pGroup, "(pPacker)");
     while (KovaThreadRuns(pGroup->nState)) {
         DrainQueue(&context);
-        KovaEventWait(&pGroup->work, kIdleMilliseconds);
+        // A stop request may have nudged the thread while it served waiting clients.
+        if (KovaThreadRuns(pGroup->nState))
+            KovaEventWait(&pGroup->work, kIdleMilliseconds);
     }
     return Leave(pGroup, "");
 }

@@ -10,7 +10,7 @@
 namespace {
 
 /// A push nudges the thread; this bounds the wait for what came without one.
-constexpr uint32_t kIdleMilliseconds = 20;
+constexpr uint32_t kIdleMilliseconds = 1000;
 constexpr uint32_t kRestMilliseconds = 1;
 
 /// Most packets that go to the sender together: as many as a batch has that is sent.
