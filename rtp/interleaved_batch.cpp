@@ -12,17 +12,6 @@ namespace {
 constexpr uint32_t kMostFrames = 64;
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
 
-/// Cuts bytes that are out already off the beginning of two parts.
-void CutOff(iovec *pParts, uint32_t nBytes)
-{
-    for (int n = 0; n < 2; n++) {
-        const size_t nCut = nBytes < pParts[n].iov_len ? nBytes : pParts[n].iov_len;
-        pParts[n].iov_base = static_cast<uint8_t *>(pParts[n].iov_base) + nCut;
-        pParts[n].iov_len -= nCut;
-        nBytes -= static_cast<uint32_t>(nCut);
-    }
-}
-
 /// One system call with as many frames as it takes. Bytes written, or -1 with errno.
 ssize_t Write(int nSocket, const KovaInterleavedFrame *pFrames, uint32_t nCount, uint32_t nBegun)
 {
@@ -35,7 +24,11 @@ ssize_t Write(int nSocket, const KovaInterleavedFrame *pFrames, uint32_t nCount,
         parts[n * 2] = {headers[n], kInterleavedHeaderSize};
         parts[n * 2 + 1] = {const_cast<uint8_t *>(pFrames[n].pPacket), pFrames[n].nSize};
     }
-    CutOff(parts, nBegun);
+    const uint32_t nOfHeader = nBegun < kInterleavedHeaderSize ? nBegun : kInterleavedHeaderSize;
+    const uint32_t nOfPacket = nBegun - nOfHeader;
+    parts[0] = {headers[0] + nOfHeader, kInterleavedHeaderSize - nOfHeader};
+    parts[1] = {const_cast<uint8_t *>(pFrames[0].pPacket) + nOfPacket,
+                pFrames[0].nSize - nOfPacket};
     msghdr message = {};
     message.msg_iov = parts;
     message.msg_iovlen = nCount * 2;

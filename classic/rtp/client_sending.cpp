@@ -171,6 +171,13 @@ void CountSent(const iovec *pPackets, uint32_t nCount, KovaRtpClient *pClient)
 
 } // namespace
 
+void KovaRestBetweenClients(KovaRtpSendGroup *pGroup, KovaServingPass *pPass)
+{
+    pPass->bReleased = true;
+    const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
+    usleep(kPollMicroseconds);
+}
+
 uint32_t KovaSendPackets(KovaRtpSendGroup *pGroup, KovaServingPass *pPass, KovaRtpClient *pClient,
                          uint32_t nFirst)
 {
@@ -202,11 +209,7 @@ uint32_t KovaSendPackets(KovaRtpSendGroup *pGroup, KovaServingPass *pPass, KovaR
             HandleSendError(pClient, nError);
         if (outcome == kSendFailed || !KovaThreadRuns(pGroup->nState))
             return nFirst + 1;
-        pPass->bReleased = true;
-        {
-            const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
-            usleep(kPollMicroseconds);
-        }
+        KovaRestBetweenClients(pGroup, pPass);
         if (!IsMember(pGroup, pClient, nSerial))
             return pBatch->nCount;
         nCount = 1; // what is due with the next packet may be another matter by now
