@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <random>
 
@@ -511,6 +513,28 @@ TEST(UdpBatchOnThisSystem, DatagramsArriveAsTheyWere)
     for (const std::string &packet : player.packets)
         EXPECT_EQ(ends.Rtp(2000), KovaBytes(packet.begin(), packet.end()));
     EXPECT_EQ(ends.Rtp(), std::nullopt);
+    KovaRtpClientDestroy(pClient);
+}
+
+/// Behind number 0 stands a socket that would take datagrams.
+TEST(UdpBatchOnThisSystem, DescriptorZeroIsLeftAlone)
+{
+    KovaUdpEnds ends;
+    KovaRtpClient *pClient = ends.Client("1");
+    const int nInput = dup(0);
+    ASSERT_EQ(dup2(ends.nServerRtp, 0), 0);
+    Destination player(0, 1, Packets({10, 10}));
+    KovaUdpDelivery delivery = player.Delivery();
+    delivery.pAddress = &pClient->rtpAddress;
+    KovaUdpBatchSend(&delivery, 1);
+    EXPECT_EQ(delivery.outcome, kSendFailed);
+    EXPECT_EQ(ends.Rtp(50), std::nullopt);
+    if (nInput >= 0) {
+        dup2(nInput, 0);
+        close(nInput);
+    } else {
+        close(0);
+    }
     KovaRtpClientDestroy(pClient);
 }
 
