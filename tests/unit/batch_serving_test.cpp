@@ -249,6 +249,20 @@ TEST_F(BatchServingTest, KeyFrameWithinTheBatchIsWaitedFor)
     delivery.WithClients([&] { EXPECT_EQ(pClient->nPacketCount, 3U); });
 }
 
+TEST_F(BatchServingTest, WhatIsCountedIsWhatWasSentOfTheBatch)
+{
+    KovaRtpClient *pClient = Reported(udp.Client("1"));
+    const Texts lines =
+        Serve({Plan(1, kFrameVideo, 50), Plan(2, kFrameKey, 60), Plan(3, kFrameVideo, 70)});
+    const std::string sent = "pSenderProc, Send RTP Packet success ";
+    EXPECT_EQ(lines, (Texts{kWaits, sent + "size=60 send=60", sent + "size=70 send=70"}));
+    delivery.WithClients([&] {
+        EXPECT_EQ(pClient->nPacketCount, 2U);
+        EXPECT_EQ(pClient->nOctetCount, 130U);
+        EXPECT_EQ(pClient->nMeasureBytes, 130U);
+    });
+}
+
 TEST_F(BatchServingTest, WaitingClientCostsAMillisecondForEachPacketOfTheBatch)
 {
     for (int n = 0; n < 20; n++)
