@@ -215,12 +215,12 @@ TEST_F(BatchServingTest, OtherTimestampsAreOtherBatches)
 TEST_F(BatchServingTest, BatchHasAtMost64PacketsAnd64KiB)
 {
     Reported(tcp.Client("1"));
-    {
+    for (const uint16_t nCount : {64, 65}) {
         const CallCounter calls;
-        Serve(Plans(65));
-        EXPECT_EQ(g_nFrameCalls, 2);
+        Serve(Plans(nCount));
+        EXPECT_EQ(g_nFrameCalls, nCount - 63);
+        EXPECT_EQ(tcp.Receive(100000, 50).size(), nCount * 44U);
     }
-    EXPECT_EQ(tcp.Receive(100000, 50).size(), 65 * 44U);
     std::vector<KovaPacketPlan> large(17, Plan(1, kFrameKey, 4096));
     {
         const CallCounter calls;
@@ -315,6 +315,19 @@ TEST_F(BatchServingTest, OneCallTellsThatNoRtcpHasCome)
     Serve(Plans(30));
     EXPECT_EQ(g_nPolls, 1);
     EXPECT_EQ(g_nReceives, 0);
+}
+
+TEST_F(BatchServingTest, OnlyTheSocketThatHoldsSomethingIsLookedAt)
+{
+    KovaUdpEnds others[2];
+    Reported(others[0].Client("1"));
+    Reported(udp.Client("2"));
+    Reported(others[1].Client("3"));
+    udp.SendRtcp({0x81, 201, 0, 1});
+    const CallCounter calls;
+    Serve(Plans(3));
+    EXPECT_EQ(g_nPolls, 1);
+    EXPECT_EQ(g_nReceives, 2); // the datagram, and that there is no other
 }
 
 TEST_F(BatchServingTest, WhereTheSystemDoesNotTellEverySocketIsLookedAt)
@@ -433,13 +446,20 @@ TEST_F(BatchServingTest, BatchOutlivesAFlushOfTheQueue)
 {
     Reported(tcp.Client("1"));
     faults.Script(tcp.Socket(), std::deque<KovaScriptedSend>(100000, {EAGAIN}));
+    KovaRtpPacket *pPacket = KovaMakePacket(Plan(0));
+    KovaRtpPacketAddRef(pPacket);
+    KovaRtpSenderAddRtpPacket(delivery.pSender, pPacket);
     Begin(Plans(5));
     ASSERT_TRUE(KovaWaitUntil([this] { return faults.Left() < 99998; }));
+    EXPECT_EQ(KovaReferences(pPacket), 3);
     KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
+    EXPECT_EQ(KovaReferences(pPacket), 2);
     delivery.Queue(Plan(9));
     faults.Script(tcp.Socket(), {});
     ASSERT_TRUE(delivery.Drain());
-    EXPECT_EQ(tcp.Receive(10000, 50), Frames({1, 2, 3, 4, 5, 9}));
+    EXPECT_EQ(tcp.Receive(10000, 50), Frames({0, 1, 2, 3, 4, 5, 9}));
+    EXPECT_EQ(KovaReferences(pPacket), 1);
+    KovaRtpPacketReleaseRef(pPacket);
 }
 
 TEST_F(BatchServingTest, PacketThatIsTooLargeForAConnectionGoesByItself)
