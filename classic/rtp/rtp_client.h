@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/export.h"
+#include "rtp/udp_batch.h"
 
 #include <netinet/in.h>
 
@@ -54,6 +55,8 @@ struct KovaRtpClient {
     uint32_t nSerial;         ///< tells a client from a later one at the same address
     uint32_t nPass;           ///< the group's pass in which it was served last
     uint16_t nHeldPort;       ///< server's RTP port as noted for port searches; 0: none
+    KovaUdpRoute route;       ///< what the way to rtpAddress allows
+    bool bRtcpWaits;          ///< its RTCP socket may hold something
 };
 
 /// Makes a client.

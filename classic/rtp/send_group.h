@@ -37,7 +37,7 @@ struct KovaRtpSendGroup {
     uint32_t nLastPts;     ///< of the previous packet; the thread's own
 
     KovaEvent work;                                    ///< packets or a stop request for the thread
-    uint32_t nPass KOVA_GUARDED_BY(clientMutex);       ///< number of the packet being served
+    uint32_t nPass KOVA_GUARDED_BY(clientMutex);       ///< number of the batch being served
     uint32_t nLastSerial KOVA_GUARDED_BY(clientMutex); ///< last number given to a client
     std::atomic<uint32_t> nClientWaiters;              ///< threads that wait for clientMutex
     std::atomic<bool> bNoThread; ///< the last start failed: nobody empties the queue

@@ -9,8 +9,6 @@
 
 #include <unistd.h>
 
-#include <cstring>
-
 namespace {
 
 /// A nudge comes with every packet and stop request; this bounds the wait for a
@@ -50,8 +48,9 @@ void HoldPacket(KovaSendingContext *pContext, int64_t nDue, uint64_t nFirstTime)
 }
 
 /// Waits until the packet's time has come. The stream's very first packet is
-/// the schedule's origin and goes out at once.
-void PacePacket(KovaSendingContext *pContext, uint32_t nPts)
+/// the schedule's origin and goes out at once; true is returned for it: those behind
+/// it are compared with it, whatever their timestamp.
+bool PacePacket(KovaSendingContext *pContext, uint32_t nPts)
 {
     KovaRtpSendGroup *pGroup = pContext->pGroup;
     const uint32_t nId = pContext->packer.nPayloadType;
@@ -59,7 +58,7 @@ void PacePacket(KovaSendingContext *pContext, uint32_t nPts)
     if (KovaStreamFirstSend(pContext->pStreamer, pContext->nNow, nPts, &first)) {
         TimeLog(kLogThread, "%s, First Send Packet, ID: %d, PTS: %u, Time: %u\n", kSendingThread,
                 static_cast<int>(nId), nPts, static_cast<uint32_t>(pContext->nNow));
-        return;
+        return true;
     }
     if (nPts > pGroup->nLastPts && nPts > first.nPts) {
         if (nPts - pGroup->nLastPts < kGapMilliseconds)
@@ -72,34 +71,39 @@ void PacePacket(KovaSendingContext *pContext, uint32_t nPts)
         TimeLog(kLogThread, "%s, BACK, ID: %d, Now PTS: %u, Last PTS: %u\n", kSendingThread,
                 static_cast<int>(nId), nPts, pGroup->nLastPts);
     pGroup->nLastPts = nPts;
+    return false;
 }
 
-void SendPacket(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
+void NoteTaken(KovaSendingContext *pContext, const KovaRtpPacket *pPacket)
 {
-    pContext->nNow = KovaClockMilliseconds();
-    if (pPacket->pData != nullptr && pPacket->nSize >= kRtpHeaderSize) {
-        pContext->pSender->nLastSequence = KovaRtpHeaderSequence(pPacket->pData);
-        pContext->pSender->nLastTimestamp = KovaRtpHeaderTimestamp(pPacket->pData);
-    }
-    PacePacket(pContext, pPacket->nPts);
-    KovaServeClients(pContext, pPacket);
+    if (pPacket->pData == nullptr || pPacket->nSize < kRtpHeaderSize)
+        return;
+    pContext->pSender->nLastSequence = KovaRtpHeaderSequence(pPacket->pData);
+    pContext->pSender->nLastTimestamp = KovaRtpHeaderTimestamp(pPacket->pData);
 }
 
-/// Sends until the queue is empty. A packet stays queued while it is served;
-/// the reference taken here outlasts a flush of the queue meanwhile.
+/// Sends until the queue is empty, each time all packets that are due with the
+/// oldest one. They stay queued while they are served; the references taken here
+/// outlast a flush of the queue meanwhile.
 void DrainQueue(KovaSendingContext *pContext)
 {
     KovaRtpSendGroup *pGroup = pContext->pGroup;
+    KovaPacketBatch *pBatch = &pContext->batch;
     KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     while (pGroup->pPacketList != nullptr) {
-        KovaRtpPacket *pPacket = static_cast<KovaRtpPacket *>(pGroup->pPacketList->data);
-        KovaRtpPacketAddRef(pPacket);
+        KovaRtpPacket *pFirst = static_cast<KovaRtpPacket *>(pGroup->pPacketList->data);
+        KovaRtpPacketAddRef(pFirst);
         lock.Unlock();
-        SendPacket(pContext, pPacket);
+        pContext->nNow = KovaClockMilliseconds();
+        NoteTaken(pContext, pFirst);
+        const bool bAlone = PacePacket(pContext, pFirst->nPts);
         lock.Lock();
-        if (KovaRtpSendGroupUnlinkPacket(pGroup, pPacket))
-            KovaRtpPacketReleaseRef(pPacket);
-        KovaRtpPacketReleaseRef(pPacket);
+        KovaPacketBatchFill(pBatch, pGroup, pFirst, bAlone);
+        lock.Unlock();
+        KovaServeClients(pContext);
+        NoteTaken(pContext, pBatch->packets[pBatch->nCount - 1]);
+        lock.Lock();
+        KovaPacketBatchRelease(pBatch, pGroup);
     }
 }
 

@@ -169,21 +169,24 @@ KovaSendOutcome FlushTail(KovaTcpChannel *pChannel)
     return kSendDone;
 }
 
-/// Keeps the rest of a frame that was begun. Without memory the byte stream
-/// cannot be kept whole any more, so the connection ends instead.
-bool KeepTail(KovaTcpChannel *pChannel, const uint8_t *pRest, size_t nSize)
+/// Keeps a frame of which nSent bytes are out, and goes on with it. Without memory the
+/// byte stream cannot be kept whole any more, so the connection ends instead.
+KovaSendOutcome KeepFrame(KovaTcpChannel *pChannel, const iovec &head, const iovec &packet,
+                          size_t nSent, KovaFrameProgress *pProgress)
 {
-    pChannel->pTail = static_cast<uint8_t *>(KovaHeapAlloc(nSize));
+    pChannel->pTail = static_cast<uint8_t *>(KovaHeapAlloc(head.iov_len + packet.iov_len));
     if (pChannel->pTail == nullptr) {
         shutdown(SocketOf(pChannel), SHUT_RDWR);
         errno = ENOMEM;
-        return false;
+        return kSendFailed;
     }
-    memcpy(pChannel->pTail, pRest, nSize);
-    pChannel->nTailSize = nSize;
-    pChannel->nTailSent = 0;
-    pChannel->nFrame++;
-    return true;
+    memcpy(pChannel->pTail, head.iov_base, head.iov_len);
+    memcpy(pChannel->pTail + head.iov_len, packet.iov_base, packet.iov_len);
+    pChannel->nTailSize = head.iov_len + packet.iov_len;
+    pChannel->nTailSent = nSent;
+    pProgress->bBegun = true;
+    pProgress->nFrame = ++pChannel->nFrame;
+    return FlushTail(pChannel);
 }
 
 KovaSendOutcome ContinueFrame(KovaTcpChannel *pChannel, const KovaFrameProgress &progress)
@@ -207,13 +210,58 @@ KovaSendOutcome BeginFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame, size
         return kSendAgain;
     }
     const size_t nTaken = static_cast<size_t>(nSent);
-    if (nTaken >= nSize)
-        return kSendDone;
-    if (!KeepTail(pChannel, pFrame + nTaken, nSize - nTaken))
-        return kSendFailed;
-    pProgress->bBegun = true;
-    pProgress->nFrame = pChannel->nFrame;
-    return FlushTail(pChannel);
+    const iovec frame = {const_cast<uint8_t *>(pFrame), nSize};
+    return nTaken >= nSize ? kSendDone
+                           : KeepFrame(pChannel, frame, {frame.iov_base, 0}, nTaken, pProgress);
+}
+
+/// Writes frames, none of which was begun, until one goes out in part only.
+KovaSendOutcome WriteFrames(KovaTcpChannel *pChannel, const KovaInterleavedFrame *pFrames,
+                            uint32_t nCount, uint32_t *pSent, KovaFrameProgress *pProgress)
+{
+    const KovaSendOutcome flushed = FlushTail(pChannel);
+    if (flushed != kSendDone)
+        return flushed;
+    const KovaInterleavedProgress written =
+        KovaInterleavedSend(SocketOf(pChannel), pFrames, nCount, 0);
+    *pSent += written.nFrames;
+    if (written.nFrames != 0 || written.nBytes != 0)
+        KovaStallWatchTaken(&pChannel->stall);
+    errno = written.nError;
+    if (written.nBytes == 0)
+        return written.outcome;
+    const KovaInterleavedFrame &frame = pFrames[written.nFrames];
+    uint8_t header[kInterleavedHeaderSize];
+    KovaInterleavedHeaderWrite(header, frame.nChannel, frame.nSize);
+    return KeepFrame(pChannel, {header, sizeof(header)},
+                     {const_cast<uint8_t *>(frame.pPacket), frame.nSize}, written.nBytes,
+                     pProgress);
+}
+
+KovaSendOutcome SendFramesLocked(KovaTcpChannel *pChannel, const KovaInterleavedFrame *pFrames,
+                                 uint32_t nCount, uint32_t *pSent, KovaFrameProgress *pProgress)
+{
+    KovaSendOutcome outcome = kSendDone;
+    if (pProgress->bBegun)
+        outcome = ContinueFrame(pChannel, *pProgress);
+    while (outcome == kSendDone) {
+        if (pProgress->bBegun)
+            ++*pSent;
+        pProgress->bBegun = false;
+        if (*pSent == nCount)
+            break;
+        outcome = WriteFrames(pChannel, pFrames + *pSent, nCount - *pSent, pSent, pProgress);
+    }
+    return outcome;
+}
+
+/// Takes a connection that has refused every byte for too long for broken.
+KovaSendOutcome WatchStall(KovaTcpChannel *pChannel, KovaSendOutcome outcome)
+{
+    if (outcome != kSendAgain || !KovaStallWatchRefused(&pChannel->stall, SocketOf(pChannel)))
+        return outcome;
+    errno = ECONNRESET;
+    return kSendFailed;
 }
 
 } // namespace
@@ -283,10 +331,16 @@ KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t 
     const KovaSendOutcome outcome = pProgress->bBegun
                                         ? ContinueFrame(pChannel, *pProgress)
                                         : BeginFrame(pChannel, pFrame, nSize, pProgress);
-    if (outcome != kSendAgain || !KovaStallWatchRefused(&pChannel->stall, SocketOf(pChannel)))
-        return outcome;
-    errno = ECONNRESET;
-    return kSendFailed;
+    return WatchStall(pChannel, outcome);
+}
+
+KovaSendOutcome KovaTcpChannelSendFrames(KovaTcpChannel *pChannel,
+                                         const KovaInterleavedFrame *pFrames, uint32_t nCount,
+                                         uint32_t *pSent, KovaFrameProgress *pProgress)
+{
+    *pSent = 0;
+    const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
+    return WatchStall(pChannel, SendFramesLocked(pChannel, pFrames, nCount, pSent, pProgress));
 }
 
 KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const uint8_t *pBytes,
@@ -355,6 +409,11 @@ void KovaTcpSetKeepAlive(int nSocket)
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+}
+
+void KovaTcpSetNoDelay(int nSocket)
+{
+    SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
 void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "rtp/interleaved_batch.h"
 #include "rtp/send_outcome.h"
 
 #include <sys/types.h>
@@ -58,6 +59,16 @@ void KovaTcpChannelClose(KovaTcpChannel *pChannel);
 KovaSendOutcome KovaTcpChannelSendFrame(KovaTcpChannel *pChannel, const uint8_t *pFrame,
                                         size_t nSize, KovaFrameProgress *pProgress);
 
+/// Sends interleaved frames in order, as many as go out with few system calls.
+/// kSendAgain: the next frame had no room, or not enough; call again, later, with that
+/// frame first and the same progress. It counts as sent when its rest has gone out,
+/// whoever sent it. kSendFailed: the next frame is not sent; errors as with one frame.
+/// @param pSent      receives the number of frames that are out as a whole
+/// @param pProgress  of the first frame, then of the next one
+KovaSendOutcome KovaTcpChannelSendFrames(KovaTcpChannel *pChannel,
+                                         const KovaInterleavedFrame *pFrames, uint32_t nCount,
+                                         uint32_t *pSent, KovaFrameProgress *pProgress);
+
 /// Sends a response until everything is out or the socket takes no more.
 KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const uint8_t *pBytes,
                                                 size_t nSize);
@@ -81,6 +92,10 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake);
 /// Lets the system find out when an accepted connection's peer is gone: after 30 s
 /// of silence it asks every 10 s, and the third lost answer ends the connection.
 void KovaTcpSetKeepAlive(int nSocket);
+
+/// Lets what is written to an accepted connection leave at once: the end of an access
+/// unit does not wait until the player has acknowledged its beginning.
+void KovaTcpSetNoDelay(int nSocket);
 
 /// Gives the connection its time-out of 10 s for unacknowledged data
 /// (TCP_USER_TIMEOUT), where the system has it: a peer that takes nothing for that

@@ -56,6 +56,7 @@ bool AcceptOnce(KovaRtspServer *pServer, socklen_t *pLength, bool *pHoldsZero)
     if (nSocket > 0) {
         const int nConnection = KovaDescriptorRaise(nSocket);
         KovaTcpSetKeepAlive(nConnection);
+        KovaTcpSetNoDelay(nConnection);
         AddNewRtspHandler(pServer, nConnection, peer);
         usleep(kPollMicroseconds);
         return true;

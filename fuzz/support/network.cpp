@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <string>
 
 namespace {
 
@@ -106,6 +107,12 @@ void KovaNetworkSendReports()
         entry.second.bReportWaits = entry.second.nPort % 2 == 1;
 }
 
+bool KovaNetworkReportWaits(int nSocket)
+{
+    const auto entry = g_udp.find(nSocket);
+    return entry != g_udp.end() && entry->second.bReportWaits;
+}
+
 void KovaNetworkLimit(int nSocket, int64_t nBytes)
 {
     ConnectionOf(nSocket).nLimit = nBytes;
@@ -192,6 +199,33 @@ ssize_t SendTo(int nSocket, const void *pBytes, size_t nSize, int nFlags, const 
     return static_cast<ssize_t>(nSize);
 }
 
+/// Every message is a packet: what the program's sockets are, the system does not cut.
+int SendMany(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
+{
+    if (!KovaWorldIsOn())
+        return __real_sendmmsg(nSocket, pMessages, nCount, nFlags);
+    for (unsigned n = 0; n < nCount; n++) {
+        const msghdr &message = pMessages[n].msg_hdr;
+        KovaRequire(message.msg_iovlen == 1 && message.msg_controllen == 0,
+                    "a packet is a datagram by itself");
+        SendTo(nSocket, message.msg_iov->iov_base, message.msg_iov->iov_len, nFlags,
+               static_cast<const sockaddr *>(message.msg_name), message.msg_namelen);
+    }
+    return static_cast<int>(nCount);
+}
+
+/// Frames of a connection, which are no response.
+ssize_t SendMessage(int nSocket, const msghdr *pMessage, int nFlags)
+{
+    if (!KovaWorldIsOn())
+        return __real_sendmsg(nSocket, pMessage, nFlags);
+    std::string bytes;
+    for (size_t n = 0; n < pMessage->msg_iovlen; n++)
+        bytes.append(static_cast<const char *>(pMessage->msg_iov[n].iov_base),
+                     pMessage->msg_iov[n].iov_len);
+    return Send(nSocket, bytes.data(), bytes.size(), nFlags);
+}
+
 ssize_t ReceiveFrom(int nSocket, void *pBytes, size_t nSize, int nFlags, sockaddr *pAddress,
                     socklen_t *pLength)
 {
@@ -225,6 +259,8 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_bind>(Bind);
     KovaReplaceCall<__real_send>(Send);
     KovaReplaceCall<__real_sendto>(SendTo);
+    KovaReplaceCall<__real_sendmsg>(SendMessage);
+    KovaReplaceCall<__real_sendmmsg>(SendMany);
     KovaReplaceCall<__real_recvfrom>(ReceiveFrom);
     KovaReplaceCall<__real_close>(Close);
     return true;

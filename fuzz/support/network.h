@@ -19,6 +19,9 @@ unsigned KovaNetworkUdpSockets();
 /// A report waits on every UDP socket for RTCP.
 void KovaNetworkSendReports();
 
+/// Whether one does on this socket.
+bool KovaNetworkReportWaits(int nSocket);
+
 /// Only so many bytes more go out on this end of a connection; -1: no limit.
 void KovaNetworkLimit(int nSocket, int64_t nBytes);
 

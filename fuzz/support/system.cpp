@@ -70,8 +70,14 @@ int Poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
 {
     if (!KovaWorldIsOn())
         return __real_poll(pEntries, nCount, nMilliseconds);
-    const int nReady = __real_poll(pEntries, nCount, 0);
-    if (nReady != 0)
+    int nReady = __real_poll(pEntries, nCount, 0);
+    for (nfds_t n = 0; n < nCount; n++) {
+        if (pEntries[n].revents == 0 && KovaNetworkReportWaits(pEntries[n].fd)) {
+            pEntries[n].revents = POLLIN;
+            nReady++;
+        }
+    }
+    if (nReady != 0 || nMilliseconds == 0)
         return nReady;
     KovaWorldSleep(int64_t{nMilliseconds} * 1000, KovaWorldSockets());
     return __real_poll(pEntries, nCount, 0);

@@ -322,6 +322,38 @@ ssize_t Send(int nSocket, const void *pData, size_t nSize, int nFlags)
     return __real_send(nSocket, pData, nSize, nFlags);
 }
 
+/// What goes to an address counts as sendto(), the rest as send().
+ssize_t SendMessage(int nSocket, const msghdr *pMessage, int nFlags)
+{
+    if (pMessage->msg_name != nullptr)
+        return Fails<kFaultSendTo>() ? -1 : __real_sendmsg(nSocket, pMessage, nFlags);
+    std::vector<iovec> parts(pMessage->msg_iov, pMessage->msg_iov + pMessage->msg_iovlen);
+    size_t nSize = 0;
+    for (const iovec &part : parts)
+        nSize += part.iov_len;
+    if (KovaFaultHooks::Fails(kFaultSend, &nSize))
+        return -1;
+    for (iovec &part : parts) {
+        part.iov_len = std::min(part.iov_len, nSize);
+        nSize -= part.iov_len;
+    }
+    msghdr message = *pMessage;
+    message.msg_iov = parts.data();
+    return __real_sendmsg(nSocket, &message, nFlags);
+}
+
+/// Every message counts.
+int SendMessages(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
+{
+    for (unsigned n = 0; n < nCount; n++) {
+        const ssize_t nSent = SendMessage(nSocket, &pMessages[n].msg_hdr, nFlags);
+        if (nSent < 0)
+            return n != 0 ? static_cast<int>(n) : -1;
+        pMessages[n].msg_len = static_cast<unsigned>(nSent);
+    }
+    return static_cast<int>(nCount);
+}
+
 int Sleep(useconds_t nMicroseconds)
 {
     return Fails<kFaultSleep>() ? -1 : __real_usleep(std::min(nMicroseconds, kLongestRest));
@@ -337,6 +369,8 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_munmap>(Unmap);
     KovaReplaceCall<__real_pthread_create>(CreateThread);
     KovaReplaceCall<__real_send>(Send);
+    KovaReplaceCall<__real_sendmsg>(SendMessage);
+    KovaReplaceCall<__real_sendmmsg>(SendMessages);
     KovaReplaceCall<__real_usleep>(Sleep);
     KovaReplaceCall<__real_socket>(OpenSocket);
     KovaReplaceCall<__real_bind>(Bind);

@@ -17,10 +17,10 @@ enum KovaFaultCall : uint32_t {
     kFaultSocket = 1U << 4,
     kFaultBind = 1U << 5,
     kFaultListen = 1U << 6,
-    kFaultSetOption = 1U << 7, ///< setsockopt()
-    kFaultAccept = 1U << 8,    ///< accept() and accept4()
-    kFaultSend = 1U << 9,
-    kFaultSendTo = 1U << 10,
+    kFaultSetOption = 1U << 7,    ///< setsockopt()
+    kFaultAccept = 1U << 8,       ///< accept() and accept4()
+    kFaultSend = 1U << 9,         ///< send(), and sendmsg() into a connection
+    kFaultSendTo = 1U << 10,      ///< sendto(), and each message of sendmmsg()
     kFaultReceive = 1U << 11,     ///< recv()
     kFaultReceiveFrom = 1U << 12, ///< recvfrom()
     kFaultPoll = 1U << 13,

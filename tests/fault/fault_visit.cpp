@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -118,8 +120,10 @@ private:
                 response = m_client.Receive(nMilliseconds);
                 return response.bComplete || HasEnded();
             });
-        if (method == "SETUP" && response.nStatus == 200)
+        if (method == "SETUP" && response.nStatus == 200) {
             m_client.SetSession(response.Session());
+            m_setUp = response.text;
+        }
         m_visit.steps.push_back({method, m_client.LastCSeq(), response.bComplete, response.nStatus,
                                  Constant(response.text)});
         return response.bComplete || !HasEnded();
@@ -154,8 +158,24 @@ private:
             m_plan.nKind == kVisitUdp
                 ? KovaUdpTransport(Ports(nTrack).RtpPort())
                 : KovaTcpTransport(nTrack == kAudioTrack ? kAudioChannel : kVideoChannel);
-        return Ask("SETUP", std::string(kVisitUri) + "/trackID=" + std::to_string(nTrack),
-                   KovaTransportLine(transport));
+        const bool bGoOn =
+            Ask("SETUP", std::string(kVisitUri) + "/trackID=" + std::to_string(nTrack),
+                KovaTransportLine(transport));
+        if (m_plan.nKind == kVisitUdp)
+            Report(nTrack);
+        return bGoOn;
+    }
+
+    /// A receiver report, which waits for the server until it sends.
+    void Report(int nTrack)
+    {
+        constexpr std::string_view kKey = "server_port=";
+        const size_t nAt = m_setUp.find(kKey);
+        if (nAt == std::string::npos)
+            return;
+        const int nRtpPort = std::atoi(m_setUp.c_str() + nAt + kKey.size());
+        Ports(nTrack).SendRtcp(static_cast<uint16_t>(nRtpPort + 1),
+                               std::string_view("\x81\xC9\0\1\0\0\0\0", 8));
     }
 
     bool Play()
@@ -222,6 +242,7 @@ private:
     }
 
     const KovaVisitPlan &m_plan;
+    std::string m_setUp; ///< the last answer to SETUP
     KovaVisit m_visit;
     KovaRtspTestClient m_client;
     KovaUdpPair m_audioPorts;

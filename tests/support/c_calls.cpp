@@ -80,6 +80,11 @@ int __wrap_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, so
     return Lead<__real_setsockopt>(nSocket, nLevel, nName, pValue, nSize);
 }
 
+int __wrap_getsockopt(int nSocket, int nLevel, int nName, void *pValue, socklen_t *pSize)
+{
+    return Lead<__real_getsockopt>(nSocket, nLevel, nName, pValue, pSize);
+}
+
 int __wrap_accept(int nSocket, sockaddr *pAddress, socklen_t *pSize)
 {
     return Lead<__real_accept>(nSocket, pAddress, pSize);
@@ -99,6 +104,16 @@ ssize_t __wrap_sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
                       const sockaddr *pAddress, socklen_t nAddressSize)
 {
     return Lead<__real_sendto>(nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
+}
+
+ssize_t __wrap_sendmsg(int nSocket, const msghdr *pMessage, int nFlags)
+{
+    return Lead<__real_sendmsg>(nSocket, pMessage, nFlags);
+}
+
+int __wrap_sendmmsg(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
+{
+    return Lead<__real_sendmmsg>(nSocket, pMessages, nCount, nFlags);
 }
 
 ssize_t __wrap_recv(int nSocket, void *pData, size_t nSize, int nFlags)

@@ -30,11 +30,14 @@ int __real_socket(int nDomain, int nType, int nProtocol);
 int __real_bind(int nSocket, const sockaddr *pAddress, socklen_t nSize);
 int __real_listen(int nSocket, int nBacklog);
 int __real_setsockopt(int nSocket, int nLevel, int nName, const void *pValue, socklen_t nSize);
+int __real_getsockopt(int nSocket, int nLevel, int nName, void *pValue, socklen_t *pSize);
 int __real_accept(int nSocket, sockaddr *pAddress, socklen_t *pSize);
 int __real_accept4(int nSocket, sockaddr *pAddress, socklen_t *pSize, int nFlags);
 ssize_t __real_send(int nSocket, const void *pData, size_t nSize, int nFlags);
 ssize_t __real_sendto(int nSocket, const void *pData, size_t nSize, int nFlags,
                       const sockaddr *pAddress, socklen_t nAddressSize);
+ssize_t __real_sendmsg(int nSocket, const msghdr *pMessage, int nFlags);
+int __real_sendmmsg(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags);
 ssize_t __real_recv(int nSocket, void *pData, size_t nSize, int nFlags);
 ssize_t __real_recvfrom(int nSocket, void *pData, size_t nSize, int nFlags, sockaddr *pAddress,
                         socklen_t *pAddressSize);

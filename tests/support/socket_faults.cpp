@@ -2,9 +2,11 @@
 
 #include "tests/support/c_calls.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -69,6 +71,46 @@ ssize_t Send(int nSocket, const void *pData, size_t nSize, int nFlags)
     return SendTo(nSocket, pData, nSize, nFlags, nullptr, 0);
 }
 
+/// The message, cut to so many bytes.
+std::vector<iovec> Cut(const msghdr &message, size_t nMost)
+{
+    std::vector<iovec> parts(message.msg_iov, message.msg_iov + message.msg_iovlen);
+    for (iovec &part : parts) {
+        part.iov_len = std::min(part.iov_len, nMost);
+        nMost -= part.iov_len;
+    }
+    return parts;
+}
+
+ssize_t SendMessage(int nSocket, const msghdr *pMessage, int nFlags)
+{
+    KovaScriptedSend scripted;
+    if (!KovaSocketHooks::NextSend(nSocket, nFlags, &scripted))
+        return __real_sendmsg(nSocket, pMessage, nFlags);
+    if (scripted.nError > 0) {
+        errno = scripted.nError;
+        return -1;
+    }
+    if (scripted.nMost == 0)
+        return 0;
+    std::vector<iovec> parts = Cut(*pMessage, scripted.nMost);
+    msghdr message = *pMessage;
+    message.msg_iov = parts.data();
+    return __real_sendmsg(nSocket, &message, nFlags);
+}
+
+/// Every message is a send of its own.
+int SendMessages(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
+{
+    for (unsigned n = 0; n < nCount; n++) {
+        const ssize_t nSent = SendMessage(nSocket, &pMessages[n].msg_hdr, nFlags);
+        if (nSent < 0)
+            return n != 0 ? static_cast<int>(n) : -1;
+        pMessages[n].msg_len = static_cast<unsigned>(nSent);
+    }
+    return static_cast<int>(nCount);
+}
+
 int Close(int nSocket)
 {
     KovaSocketHooks::Closing(nSocket);
@@ -81,6 +123,8 @@ KovaSocketFaults::KovaSocketFaults()
 {
     KovaReplaceCall<__real_send>(Send);
     KovaReplaceCall<__real_sendto>(SendTo);
+    KovaReplaceCall<__real_sendmsg>(SendMessage);
+    KovaReplaceCall<__real_sendmmsg>(SendMessages);
     KovaReplaceCall<__real_close>(Close);
     g_pFaults.store(this);
 }

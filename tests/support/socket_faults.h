@@ -11,9 +11,9 @@ struct KovaScriptedSend {
     size_t nMost = 0;
 };
 
-/// What the system does to send(), sendto() and close() of the test program, the
-/// library's objects included. Descriptors that no test watches are not touched.
-/// One object at a time.
+/// What the system does to send(), sendto(), sendmsg(), each message of sendmmsg()
+/// and close() of the test program, the library's objects included. Descriptors that no test
+/// watches are not touched. One object at a time.
 class KovaSocketFaults {
 public:
     KovaSocketFaults();

@@ -188,13 +188,13 @@ TEST_F(ServeClientsTest, NeighbourThatIsRemovedWhileAPlayerIsGivenUpIsNotServed)
     KovaRtpClientDestroy(pNeighbour);
 }
 
-TEST_F(ServeClientsTest, WhoeverWaitsForTheClientsIsLetInAfterEachPacket)
+TEST_F(ServeClientsTest, WhoeverWaitsForTheClientsIsLetInAfterEachBatch)
 {
     delivery.Add(udp.Client("1"));
     pGroup->nClientWaiters = 1; // as if somebody came just now
     const KovaSleepCounter sleeps;
     for (uint16_t n = 1; n <= 5; n++)
-        delivery.Queue({n});
+        delivery.Queue({n, 90000, n * 2000U}); // too far apart for a schedule
     ASSERT_EQ(KovaRtpSendGroupStart(pGroup), 0);
     ASSERT_TRUE(delivery.Drain());
     EXPECT_GE(sleeps.Count(), 5);
