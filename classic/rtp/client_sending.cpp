@@ -132,11 +132,9 @@ KovaSendOutcome SendFrames(KovaPacketBatch *pBatch, const KovaRtpClient *pClient
         errno = pClient->pChannel == nullptr ? EBADF : EMSGSIZE;
         return kSendFailed;
     }
-    const uint8_t nChannel = static_cast<uint8_t>(pClient->nRtpChannel);
-    for (uint32_t n = nFirst; n < nFirst + nCount; n++)
-        pBatch->frames[n].nChannel = nChannel;
-    return KovaTcpChannelSendFrames(pClient->pChannel, pBatch->frames + nFirst, nCount, pSent,
-                                    pProgress);
+    const KovaInterleavedFrame *pFrames =
+        KovaPacketBatchFrames(pBatch, static_cast<uint8_t>(pClient->nRtpChannel));
+    return KovaTcpChannelSendFrames(pClient->pChannel, pFrames + nFirst, nCount, pSent, pProgress);
 }
 
 /// Another error than a full socket. UDP packets are simply lost; a connection

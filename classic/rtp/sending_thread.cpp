@@ -15,9 +15,10 @@ namespace {
 /// state word that somebody wrote without one.
 constexpr uint32_t kIdleMilliseconds = 1000;
 
-/// Longest sleep of a held packet: how late a clock that was set is noticed. Without
-/// players that matters less than a processor that may rest.
-constexpr uint32_t kHoldStepMilliseconds = 10;
+/// Longest sleep of a held packet: how late a clock that was set is noticed. Pictures
+/// come more often, so that each costs one wake-up. Without players it matters less
+/// than a processor that may rest.
+constexpr uint32_t kHoldStepMilliseconds = 50;
 constexpr uint32_t kEmptyHoldStepMilliseconds = 100;
 
 constexpr uint32_t kGapMilliseconds = 1000;
@@ -131,5 +132,6 @@ void *pSenderProc(void *pSendGroup)
         if (KovaThreadRuns(pGroup->nState))
             KovaEventWait(&pGroup->work, kIdleMilliseconds);
     }
+    KovaKeptBufferFree(&context.batch.framed);
     return Leave(pGroup, "");
 }

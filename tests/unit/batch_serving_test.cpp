@@ -494,6 +494,24 @@ TEST_F(BatchServingTest, ClientsOfOneConnectionKeepTheirChannels)
     EXPECT_EQ(tcp.Receive(10000, 50), expected);
 }
 
+/// From the third one on they share a copy of the frames: each has its own channel in it.
+TEST_F(BatchServingTest, ManyClientsInConnectionsGetTheirOwnFrames)
+{
+    const std::vector<uint16_t> channels = {0, 6, 0, 2, 8};
+    for (size_t n = 0; n < channels.size(); n++)
+        Reported(tcp.Client(std::to_string(n + 1).c_str(), channels[n],
+                            static_cast<uint16_t>(channels[n] + 1)));
+    KovaBytes expected;
+    for (const uint16_t nChannel : channels) {
+        for (uint16_t n = 1; n <= 3; n++) {
+            const KovaBytes frame = KovaFrameOf(nChannel, KovaPacketBytes(Plan(n)));
+            expected.insert(expected.end(), frame.begin(), frame.end());
+        }
+    }
+    Serve(Plans(3));
+    EXPECT_EQ(tcp.Receive(10000, 50), expected);
+}
+
 /// A stream whose first timestamp is 0 makes the schedule anew with each packet.
 TEST_F(BatchServingTest, PacketThatMakesTheScheduleIsServedAlone)
 {
