@@ -4,6 +4,7 @@
 #include "tests/support/test_server.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -237,6 +238,22 @@ void *Calloc(size_t nCount, size_t nSize)
     return Fails<kFaultCalloc>() ? nullptr : Given(__real_calloc(nCount, nSize));
 }
 
+void *Map(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset)
+{
+    void *pPages = Fails<kFaultMap>()
+                       ? MAP_FAILED
+                       : __real_mmap(pWish, nSize, nProtection, nFlags, nFile, nOffset);
+    if (pPages != MAP_FAILED)
+        Given(pPages);
+    return pPages;
+}
+
+int Unmap(void *pPages, size_t nSize)
+{
+    TakenBack(pPages);
+    return __real_munmap(pPages, nSize);
+}
+
 void *Realloc(void *pBlock, size_t nSize)
 {
     if (Fails<kFaultRealloc>())
@@ -348,6 +365,8 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_calloc>(Calloc);
     KovaReplaceCall<__real_realloc>(Realloc);
     KovaReplaceCall<__real_free>(Free);
+    KovaReplaceCall<__real_mmap>(Map);
+    KovaReplaceCall<__real_munmap>(Unmap);
     KovaReplaceCall<__real_pthread_create>(CreateThread);
     KovaReplaceCall<__real_send>(Send);
     KovaReplaceCall<__real_sendmsg>(SendMessage);

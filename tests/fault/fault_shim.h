@@ -11,7 +11,8 @@ enum KovaFaultCall : uint32_t {
     kFaultMalloc = 1U << 0,
     kFaultCalloc = 1U << 1,
     kFaultRealloc = 1U << 2,
-    kFaultHeap = kFaultMalloc | kFaultCalloc | kFaultRealloc,
+    kFaultMap = 1U << 18, ///< mmap()
+    kFaultHeap = kFaultMalloc | kFaultCalloc | kFaultRealloc | kFaultMap,
     kFaultThread = 1U << 3, ///< pthread_create()
     kFaultSocket = 1U << 4,
     kFaultBind = 1U << 5,

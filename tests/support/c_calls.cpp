@@ -39,6 +39,16 @@ void __wrap_free(void *pBlock)
     return Lead<__real_free>(pBlock);
 }
 
+void *__wrap_mmap(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset)
+{
+    return Lead<__real_mmap>(pWish, nSize, nProtection, nFlags, nFile, nOffset);
+}
+
+int __wrap_munmap(void *pPages, size_t nSize)
+{
+    return Lead<__real_munmap>(pPages, nSize);
+}
+
 int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
                           void *(*pfnBody)(void *), void *pArgument)
 {

@@ -21,6 +21,8 @@ void *__real_malloc(size_t nSize);
 void *__real_calloc(size_t nCount, size_t nSize);
 void *__real_realloc(void *pBlock, size_t nSize);
 void __real_free(void *pBlock);
+void *__real_mmap(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset);
+int __real_munmap(void *pPages, size_t nSize);
 int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
                           void *(*pfnBody)(void *), void *pArgument);
 int __real_pthread_mutex_unlock(pthread_mutex_t *pMutex);

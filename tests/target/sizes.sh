@@ -4,7 +4,7 @@
 #     sizes.sh <target> <stripped library>
 #
 # Prints one line of the table and fails when text or file have grown by more than 5 %, or when the
-# smallest build has more than 68 KiB of text. SIZE names the target's size program.
+# smallest build has more than 74 KiB of text. SIZE names the target's size program.
 set -euo pipefail
 target=$1
 library=$2
@@ -33,8 +33,8 @@ if ((file * 100 > most_file * 105)); then
     echo "$target: a file of $file bytes, more than 5 % above $most_file"
     status=1
 fi
-if [[ $target == mips-musl-size ]] && ((text > 69632)); then
-    echo "$target: $text bytes of text, more than 68 KiB"
+if [[ $target == mips-musl-size ]] && ((text > 75776)); then
+    echo "$target: $text bytes of text, more than 74 KiB"
     status=1
 fi
 exit $status
