@@ -87,8 +87,9 @@ void SendByTcp(KovaLiveSession *pSession, KovaLiveSetup *pSetup, KovaUnit *pUnit
         QueueRest(pSession, pSetup, pUnit, nFirst, nEnd);
         return;
     }
-    for (uint32_t nFrame = 0; nFrame < nEnd - nFirst; nFrame++)
-        pFrames[nFrame].nChannel = pSetup->nRtpChannel;
+    // The last player's frames will do, if it has the same channel.
+    if (pFrames[0].nChannel != pSetup->nRtpChannel)
+        KovaMediaFrames(pUnit, nFirst, nEnd, pSetup->nRtpChannel, pFrames);
     const KovaInterleavedProgress progress =
         KovaInterleavedSend(pConnection->item.nDescriptor, pFrames, nEnd - nFirst, 0);
     KovaMediaCount(pSession, pSetup, pUnit, nFirst, nFirst + progress.nFrames);
@@ -118,7 +119,7 @@ void SendPiece(KovaLiveLoop *pLoop, const KovaLiveStream *pStream, KovaUnit *pUn
 {
     KovaInterleavedFrame frames[kMediaPiece];
     iovec packets[kMediaPiece];
-    KovaMediaFrames(pUnit, nFirst, nEnd, 0, frames);
+    KovaMediaFrames(pUnit, nFirst, nEnd, pUnit->nChannel, frames);
     KovaMediaPackets(pUnit, nFirst, nEnd, packets);
     KovaUdpRound round = {pUnit, packets, nFirst, nEnd, 0, {}, {}};
     for (KovaLiveSession *pSession = pStream->pPlayers[pLoop->nIndex]; pSession != nullptr;
