@@ -71,6 +71,13 @@ bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, siz
 /// queues of its players.
 void KovaConnectionFlush(KovaLiveConnection *pConnection);
 
+/// Whether something is to be sent that the peer has not taken.
+bool KovaConnectionWaits(const KovaLiveConnection *pConnection);
+
+/// A session's frame that is out in part becomes something that is pending: the session may
+/// go, or lose what it has queued, and the frame is finished all the same.
+void KovaConnectionFinishFrame(KovaLiveSession *pSession);
+
 /// Waits for what can happen next.
 void KovaConnectionArm(KovaLiveConnection *pConnection);
 

@@ -86,11 +86,6 @@ void LeaveConnection(KovaLiveSession *pSession)
     while (*ppLink != pSession)
         ppLink = &(*ppLink)->pNextOwn;
     *ppLink = pSession->pNextOwn;
-    // The rest of a frame that is out in part will not come: nothing behind it could be read.
-    if (pConnection->pBegun == pSession) {
-        pConnection->pBegun = nullptr;
-        KovaConnectionFail(pConnection);
-    }
     pSession->pConnection = nullptr;
     pConnection->nActive = pConnection->pLoop->nNow;
     KovaConnectionArm(pConnection);
@@ -199,8 +194,8 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
 void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
 {
     KovaLiveLoop *pLoop = LoopHeld(pSession);
-    const bool bStays = nReason != KOVA_LIVE_WENT_CONNECTION;
-    if (bStays && (pSession->pConnection == nullptr || pSession->pConnection->pBegun != pSession))
+    KovaConnectionFinishFrame(pSession);
+    if (nReason != KOVA_LIVE_WENT_CONNECTION)
         KovaRtcpSendBye(pSession);
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
@@ -253,12 +248,7 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
-    KovaLiveConnection *pConnection = pSession->pConnection;
-    if (pConnection != nullptr && pConnection->pBegun == pSession &&
-        KovaQueueAt(pSession, 0)->pSetup == pSetup) {
-        pConnection->pBegun = nullptr;
-        KovaConnectionFail(pConnection);
-    }
+    KovaConnectionFinishFrame(pSession);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)
@@ -292,8 +282,11 @@ void KovaSessionPlay(KovaLiveSession *pSession)
 {
     if (pSession->state == kSessionPlaying)
         return;
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
+        pSetup->bTakes = false; // of a unit whose rest is still to come
+    }
+    pSession->nJoined = pSession->pLoop->nNow;
     KovaUnit **ppKept = nullptr;
     uint32_t nKept = 0;
     KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
@@ -315,12 +308,8 @@ void KovaSessionPause(KovaLiveSession *pSession)
         return;
     UnlinkPlayer(pSession);
     pSession->state = kSessionPaused;
-    const bool bBegun =
-        pSession->pConnection != nullptr && pSession->pConnection->pBegun == pSession;
-    if (bBegun)
-        KovaQueueCut(pSession);
-    else
-        KovaQueueClear(pSession, nullptr);
+    KovaConnectionFinishFrame(pSession);
+    KovaQueueClear(pSession, nullptr);
 }
 
 void KovaSessionHeard(KovaLiveSession *pSession)

@@ -255,7 +255,7 @@ uint32_t KovaNumberAt(const std::string &bytes, size_t nAt)
     return nValue;
 }
 
-std::string KovaReceiverReport(uint32_t nSsrc, uint8_t nLoss, bool bBlock, bool bBye)
+std::string KovaLiveReport(uint32_t nSsrc, uint8_t nLoss, bool bBlock, bool bBye)
 {
     constexpr uint32_t kOwn = 0x01020304;
     std::string report = KovaMediaBytes({bBlock ? 0x81 : 0x80, 201, 0, bBlock ? 7 : 1});

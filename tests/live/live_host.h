@@ -103,5 +103,5 @@ std::vector<KovaRtcpPart> KovaRtcpParts(const std::string &compound);
 uint32_t KovaNumberAt(const std::string &bytes, size_t nAt);
 
 /// A receiver report, with one block about nSsrc if bBlock, and a BYE behind it if bBye.
-std::string KovaReceiverReport(uint32_t nSsrc, uint8_t nLoss = 0, bool bBlock = true,
-                               bool bBye = false);
+std::string KovaLiveReport(uint32_t nSsrc, uint8_t nLoss = 0, bool bBlock = true,
+                           bool bBye = false);

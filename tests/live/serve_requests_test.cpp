@@ -257,7 +257,7 @@ TEST_F(LiveServe, RequestsMayComeInPieces)
 
 TEST_F(LiveServe, RequestMayBeSplitAnywhere)
 {
-    const std::string report = KovaInterleaved(1, KovaReceiverReport(1, 0, false));
+    const std::string report = KovaInterleaved(1, KovaLiveReport(1, 0, false));
     ASSERT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
     const std::string text = report + client.Text("GET_PARAMETER", "cam") + report;
     for (size_t nSplit = 1; nSplit < text.size(); nSplit++) {
