@@ -2,6 +2,7 @@
 
 #include "foundation/heap.h"
 #include "live/engine/notices.h"
+#include "live/engine/peer_counts.h"
 #include "live/engine/rtcp_in.h"
 
 #include <arpa/inet.h>
@@ -185,34 +186,36 @@ KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
     return nullptr;
 }
 
-void NoteAddresses(KovaLiveConnection *pConnection)
+void NoteOwnAddress(KovaLiveConnection *pConnection)
 {
-    socklen_t nLength = sizeof(pConnection->peer);
-    getpeername(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->peer),
-                &nLength);
-    nLength = sizeof(pConnection->local);
+    socklen_t nLength = sizeof(pConnection->local);
     getsockname(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->local),
                 &nLength);
 }
 
 } // namespace
 
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
+void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
+{
+    close(nSocket);
+    KovaPeerLeave(pLoop->pLive, peer.sin_addr.s_addr);
+    pLoop->nLoad--;
+    pLoop->pLive->nConnections--;
+}
+
+void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveConnection *pConnection = Make(pLoop, nSocket);
-    if (pConnection == nullptr) {
-        close(nSocket);
-        pLoop->nLoad--;
-        pLoop->pLive->nConnections--;
-        return;
-    }
+    if (pConnection == nullptr)
+        return KovaConnectionForget(pLoop, nSocket, peer);
     SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
     pConnection->pLoop = pLoop;
-    NoteAddresses(pConnection);
+    pConnection->peer = peer;
+    NoteOwnAddress(pConnection);
     pConnection->nActive = pLoop->nNow;
     pConnection->nProgress = pLoop->nNow;
     pConnection->pNext = pLoop->pConnections;
@@ -241,14 +244,12 @@ void KovaConnectionEnd(KovaLiveConnection *pConnection)
         pConnection->pNext->ppLink = pConnection->ppLink;
     KovaPollerRemove(pLoop->pPoller, &pConnection->item);
     KovaTimersLeave(&pLoop->timers, &pConnection->timer);
-    close(pConnection->item.nDescriptor);
+    KovaConnectionForget(pLoop, pConnection->item.nDescriptor, pConnection->peer);
     KovaRequestReaderClear(&pConnection->reader);
     free(pConnection->pending.pBytes);
     KovaStreamRelease(pConnection->pHeldStream);
     free(pConnection->pHeldText);
     free(pConnection);
-    pLoop->nLoad--;
-    pLoop->pLive->nConnections--;
 }
 
 void KovaConnectionFail(KovaLiveConnection *pConnection)

@@ -53,9 +53,11 @@ struct KovaLiveConnection {
     char szHeldCSeq[24];
 };
 
-/// Takes an accepted socket in, which is the loop's from then on in any case. A limit
-/// answers 503 and closes.
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket);
+/// Takes an accepted socket in, which was counted and is the loop's from then on in any case.
+void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
+
+/// Closes a connection's socket and counts it out.
+void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
 
 /// Ends a connection: its interleaved players end, its UDP players go on by themselves.
 void KovaConnectionEnd(KovaLiveConnection *pConnection);

@@ -1,6 +1,7 @@
 #include "live/engine/connection.h"
 #include "live/engine/loop.h"
 #include "live/engine/notices.h"
+#include "live/engine/peer_counts.h"
 
 #include "foundation/descriptor.h"
 
@@ -34,23 +35,14 @@ KovaLiveLoop *LeastBusy(const KovaLive *pLive)
     return pBest;
 }
 
-uint32_t ConnectionsOf(KovaLiveLoop *pLoop, uint32_t nAddress)
+/// Counts the connection in, unless it is one too many.
+bool CountIn(KovaLive *pLive, const sockaddr_in &peer)
 {
-    uint32_t nCount = 0;
-    for (const KovaLiveConnection *pConnection = pLoop->pConnections; pConnection != nullptr;
-         pConnection = pConnection->pNext)
-        nCount += pConnection->peer.sin_addr.s_addr == nAddress ? 1 : 0;
-    return nCount;
-}
-
-/// With several loops each counts its own: the limit holds for every one of them.
-bool IsTooMany(KovaLiveLoop *pLoop, const sockaddr_in &peer)
-{
-    const KovaLiveSettings &settings = pLoop->pLive->settings;
-    if (pLoop->pLive->nConnections >= settings.nMaxConnections)
-        return true;
-    return settings.nMaxPerAddress != 0 &&
-           ConnectionsOf(pLoop, peer.sin_addr.s_addr) >= settings.nMaxPerAddress;
+    if (pLive->nConnections >= pLive->settings.nMaxConnections ||
+        !KovaPeerEnter(pLive, peer.sin_addr.s_addr))
+        return false;
+    pLive->nConnections++;
+    return true;
 }
 
 void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
@@ -67,18 +59,14 @@ void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
     close(nSocket);
 }
 
-void Hand(KovaLiveLoop *pLoop, int nSocket)
+void Hand(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveLoop *pTaker = LeastBusy(pLoop->pLive);
     pTaker->nLoad++;
-    pLoop->pLive->nConnections++;
-    if (pTaker == pLoop) {
-        KovaConnectionTake(pLoop, nSocket);
-    } else if (!KovaLoopPost(pTaker, kOrderConnection, nullptr, nullptr, nSocket)) {
-        pTaker->nLoad--;
-        pLoop->pLive->nConnections--;
-        close(nSocket);
-    }
+    if (pTaker == pLoop)
+        KovaConnectionTake(pLoop, nSocket, peer);
+    else if (!KovaLoopPostConnection(pTaker, nSocket, peer))
+        KovaConnectionForget(pTaker, nSocket, peer);
 }
 
 /// There are no descriptors: whoever waits is let in by the one that is kept for that, and
@@ -106,10 +94,10 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
             KovaDescriptorRaise(accept4(pItem->nDescriptor, reinterpret_cast<sockaddr *>(&peer),
                                         &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (nSocket >= 0) {
-            if (IsTooMany(pLoop, peer))
-                Refuse(pLoop, nSocket, peer);
+            if (CountIn(pLoop->pLive, peer))
+                Hand(pLoop, nSocket, peer);
             else
-                Hand(pLoop, nSocket);
+                Refuse(pLoop, nSocket, peer);
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             KovaNoticeLog(pLoop, KOVA_LIVE_LOG_ERROR, "no connection can be taken: %s",
                           errno == EMFILE || errno == ENFILE ? "no descriptors" : "no memory");

@@ -42,7 +42,7 @@ void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES
         KovaDeliverUnit(pLoop, pMessage);
         return;
     case kOrderConnection:
-        KovaConnectionTake(pLoop, pMessage->nSocket);
+        KovaConnectionTake(pLoop, pMessage->nSocket, pMessage->peer);
         break;
     case kOrderReady:
         if (pLoop->nIndex == 0)
