@@ -86,9 +86,10 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     uint8_t frame[kMostSize];
     uint8_t *pPacket = frame + kInterleavedHeaderSize;
     const uint64_t nNow = pSession->pLoop->nNow;
-    // A report that finds the connection full would only make it fuller.
+    // A report that finds the connection full would only make it fuller. The first one comes
+    // in any case: without it a player cannot bring its tracks together.
     const KovaLiveConnection *pConnection = pSession->pConnection;
-    const bool bFull = pSetup->bInterleaved &&
+    const bool bFull = pSetup->bInterleaved && pSetup->nNextReport != 0 &&
                        (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr);
     if (!bFull && WriteReport(pPacket, pSession, pSetup)) {
         const uint32_t nSsrc =
