@@ -45,6 +45,7 @@ struct Server {
     KovaLiveStream *pStream = nullptr;
     KovaLiveTrack *pTrack = nullptr;
     uint16_t nPort = 0;
+    bool bSecret = false; ///< there is a stream with a user of its own
 
     /// Whether everything could be had.
     bool Open(uint32_t nThreads = 1)
@@ -75,6 +76,7 @@ struct Server {
         secret.users = &user;
         secret.user_count = 1;
         const int32_t nSecret = KovaLiveAddStream(pLive, "secret", &secret, &pPrivate);
+        bSecret = nSecret == KOVA_LIVE_OK;
         const int32_t nStream = KovaLiveAddStream(pLive, "cam", &stream, &pStream);
         EXPECT_TRUE(IsOneOf(nStream, {KOVA_LIVE_OK, KOVA_LIVE_ERROR_MEMORY}));
         EXPECT_TRUE(IsOneOf(nSecret, {KOVA_LIVE_OK, KOVA_LIVE_ERROR_MEMORY}));
@@ -94,7 +96,7 @@ struct Server {
     }
 };
 
-/// One of the pictures, in the right order and whole or missing: returns which came.
+/// The pictures that came whole, in their order; others are missing, never changed.
 std::string PicturesOf(KovaLiveClient *pClient, size_t nMost, int nMilliseconds)
 {
     std::string pictures;
@@ -136,10 +138,9 @@ void Visit(const Server &server, bool bUdp, bool bWhole)
     };
     EXPECT_TRUE(bConnected);
     ask(client.Text("OPTIONS", "*"));
-    const std::string secret = client.Text("DESCRIBE", "secret");
-    if (client.Send(secret)) {
+    if (server.bSecret && client.Send(client.Text("DESCRIBE", "secret"))) {
         const int nStatus = client.Receive(nWait).nStatus;
-        EXPECT_TRUE(bWhole ? nStatus == 401 : IsOneOf(nStatus, {-1, 401, 404, 503})) << nStatus;
+        EXPECT_TRUE(bWhole ? nStatus == 401 : IsOneOf(nStatus, {-1, 401, 503})) << nStatus;
     }
     ask(client.Text("DESCRIBE", "cam"));
     const KovaLiveAnswer setup = bUdp ? client.SetupUdp("cam", 1) : client.SetupTcp("cam", 1);
@@ -150,14 +151,10 @@ void Visit(const Server &server, bool bUdp, bool bWhole)
     const int nPlay = ask(client.Text("PLAY", "cam"));
     EXPECT_TRUE(IsOneOf(Push(server.pTrack, 'b', 40000), {KOVA_LIVE_OK, KOVA_LIVE_DROPPED}));
     EXPECT_TRUE(IsOneOf(Push(server.pTrack, 'c', 80000), {KOVA_LIVE_OK, KOVA_LIVE_DROPPED}));
-    const std::string pictures = nPlay == 200 ? PicturesOf(&client, bWhole ? 3 : 3, nWait) : "";
+    const std::string pictures = nPlay == 200 ? PicturesOf(&client, 3, nWait) : "";
     if (bWhole) {
-        EXPECT_EQ(pictures.substr(1), "bc");
-    } else {
-        EXPECT_TRUE(
-            std::is_sorted(pictures.begin(), pictures.end() - (pictures.size() > 1 ? 0 : 0)) ||
-            pictures.find("cb") == 0)
-            << pictures;
+        ASSERT_EQ(pictures.size(), 3U);
+        EXPECT_EQ(pictures.substr(1), "bc") << "behind the one that was kept";
     }
     ask(client.Text("GET_PARAMETER", "cam"));
     ask(client.Text("TEARDOWN", "cam"));
