@@ -391,6 +391,17 @@ TEST(LiveSessionLimits, SessionsBeyondTheLimitAreRefused)
     EXPECT_TRUE(KovaLivePlayTcp(&player, host));
 }
 
+TEST(LiveSessionLimits, PortsAreAnEvenOneAndTheNext)
+{
+    for (int nServer = 0; nServer < 20; nServer++) {
+        KovaLiveHost host;
+        KovaLiveHost::AddVideo(host.AddStream("cam"));
+        KovaLiveClient client;
+        ASSERT_TRUE(client.Connect(host.Port()));
+        EXPECT_EQ(atoi(client.SetupUdp("cam", 1).Transport("server_port").c_str()) % 2, 0);
+    }
+}
+
 TEST(LiveSessionLimits, PortsAreTakenFromTheHostsRange)
 {
     KovaLiveHost host([](KovaLiveConfig *pConfig) {

@@ -1,7 +1,6 @@
 #include "tests/live/live_host.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <string>
@@ -272,30 +271,4 @@ TEST_F(LiveSlow, KeptGroupThatIsOldAndLargeReachesItsNewcomerWhole)
                   KovaMediaNal(nPicture == 0 ? 0x65 : 0x41, nPicture < kPictures ? 100000 : 1000,
                                nPicture));
     EXPECT_TRUE(keeping.Events(KOVA_LIVE_EVENT_OVERFLOW).empty());
-}
-
-TEST_F(LiveSlow, LastAnswerOnAFullConnectionKeepsNoLoopBusy)
-{
-    ASSERT_TRUE(PlaySlowly(&slow, host));
-    PushUntilOverflow();
-    ASSERT_TRUE(slow.Send("OPTIONS rtsp://h/" + std::string(70000, 'x')));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    // It is told why when it reads on, then the connection ends.
-    KovaLiveAnswer answer;
-    EXPECT_TRUE(KovaWaitUntil([&] {
-        feed.Push();
-        answer = slow.Receive(20);
-        return answer.nStatus > 0;
-    }));
-    EXPECT_EQ(answer.nStatus, 414);
-    rusage before = {};
-    getrusage(RUSAGE_SELF, &before);
-    EXPECT_EQ(host.WaitEvent(KOVA_LIVE_EVENT_PLAYER_WENT).nReason, KOVA_LIVE_WENT_CONNECTION);
-    rusage after = {};
-    getrusage(RUSAGE_SELF, &after);
-    const auto used = [](const rusage &usage) {
-        return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
-               (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
-    };
-    EXPECT_LT(used(after) - used(before), 600);
 }

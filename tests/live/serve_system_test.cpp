@@ -20,6 +20,10 @@ namespace {
 
 std::atomic<unsigned> g_nCall{0};
 std::atomic<bool> g_bFull{false};
+std::atomic<bool> g_bThird{true}; ///< every third call meets a full socket
+std::atomic<unsigned> g_nMediaCalls{0};
+std::atomic<unsigned> g_nMediaBeforeAnswer{0};
+std::atomic<unsigned> g_nClockCalls{0};
 std::atomic<unsigned> g_nRefused{0};
 std::atomic<size_t> g_nMost{0};
 thread_local bool t_bLoop = false;
@@ -37,8 +41,7 @@ bool IsLoop()
 
 bool IsFull()
 {
-    // Every third call meets a full socket as well.
-    if (!IsLoop() || (!g_bFull && ++g_nCall % 3 != 0))
+    if (!IsLoop() || (!g_bFull && (!g_bThird || ++g_nCall % 3 != 0)))
         return false;
     g_nRefused++;
     errno = EAGAIN;
@@ -49,7 +52,12 @@ ssize_t SendPart(int nSocket, const void *pData, size_t nSize, int nFlags)
 {
     if (!IsLoop())
         return __real_send(nSocket, pData, nSize, nFlags);
-    return IsFull() ? -1 : __real_send(nSocket, pData, std::min(nSize, g_nMost.load()), nFlags);
+    if (IsFull())
+        return -1;
+    // Answers begin with their version, frames with '$'.
+    if (*static_cast<const char *>(pData) == 'R')
+        g_nMediaBeforeAnswer = g_nMediaCalls.load();
+    return __real_send(nSocket, pData, std::min(nSize, g_nMost.load()), nFlags);
 }
 
 ssize_t SendMessagePart(int nSocket, const msghdr *pMessage, int nFlags)
@@ -58,6 +66,7 @@ ssize_t SendMessagePart(int nSocket, const msghdr *pMessage, int nFlags)
         return __real_sendmsg(nSocket, pMessage, nFlags);
     if (IsFull())
         return -1;
+    g_nMediaCalls++;
     std::string bytes;
     for (size_t nPart = 0; nPart < pMessage->msg_iovlen; nPart++)
         bytes.append(static_cast<const char *>(pMessage->msg_iov[nPart].iov_base),
@@ -78,7 +87,19 @@ int SendManyPart(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
                                       nFlags);
 }
 
+int CountClock(clockid_t nClock, timespec *pTime)
+{
+    g_nClockCalls += IsLoop() ? 1 : 0;
+    return __real_clock_gettime(nClock, pTime);
+}
+
 struct LiveSystem : testing::Test {
+    void SetUp() override
+    {
+        g_bFull = false;
+        g_bThird = true;
+        g_nMost = SIZE_MAX;
+    }
     ~LiveSystem() override
     {
         KovaReplaceCall<__real_send>(nullptr);
@@ -87,7 +108,7 @@ struct LiveSystem : testing::Test {
         KovaReplaceCall<__real_sendmmsg>(nullptr);
         KovaReplaceCall<__real_epoll_create1>(nullptr);
         KovaReplaceCall<__real_eventfd>(nullptr);
-        g_bFull = false;
+        KovaReplaceCall<__real_clock_gettime>(nullptr);
     }
 };
 
@@ -131,6 +152,98 @@ TEST_F(LiveSystem, FramesAndAnswersStayWholeHoweverLittleAConnectionTakes)
         EXPECT_EQ(host.Events(KOVA_LIVE_EVENT_OVERFLOW).size(), 0U);
     }
     EXPECT_GT(g_nRefused, 0U);
+}
+
+namespace {
+
+/// A player over a connection that is full when the test says so, and only then.
+struct LiveFullConnection : LiveSystem {
+    KovaLiveHost host{[](KovaLiveConfig *pConfig) { pConfig->player_max_ms = 150; }};
+    KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(host.AddStream("cam"));
+    KovaLiveClient client;
+
+    void SetUp() override
+    {
+        LiveSystem::SetUp();
+        KovaReplaceCall<__real_send>(SendPart);
+        KovaReplaceCall<__real_sendmsg>(SendMessagePart);
+        g_bThird = false;
+        ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    }
+    static void Settle()
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+};
+
+} // namespace
+
+TEST_F(LiveFullConnection, ReportThatFindsItFullIsNotTheEndOfMedia)
+{
+    g_bFull = true;
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    Settle();
+    g_bFull = false;
+    EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x65, 500));
+}
+
+TEST_F(LiveFullConnection, AnswerGoesBehindTheFrameThatIsBegun)
+{
+    g_nMost = 2000; // a frame and a half with each call
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(3000), 0), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x65, 3000));
+    // Full from the first part of a frame on.
+    const unsigned nBefore = g_nRefused;
+    g_bFull = true;
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveOther(60000), 40000), KOVA_LIVE_OK);
+    EXPECT_TRUE(KovaWaitUntil([&] { return g_nRefused != nBefore; }));
+    ASSERT_TRUE(client.Send(client.Text("GET_PARAMETER", "cam")));
+    Settle();
+    g_nMediaCalls = 0;
+    g_bFull = false;
+    EXPECT_EQ(client.Receive().nStatus, 200);
+    EXPECT_LE(g_nMediaBeforeAnswer, 3U);
+    EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x41, 60000));
+    EXPECT_GT(g_nMediaCalls, 10U);
+}
+
+TEST_F(LiveFullConnection, EachFallBackIsToldThoughNothingWasBegun)
+{
+    const auto pushUntilOverflow = [this](size_t nNumber, int64_t nPts) {
+        g_bFull = true;
+        EXPECT_TRUE(KovaWaitUntil([&] {
+            KovaLivePushText(pVideo, KovaLiveOther(), nPts += 1000);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            return host.Events(KOVA_LIVE_EVENT_OVERFLOW).size() == nNumber;
+        })) << nNumber;
+        g_bFull = false;
+    };
+    for (unsigned nTime = 1; nTime <= 3; nTime++) {
+        ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(500, nTime), 10000000 * nTime),
+                  KOVA_LIVE_OK);
+        EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x65, 500, nTime));
+        pushUntilOverflow(nTime, 10000000 * nTime);
+    }
+}
+
+TEST_F(LiveFullConnection, LastAnswerWithMediaBehindItKeepsNoLoopBusy)
+{
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveNextUnit(&client, 1).size(), 1U);
+    g_bFull = true;
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 40000), KOVA_LIVE_OK);
+    ASSERT_TRUE(client.Send("OPTIONS rtsp://h/" + std::string(20000, 'x')));
+    Settle();
+    g_bFull = false;
+    EXPECT_EQ(client.Receive().nStatus, 414);
+    g_nClockCalls = 0;
+    KovaReplaceCall<__real_clock_gettime>(CountClock);
+    Settle();
+    Settle();
+    EXPECT_LT(g_nClockCalls, 100U) << "it waits for the player's end";
+    EXPECT_EQ(host.Figures().connections, 1U);
+    client.Close();
+    EXPECT_EQ(host.WaitEvent(KOVA_LIVE_EVENT_PLAYER_WENT).nReason, KOVA_LIVE_WENT_CONNECTION);
 }
 
 TEST_F(LiveSystem, FullUdpSocketIsWaitedForAndNothingIsLost)
