@@ -23,6 +23,7 @@ std::atomic<bool> g_bFull{false};
 std::atomic<bool> g_bThird{true}; ///< every third call meets a full socket
 std::atomic<unsigned> g_nMediaCalls{0};
 std::atomic<unsigned> g_nMediaBeforeAnswer{0};
+std::atomic<int> g_nMediaUntilFull{0}; ///< calls; below 1: it does not become full by them
 std::atomic<unsigned> g_nClockCalls{0};
 std::atomic<unsigned> g_nRefused{0};
 std::atomic<size_t> g_nMost{0};
@@ -67,6 +68,8 @@ ssize_t SendMessagePart(int nSocket, const msghdr *pMessage, int nFlags)
     if (IsFull())
         return -1;
     g_nMediaCalls++;
+    if (g_nMediaUntilFull > 0 && --g_nMediaUntilFull == 0)
+        g_bFull = true;
     std::string bytes;
     for (size_t nPart = 0; nPart < pMessage->msg_iovlen; nPart++)
         bytes.append(static_cast<const char *>(pMessage->msg_iov[nPart].iov_base),
@@ -99,6 +102,7 @@ struct LiveSystem : testing::Test {
         g_bFull = false;
         g_bThird = true;
         g_nMost = SIZE_MAX;
+        g_nMediaUntilFull = 0;
     }
     ~LiveSystem() override
     {
@@ -193,10 +197,9 @@ TEST_F(LiveFullConnection, AnswerGoesBehindTheFrameThatIsBegun)
     ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(3000), 0), KOVA_LIVE_OK);
     EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x65, 3000));
     // Full from the first part of a frame on.
-    const unsigned nBefore = g_nRefused;
-    g_bFull = true;
+    g_nMediaUntilFull = 1;
     ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveOther(60000), 40000), KOVA_LIVE_OK);
-    EXPECT_TRUE(KovaWaitUntil([&] { return g_nRefused != nBefore; }));
+    EXPECT_TRUE(KovaWaitUntil([] { return g_bFull.load(); }));
     ASSERT_TRUE(client.Send(client.Text("GET_PARAMETER", "cam")));
     Settle();
     g_nMediaCalls = 0;
