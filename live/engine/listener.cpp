@@ -124,6 +124,13 @@ bool KovaListenerJoin(KovaLiveLoop *pLoop)
     return false;
 }
 
+void KovaListenerResume(KovaLiveLoop *pLoop)
+{
+    if (pLoop->nReserve < 0)
+        pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
+}
+
 void KovaListenerPause(KovaLiveLoop *pLoop)
 {
     constexpr uint64_t kPause = 100000;

@@ -118,4 +118,6 @@ void KovaLoopRecycle(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage);
 bool KovaListenerJoin(KovaLiveLoop *pLoop);
 /// Accepts nothing for a moment: there is nothing to accept with.
 void KovaListenerPause(KovaLiveLoop *pLoop);
+/// Accepts again, and looks for the descriptor to give up if somebody else got it.
+void KovaListenerResume(KovaLiveLoop *pLoop);
 void KovaListenerLeave(KovaLiveLoop *pLoop);

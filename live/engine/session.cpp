@@ -91,6 +91,12 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaConnectionArm(pConnection);
 }
 
+void SendByes(KovaLiveSession *pSession)
+{
+    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+        KovaRtcpSendBye(pSession, pSetup);
+}
+
 void Free(KovaLiveSession *pSession)
 {
     KovaQueueClear(pSession, nullptr);
@@ -196,7 +202,7 @@ void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
     KovaLiveLoop *pLoop = LoopHeld(pSession);
     KovaConnectionFinishFrame(pSession);
     if (nReason != KOVA_LIVE_WENT_CONNECTION)
-        KovaRtcpSendBye(pSession);
+        SendByes(pSession);
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
     if (pSession->bPlayed)
@@ -249,6 +255,7 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
     KovaConnectionFinishFrame(pSession);
+    KovaRtcpSendBye(pSession, pSetup);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)

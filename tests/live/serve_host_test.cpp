@@ -270,6 +270,22 @@ TEST_F(LiveHostTest, CloseEndsEverythingWithinASecond)
         EXPECT_EQ(event.nReason, KOVA_LIVE_WENT_STREAM);
 }
 
+TEST_F(LiveHostTest, ClosedWithAUnitOnItsWayOfAStreamThatIsGone)
+{
+    // The unit's message holds the stream's last reference.
+    for (int nTurn = 0; nTurn < 200; nTurn++) {
+        KovaLiveHost brief;
+        KovaLiveStream *pOne = brief.AddStream("one");
+        KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(pOne);
+        KovaLiveClient player;
+        ASSERT_TRUE(KovaLivePlayTcp(&player, brief, "one"));
+        for (int nPicture = 0; nPicture < 3; nPicture++)
+            EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(20000), 40000 * nPicture), KOVA_LIVE_OK);
+        EXPECT_EQ(KovaLiveRemoveStream(pOne), KOVA_LIVE_OK);
+        EXPECT_LT(brief.Close(), 1000);
+    }
+}
+
 TEST_F(LiveHostTest, ServersOfOneProcessDoNotKnowEachOther)
 {
     KovaLiveHost other;

@@ -256,6 +256,41 @@ TEST(LiveShortage, WithoutDescriptorsNewcomersAreSentAwayAndPlayersPlayOn)
     EXPECT_LT(host.Lines().size(), 200U) << "no flood of lines";
 }
 
+TEST(LiveShortage, DescriptorThatIsKeptForNewcomersIsFoundAgain)
+{
+    // The server is opened with everything but the one that it keeps.
+    KovaLive *pLive = nullptr;
+    for (int nMore = 0; nMore < 20 && pLive == nullptr; nMore++) {
+        FewDescriptors fewer(nMore);
+        KovaLiveConfig config;
+        KovaLiveConfigInit(&config, sizeof(config));
+        config.address = "127.0.0.1";
+        if (KovaLiveOpen(&config, &pLive) != KOVA_LIVE_OK)
+            pLive = nullptr;
+    }
+    ASSERT_NE(pLive, nullptr);
+    uint16_t nPort = 0;
+    EXPECT_EQ(KovaLivePort(pLive, &nPort), KOVA_LIVE_OK);
+    const auto isSentAway = [nPort] {
+        KovaLiveClient client;
+        return client.Connect(nPort) && client.WaitClosed(300);
+    };
+    {
+        // One for the newcomer itself: it waits, unless the server had one to give up.
+        FewDescriptors none(1);
+        isSentAway();
+    }
+    KovaLiveClient client;
+    ASSERT_TRUE(client.Connect(nPort));
+    ASSERT_EQ(client.Options().nStatus, 200);
+    {
+        FewDescriptors none(1);
+        EXPECT_TRUE(isSentAway()) << "it has one again";
+    }
+    EXPECT_EQ(client.Options().nStatus, 200);
+    EXPECT_EQ(KovaLiveClose(pLive), KOVA_LIVE_OK);
+}
+
 TEST(LiveShortage, SetupOverUdpWithoutDescriptorsIsRefusedAndWorksLater)
 {
     KovaLiveHost host;

@@ -228,7 +228,13 @@ TEST_F(LiveSessions, TeardownOfATrackLeavesTheOther)
     ASSERT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
     ASSERT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
     ASSERT_EQ(client.Play("cam").nStatus, 200);
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveNextUnit(&client, 1).size(), 1U);
     EXPECT_EQ(client.Teardown("cam/track1").nStatus, 200);
+    std::string report;
+    ASSERT_TRUE(client.NextRtcp(1, &report));
+    ASSERT_TRUE(client.NextRtcp(1, &report));
+    EXPECT_EQ(KovaRtcpParts(report).size(), 3U) << "with a BYE";
     EXPECT_EQ(client.Teardown("cam/track1").nStatus, 404);
     ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
     ASSERT_EQ(KovaLivePushText(pSound, KovaLiveSound(), 20000), KOVA_LIVE_OK);
