@@ -71,7 +71,7 @@ bool HandOut(KovaLiveStream *pStream, KovaUnit *pUnit) KOVA_REQUIRES(pStream->mu
             continue;
         KovaUnitAddReference(pUnit);
         KovaStreamAddReference(pStream);
-        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit, -1))
+        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit))
             continue;
         KovaStreamRelease(pStream);
         KovaUnitRelease(pUnit);
@@ -88,7 +88,7 @@ void TellReady(KovaLiveStream *pStream, uint64_t nNow)
         return;
     for (uint32_t nLoop = 0; nLoop < pStream->pLive->nLoops; nLoop++) {
         KovaStreamAddReference(pStream);
-        if (!KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderReady, pStream, nullptr, -1))
+        if (!KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderReady, pStream, nullptr))
             KovaStreamRelease(pStream);
     }
 }

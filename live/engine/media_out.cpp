@@ -10,30 +10,33 @@
 
 namespace {
 
-/// How often the host is asked for a key frame because a player was cut back, at most.
-constexpr uint64_t kCutKeyInterval = 1000000;
+/// How often the host is asked for a key frame for which players wait, at most.
+constexpr uint64_t kWaitKeyInterval = 1000000;
 
 bool IsVideo(const KovaLiveStream *pStream, uint32_t nTrack)
 {
     return KovaTrackMediaCodec(pStream->pTracks[nTrack]->pMedia) == KOVA_LIVE_H264;
 }
 
-/// Too much waits: only entries count from here on, and the host is asked for one.
+/// Too much waits: only entries count from here on.
 void CutBack(KovaLiveSession *pSession)
 {
-    KovaLiveLoop *pLoop = pSession->pLoop;
     KovaQueueCut(pSession);
-    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr;
-         pSetup = pSetup->pNext) {
-        if (IsVideo(pSession->pStream, pSetup->nTrack) &&
-            KovaStreamWantsKey(pSession->pStream, pSetup->nTrack, pLoop->nNow, kCutKeyInterval))
-            KovaNoticeStream(pLoop, KOVA_LIVE_EVENT_KEY_FRAME, pSession->pStream,
-                             pSession->pStream->pTracks[pSetup->nTrack]);
-    }
     if (pSession->bSlow)
         return;
     pSession->bSlow = true;
-    KovaNoticePlayer(pLoop, KOVA_LIVE_EVENT_OVERFLOW, pSession, 0);
+    KovaNoticePlayer(pSession->pLoop, KOVA_LIVE_EVENT_OVERFLOW, pSession, 0);
+}
+
+/// Asked with each picture that is not taken: the first time may have been too soon after
+/// another's, or the host may have missed it.
+void AskForKey(KovaLiveSession *pSession, uint32_t nTrack)
+{
+    KovaLiveStream *pStream = pSession->pStream;
+    if (IsVideo(pStream, nTrack) &&
+        KovaStreamWantsKey(pStream, nTrack, pSession->pLoop->nNow, kWaitKeyInterval))
+        KovaNoticeStream(pSession->pLoop, KOVA_LIVE_EVENT_KEY_FRAME, pStream,
+                         pStream->pTracks[nTrack]);
 }
 
 /// Whether the player gets this unit, which is about to be sent.
@@ -47,9 +50,12 @@ bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pU
     if (pSetup->bWantsEntry && !pUnit->bEntry) {
         if (pSession->bSlow)
             KovaSessionCountLate(pSession, pUnit->nPackets);
+        AskForKey(pSession, pUnit->nTrack);
         return false;
     }
     pSetup->bWantsEntry = false;
+    if (pSession->queue.nCount == 0)
+        pSession->bSlow = false;
     return true;
 }
 

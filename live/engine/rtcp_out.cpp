@@ -86,8 +86,11 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     uint8_t frame[kMostSize];
     uint8_t *pPacket = frame + kInterleavedHeaderSize;
     const uint64_t nNow = pSession->pLoop->nNow;
-    // A report that finds the connection full would only make it fuller.
-    const bool bFull = pSetup->bInterleaved && pSession->queue.nCount != 0;
+    // A report that finds the connection full would only make it fuller. The first one comes
+    // in any case: without it a player cannot bring its tracks together.
+    const KovaLiveConnection *pConnection = pSession->pConnection;
+    const bool bFull = pSetup->bInterleaved && pSetup->nNextReport != 0 &&
+                       (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr);
     if (!bFull && WriteReport(pPacket, pSession, pSetup)) {
         const uint32_t nSsrc =
             KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
@@ -97,19 +100,16 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     pSetup->nNextReport = nNow + (pSetup->nNextReport == 0 ? kFirstReports : kReportInterval);
 }
 
-void KovaRtcpSendBye(KovaLiveSession *pSession)
+void KovaRtcpSendBye(KovaLiveSession *pSession, const KovaLiveSetup *pSetup)
 {
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
-        uint8_t frame[kMostSize];
-        uint8_t *pPacket = frame + kInterleavedHeaderSize;
-        const bool bReachable = !pSetup->bInterleaved || (pSession->pConnection != nullptr &&
-                                                          !pSession->pConnection->bEnded);
-        if (pSetup->nPackets == 0 || !bReachable || !WriteReport(pPacket, pSession, pSetup))
-            continue;
-        const uint32_t nSsrc =
-            KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
-        WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
-        WriteHead(pPacket + kRtcpSenderReportSize + kSdesSize, 1, kRtcpBye, kByeSize, nSsrc);
-        Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize + kByeSize);
-    }
+    uint8_t frame[kMostSize];
+    uint8_t *pPacket = frame + kInterleavedHeaderSize;
+    const bool bReachable = !pSetup->bInterleaved ||
+                            (pSession->pConnection != nullptr && !pSession->pConnection->bEnded);
+    if (pSetup->nPackets == 0 || !bReachable || !WriteReport(pPacket, pSession, pSetup))
+        return;
+    const uint32_t nSsrc = KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
+    WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
+    WriteHead(pPacket + kRtcpSenderReportSize + kSdesSize, 1, kRtcpBye, kByeSize, nSsrc);
+    Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize + kByeSize);
 }
