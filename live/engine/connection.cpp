@@ -1,11 +1,8 @@
 #include "live/engine/connection.h"
 
 #include "foundation/heap.h"
-#include "live/engine/media_out.h"
 #include "live/engine/notices.h"
-#include "live/engine/player_queue.h"
 #include "live/engine/rtcp_in.h"
-#include "rtp/interleaved_batch.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -102,18 +99,6 @@ void HandleEvent(KovaPollItem *pItem, uint32_t nEvents)
         KovaConnectionArm(pConnection);
 }
 
-bool HasWaiting(const KovaLiveConnection *pConnection)
-{
-    if (pConnection->pending.pBytes != nullptr)
-        return true;
-    for (const KovaLiveSession *pSession = pConnection->pSessions; pSession != nullptr;
-         pSession = pSession->pNextOwn) {
-        if (pSession->bInterleaved && pSession->queue.nCount != 0)
-            return true;
-    }
-    return false;
-}
-
 void Earlier(uint64_t *pDue, uint64_t nDue)
 {
     if (nDue < *pDue)
@@ -133,7 +118,7 @@ uint64_t Deadline(const KovaLiveConnection *pConnection)
         Earlier(&nDue, pConnection->nBegunRequest + settings.nRequestTime);
     if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone)
         Earlier(&nDue, pConnection->nActive + settings.nIdleTime);
-    if (HasWaiting(pConnection))
+    if (KovaConnectionWaits(pConnection))
         Earlier(&nDue, pConnection->nProgress + settings.nPlayerStallTime);
     return nDue;
 }
@@ -163,7 +148,7 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
     if (pConnection->hold != kHoldNone) {
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
-    } else if (HasWaiting(pConnection) &&
+    } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime) {
         KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
                       szPeer, ntohs(pConnection->peer.sin_port));
@@ -183,47 +168,6 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         KovaConnectionEnd(pConnection);
     else
         KovaConnectionArm(pConnection);
-}
-
-/// Sends what is pending. Returns whether all of it is out.
-bool FlushPending(KovaLiveConnection *pConnection)
-{
-    KovaPendingBytes *pPending = &pConnection->pending;
-    while (pPending->nSent < pPending->nSize) {
-        const ssize_t nSent =
-            send(pConnection->item.nDescriptor, pPending->pBytes + pPending->nSent,
-                 pPending->nSize - pPending->nSent, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (nSent <= 0) {
-            if (nSent < 0 && KovaSendOutcomeOfError(errno) == kSendFailed)
-                KovaConnectionFail(pConnection);
-            return false;
-        }
-        pPending->nSent += static_cast<size_t>(nSent);
-        pConnection->nProgress = pConnection->pLoop->nNow;
-    }
-    free(pPending->pBytes);
-    *pPending = {};
-    return true;
-}
-
-bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
-{
-    if (nSize == 0)
-        return true;
-    constexpr size_t kMostPending = size_t{256} * 1024;
-    if (pPending->nSize + nSize > kMostPending)
-        return false;
-    if (pPending->nSize + nSize > pPending->nRoom) {
-        const size_t nRoom = pPending->nSize + nSize;
-        void *pRoom = realloc(pPending->pBytes, nRoom);
-        if (pRoom == nullptr)
-            return false;
-        pPending->pBytes = static_cast<uint8_t *>(pRoom);
-        pPending->nRoom = nRoom;
-    }
-    memcpy(pPending->pBytes + pPending->nSize, pBytes, nSize);
-    pPending->nSize += nSize;
-    return true;
 }
 
 uint32_t ConnectionsOf(const KovaLiveLoop *pLoop, uint32_t nAddress)
@@ -347,62 +291,6 @@ void KovaConnectionFail(KovaLiveConnection *pConnection)
     KovaTimersSet(&pConnection->pLoop->timers, &pConnection->timer, 0);
 }
 
-bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, size_t nSize)
-{
-    if (pConnection->bEnded)
-        return false;
-    if (!HasWaiting(pConnection))
-        pConnection->nProgress = pConnection->pLoop->nNow;
-    if (!Append(&pConnection->pending, pBytes, nSize)) {
-        KovaConnectionFail(pConnection);
-        return false;
-    }
-    if (pConnection->pBegun == nullptr)
-        FlushPending(pConnection);
-    return true;
-}
-
-void KovaConnectionFinishFrame(KovaLiveConnection *pConnection)
-{
-    KovaLiveSession *pSession = pConnection->pBegun;
-    const KovaQueueEntry entry = *KovaQueueAt(pSession, 0);
-    const KovaUnitPacket &packet = entry.pUnit->pPackets[entry.nNext];
-    uint8_t header[kInterleavedHeaderSize];
-    KovaInterleavedHeaderWrite(header, entry.pSetup->nRtpChannel, packet.nSize);
-    const KovaPendingBytes behind = pConnection->pending;
-    uint32_t nOut = pSession->queue.nBegunOut;
-    pConnection->pending = {};
-    pConnection->pBegun = nullptr;
-    bool bKept = true;
-    if (nOut < kInterleavedHeaderSize) {
-        bKept = Append(&pConnection->pending, header + nOut, kInterleavedHeaderSize - nOut);
-        nOut = kInterleavedHeaderSize;
-    }
-    nOut -= kInterleavedHeaderSize;
-    bKept = bKept &&
-            Append(&pConnection->pending, entry.pUnit->pBytes + packet.nOffset + nOut,
-                   packet.nSize - nOut) &&
-            Append(&pConnection->pending, behind.pBytes, behind.nSize);
-    free(behind.pBytes);
-    KovaQueueSent(pSession);
-    if (!bKept)
-        KovaConnectionFail(pConnection);
-}
-
-void KovaConnectionFlush(KovaLiveConnection *pConnection)
-{
-    if (pConnection->bEnded)
-        return;
-    if (pConnection->pBegun != nullptr)
-        KovaMediaTcpFlush(pConnection);
-    if (pConnection->pBegun != nullptr || pConnection->bEnded)
-        return;
-    if (pConnection->pending.pBytes != nullptr && !FlushPending(pConnection))
-        return;
-    if (!pConnection->bClosing)
-        KovaMediaTcpFlush(pConnection);
-}
-
 void KovaConnectionArm(KovaLiveConnection *pConnection)
 {
     if (pConnection->bEnded)
@@ -414,7 +302,8 @@ void KovaConnectionArm(KovaLiveConnection *pConnection)
                         pConnection->pending.nSize < kMostUnanswered &&
                         (!pConnection->bClosing || pConnection->nDrainUntil != 0);
     KovaPollerWant(pLoop->pPoller, &pConnection->item,
-                   (bReads ? kPollRead : 0U) | (HasWaiting(pConnection) ? kPollWrite : 0U));
+                   (bReads ? kPollRead : 0U) |
+                       (KovaConnectionWaits(pConnection) ? kPollWrite : 0U));
     const uint64_t nDue = Deadline(pConnection);
     // Later deadlines are found out when the timer comes: most of them move all the time.
     if (nDue == UINT64_MAX)

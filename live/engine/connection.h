@@ -67,13 +67,16 @@ void KovaConnectionFail(KovaLiveConnection *pConnection);
 /// False when it was too much or there is no memory: the connection ends.
 bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, size_t nSize);
 
-/// The player whose frame is out in part is going: the rest of that frame becomes pending,
-/// in front of everything else. Without memory the connection ends.
-void KovaConnectionFinishFrame(KovaLiveConnection *pConnection);
-
 /// Sends what waits, frames whole: a begun one first, then what is pending, then the
 /// queues of its players.
 void KovaConnectionFlush(KovaLiveConnection *pConnection);
+
+/// Whether something is to be sent that the peer has not taken.
+bool KovaConnectionWaits(const KovaLiveConnection *pConnection);
+
+/// A session's frame that is out in part becomes something that is pending: the session may
+/// go, or lose what it has queued, and the frame is finished all the same.
+void KovaConnectionFinishFrame(KovaLiveSession *pSession);
 
 /// Waits for what can happen next.
 void KovaConnectionArm(KovaLiveConnection *pConnection);

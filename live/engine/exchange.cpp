@@ -60,8 +60,9 @@ void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus)
 void KovaExchangeSession(KovaExchange *pExchange, const KovaLiveSession *pSession)
 {
     const uint64_t nSeconds = pSession->pLoop->pLive->settings.nSessionTime / 1000000;
+    // No player keeps up with 0.
     KovaAnswerHeader(&pExchange->answer, "Session", "%s;timeout=%u", pSession->szId,
-                     static_cast<unsigned>(nSeconds));
+                     nSeconds != 0 ? static_cast<unsigned>(nSeconds) : 1U);
 }
 
 void KovaExchangeSend(KovaExchange *pExchange)

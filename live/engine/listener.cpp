@@ -110,7 +110,11 @@ bool KovaListenerJoin(KovaLiveLoop *pLoop)
 {
     pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
     pLoop->listenItem = {pLoop->pLive->nListener, kPollRead, HandleListener, 0};
-    return KovaPollerAdd(pLoop->pPoller, &pLoop->listenItem);
+    if (KovaPollerAdd(pLoop->pPoller, &pLoop->listenItem))
+        return true;
+    if (pLoop->nReserve >= 0)
+        close(pLoop->nReserve);
+    return false;
 }
 
 void KovaListenerPause(KovaLiveLoop *pLoop)

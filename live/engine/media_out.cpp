@@ -50,6 +50,8 @@ bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pU
         return false;
     }
     pSetup->bWantsEntry = false;
+    if (pSession->queue.nCount == 0)
+        pSession->bSlow = false;
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "live/engine/player_queue.h"
 
 #include "foundation/heap.h"
+#include "live/engine/stream.h"
 
 namespace {
 
@@ -70,8 +71,6 @@ bool KovaQueueAppend(KovaLiveSession *pSession, KovaLiveSetup *pSetup, KovaUnit 
     KovaPlayerQueue *pQueue = &pSession->queue;
     if (pQueue->nCount == pQueue->nRoom && !Grow(pQueue))
         return false;
-    if (pQueue->nCount == 0)
-        pSession->nTaken = pSession->pLoop->nNow;
     KovaUnitAddReference(pUnit);
     pQueue->pEntries[(pQueue->nFirst + pQueue->nCount++) & (pQueue->nRoom - 1)] = {pUnit, pSetup,
                                                                                    nFirst, nEnd};
@@ -104,9 +103,17 @@ bool KovaQueueOverfull(const KovaLiveSession *pSession, uint32_t nBytes)
     if (queue.nCount == 0)
         return false;
     const KovaLiveSettings &settings = pSession->pLoop->pLive->settings;
-    const uint64_t nOldest = queue.pEntries[queue.nFirst].pUnit->nArrived + settings.nDelay;
-    return pSession->pLoop->nNow > nOldest + settings.nPlayerMaxTime ||
-           queue.nBytes + nBytes > settings.nPlayerMaxBytes;
+    const KovaUnit *pOldest = queue.pEntries[queue.nFirst].pUnit;
+    uint64_t nSince = pOldest->nArrived + settings.nDelay;
+    uint64_t nMost = settings.nPlayerMaxBytes;
+    // What was kept for newcomers is as old and as large as it is: only what the player takes
+    // of it counts.
+    if (static_cast<int32_t>(pOldest->nSerial - pSession->nSerial) <= 0) {
+        nSince = pSession->nJoined;
+        nMost += pSession->pStream->nKeepBytes;
+    }
+    return pSession->pLoop->nNow > nSince + settings.nPlayerMaxTime ||
+           uint64_t{queue.nBytes} + nBytes > nMost;
 }
 
 void KovaQueueCut(KovaLiveSession *pSession)
@@ -122,7 +129,7 @@ void KovaQueueCut(KovaLiveSession *pSession)
     }
     for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
-        pSetup->bTakes = false;
+        pSetup->bTakes = false; // its beginning may be among what went
     }
 }
 

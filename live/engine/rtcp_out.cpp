@@ -87,7 +87,9 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     uint8_t *pPacket = frame + kInterleavedHeaderSize;
     const uint64_t nNow = pSession->pLoop->nNow;
     // A report that finds the connection full would only make it fuller.
-    const bool bFull = pSetup->bInterleaved && pSession->queue.nCount != 0;
+    const KovaLiveConnection *pConnection = pSession->pConnection;
+    const bool bFull = pSetup->bInterleaved &&
+                       (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr);
     if (!bFull && WriteReport(pPacket, pSession, pSetup)) {
         const uint32_t nSsrc =
             KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);

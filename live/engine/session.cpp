@@ -93,14 +93,6 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaConnectionArm(pConnection);
 }
 
-/// Nothing could be read behind a frame that is out in part.
-void FinishFrame(KovaLiveSession *pSession)
-{
-    KovaLiveConnection *pConnection = pSession->pConnection;
-    if (pConnection != nullptr && pConnection->pBegun == pSession)
-        KovaConnectionFinishFrame(pConnection);
-}
-
 void Free(KovaLiveSession *pSession)
 {
     KovaQueueClear(pSession, nullptr);
@@ -204,10 +196,9 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
 void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
 {
     KovaLiveLoop *pLoop = LoopHeld(pSession);
-    if (nReason != KOVA_LIVE_WENT_CONNECTION) {
-        FinishFrame(pSession);
+    KovaConnectionFinishFrame(pSession);
+    if (nReason != KOVA_LIVE_WENT_CONNECTION)
         KovaRtcpSendBye(pSession);
-    }
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
     if (pSession->bPlayed)
@@ -259,7 +250,7 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
-    FinishFrame(pSession);
+    KovaConnectionFinishFrame(pSession);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)
@@ -293,8 +284,11 @@ void KovaSessionPlay(KovaLiveSession *pSession)
 {
     if (pSession->state == kSessionPlaying)
         return;
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
+        pSetup->bTakes = false; // of a unit whose rest is still to come
+    }
+    pSession->nJoined = pSession->pLoop->nNow;
     KovaUnit **ppKept = nullptr;
     uint32_t nKept = 0;
     KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
@@ -316,7 +310,7 @@ void KovaSessionPause(KovaLiveSession *pSession)
         return;
     UnlinkPlayer(pSession);
     pSession->state = kSessionPaused;
-    FinishFrame(pSession);
+    KovaConnectionFinishFrame(pSession);
     KovaQueueClear(pSession, nullptr);
 }
 
