@@ -21,6 +21,9 @@ constexpr int kReadsPerEvent = 4;
 
 constexpr uint64_t kDrainTime = 1000000;
 
+/// What the reader takes for a first message.
+constexpr size_t kKeptRoom = 2048;
+
 /// Nothing more is read from a peer that takes no answers.
 constexpr size_t kMostUnanswered = 16384;
 
@@ -82,7 +85,9 @@ void Receive(KovaLiveConnection *pConnection)
             static_cast<size_t>(nCount) < nRoom)
             break;
     }
-    KovaRequestReaderRelax(&pConnection->reader);
+    // Who plays keeps the room for small messages: a shortage of memory does not end its reports.
+    if (pConnection->pSessions == nullptr || pConnection->reader.nCapacity > kKeptRoom)
+        KovaRequestReaderRelax(&pConnection->reader);
 }
 
 void HandleEvent(KovaPollItem *pItem, uint32_t nEvents)
@@ -247,6 +252,8 @@ void KovaConnectionEnd(KovaLiveConnection *pConnection)
         pConnection->pNext->ppLink = pConnection->ppLink;
     KovaPollerRemove(pLoop->pPoller, &pConnection->item);
     KovaTimersLeave(&pLoop->timers, &pConnection->timer);
+    // A child that the host forked may have the descriptor, too: the peer shall see the end.
+    shutdown(pConnection->item.nDescriptor, SHUT_RDWR);
     KovaConnectionForget(pLoop, pConnection->item.nDescriptor, pConnection->peer);
     KovaRequestReaderClear(&pConnection->reader);
     free(pConnection->pending.pBytes);
@@ -292,12 +299,12 @@ void KovaConnectionServe(KovaLiveConnection *pConnection)
         KovaRequestReaderNext(&pConnection->reader, &item);
         if (item.kind == kReadMore)
             break;
+        pConnection->nBegunRequest = 0;
         if (item.kind == kReadFrame) {
             KovaRtcpFromFrame(pConnection, item.nChannel, item.frame);
             continue;
         }
         pConnection->nActive = pConnection->pLoop->nNow;
-        pConnection->nBegunRequest = 0;
         if (item.kind == kReadRequest) {
             KovaRequestServe(pConnection, item.request);
         } else {

@@ -33,6 +33,20 @@ bool FlushPending(KovaLiveConnection *pConnection)
     return true;
 }
 
+/// Sends what can be sent with nothing waiting before it: needs no memory. Returns how much.
+size_t SendAtOnce(KovaLiveConnection *pConnection, const void *pBytes, size_t nSize)
+{
+    if (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr)
+        return 0;
+    const ssize_t nSent =
+        send(pConnection->item.nDescriptor, pBytes, nSize, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (nSent > 0)
+        return static_cast<size_t>(nSent);
+    if (nSent < 0 && KovaSendOutcomeOfError(errno) == kSendFailed)
+        KovaConnectionFail(pConnection);
+    return 0;
+}
+
 bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
 {
     constexpr size_t kMostPending = size_t{256} * 1024;
@@ -103,15 +117,18 @@ bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, siz
         return false;
     if (!KovaConnectionWaits(pConnection))
         pConnection->nProgress = pConnection->pLoop->nNow;
-    if (!Append(&pConnection->pending, pBytes, nSize)) {
+    const size_t nSent = SendAtOnce(pConnection, pBytes, nSize);
+    if (nSent == nSize)
+        return true;
+    if (pConnection->bEnded)
+        return false;
+    if (!Append(&pConnection->pending, static_cast<const uint8_t *>(pBytes) + nSent,
+                nSize - nSent)) {
         KovaConnectionFail(pConnection);
         return false;
     }
-    if (pConnection->pBegun == nullptr)
-        FlushPending(pConnection);
     // Reports are sent outside the connection's events: nobody else would wait for room.
-    if (pConnection->pending.pBytes != nullptr)
-        KovaConnectionArm(pConnection);
+    KovaConnectionArm(pConnection);
     return true;
 }
 

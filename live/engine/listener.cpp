@@ -69,6 +69,28 @@ void Hand(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
         KovaConnectionForget(pTaker, nSocket, peer);
 }
 
+/// accept4(2) is younger than some kernels of boards.
+int Accept(int nListener, sockaddr_in *pPeer)
+{
+    socklen_t nLength = sizeof(*pPeer);
+    auto *pAddress = reinterpret_cast<sockaddr *>(pPeer);
+    int nSocket = accept4(nListener, pAddress, &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (nSocket >= 0 || errno != ENOSYS)
+        return nSocket;
+    nLength = sizeof(*pPeer);
+    nSocket = accept(nListener, pAddress, &nLength);
+    if (nSocket >= 0) {
+        fcntl(nSocket, F_SETFD, FD_CLOEXEC);
+        fcntl(nSocket, F_SETFL, O_NONBLOCK);
+    }
+    return nSocket;
+}
+
+int OpenReserve()
+{
+    return open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
 /// There are no descriptors: whoever waits is let in by the one that is kept for that, and
 /// sent away; otherwise the socket would tell of it without end.
 bool SendAway(KovaLiveLoop *pLoop)
@@ -76,11 +98,11 @@ bool SendAway(KovaLiveLoop *pLoop)
     if (pLoop->nReserve < 0)
         return false;
     close(pLoop->nReserve);
-    const int nSocket =
-        accept4(pLoop->listenItem.nDescriptor, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    sockaddr_in peer = {};
+    const int nSocket = Accept(pLoop->listenItem.nDescriptor, &peer);
     if (nSocket >= 0)
         close(nSocket);
-    pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    pLoop->nReserve = OpenReserve();
     return nSocket >= 0;
 }
 
@@ -89,11 +111,10 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
     KovaLiveLoop *pLoop = LoopOf(pItem);
     for (int nAccept = 0; nAccept < kAcceptsPerEvent; nAccept++) {
         sockaddr_in peer = {};
-        socklen_t nLength = sizeof(peer);
-        const int nSocket =
-            KovaDescriptorRaise(accept4(pItem->nDescriptor, reinterpret_cast<sockaddr *>(&peer),
-                                        &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        const int nSocket = KovaDescriptorRaise(Accept(pItem->nDescriptor, &peer));
         if (nSocket >= 0) {
+            if (pLoop->nReserve < 0)
+                pLoop->nReserve = OpenReserve();
             if (CountIn(pLoop->pLive, peer))
                 Hand(pLoop, nSocket, peer);
             else
@@ -105,7 +126,11 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
                 KovaListenerPause(pLoop);
                 return;
             }
+        } else if (errno == EAGAIN) {
+            return;
         } else if (errno != ECONNABORTED && errno != EINTR) {
+            // Whatever it is, it is not gone at once: asking again and again would take all time.
+            KovaListenerPause(pLoop);
             return;
         }
     }
@@ -115,7 +140,7 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
 
 bool KovaListenerJoin(KovaLiveLoop *pLoop)
 {
-    pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    pLoop->nReserve = OpenReserve();
     pLoop->listenItem = {pLoop->pLive->nListener, kPollRead, HandleListener, 0};
     if (KovaPollerAdd(pLoop->pPoller, &pLoop->listenItem))
         return true;
@@ -127,7 +152,7 @@ bool KovaListenerJoin(KovaLiveLoop *pLoop)
 void KovaListenerResume(KovaLiveLoop *pLoop)
 {
     if (pLoop->nReserve < 0)
-        pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        pLoop->nReserve = OpenReserve();
     KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
 }
 

@@ -42,9 +42,11 @@ void AskForKey(KovaLiveSession *pSession, uint32_t nTrack)
 /// Whether the player gets this unit, which is about to be sent.
 bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pUnit)
 {
-    // Serial numbers wrap; those of units that were kept are told apart by their distance.
+    // Serial numbers wrap; those of units that were kept are told apart by their distance, which
+    // stays small for as long as somebody plays: the mark goes along.
     if (static_cast<int32_t>(pUnit->nSerial - pSession->nSerial) <= 0)
         return false;
+    pSession->nSerial = pUnit->nSerial;
     if (KovaQueueOverfull(pSession, pUnit->nBytes))
         CutBack(pSession);
     if (pSetup->bWantsEntry && !pUnit->bEntry) {
