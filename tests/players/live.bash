@@ -55,11 +55,13 @@ record_live() {
         2>"$work/$name.err" </dev/null
 }
 
+complaints() { grep -hv '^/GstP' "$work"/*.err | tail -20; }
+
 # players_end: waits for all in pids; each must succeed
 players_end() {
     local pid
     for pid in "${pids[@]}"; do
-        wait "$pid" || fail "a player's status was $?: $(cat "$work"/*.err)"
+        wait "$pid" || fail "a player's status was $?: $(complaints)"
     done
     pids=()
 }
