@@ -1,12 +1,12 @@
 # Helpers of the players' tests of the live interface: its host, and how players are judged there.
 # Sourced, not run.
 . "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
-host_program=${KOVA_BUILD_DIR:?}/kova_live_host
+host_program=${KOVA_BUILD_DIR:?}/kova_clip_host
 streams=1
 login='viewer:open%20sesame'
 
 # start_live_host [option]...: the sample clips, or those in clip_h264 and clip_aac, on a free port.
-# The options are the host's; see tests/players/live_host/live_host.c.
+# The options are the host's; see tests/players/clip_host/clip_host.c.
 start_live_host() {
     [[ -x $host_program ]] || fail "$host_program is not built"
     start_server '' live_host_is_ready \

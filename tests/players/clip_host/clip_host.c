@@ -1,7 +1,7 @@
 /*
- * kova_live_host - streams one H.264 and one AAC file through kova_live.h, looped, in real time.
+ * kova_clip_host - streams one H.264 and one AAC file through kova_live.h, looped, in real time.
  *
- *     kova_live_host [option]... clip.h264 clip.aac
+ *     kova_clip_host [option]... clip.h264 clip.aac
  *
  * Everybody may watch rtsp://<this machine>:<port>/live. It prints "port <port>" first, then a line
  * for every event, and every 200 ms one with the figures that matter when players are gone.

@@ -12,7 +12,7 @@ enum {
 
 void fail(const char *what, const char *why)
 {
-    fprintf(stderr, "kova_live_host: %s: %s\n", what, why);
+    fprintf(stderr, "kova_clip_host: %s: %s\n", what, why);
     exit(1);
 }
 

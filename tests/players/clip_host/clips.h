@@ -1,6 +1,6 @@
 /* Clips held in memory and cut into access units, for a host that plays them in a loop. */
-#ifndef LIVE_HOST_CLIPS_H
-#define LIVE_HOST_CLIPS_H
+#ifndef CLIP_HOST_CLIPS_H
+#define CLIP_HOST_CLIPS_H
 
 #include <stddef.h>
 #include <stdint.h>
