@@ -51,7 +51,7 @@ record_live() {
     shift 4
     timeout 60 ffmpeg -nostdin -xerror -v error -rtsp_transport "$transport" "$@" -i "$address" \
         -t "$seconds" -map 0:v -map 0:a -fps_mode passthrough -f framecrc -y "$work/$name.frames" \
-        -t "$seconds" -map 0:v -c copy -f h264 -y "$work/$name.h264" \
+        -t "$seconds" -map 0:v -c copy -copyinkf -f h264 -y "$work/$name.h264" \
         -t "$seconds" -map 0:a -c copy -f framecrc -y "$work/$name.sound" \
         2>"$work/$name.err" </dev/null
 }

@@ -7,7 +7,7 @@ need ffmpeg ffprobe gst-launch-1.0 python3
 make_noise 44100 11 -b:a 512k -aac_coder fast
 large=$(awk -F ', *' '!/^#/ && $5 > 1024' "$work/noise.frames" | wc -l)
 ((large > 200)) || fail "the encoder made only $large frames of more than 1,024 bytes"
-start_live_host
+start_live_host -l # the picture behind lengths, parameter sets and all
 for transport in udp tcp; do
     record_live $transport $transport 4 "$url" &
     pids+=($!)

@@ -37,6 +37,7 @@ static const char usage[] =
     "    -f fps       pictures a second (25)\n"
     "    -T file      when each picture is shown, in seconds, in the order of decoding\n"
     "    -l           pushes NAL units behind lengths, not start codes\n"
+    "    -P           so too, with the parameter sets told beforehand and never pushed\n"
     "    -r           pushes AAC without ADTS headers";
 
 typedef struct Options {
@@ -44,7 +45,7 @@ typedef struct Options {
     KovaLiveStreamConfig stream;
     const char *users, *times;
     uint32_t fps;
-    int lengths, raw;
+    int lengths, sets_given, raw;
 } Options;
 
 static Clip video, audio;
@@ -111,7 +112,7 @@ static uint32_t load_users(KovaLiveUser *users, const char *path)
 static void read_options(Options *options, int argc, char **argv)
 {
     uint32_t unused = 0, port = 0, packet = 0;
-    for (int option; (option = getopt(argc, argv, "p:u:gd:t:i:m:f:T:lr")) != -1;) {
+    for (int option; (option = getopt(argc, argv, "p:u:gd:t:i:m:f:T:lPr")) != -1;) {
         uint32_t *number = option == 'p'   ? &port
                            : option == 'd' ? &options->server.delay_ms
                            : option == 't' ? &options->server.threads
@@ -126,7 +127,8 @@ static void read_options(Options *options, int argc, char **argv)
         options->users = option == 'u' ? optarg : options->users;
         options->times = option == 'T' ? optarg : options->times;
         options->stream.keep_group |= option == 'g';
-        options->lengths |= option == 'l';
+        options->lengths |= option == 'l' || option == 'P';
+        options->sets_given |= option == 'P';
         options->raw |= option == 'r';
     }
     options->server.port = (uint16_t)port;
@@ -142,6 +144,13 @@ static void add_tracks(KovaLiveStream *stream, const Options *options, KovaLiveT
     KovaLiveTrackConfigInit(&track, sizeof track);
     track.codec = KOVA_LIVE_H264;
     track.form = options->lengths ? KOVA_LIVE_FORM_LENGTH : KOVA_LIVE_FORM_ANNEXB;
+    if (options->sets_given) {
+        size_t sps, pps;
+        track.sps = find_nal(video.data, video.size, 7, &sps);
+        track.pps = find_nal(video.data, video.size, 8, &pps);
+        track.sps_size = (uint32_t)sps;
+        track.pps_size = (uint32_t)pps;
+    }
     check("picture", KovaLiveAddTrack(stream, &track, &tracks[0]));
     KovaLiveTrackConfigInit(&track, sizeof track);
     track.codec = KOVA_LIVE_AAC;
@@ -160,7 +169,7 @@ static void push_next(Clip *clip, KovaLiveTrack *tracks[STREAMS][2], uint32_t st
     const uint8_t *unit = clip->data + begin;
     size_t size = clip->offset[clip->next + 1] - begin;
     if (clip == &video && options->lengths) {
-        size = put_lengths(unit, size, buffer);
+        size = put_lengths(unit, size, !options->sets_given, buffer);
         unit = buffer;
     } else if (clip == &audio && options->raw) {
         unit += ADTS_HEADER;

@@ -122,19 +122,41 @@ static size_t find_start_code(const uint8_t *unit, size_t size, size_t at)
     return at + 3 <= size ? at : size;
 }
 
-size_t put_lengths(const uint8_t *unit, size_t size, uint8_t *to)
+/* The NAL unit behind the start code at `code`, and where the next start code stands. */
+static const uint8_t *nal_at(const uint8_t *unit, size_t size, size_t code, size_t *length,
+                             size_t *next)
+{
+    const size_t begin = code + 3;
+    *next = find_start_code(unit, size, begin);
+    *length = *next - begin;
+    while (*length > 0 && unit[begin + *length - 1] == 0) /* of a longer start code */
+        --*length;
+    return unit + begin;
+}
+
+const uint8_t *find_nal(const uint8_t *unit, size_t size, int type, size_t *length)
+{
+    for (size_t code = find_start_code(unit, size, 0), next; code < size; code = next) {
+        const uint8_t *nal = nal_at(unit, size, code, length, &next);
+        if (*length > 0 && (nal[0] & 0x1F) == type)
+            return nal;
+    }
+    return NULL;
+}
+
+size_t put_lengths(const uint8_t *unit, size_t size, int with_sets, uint8_t *to)
 {
     size_t written = 0;
-    for (size_t code = find_start_code(unit, size, 0); code < size;) {
-        const size_t begin = code + 3, next = find_start_code(unit, size, begin);
-        size_t length = next - begin;
-        while (length > 0 && unit[begin + length - 1] == 0) /* of a longer start code */
-            --length;
+    for (size_t code = find_start_code(unit, size, 0), next; code < size; code = next) {
+        size_t length;
+        const uint8_t *nal = nal_at(unit, size, code, &length, &next);
+        const int type = length > 0 ? nal[0] & 0x1F : 0;
+        if (!with_sets && (type == 7 || type == 8))
+            continue;
         for (int byte = 0; byte < 4; ++byte)
             to[written++] = (uint8_t)(length >> (24 - 8 * byte));
-        memcpy(to + written, unit + begin, length);
+        memcpy(to + written, nal, length);
         written += length;
-        code = next;
     }
     return written;
 }

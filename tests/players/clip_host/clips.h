@@ -34,8 +34,11 @@ int64_t due_us(const Clip *clip);
 /* When its next unit is shown, in microseconds; above 0. */
 int64_t shown_us(const Clip *clip);
 
-/* Puts the NAL units of an Annex B access unit behind 4-byte lengths. `to` has room for size * 2
- * bytes. Returns how many were written. */
-size_t put_lengths(const uint8_t *unit, size_t size, uint8_t *to);
+/* Puts the NAL units of an Annex B access unit behind 4-byte lengths, its parameter sets too or
+ * left out. `to` has room for size * 2 bytes. Returns how many were written. */
+size_t put_lengths(const uint8_t *unit, size_t size, int with_sets, uint8_t *to);
+
+/* The first NAL unit of a type in an Annex B access unit; NULL: there is none. */
+const uint8_t *find_nal(const uint8_t *unit, size_t size, int type, size_t *length);
 
 #endif
