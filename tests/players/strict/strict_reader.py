@@ -56,6 +56,7 @@ class Player:
         for number, track in enumerate(self.tracks):
             self.set_up(number, track)
         check(self.client.session, 'no session')
+        self.picture = next(one for one in self.receivers if one.track.kind == 'video')
 
     def set_up(self, number, track):
         if self.options.transport == 'tcp':
@@ -105,6 +106,9 @@ class Player:
             self.reports[number].take(data)
         else:
             check(not self.reports[number].ended, 'RTP behind BYE')
+            if self.options.transport == 'tcp':
+                check(self.tracks[number].kind == 'video' or self.picture.first,
+                      'sound in front of the first picture')
             self.receivers[number].take(data, time.monotonic())
 
     def take_datagrams(self, seconds):
