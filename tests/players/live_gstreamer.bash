@@ -16,9 +16,10 @@ pipeline() {
     grep -q '^Got EOS from element' "$work/$name.err"
 }
 
-# rtspsrc <name> <transport> <address>: decodes picture and sound; the picture is kept as it came
+# rtspsrc <name> <transport> <address> [property]...: decodes picture and sound; the picture is kept
+# as it came
 rtspsrc() {
-    pipeline "$1" rtspsrc name=source protocols="$2" location="$3" \
+    pipeline "$1" rtspsrc name=source protocols="$2" location="$3" "${@:4}" \
         source. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! \
         video/x-h264,stream-format=byte-stream,alignment=au ! tee name=parsed \
         parsed. ! queue ! filesink location="$work/$1.h264" \
