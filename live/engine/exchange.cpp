@@ -31,12 +31,6 @@ std::string_view AuthorityOf(std::string_view url)
     return url;
 }
 
-void CountFailedLogin(KovaLiveLoop *pLoop)
-{
-    KovaMutexAssertHeld(&pLoop->mutex);
-    pLoop->figures.nLoginsFailed++;
-}
-
 /// Keeps the answer back: whoever guesses has to wait.
 void HoldAnswer(KovaExchange *pExchange, uint32_t nDelayMs)
 {
@@ -92,8 +86,6 @@ bool KovaExchangeLogin(KovaExchange *pExchange, const KovaLoginUsers *pUsers, co
                        szPath, pConnection->peer.sin_addr.s_addr, pLoop->nNow, &nDelayMs);
     if (verdict == kLoginPassed)
         return true;
-    if (nDelayMs != 0)
-        CountFailedLogin(pLoop);
     char szChallenge[kChallengeSize];
     const bool bStale = verdict == kLoginStale || verdict == kLoginSlow;
     if (!KovaLoginChallenge(pLoop->pLive->pLogin, &pConnection->login, bStale, pLoop->nNow,

@@ -34,7 +34,6 @@ void AddLoop(KovaLiveLoop *pLoop, KovaLiveServerNumbers *pNumbers)
          pSession = pSession->pNext)
         pNumbers->players += pSession->state == kSessionPlaying ? 1 : 0;
     pNumbers->refused += pLoop->figures.nRefused;
-    pNumbers->logins_failed += pLoop->figures.nLoginsFailed;
     pNumbers->packets += pLoop->figures.nPackets;
     pNumbers->bytes += pLoop->figures.nBytes;
 }
@@ -103,6 +102,7 @@ int32_t KovaLiveServerFigures(KovaLive *pLive, KovaLiveServerNumbers *pNumbers)
     KovaLiveServerNumbers numbers = {};
     numbers.connections = pLive->nConnections;
     numbers.sessions = pLive->nSessions;
+    numbers.logins_failed = KovaLoginFailed(pLive->pLogin);
     for (uint32_t nLoop = 0; nLoop < pLive->nLoops; nLoop++)
         AddLoop(pLive->pLoops[nLoop], &numbers);
     return RecordFill(pNumbers, &numbers, sizeof(numbers), sizeof(numbers))

@@ -39,7 +39,6 @@ struct KovaLoopMessage {
 /// What a loop has done, for the figures.
 struct KovaLoopFigures {
     uint64_t nRefused;
-    uint64_t nLoginsFailed;
     uint64_t nPackets;
     uint64_t nBytes;
 };

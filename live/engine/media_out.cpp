@@ -13,6 +13,9 @@ namespace {
 /// How often the host is asked for a key frame for which players wait, at most.
 constexpr uint64_t kWaitKeyInterval = 1000000;
 
+/// How long a newcomer's sound waits for the picture's entry, at most.
+constexpr uint64_t kPictureWait = 5000000;
+
 bool IsVideo(const KovaLiveStream *pStream, uint32_t nTrack)
 {
     return KovaTrackMediaCodec(pStream->pTracks[nTrack]->pMedia) == KOVA_LIVE_H264;
@@ -39,6 +42,21 @@ void AskForKey(KovaLiveSession *pSession, uint32_t nTrack)
                          pStream->pTracks[nTrack]);
 }
 
+/// Sound begins with the picture: over TCP some players take all tracks for beginning at once,
+/// and show one that came later by a second beside its time.
+bool WaitsForPicture(const KovaLiveSession *pSession, const KovaUnit *pUnit)
+{
+    if (IsVideo(pSession->pStream, pUnit->nTrack) ||
+        pSession->pLoop->nNow - pSession->nJoined >= kPictureWait)
+        return false;
+    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr;
+         pSetup = pSetup->pNext) {
+        if (pSetup->bWantsEntry && IsVideo(pSession->pStream, pSetup->nTrack))
+            return true;
+    }
+    return false;
+}
+
 /// Whether the player gets this unit, which is about to be sent.
 bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pUnit)
 {
@@ -49,7 +67,7 @@ bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pU
     pSession->nSerial = pUnit->nSerial;
     if (KovaQueueOverfull(pSession, pUnit->nBytes))
         CutBack(pSession);
-    if (pSetup->bWantsEntry && !pUnit->bEntry) {
+    if (pSetup->bWantsEntry && (!pUnit->bEntry || WaitsForPicture(pSession, pUnit))) {
         if (pSession->bSlow)
             KovaSessionCountLate(pSession, pUnit->nPackets);
         AskForKey(pSession, pUnit->nTrack);
