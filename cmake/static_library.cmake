@@ -28,7 +28,7 @@ else()
 endif()
 
 set_target_properties(kovartspserver_static PROPERTIES
-    OUTPUT_NAME kovartspserver
+    OUTPUT_NAME ${kova_library_name}
     ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
     LINKER_LANGUAGE C)
 target_include_directories(kovartspserver_static INTERFACE
