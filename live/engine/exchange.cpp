@@ -1,3 +1,4 @@
+#include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "live/engine/requests.h"
 
@@ -59,7 +60,7 @@ void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus)
 
 void KovaExchangeSession(KovaExchange *pExchange, const KovaLiveSession *pSession)
 {
-    const uint64_t nSeconds = pSession->pLoop->pLive->settings.nSessionTime / 1000000;
+    const uint64_t nSeconds = KovaDivide(pSession->pLoop->pLive->settings.nSessionTime, 1000000);
     KovaAnswerHeader(&pExchange->answer, "Session", "%s;timeout=%u", pSession->szId,
                      static_cast<unsigned>(nSeconds));
 }
