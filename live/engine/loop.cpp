@@ -74,6 +74,9 @@ void EndMarked(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
 void HandleInbox(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
 {
     KovaLoopMessage *pMessage = KovaLoopTakeInbox(pLoop);
+    // No unit is handled at a time before its push.
+    if (pMessage != nullptr)
+        pLoop->nNow = KovaClockMonotonic();
     while (pMessage != nullptr) {
         KovaLoopMessage *pNext = pMessage->pNext;
         pMessage->pNext = nullptr;
