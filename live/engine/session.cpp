@@ -298,7 +298,6 @@ void KovaSessionPlay(KovaLiveSession *pSession)
     uint32_t nKept = 0;
     KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
     pSession->state = kSessionPlaying;
-    pSession->nJoined = pSession->pLoop->nNow;
     LinkPlayer(pSession);
     if (!pSession->bPlayed)
         TellCame(pSession);

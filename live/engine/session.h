@@ -88,7 +88,6 @@ struct KovaLiveSession {
     uint64_t nHeard;  ///< µs: the last sign of life
     uint64_t nPlayer; ///< number for the host; 0 before it plays
     uint64_t nBegan;  ///< µs: first PLAY
-    uint64_t nJoined; ///< µs: last PLAY
     uint64_t nPackets;
     uint64_t nBytes;
     uint64_t nLatePackets;
