@@ -155,7 +155,8 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
-               nNow >= pConnection->nProgress + settings.nPlayerStallTime) {
+               nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
+               !KovaConnectionTook(pConnection)) {
         KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
                       szPeer, ntohs(pConnection->peer.sin_port));
         EndPlayersAsSlow(pConnection);
@@ -284,6 +285,8 @@ void KovaConnectionArm(KovaLiveConnection *pConnection)
     KovaPollerWant(pLoop->pPoller, &pConnection->item,
                    (bReads ? kPollRead : 0U) |
                        (KovaConnectionWaits(pConnection) ? kPollWrite : 0U));
+    if (KovaConnectionWaits(pConnection))
+        KovaConnectionNoteFull(pConnection);
     const uint64_t nDue = Deadline(pConnection);
     // Later deadlines are found out when the timer comes: most of them move all the time.
     if (nDue == UINT64_MAX)

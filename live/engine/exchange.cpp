@@ -1,3 +1,4 @@
+#include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "live/engine/requests.h"
 
@@ -53,7 +54,7 @@ void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus)
 
 void KovaExchangeSession(KovaExchange *pExchange, const KovaLiveSession *pSession)
 {
-    const uint64_t nSeconds = pSession->pLoop->pLive->settings.nSessionTime / 1000000;
+    const uint64_t nSeconds = KovaDivide(pSession->pLoop->pLive->settings.nSessionTime, 1000000);
     // No player keeps up with 0.
     KovaAnswerHeader(&pExchange->answer, "Session", "%s;timeout=%u", pSession->szId,
                      nSeconds != 0 ? static_cast<unsigned>(nSeconds) : 1U);

@@ -1,5 +1,6 @@
 #include "kova_live.h"
 
+#include "foundation/divide.h"
 #include "live/engine/connection.h"
 #include "live/engine/loop.h"
 #include "live/engine/session.h"
@@ -45,7 +46,9 @@ void AddSetups(const KovaLiveSession *pSession, KovaLivePlayer *pPlayer)
         const uint32_t nRate =
             KovaTrackMediaClockRate(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
         const uint32_t nJitter =
-            nRate != 0 ? static_cast<uint32_t>(uint64_t{pSetup->nJitter} * 1000000 / nRate) : 0;
+            nRate != 0
+                ? static_cast<uint32_t>(KovaDivide(uint64_t{pSetup->nJitter} * 1000000, nRate))
+                : 0;
         // Of several tracks the worst counts.
         pPlayer->loss = pSetup->nLoss > pPlayer->loss ? pSetup->nLoss : pPlayer->loss;
         pPlayer->jitter_us = nJitter > pPlayer->jitter_us ? nJitter : pPlayer->jitter_us;

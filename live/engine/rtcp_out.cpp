@@ -1,6 +1,7 @@
 #include "live/engine/rtcp_out.h"
 
 #include "foundation/byte_order.h"
+#include "foundation/divide.h"
 #include "live/engine/connection.h"
 #include "live/engine/udp_ports.h"
 #include "rtp/interleaved_batch.h"
@@ -46,12 +47,13 @@ bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLi
     int64_t nWall = 0;
     if (!KovaStreamClock(pSession->pStream, pSetup->nTrack, pSession->pLoop->nNow, &nPts, &nWall))
         return false;
-    const uint64_t nMicroseconds = static_cast<uint64_t>(nWall % 1000000);
-    KovaRtcpSenderReportWrite(pReport, {KovaTrackMediaSsrc(pMedia),
-                                        static_cast<uint32_t>(nWall / 1000000 + kSecondsFrom1900),
-                                        static_cast<uint32_t>((nMicroseconds << 32) / 1000000),
-                                        KovaTrackMediaTimestamp(pMedia, nPts), pSetup->nPackets,
-                                        pSetup->nOctets});
+    uint32_t nMicroseconds = 0;
+    const int64_t nSeconds = KovaDivideDown(nWall, 1000000, &nMicroseconds);
+    const uint64_t nFraction = KovaDivide(uint64_t{nMicroseconds} << 32, 1000000);
+    KovaRtcpSenderReportWrite(
+        pReport, {KovaTrackMediaSsrc(pMedia), static_cast<uint32_t>(nSeconds + kSecondsFrom1900),
+                  static_cast<uint32_t>(nFraction), KovaTrackMediaTimestamp(pMedia, nPts),
+                  pSetup->nPackets, pSetup->nOctets});
     return true;
 }
 
