@@ -16,10 +16,10 @@ pipeline() {
     grep -q '^Got EOS from element' "$work/$name.err"
 }
 
-# rtspsrc <name> <transport> <address> [property]...: decodes picture and sound; the picture is kept
-# as it came
+# rtspsrc <name> <transport> <address>: decodes picture and sound, by their RTP times alone; the
+# picture is kept as it came
 rtspsrc() {
-    pipeline "$1" rtspsrc name=source protocols="$2" location="$3" "${@:4}" \
+    pipeline "$1" rtspsrc name=source protocols="$2" location="$3" buffer-mode=none \
         source. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! \
         video/x-h264,stream-format=byte-stream,alignment=au ! tee name=parsed \
         parsed. ! queue ! filesink location="$work/$1.h264" \
@@ -28,10 +28,12 @@ rtspsrc() {
         "${sink[@]}" name=sound num-buffers=$sounds
 }
 
-# judge_pipeline <name> [sound rate] [fps]: no warning, and no frame missing
+# judge_pipeline <name> [sound rate] [fps]: no warning, and no frame missing. Warnings about the end
+# do not count, nor those about what GStreamer makes of late arrivals on a busy machine.
 judge_pipeline() {
     local end='(receive|PAUSE) interrupted$|Operation was cancelled|Could not send message'
-    ! grep -Ev " DEBUG +GST_SCHEDULING |$end" "$work/$1.log" || fail "$1 complained"
+    local late='too big, reset skew$|decreasing timestamp|elayed linking'
+    ! grep -Ev " DEBUG +GST_SCHEDULING |$end|$late" "$work/$1.log" || fail "$1 complained"
     python3 "$players/check_pipeline.py" "$work/$1.log" $pictures $sounds \
         "${2:-48000}" "${3:-25}" || fail "$1 has gaps, or misses frames"
 }
@@ -56,8 +58,8 @@ gstreamer_plays_live() {
     wrong_pipeline "rtsp${1:0:1}"
     for name in open private; do
         judge_pipeline $name
-        grep -q 'caps = audio/x-raw, .*rate=(int)48000, channels=(int)2' "$work/$name.err" ||
-            fail "$name: other sound than 48 kHz in stereo"
+        grep -q '<sound:sink> calling .*, size 8192,' "$work/$name.log" ||
+            fail "$name: no frames of 1,024 samples in stereo"
         judge_bytes $name $((pictures * 2 / 3))
     done
     await_gone
