@@ -58,8 +58,12 @@ void Description::Take(const Demuxer &demuxer, const Round &round, const Wish &w
         tracks.picture = {
             RateOf(*demuxer.Picture(), all > 0 ? static_cast<uint32_t>(all) : kUsualPicture)};
         sets = round.Picture()->Sets();
-        width = codec.width;
-        height = codec.height;
+        // Of an input that has changed since, it says what was at its beginning.
+        if (unit == nullptr || declaredWidth != codec.width) {
+            width = codec.width;
+            height = codec.height;
+        }
+        declaredWidth = codec.width;
         if (unit != nullptr && unit->track == TrackKind::Picture)
             ReadSize(*unit, &width, &height);
     }
@@ -96,8 +100,12 @@ std::string Description::Contradiction(const Round &round, const Wish &wish, con
         return "other tracks have come";
     if (unit.track == TrackKind::Sound)
         return ContradictsSound(*round.Sound(), unit) ? "the sound has another format" : "";
-    if (limits.fixedSets && sets.ContradictedBy(unit.bytes.data(), unit.bytes.size()))
+    if (!sets.ContradictedBy(unit.bytes.data(), unit.bytes.size()))
+        return "";
+    if (limits.fixedSets)
         return "the picture has other parameter sets";
+    sets.Take(unit.bytes.data(), unit.bytes.size());
+    ReadSize(unit, &width, &height);
     return "";
 }
 

@@ -32,6 +32,8 @@ struct Description {
 
 private:
     bool ContradictsSound(const SoundTrack &track, const Unit &unit);
+
+    int declaredWidth = 0; ///< by the input, when it was taken over
 };
 
 } // namespace kovastream

@@ -74,6 +74,17 @@ uint32_t RateOf(uint32_t index)
     return index < kRates.size() ? kRates[index] : 0;
 }
 
+uint32_t ReadRate(Bits *bits)
+{
+    const uint32_t index = bits->Take(4);
+    return index == kRateFollows ? bits->Take(24) : RateOf(index);
+}
+
+uint32_t ChannelsOf(uint32_t configuration)
+{
+    return configuration == kEightChannels ? 8 : configuration;
+}
+
 /// kRates.size() for a rate that an ADTS header cannot tell.
 uint32_t IndexOf(uint32_t rate)
 {
@@ -123,6 +134,14 @@ void SoundTrack::ReadConfiguration(const uint8_t *bytes, int size)
         size > static_cast<int>(kLongestConfiguration))
         Refuse();
     m_configuration.assign(bytes, bytes + size);
+    m_rate = ReadRate(&bits);
+    const uint32_t channels = bits.Take(4);
+    // 0, and layouts of later times: what the input has said stays.
+    if (channels > 0 && channels <= kEightChannels)
+        m_channels = ChannelsOf(channels);
+    // With the extension signalled in front, the output's rate is that of the extension.
+    if (type == kBandReplication || type == kParametricStereo)
+        m_rate = ReadRate(&bits);
 }
 
 /// What an ADTS header can tell of a configuration.
@@ -130,8 +149,7 @@ void SoundTrack::ReadPlain(const uint8_t *bytes, int size)
 {
     Bits bits(bytes, size);
     const uint32_t type = bits.Take(5);
-    const uint32_t index = bits.Take(4);
-    m_rate = index == kRateFollows ? bits.Take(24) : RateOf(index);
+    m_rate = ReadRate(&bits);
     m_channels = bits.Take(4);
     const bool usable =
         type == kLowComplexity || type == kBandReplication || type == kParametricStereo;
@@ -176,7 +194,7 @@ bool SoundTrack::FollowHeader(const AVPacket &packet)
         Refuse();
     m_header = header;
     m_rate = RateOf(rateIndex);
-    m_channels = channels == kEightChannels ? 8 : channels;
+    m_channels = ChannelsOf(channels);
     return true;
 }
 

@@ -244,8 +244,11 @@ TEST_F(AnySoundTest, NewConfigurationComesWithItsFirstFrame)
     const std::vector<uint8_t> next = {0x12, 0x10};
     memcpy(av_packet_new_side_data(packet.get(), AV_PKT_DATA_NEW_EXTRADATA, next.size()),
            next.data(), next.size());
+    EXPECT_EQ(track.SampleRate(), 48000U);
     EXPECT_EQ(Convert(&track, packet), Result::Unit);
     EXPECT_EQ(track.Configuration(), next);
+    EXPECT_EQ(track.SampleRate(), 44100U);
+    EXPECT_EQ(track.Channels(), 2U);
 }
 
 TEST_F(AnySoundTest, HeadersThatTellNoChannelsAreRefused)
