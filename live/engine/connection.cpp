@@ -3,7 +3,9 @@
 #include "foundation/heap.h"
 #include "live/engine/media_out.h"
 #include "live/engine/notices.h"
+#include "live/engine/player_queue.h"
 #include "live/engine/rtcp_in.h"
+#include "rtp/interleaved_batch.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -20,6 +22,9 @@ namespace {
 constexpr int kReadsPerEvent = 4;
 
 constexpr uint64_t kDrainTime = 1000000;
+
+/// Nothing more is read from a peer that takes no answers.
+constexpr size_t kMostUnanswered = 16384;
 
 constexpr int kKeepAliveIdleSeconds = 30;
 constexpr int kKeepAliveIntervalSeconds = 10;
@@ -203,6 +208,8 @@ bool FlushPending(KovaLiveConnection *pConnection)
 
 bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
 {
+    if (nSize == 0)
+        return true;
     constexpr size_t kMostPending = size_t{256} * 1024;
     if (pPending->nSize + nSize > kMostPending)
         return false;
@@ -217,6 +224,32 @@ bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
     memcpy(pPending->pBytes + pPending->nSize, pBytes, nSize);
     pPending->nSize += nSize;
     return true;
+}
+
+uint32_t ConnectionsOf(const KovaLiveLoop *pLoop, uint32_t nAddress)
+{
+    uint32_t nCount = 0;
+    for (const KovaLiveConnection *pConnection = pLoop->pConnections; pConnection != nullptr;
+         pConnection = pConnection->pNext)
+        nCount += pConnection->peer.sin_addr.s_addr == nAddress ? 1 : 0;
+    return nCount;
+}
+
+/// Of several loops each counts its own.
+bool IsOneTooMany(const KovaLiveConnection *pConnection)
+{
+    const uint32_t nMost = pConnection->pLoop->pLive->settings.nMaxPerAddress;
+    return nMost != 0 &&
+           ConnectionsOf(pConnection->pLoop, pConnection->peer.sin_addr.s_addr) > nMost;
+}
+
+void TurnAway(KovaLiveConnection *pConnection)
+{
+    char szPeer[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
+    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s has too many connections", szPeer);
+    pConnection->bClosing = true;
+    KovaRequestRefuse(pConnection, KovaRequest{}, 503);
 }
 
 KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
@@ -272,6 +305,8 @@ void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
     if (pConnection->pNext != nullptr)
         pConnection->pNext->ppLink = &pConnection->pNext;
     pLoop->pConnections = pConnection;
+    if (IsOneTooMany(pConnection))
+        TurnAway(pConnection);
     KovaConnectionArm(pConnection);
 }
 
@@ -327,6 +362,33 @@ bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, siz
     return true;
 }
 
+void KovaConnectionFinishFrame(KovaLiveConnection *pConnection)
+{
+    KovaLiveSession *pSession = pConnection->pBegun;
+    const KovaQueueEntry entry = *KovaQueueAt(pSession, 0);
+    const KovaUnitPacket &packet = entry.pUnit->pPackets[entry.nNext];
+    uint8_t header[kInterleavedHeaderSize];
+    KovaInterleavedHeaderWrite(header, entry.pSetup->nRtpChannel, packet.nSize);
+    const KovaPendingBytes behind = pConnection->pending;
+    uint32_t nOut = pSession->queue.nBegunOut;
+    pConnection->pending = {};
+    pConnection->pBegun = nullptr;
+    bool bKept = true;
+    if (nOut < kInterleavedHeaderSize) {
+        bKept = Append(&pConnection->pending, header + nOut, kInterleavedHeaderSize - nOut);
+        nOut = kInterleavedHeaderSize;
+    }
+    nOut -= kInterleavedHeaderSize;
+    bKept = bKept &&
+            Append(&pConnection->pending, entry.pUnit->pBytes + packet.nOffset + nOut,
+                   packet.nSize - nOut) &&
+            Append(&pConnection->pending, behind.pBytes, behind.nSize);
+    free(behind.pBytes);
+    KovaQueueSent(pSession);
+    if (!bKept)
+        KovaConnectionFail(pConnection);
+}
+
 void KovaConnectionFlush(KovaLiveConnection *pConnection)
 {
     if (pConnection->bEnded)
@@ -348,8 +410,9 @@ void KovaConnectionArm(KovaLiveConnection *pConnection)
     KovaLiveLoop *pLoop = pConnection->pLoop;
     if (pConnection->bClosing && pConnection->pending.pBytes == nullptr)
         BeginDraining(pConnection);
-    const bool bReads =
-        pConnection->hold == kHoldNone && (!pConnection->bClosing || pConnection->nDrainUntil != 0);
+    const bool bReads = pConnection->hold == kHoldNone &&
+                        pConnection->pending.nSize < kMostUnanswered &&
+                        (!pConnection->bClosing || pConnection->nDrainUntil != 0);
     KovaPollerWant(pLoop->pPoller, &pConnection->item,
                    (bReads ? kPollRead : 0U) | (HasWaiting(pConnection) ? kPollWrite : 0U));
     const uint64_t nDue = Deadline(pConnection);

@@ -67,6 +67,10 @@ void KovaConnectionFail(KovaLiveConnection *pConnection);
 /// False when it was too much or there is no memory: the connection ends.
 bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, size_t nSize);
 
+/// The player whose frame is out in part is going: the rest of that frame becomes pending,
+/// in front of everything else. Without memory the connection ends.
+void KovaConnectionFinishFrame(KovaLiveConnection *pConnection);
+
 /// Sends what waits, frames whole: a begun one first, then what is pending, then the
 /// queues of its players.
 void KovaConnectionFlush(KovaLiveConnection *pConnection);

@@ -34,25 +34,6 @@ KovaLiveLoop *LeastBusy(const KovaLive *pLive)
     return pBest;
 }
 
-uint32_t ConnectionsOf(KovaLiveLoop *pLoop, uint32_t nAddress)
-{
-    uint32_t nCount = 0;
-    for (const KovaLiveConnection *pConnection = pLoop->pConnections; pConnection != nullptr;
-         pConnection = pConnection->pNext)
-        nCount += pConnection->peer.sin_addr.s_addr == nAddress ? 1 : 0;
-    return nCount;
-}
-
-/// With several loops each counts its own: the limit holds for every one of them.
-bool IsTooMany(KovaLiveLoop *pLoop, const sockaddr_in &peer)
-{
-    const KovaLiveSettings &settings = pLoop->pLive->settings;
-    if (pLoop->pLive->nConnections >= settings.nMaxConnections)
-        return true;
-    return settings.nMaxPerAddress != 0 &&
-           ConnectionsOf(pLoop, peer.sin_addr.s_addr) >= settings.nMaxPerAddress;
-}
-
 void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaMutexAssertHeld(&pLoop->mutex);
@@ -106,7 +87,7 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
             KovaDescriptorRaise(accept4(pItem->nDescriptor, reinterpret_cast<sockaddr *>(&peer),
                                         &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (nSocket >= 0) {
-            if (IsTooMany(pLoop, peer))
+            if (pLoop->pLive->nConnections >= pLoop->pLive->settings.nMaxConnections)
                 Refuse(pLoop, nSocket, peer);
             else
                 Hand(pLoop, nSocket);

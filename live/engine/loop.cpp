@@ -217,7 +217,9 @@ int32_t KovaLoopStart(KovaLiveLoop *pLoop)
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    pLoop->bStarted = pthread_create(&pLoop->thread, &attributes, Run, pLoop) == 0;
+    // A host with much thread-local data needs more: then the system's own size.
+    pLoop->bStarted = pthread_create(&pLoop->thread, &attributes, Run, pLoop) == 0 ||
+                      pthread_create(&pLoop->thread, nullptr, Run, pLoop) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);
     return pLoop->bStarted ? KOVA_LIVE_OK : KOVA_LIVE_ERROR_SYSTEM;

@@ -120,8 +120,10 @@ void KovaQueueCut(KovaLiveSession *pSession)
         free(pQueue->pEntries);
         *pQueue = {};
     }
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
+        pSetup->bTakes = false;
+    }
 }
 
 void KovaQueueClear(KovaLiveSession *pSession, const KovaLiveSetup *pSetup)

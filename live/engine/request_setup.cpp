@@ -9,13 +9,27 @@ namespace {
 
 constexpr size_t kTransportSize = 256;
 
+/// Sessions of one connection: a player has one, a relay some.
+constexpr uint32_t kMostOwnSessions = 32;
+
+uint32_t OwnSessions(const KovaLiveConnection *pConnection)
+{
+    uint32_t nCount = 0;
+    for (const KovaLiveSession *pSession = pConnection->pSessions; pSession != nullptr;
+         pSession = pSession->pNextOwn)
+        nCount++;
+    return nCount;
+}
+
 /// The session that gets the track: the request's, or a new one. Null when it is answered.
 KovaLiveSession *SessionFor(KovaExchange *pExchange, bool bInterleaved)
 {
     KovaLiveSession *pSession = pExchange->pSession;
     if (pSession == nullptr) {
         const int32_t nResult =
-            KovaSessionCreate(pExchange->pConnection, pExchange->pStream, &pSession);
+            OwnSessions(pExchange->pConnection) < kMostOwnSessions
+                ? KovaSessionCreate(pExchange->pConnection, pExchange->pStream, &pSession)
+                : KOVA_LIVE_ERROR_TOO_LARGE;
         if (nResult == KOVA_LIVE_OK) {
             pSession->bInterleaved = bInterleaved;
             return pSession;

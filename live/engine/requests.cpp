@@ -169,9 +169,9 @@ void KovaRequestServe(KovaLiveConnection *pConnection, const KovaRequest &reques
     exchange.pRequest = &request;
     exchange.url = KovaRequestUrlParse(request.url);
     exchange.answer = {text, sizeof(text), 0, true};
-    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_DEBUG, "%.*s %.*s",
+    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_DEBUG, "%.*s %s",
                   static_cast<int>(request.methodText.size()), request.methodText.data(),
-                  static_cast<int>(request.url.size()), request.url.data());
+                  exchange.url.szPath);
     Dispatch(&exchange);
     ReleaseStream(exchange.pStream);
 }

@@ -82,18 +82,23 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaLiveConnection *pConnection = pSession->pConnection;
     if (pConnection == nullptr)
         return;
+    if (pConnection->pBegun == pSession)
+        pConnection->pBegun = nullptr;
     KovaLiveSession **ppLink = &pConnection->pSessions;
     while (*ppLink != pSession)
         ppLink = &(*ppLink)->pNextOwn;
     *ppLink = pSession->pNextOwn;
-    // The rest of a frame that is out in part will not come: nothing behind it could be read.
-    if (pConnection->pBegun == pSession) {
-        pConnection->pBegun = nullptr;
-        KovaConnectionFail(pConnection);
-    }
     pSession->pConnection = nullptr;
     pConnection->nActive = pConnection->pLoop->nNow;
     KovaConnectionArm(pConnection);
+}
+
+/// Nothing could be read behind a frame that is out in part.
+void FinishFrame(KovaLiveSession *pSession)
+{
+    KovaLiveConnection *pConnection = pSession->pConnection;
+    if (pConnection != nullptr && pConnection->pBegun == pSession)
+        KovaConnectionFinishFrame(pConnection);
 }
 
 void Free(KovaLiveSession *pSession)
@@ -199,9 +204,10 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
 void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
 {
     KovaLiveLoop *pLoop = LoopHeld(pSession);
-    const bool bStays = nReason != KOVA_LIVE_WENT_CONNECTION;
-    if (bStays && (pSession->pConnection == nullptr || pSession->pConnection->pBegun != pSession))
+    if (nReason != KOVA_LIVE_WENT_CONNECTION) {
+        FinishFrame(pSession);
         KovaRtcpSendBye(pSession);
+    }
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
     if (pSession->bPlayed)
@@ -253,12 +259,7 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
-    KovaLiveConnection *pConnection = pSession->pConnection;
-    if (pConnection != nullptr && pConnection->pBegun == pSession &&
-        KovaQueueAt(pSession, 0)->pSetup == pSetup) {
-        pConnection->pBegun = nullptr;
-        KovaConnectionFail(pConnection);
-    }
+    FinishFrame(pSession);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)
@@ -315,12 +316,8 @@ void KovaSessionPause(KovaLiveSession *pSession)
         return;
     UnlinkPlayer(pSession);
     pSession->state = kSessionPaused;
-    const bool bBegun =
-        pSession->pConnection != nullptr && pSession->pConnection->pBegun == pSession;
-    if (bBegun)
-        KovaQueueCut(pSession);
-    else
-        KovaQueueClear(pSession, nullptr);
+    FinishFrame(pSession);
+    KovaQueueClear(pSession, nullptr);
 }
 
 void KovaSessionHeard(KovaLiveSession *pSession)

@@ -36,7 +36,8 @@ int64_t DivideDown(int64_t nValue, int32_t nDivisor, int32_t *pRest)
     return nQuotient;
 }
 
-/// nRest / nLength, but the last of nCount parts is longer than the others.
+/// How many parts of nLength are in a rest, which keeps what is behind them. There are nCount
+/// parts, and the last may be a day longer.
 int32_t TakeParts(int32_t *pRest, int32_t nLength, int32_t nCount)
 {
     int32_t nParts = *pRest / nLength;

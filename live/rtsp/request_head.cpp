@@ -92,10 +92,10 @@ bool TakeField(HeadText *pHead, std::string_view *pField)
 void NoteLength(HeadText *pHead, KovaHeadFindings *pFindings, std::string_view value)
 {
     uint32_t nLength = 0;
-    if (!KovaNumberOf(value, kRequestMaxBody, &nLength))
-        pHead->bLengthBad = true;
-    else if (pHead->nLengths++ > 0 && nLength != pFindings->nBody)
-        pHead->bLengthBad = true;
+    const bool bNumber = KovaNumberOf(value, kRequestMaxBody, &nLength);
+    const bool bSame = pHead->nLengths == 0 || nLength == pFindings->nBody;
+    pHead->bLengthBad = pHead->bLengthBad || !bNumber || !bSame;
+    pHead->nLengths++;
     pFindings->nBody = nLength;
 }
 

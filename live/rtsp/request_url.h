@@ -22,7 +22,7 @@ struct KovaRequestUrl {
 /// URL behind a query ("?x=1/track2") are understood too. szPath never holds the track.
 /// It is "" for the server's root, and "?", which no stream can be called, when the path
 /// is longer than any stream's. Host and port are only looked at for their form.
-KovaRequestUrl KovaRequestUrlParse(std::string_view url);
+KovaRequestUrl KovaRequestUrlParse(std::string_view text);
 
 /// Whether two names of a stream are the same once slashes at their ends and in a
 /// row are taken away; for KovaLiveAddStream. Writes the plain form; false when the

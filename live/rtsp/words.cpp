@@ -29,9 +29,9 @@ bool KovaWordBegins(std::string_view text, std::string_view word)
     return true;
 }
 
-bool KovaWordIs(std::string_view word, std::string_view other)
+bool KovaWordIs(std::string_view text, std::string_view word)
 {
-    return word.size() == other.size() && KovaWordBegins(word, other);
+    return text.size() == word.size() && KovaWordBegins(text, word);
 }
 
 std::string_view KovaTrimmed(std::string_view text)

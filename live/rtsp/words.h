@@ -28,8 +28,8 @@ inline std::string_view KovaPart(std::string_view text, size_t nFrom,
 /// Where the first character of a set stands in the text; its size when none does.
 size_t KovaFind(std::string_view text, const char *szSet);
 
-/// Whether two words are the same without case.
-bool KovaWordIs(std::string_view word, std::string_view other);
+/// Whether the text is a word, without case.
+bool KovaWordIs(std::string_view text, std::string_view word);
 
 /// Whether the text begins with a word, without case.
 bool KovaWordBegins(std::string_view text, std::string_view word);

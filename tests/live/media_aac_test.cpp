@@ -247,6 +247,14 @@ TEST_F(MediaAac, HostsConfigurationStaysAsLongAsTheHeadersMeanTheSame)
     EXPECT_NE(told.Description().find("config=1210\r\n"), std::string::npos);
     told.Push(KovaMediaAdts("abc", kind));
     EXPECT_NE(told.Description().find("config=2B118800\r\n"), std::string::npos);
+    KovaAdtsKind other = kind;
+    other.nChannels = 1;
+    told.Push(KovaMediaAdts("abc", other));
+    EXPECT_NE(told.Description().find("config=1308\r\n"), std::string::npos);
+    other = kind;
+    other.nProfile = 0;
+    told.Push(KovaMediaAdts("abc", other));
+    EXPECT_NE(told.Description().find("config=0B10\r\n"), std::string::npos);
 }
 
 TEST_F(MediaAac, RandomBytesAreTakenOrRefusedAndNothingElse)

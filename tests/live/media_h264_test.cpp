@@ -259,7 +259,8 @@ TEST_F(MediaH264, RecoveryPointIsAnEntry)
         {KovaMediaBytes({6, 5, 2, 6, 1, 6, 1, 0xC4, 0x80}), true},
         {KovaMediaBytes({6, 1, 3, 0, 0, 3, 1, 6, 1, 0xC4, 0x80}), true}, // 0 0 1: the 3 is none
         {KovaMediaBytes({6, 1, 4, 0, 0, 3, 1, 6, 1, 0xC4, 0x80}), false},
-        {KovaMediaBytes({6, 255, 6, 1, 9, 6, 1, 0xC4, 0x80}), true}, // type 261 in front
+        {KovaMediaBytes({6, 1, 4, 0, 0, 3, 0, 3, 6, 1, 0xC4, 0x80}), true}, // only the first 3
+        {KovaMediaBytes({6, 255, 6, 1, 9, 6, 1, 0xC4, 0x80}), true},        // type 261 in front
         {KovaMediaBytes({6, 255, 6, 0x80}), false},
         {KovaMediaBytes({6, 6}), false},
         {KovaMediaBytes({6, 6, 0, 0x80}), false},

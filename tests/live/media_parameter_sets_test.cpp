@@ -79,6 +79,14 @@ TEST_F(MediaParameterSets, SpsComeBeforeEverythingAndPpsBehindTheUnitsOwnSets)
     EXPECT_EQ(Pushed({Pps(1, 1), kIdr}), (Nals{newSps, Sps(1), Pps(1, 1), Pps(0), kIdr}));
 }
 
+TEST_F(MediaParameterSets, PpsComeBehindTheUnitsOtherSetsToo)
+{
+    Pushed({Sps(0), Pps(0), kIdr});
+    const std::string extension = KovaMediaNal(0x6D, 5);
+    const std::string subset = KovaMediaNal(0x6F, 9);
+    EXPECT_EQ(Pushed({extension, subset, kIdr}), (Nals{Sps(0), extension, subset, Pps(0), kIdr}));
+}
+
 TEST_F(MediaParameterSets, AloneAreRememberedAndNotSent)
 {
     const KovaMediaUnit unit = track.Push(KovaMediaAnnexB({Sps(0), Pps(0)}));
@@ -133,7 +141,8 @@ TEST_F(MediaParameterSets, ThatAreNoneOnlyGoThrough)
     ASSERT_EQ(large.size(), 1025U);
     for (const std::string &odd :
          {KovaMediaBytes({0x67}), KovaMediaBytes({0x67, 0x64, 0x10, 0x28}), Sps(32),
-          KovaMediaBytes({0x68}), Pps(256), Pps(0, 32), KovaMediaBytes({0x68, 1}), large}) {
+          KovaMediaBytes({0x68}), Pps(256), Pps(0, 32), KovaMediaBytes({0x68, 1}),
+          KovaMediaBytes({0x68, 0, 0, 3, 0, 0, 3, 0x80, 1, 1, 1, 1, 0xFF}), large}) {
         EXPECT_EQ(Pushed({odd, kIdr}), (Nals{odd, kIdr}));
         EXPECT_EQ(Pushed({kIdr}), Nals{kIdr});
     }

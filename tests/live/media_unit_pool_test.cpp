@@ -115,6 +115,10 @@ TEST_F(MediaUnitPool, SmallestBlockThatFitsIsTaken)
     KovaUnitRelease(pLarger);
     KovaUnit *pUnit = KovaUnitPoolTake(pPool, 1, 1000);
     EXPECT_EQ(pUnit, pSmaller);
+    // Whichever came back last.
+    KovaUnitRelease(pUnit);
+    pUnit = KovaUnitPoolTake(pPool, 1, 1000);
+    EXPECT_EQ(pUnit, pSmaller);
     KovaUnitRelease(pUnit);
 }
 

@@ -1,5 +1,4 @@
 #include "tests/live/request_reading.h"
-#include "tests/support/c_calls.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// What a reader refuses, with which status, and what it costs.
+// What a reader refuses, and with which status.
 
 using testing::ElementsAre;
 using testing::Pair;
@@ -40,26 +39,6 @@ void ExpectFatal(const std::string &message, uint16_t nStatus)
     EXPECT_THAT(item.headers, testing::Contains(Pair("CSeq", "5")));
 }
 
-void *NoRealloc(void *, size_t)
-{
-    return nullptr;
-}
-
-/// While it lives no memory is had from realloc().
-class NoMemory {
-public:
-    NoMemory()
-    {
-        KovaReplaceCall<__real_realloc>(NoRealloc);
-    }
-    ~NoMemory()
-    {
-        KovaReplaceCall<__real_realloc>(nullptr);
-    }
-    NoMemory(const NoMemory &) = delete;
-    NoMemory &operator=(const NoMemory &) = delete;
-};
-
 std::string WithHeaders(size_t nCount)
 {
     std::string text = "PLAY * RTSP/1.0\r\n";
@@ -68,21 +47,9 @@ std::string WithHeaders(size_t nCount)
     return text;
 }
 
-/// A request whose head has nLength bytes.
-std::string WithHeadOf(size_t nLength)
-{
-    const std::string begin = "PLAY * RTSP/1.0\r\nCSeq: 5\r\nX: ";
-    return begin + std::string(nLength - begin.size() - 4, 'x') + "\r\n\r\n";
-}
-
 std::string WithUrlOf(size_t nLength)
 {
     return "PLAY " + std::string(nLength, 'u') + " RTSP/1.0\r\nCSeq: 5\r\n\r\n";
-}
-
-std::string WithLength(const std::string &length)
-{
-    return "PLAY * RTSP/1.0\r\nContent-Length: " + length + "\r\nCSeq: 5\r\n\r\n";
 }
 
 } // namespace
@@ -171,19 +138,44 @@ TEST(RequestLimits, AUrlOf2048BytesIsTakenAndALongerOneIsTooLong)
 TEST(RequestLimits, AHeadOf16384BytesIsTakenAndALongerOneEndsTheStream)
 {
     for (const size_t nPiece : {size_t{1}, size_t{1000}, size_t{100000}}) {
-        std::vector<KovaKeptItem> items = KovaReadInPieces(WithHeadOf(16384) + kNext, nPiece);
+        std::vector<KovaKeptItem> items =
+            KovaReadInPieces(KovaRequestWithHeadOf(16384) + kNext, nPiece);
         ASSERT_EQ(items.size(), 2u);
         EXPECT_EQ(items[0].kind, kReadRequest);
         // The LF of the last line end, which need not come, is not counted.
-        items = KovaReadInPieces(WithHeadOf(16385) + kNext, nPiece);
+        items = KovaReadInPieces(KovaRequestWithHeadOf(16385) + kNext, nPiece);
         ASSERT_EQ(items.size(), 2u);
         EXPECT_EQ(items[0].kind, kReadRequest);
-        items = KovaReadInPieces(WithHeadOf(16386) + kNext, nPiece);
+        items = KovaReadInPieces(KovaRequestWithHeadOf(16386) + kNext, nPiece);
         ASSERT_EQ(items.size(), 1u);
         EXPECT_EQ(items[0].nStatus, 413);
         EXPECT_TRUE(items[0].bFatal);
         EXPECT_EQ(items[0].method, kMethodPlay);
         EXPECT_THAT(items[0].headers, ElementsAre(Pair("CSeq", "5")));
+    }
+}
+
+TEST(RequestLimits, AHeadThatIsTooLongIsToldByItsLastByteThatFits)
+{
+    KovaReading reading;
+    reading.Feed(std::string(16383, 'x'));
+    EXPECT_TRUE(reading.items.empty());
+    reading.Feed("x");
+    ASSERT_EQ(reading.items.size(), 1u);
+    EXPECT_EQ(reading.items[0].nStatus, 413);
+    EXPECT_TRUE(reading.items[0].bFatal);
+}
+
+TEST(RequestLimits, AHeadThatArrivesInOnePieceHasTheSameLimit)
+{
+    for (const size_t nLength : {size_t{16385}, size_t{16386}}) {
+        KovaReading reading;
+        // The body made room for more than a head.
+        reading.Feed(KovaRequestWithLength("65536") + std::string(65536, 'b'));
+        reading.Feed(KovaRequestWithHeadOf(nLength));
+        ASSERT_EQ(reading.items.size(), 2u);
+        EXPECT_EQ(reading.items[1].nStatus, nLength == 16385 ? 0 : 413);
+        EXPECT_EQ(reading.items[1].bFatal, nLength != 16385);
     }
 }
 
@@ -214,15 +206,15 @@ TEST(RequestLimits, OfAHeadThatIsTooLongOnlyWholeHeadersAreKept)
 TEST(RequestLimits, ALengthThatIsNoNumberEndsTheStream)
 {
     for (const char *szLength : {"", "x", "-1", "+1", "1 2", "1,1", "0x10", "1.0"})
-        ExpectFatal(WithLength(szLength), 400);
+        ExpectFatal(KovaRequestWithLength(szLength), 400);
 }
 
 TEST(RequestLimits, TwoDifferentLengthsEndTheStreamAndTwoEqualOnesDoNot)
 {
-    ExpectFatal(WithLength("1\r\ncontent-length: 2"), 400);
-    ExpectFatal(WithLength("x\r\ncontent-length: 2"), 400);
-    ExpectFatal(WithLength("2\r\ncontent-length: x"), 400);
-    EXPECT_EQ(KovaReadOne(WithLength("2\r\ncontent-length: 02") + "ab").body, "ab");
+    ExpectFatal(KovaRequestWithLength("1\r\ncontent-length: 2"), 400);
+    ExpectFatal(KovaRequestWithLength("x\r\ncontent-length: 2"), 400);
+    ExpectFatal(KovaRequestWithLength("2\r\ncontent-length: x"), 400);
+    EXPECT_EQ(KovaReadOne(KovaRequestWithLength("2\r\ncontent-length: 02") + "ab").body, "ab");
 }
 
 TEST(RequestLimits, ABodyOf65536BytesIsTakenAndALongerOneEndsTheStreamAtOnce)
@@ -230,13 +222,13 @@ TEST(RequestLimits, ABodyOf65536BytesIsTakenAndALongerOneEndsTheStreamAtOnce)
     const std::string body(65536, 'b');
     for (const size_t nPiece : {size_t{1}, size_t{1000}, size_t{100000}}) {
         const std::vector<KovaKeptItem> items =
-            KovaReadInPieces(WithLength("65536") + body + kNext, nPiece);
+            KovaReadInPieces(KovaRequestWithLength("65536") + body + kNext, nPiece);
         ASSERT_EQ(items.size(), 2u);
         EXPECT_EQ(items[0].body, body);
     }
     for (const char *szLength : {"65537", "4294967296", "18446744073709551616",
                                  "99999999999999999999999999999999999999999999999"})
-        ExpectFatal(WithLength(szLength), 413);
+        ExpectFatal(KovaRequestWithLength(szLength), 413);
 }
 
 TEST(RequestLimits, TheLongestHeadWithTheLongestBodyIsRead)
@@ -261,111 +253,4 @@ TEST(RequestLimits, AnAnswerWhoseEndIsUnknownEndsTheStream)
 {
     ExpectFatal("RTSP/1.0 200 OK\r\nCSeq: 5\r\nContent-Length: x\r\n\r\n", 400);
     ExpectFatal("RTSP/1.0 200 OK\r\nCSeq: 5\r\nContent-Length: 70000\r\n\r\n", 413);
-}
-
-TEST(RequestLimits, AfterTheEndOfTheStreamTheRestCanStillBeReceived)
-{
-    KovaReading reading;
-    reading.Feed("GET / HTTP/1.0\r\n\r\n");
-    ASSERT_EQ(reading.items.size(), 1u);
-    EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
-    for (int n = 0; n < 100; n++)
-        reading.Feed(std::string(5000, 'x') + kNext);
-    EXPECT_EQ(reading.items.size(), 1u);
-    EXPECT_LE(reading.reader.nCapacity, 4096u);
-    KovaRequestReaderRelax(&reading.reader);
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
-}
-
-TEST(RequestLimits, AnIdleReaderHoldsNoMemory)
-{
-    KovaReading reading;
-    EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
-    reading.Feed(kNext + "\r\n");
-    EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
-    KovaRequestReaderRelax(&reading.reader);
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
-    reading.Feed(kNext);
-    EXPECT_EQ(reading.items.size(), 2u);
-}
-
-TEST(RequestLimits, AReaderKeepsWhatIsBegunWhenItRelaxes)
-{
-    KovaReading reading;
-    reading.Feed(kNext + kNext.substr(0, 9));
-    EXPECT_TRUE(KovaRequestReaderBegun(&reading.reader));
-    KovaRequestReaderRelax(&reading.reader);
-    reading.Feed(kNext.substr(9));
-    ASSERT_EQ(reading.items.size(), 2u);
-    EXPECT_EQ(reading.items[0], reading.items[1]);
-}
-
-TEST(RequestLimits, ClearingFreesEverythingAndTheReaderBeginsAnew)
-{
-    KovaReading reading;
-    reading.Feed(kNext.substr(0, 9));
-    KovaRequestReaderClear(&reading.reader);
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
-    EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
-    reading.Feed(kNext);
-    EXPECT_EQ(reading.items.size(), 1u);
-}
-
-TEST(RequestLimits, HalfARequestCostsAtMost4KibAndTheRoomGrowsWithWhatIsThere)
-{
-    KovaReading reading;
-    const std::string head = WithLength("65536");
-    reading.Feed(head);
-    EXPECT_LE(reading.reader.nCapacity, 4096u);
-    size_t nFed = head.size();
-    for (; nFed < head.size() + 65535; nFed++) {
-        reading.Feed("b");
-        ASSERT_LE(reading.reader.nCapacity, std::max<size_t>(2 * nFed + 2, 2048));
-    }
-    reading.Feed("b");
-    EXPECT_EQ(reading.items.size(), 1u);
-}
-
-TEST(RequestLimits, WithoutMemoryThereIsNoRoomAndWhatIsThereStays)
-{
-    KovaReading reading;
-    size_t nRoom = 1;
-    {
-        NoMemory none;
-        EXPECT_EQ(KovaRequestReaderRoom(&reading.reader, &nRoom), nullptr);
-        EXPECT_EQ(nRoom, 0u);
-    }
-    const std::string head = WithHeadOf(3000);
-    reading.Feed(head.substr(0, 2048));
-    {
-        NoMemory none;
-        EXPECT_EQ(KovaRequestReaderRoom(&reading.reader, &nRoom), nullptr);
-        EXPECT_EQ(nRoom, 0u);
-    }
-    reading.Feed(head.substr(2048));
-    EXPECT_EQ(reading.items, KovaReadInPieces(head, 3000));
-}
-
-TEST(RequestLimits, ASenderOfSingleBytesCostsNoMoreThanItsBytes)
-{
-    // Every look at a head begins where the last one stopped.
-    KovaReading reading;
-    const std::string head = WithHeadOf(16384);
-    for (size_t n = 0; n + 1 < head.size() - 1; n++) {
-        reading.Feed(head.substr(n, 1));
-        ASSERT_EQ(reading.reader.nScanned, n + 1);
-    }
-}
-
-TEST(RequestLimits, OfPipelinedRequestsOnlyTheUnfinishedOneIsMoved)
-{
-    KovaReading reading;
-    std::string many;
-    while (many.size() < 100000)
-        many += kNext;
-    const size_t nCount = many.size() / kNext.size();
-    reading.Feed(many);
-    EXPECT_EQ(reading.items.size(), nCount);
-    EXPECT_LE(reading.reader.nCapacity, 2048u);
 }

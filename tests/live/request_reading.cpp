@@ -109,3 +109,14 @@ KovaKeptItem KovaReadOne(const std::string &bytes)
     EXPECT_EQ(items.size(), 1u);
     return items.size() == 1 ? items.front() : KovaKeptItem();
 }
+
+std::string KovaRequestWithHeadOf(size_t nLength)
+{
+    const std::string begin = "PLAY * RTSP/1.0\r\nCSeq: 5\r\nX: ";
+    return begin + std::string(nLength - begin.size() - 4, 'x') + "\r\n\r\n";
+}
+
+std::string KovaRequestWithLength(const std::string &length)
+{
+    return "PLAY * RTSP/1.0\r\nContent-Length: " + length + "\r\nCSeq: 5\r\n\r\n";
+}

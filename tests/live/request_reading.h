@@ -53,3 +53,9 @@ std::vector<KovaKeptItem> KovaReadAnyhow(const std::string &bytes);
 
 /// KovaReadAnyhow for a stream that holds one item, which is returned.
 KovaKeptItem KovaReadOne(const std::string &bytes);
+
+/// A PLAY with CSeq 5 whose head has nLength bytes.
+std::string KovaRequestWithHeadOf(size_t nLength);
+
+/// The head of a PLAY with CSeq 5 and this Content-Length.
+std::string KovaRequestWithLength(const std::string &length);

@@ -104,6 +104,8 @@ TEST(RequestUrl, QueryAndFragmentDoNotCount)
     ExpectUrl("rtsp://h/cam?", "cam", -1);
     ExpectUrl("rtsp://h/cam#t=5", "cam", -1);
     ExpectUrl("rtsp://h?x=1", "", -1);
+    ExpectUrl("rtsp://h:554?x=1", "", -1);
+    ExpectUrl("rtsp://h:554#x", "", -1);
     ExpectUrl("rtsp://h/cam?x=a/b", "cam", -1);
     ExpectUrl("rtsp://h/cam?x=%zz", "cam", -1);
 }
@@ -140,6 +142,8 @@ TEST(RequestUrl, PercentEncodingIsDecoded)
     ExpectUrl("rtsp://h/a+b", "a+b", -1);
     for (const char *szPath : {"%", "%4", "%4g", "%g4", "a%00b", "%%41", "%-1"})
         ExpectInvalid("rtsp://h/"s + szPath);
+    // Nothing behind the text is looked at.
+    ExpectInvalid(std::string_view("rtsp://h/%41").substr(0, 11));
 }
 
 TEST(RequestUrl, TracksAreNumberedFrom1)

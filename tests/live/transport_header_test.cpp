@@ -125,7 +125,7 @@ TEST(TransportHeader, WhatCannotBeReadIsBad)
           "RTP/AVP;client_port", "RTP/AVP;client_port=x", "RTP/AVP;client_port=5000-",
           "RTP/AVP;client_port=-5001", "RTP/AVP;client_port=5000-5001-5002",
           "RTP/AVP;client_port=5000x", "RTP/AVP/TCP;interleaved=", "RTP/AVP/TCP;interleaved=a-b",
-          "RTP/AVP/TCP;interleaved=0-1-2", "RTP/AVP;multicast,banana"})
+          "RTP/AVP/TCP;interleaved=0-1-2", "RTP/AVP;multicast,banana", "banana,RTP/AVP;multicast"})
         ExpectKind(kTransportBad, szValue);
     EXPECT_EQ(KovaTransportHeaderParse(std::string_view()).kind, kTransportBad);
 }
