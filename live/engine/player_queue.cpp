@@ -34,8 +34,10 @@ void Advance(KovaLiveSession *pSession)
 {
     KovaPlayerQueue *pQueue = &pSession->queue;
     KovaQueueEntry *pEntry = &pQueue->pEntries[pQueue->nFirst];
+    const uint32_t nSize = pEntry->pUnit->pPackets[pEntry->nNext].nSize;
     pQueue->nBegunOut = 0;
-    pQueue->nBytes -= pEntry->pUnit->pPackets[pEntry->nNext].nSize;
+    pQueue->nBytes -= nSize;
+    pSession->nKept -= nSize < pSession->nKept ? nSize : pSession->nKept;
     if (++pEntry->nNext != pEntry->nEnd)
         return;
     KovaUnitRelease(pEntry->pUnit);
@@ -104,14 +106,18 @@ bool KovaQueueOverfull(const KovaLiveSession *pSession, uint32_t nBytes)
     if (queue.nCount == 0)
         return false;
     const KovaLiveSettings &settings = pSession->pLoop->pLive->settings;
-    const uint64_t nOldest = queue.pEntries[queue.nFirst].pUnit->nArrived + settings.nDelay;
+    const uint64_t nArrived = queue.pEntries[queue.nFirst].pUnit->nArrived + settings.nDelay;
+    // What a newcomer was given from memory may be older and larger than what may wait: it was
+    // not late in taking it.
+    const uint64_t nOldest = nArrived > pSession->nJoined ? nArrived : pSession->nJoined;
     return pSession->pLoop->nNow > nOldest + settings.nPlayerMaxTime ||
-           queue.nBytes + nBytes > settings.nPlayerMaxBytes;
+           queue.nBytes + nBytes > settings.nPlayerMaxBytes + pSession->nKept;
 }
 
 void KovaQueueCut(KovaLiveSession *pSession)
 {
     KovaPlayerQueue *pQueue = &pSession->queue;
+    pSession->nKept = 0;
     const uint32_t nKept = IsBegun(*pQueue, 0) ? 1 : 0;
     for (uint32_t nEntry = nKept; nEntry < pQueue->nCount; nEntry++)
         Drop(pSession, *KovaQueueAt(pSession, nEntry));

@@ -3,6 +3,7 @@
 #include "foundation/text.h"
 #include "live/engine/media_out.h"
 #include "live/engine/player_queue.h"
+#include "live/engine/rtcp_out.h"
 
 namespace {
 
@@ -79,6 +80,8 @@ void KovaRequestPlay(KovaExchange *pExchange)
         return KovaExchangeStatus(pExchange, 457);
     KovaSessionPlay(pSession);
     AnswerPlay(pExchange);
+    if (pSession->queue.nCount != 0)
+        KovaRtcpSendFirstReports(pSession);
     if (pSession->bInterleaved)
         KovaConnectionFlush(pSession->pConnection);
     else

@@ -79,22 +79,42 @@ void Send(KovaLiveSession *pSession, const KovaLiveSetup *pSetup, uint8_t *pFram
     KovaConnectionSend(pSession->pConnection, pFrame, kInterleavedHeaderSize + nSize);
 }
 
+void SendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
+{
+    uint8_t frame[kMostSize];
+    uint8_t *pPacket = frame + kInterleavedHeaderSize;
+    if (!WriteReport(pPacket, pSession, pSetup))
+        return;
+    const uint32_t nSsrc = KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
+    WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
+    Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize);
+}
+
+void PlanReport(const KovaLiveSession *pSession, KovaLiveSetup *pSetup)
+{
+    pSetup->nNextReport =
+        pSession->pLoop->nNow + (pSetup->nNextReport == 0 ? kFirstReports : kReportInterval);
+}
+
 } // namespace
 
 void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
-    uint8_t frame[kMostSize];
-    uint8_t *pPacket = frame + kInterleavedHeaderSize;
-    const uint64_t nNow = pSession->pLoop->nNow;
     // A report that finds the connection full would only make it fuller.
     const bool bFull = pSetup->bInterleaved && pSession->queue.nCount != 0;
-    if (!bFull && WriteReport(pPacket, pSession, pSetup)) {
-        const uint32_t nSsrc =
-            KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
-        WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
-        Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize);
+    if (!bFull)
+        SendReport(pSession, pSetup);
+    PlanReport(pSession, pSetup);
+}
+
+void KovaRtcpSendFirstReports(KovaLiveSession *pSession)
+{
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
+        if (pSetup->nNextReport > pSession->pLoop->nNow)
+            continue;
+        SendReport(pSession, pSetup);
+        PlanReport(pSession, pSetup);
     }
-    pSetup->nNextReport = nNow + (pSetup->nNextReport == 0 ? kFirstReports : kReportInterval);
 }
 
 void KovaRtcpSendBye(KovaLiveSession *pSession)

@@ -299,6 +299,7 @@ void KovaSessionPlay(KovaLiveSession *pSession)
     uint32_t nKept = 0;
     KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
     pSession->state = kSessionPlaying;
+    pSession->nJoined = pSession->pLoop->nNow;
     LinkPlayer(pSession);
     if (!pSession->bPlayed)
         TellCame(pSession);
@@ -307,6 +308,7 @@ void KovaSessionPlay(KovaLiveSession *pSession)
         KovaUnitRelease(ppKept[nUnit]);
     }
     free(ppKept);
+    pSession->nKept = pSession->queue.nBytes;
     AskForKeys(pSession);
 }
 
