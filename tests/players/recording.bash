@@ -1,7 +1,8 @@
-#!/usr/bin/env bash
 # FFmpeg records streams with 48 kHz and with 44.1 kHz sound to MP4 over TCP without decoding them,
 # and the sound alone once more. check_recording.py tells what is judged. For KOVA_RECORD_SECONDS,
-# 30 by default; scripts/record-long sets more.
+# 30 by default; scripts/record-long sets more. Sourced with the server, classic or live; not run.
+server=$1
+[[ $server == live ]] || door=(--classic)
 . "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
 need ffmpeg ffprobe
 seconds=${KOVA_RECORD_SECONDS:-30}
@@ -17,12 +18,16 @@ make_source() {
         -c:a aac -ac 2 -b:a 64k "$work/$1.mp4" </dev/null
 }
 
+# The live server sends parameter sets in band too, which the file has beside its pictures.
+filter=()
+[[ $server == classic ]] || filter=(-bsf:v filter_units=remove_types=7-8)
+
 # record <rate> <name> <option>...
 record() {
     local rate=$1 name=$2
     shift 2
     timeout $((seconds + 40)) ffmpeg -nostdin -xerror -v error -rtsp_transport tcp "$@" \
-        -i "rtsp://127.0.0.1:$port/$rate" -t "$seconds" -c copy -y "$work/$name.$rate.mp4" \
+        -i "rtsp://127.0.0.1:$port/$rate" -t "$seconds" -c copy "${filter[@]}" -y "$work/$name.$rate.mp4" \
         2>"$work/$name.$rate.err" </dev/null &
     pids+=($!)
 }
@@ -46,7 +51,7 @@ streams_are_ready() {
 
 kovastream=$KOVA_BUILD_DIR/kovastream
 [[ -x $kovastream ]] || fail "$kovastream is not built"
-start_server '' streams_are_ready "$kovastream" --port PORT --once --status json --log /dev/null \
+start_server '' streams_are_ready "$kovastream" --port PORT "${door[@]}" --once --status json --log /dev/null \
     "48000=$work/48000.mp4" "44100=$work/44100.mp4"
 for rate in "${rates[@]}"; do
     record "$rate" both
@@ -61,5 +66,6 @@ for rate in "${rates[@]}"; do
     judge "both.$rate"
     judge "sound.$rate"
     python3 "$players/check_recording.py" \
-        "$work/$rate.mp4" "$work/both.$rate.mp4" "$work/sound.$rate.mp4" "$seconds" || exit 1
+        "$work/$rate.mp4" "$work/both.$rate.mp4" "$work/sound.$rate.mp4" "$seconds" \
+        "$server" || exit 1
 done
