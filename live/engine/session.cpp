@@ -297,7 +297,8 @@ void KovaSessionPlay(KovaLiveSession *pSession)
         pSetup->bWantsEntry = true;
     KovaUnit **ppKept = nullptr;
     uint32_t nKept = 0;
-    KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
+    KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, pSession->pLoop->nNow, &ppKept,
+                   &nKept, &pSession->nSerial);
     pSession->state = kSessionPlaying;
     pSession->nJoined = pSession->pLoop->nNow;
     LinkPlayer(pSession);

@@ -24,13 +24,14 @@ struct KeptGroupTest : testing::Test {
     std::atomic<uint32_t> nOverflows{0};
     int64_t nTime = 0;
 
-    void Open(uint32_t nPlayerBytes)
+    void Open(uint32_t nPlayerBytes, uint32_t nDelayMs = 0)
     {
         KovaLiveConfig config = {};
         config.size = sizeof(config);
         config.address = "127.0.0.1";
         config.player_max_bytes = nPlayerBytes;
         config.player_stall_ms = 60000;
+        config.delay_ms = nDelayMs;
         config.context = this;
         config.on_event = [](void *pTest, const KovaLiveEvent *pEvent) {
             if (pEvent->type == KOVA_LIVE_EVENT_OVERFLOW)
@@ -153,6 +154,62 @@ TEST_F(KeptGroupTest, ReportStandsInFrontOfTheGroup)
     EXPECT_EQ(static_cast<uint8_t>(report[1]), 200); // a sender report (RFC 3550, 6.4.1)
     // The sender's packet count: none was sent before.
     EXPECT_EQ(report.substr(20, 4), "\0\0\0\0"s);
+}
+
+/// Takes so many pictures, each packet of which must stand right behind the one before.
+void TakeInOrder(KovaLiveClient *pClient, uint32_t nPictures)
+{
+    KovaLiveRtp packet;
+    ASSERT_TRUE(pClient->NextRtp(1, &packet));
+    uint32_t nTaken = packet.header.bMarker ? 1 : 0;
+    while (nTaken < nPictures) {
+        const uint16_t nNext = static_cast<uint16_t>(packet.header.nSequence + 1);
+        ASSERT_TRUE(pClient->NextRtp(1, &packet)) << "picture " << nTaken;
+        ASSERT_EQ(packet.header.nSequence, nNext) << "picture " << nTaken;
+        nTaken += packet.header.bMarker ? 1 : 0;
+    }
+}
+
+TEST_F(KeptGroupTest, NobodyGetsWhatIsDelayedBeforeItsTime)
+{
+    constexpr std::chrono::milliseconds kDelay{1500};
+    ASSERT_NO_FATAL_FAILURE(Open(64 * 1024 * 1024, kDelay.count()));
+    PushGroup(1000);
+    std::this_thread::sleep_for(kDelay);
+    const auto begin = std::chrono::steady_clock::now();
+    for (uint32_t nPicture = 0; nPicture < 3; nPicture++)
+        Push(false, 1000);
+    // The first one finds nothing under way, the second one what the first one has brought.
+    KovaLiveClient first;
+    ASSERT_NO_FATAL_FAILURE(Join(&first));
+    KovaLiveClient second;
+    ASSERT_NO_FATAL_FAILURE(Join(&second));
+    Push(false, 1000);
+    for (KovaLiveClient *pClient : {&first, &second}) {
+        ASSERT_NO_FATAL_FAILURE(TakeInOrder(pClient, kGroupPictures + 1));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, kDelay);
+        ASSERT_NO_FATAL_FAILURE(TakeInOrder(pClient, 3));
+    }
+    // Nothing comes twice.
+    KovaLiveRtp packet;
+    EXPECT_FALSE(first.NextRtp(1, &packet, 100));
+    EXPECT_FALSE(second.NextRtp(1, &packet, 100));
+}
+
+TEST_F(KeptGroupTest, PlayerThatComesBackWithinTheDelayGetsNothingTwice)
+{
+    ASSERT_NO_FATAL_FAILURE(Open(64 * 1024 * 1024, 1500));
+    KovaLiveClient first;
+    ASSERT_NO_FATAL_FAILURE(Push(true, 1000));
+    ASSERT_NO_FATAL_FAILURE(Join(&first));
+    Push(false, 1000);
+    EXPECT_EQ(first.Pause("cam").nStatus, 200);
+    Push(false, 1000);
+    EXPECT_EQ(first.Play("cam").nStatus, 200);
+    Push(false, 1000);
+    ASSERT_NO_FATAL_FAILURE(TakeInOrder(&first, 4));
+    KovaLiveRtp packet;
+    EXPECT_FALSE(first.NextRtp(1, &packet, 100));
 }
 
 } // namespace
