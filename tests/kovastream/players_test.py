@@ -154,6 +154,21 @@ class Limits(unittest.TestCase):
                     self.assertGreater(len(player.packets(1)), 20)
 
 
+class Delays(unittest.TestCase):
+    def test_everything_is_late_and_nothing_is_lost(self):
+        begin = time.monotonic()
+        with Program("--once", "--delay", "3000", clip("h264")) as program:
+            program.await_ready()
+            with Player(program) as player:
+                got = slices_of(player.play().packets(20))
+                # The clip lasts for two seconds.
+                self.assertGreater(time.monotonic() - begin, 4.5)
+            self.assertEqual(program.wait(), 0)
+        slices = annexb_units(clip("h264"))
+        self.assertGreater(len(got), 20)
+        self.assertEqual(got, slices[-len(got):])
+
+
 class Sounds(unittest.TestCase):
     """Sound that only the live server takes."""
 
@@ -183,15 +198,19 @@ class Sounds(unittest.TestCase):
             self.assertNotIn("warning", program.out())
 
 
+def headless():
+    """The clip from its second picture on, and how much of that is before its second key frame."""
+    with open(clip("h264"), "rb") as raw:
+        data = raw.read()
+    data = data[re.search(rb"\x00\x00\x01[\x41\x61\x01]", data).start():]
+    return data, data.index(b"\0\0\0\1\x67")
+
+
 class Pictures(unittest.TestCase):
     def test_parameter_sets_that_come_late(self):
-        with open(clip("h264"), "rb") as raw:
-            data = raw.read()
-        # Without those in front of the first key frame, and that.
-        second = data.index(b"\0\0\0\1\x67", 10)
-        first_p = re.search(rb"\x00\x00\x01[\x41\x61\x01]", data).start()
+        data, _ = headless()
         with open(path("late.h264"), "wb") as late:
-            late.write(data[first_p - 1:second] + data[second:])
+            late.write(data)
         with Program(path("late.h264")) as program:
             program.await_ready(seconds=20)
             with Player(program) as player:
@@ -200,11 +219,9 @@ class Pictures(unittest.TestCase):
             self.assertGreater(len(got), 40)
 
     def test_a_stream_waits_for_its_parameter_sets(self):
-        with open(clip("h264"), "rb") as raw:
-            data = raw.read()
-        first_p = re.search(rb"\x00\x00\x01[\x41\x61\x01]", data).start()
+        data, sets = headless()
         with open(path("none.h264"), "wb") as none:
-            none.write(data[first_p - 1:data.index(b"\0\0\0\1\x67", 10)])
+            none.write(data[:sets])
         with Program("--status", "json", path("none.h264")) as program:
             await_text(program, "/live  (H.264)\n")
             await_text(program, '"status":"not_ready"')
