@@ -13,7 +13,6 @@ struct Options;
 
 /// One of the library's interfaces, with the server behind it.
 struct Door {
-    const char *name;
     Limits limits;
     std::chrono::milliseconds lag; ///< a unit is out so long after its time, without --delay
     const char *farewell;          ///< what is said when the end was asked for

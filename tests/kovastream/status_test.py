@@ -174,8 +174,9 @@ class Lines(unittest.TestCase):
 
     @live_only
     def test_the_librarys_lines_when_asked_for(self):
-        said = self.visited("--log-level", "3")
-        self.assertEqual(len(said), 3, said)
+        # A callback may come while the end is already being said.
+        said = [line for line in self.visited("--log-level", "3") if line != STOPPING]
+        self.assertEqual(len(said), 2, said)
         stamp = r"^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d 127\.0\.0\.1:\d+ "
         self.assertRegex(said[0], stamp + "plays live$")
         self.assertRegex(said[1], stamp + "said goodbye: live$")
@@ -242,8 +243,7 @@ class LogFile(unittest.TestCase):
             self.assertEqual(program.wait(), 0)
             self.assertNotIn("DESCRIBE", program.out())
         with open(path("live.log")) as log:
-            self.assertRegex(log.read(), r"(?m)^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d DESCRIBE "
-                                         r"rtsp://127\.0\.0\.1:\d+/live$")
+            self.assertRegex(log.read(), r"(?m)^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d DESCRIBE live$")
 
     @classic_only
     def test_the_librarys_lines_and_level(self):
@@ -347,7 +347,7 @@ class Terminal(unittest.TestCase):
         screen = self.start(2, "--log-level", "4", "one=" + clip(), "two=" + clip())
         with socket.create_connection(("127.0.0.1", self.port), 5) as player:
             for number in range(20):
-                player.sendall(f"OPTIONS rtsp://x/one?{number:04}end RTSP/1.0\r\n"
+                player.sendall(f"OPTIONS rtsp://x/{('one', 'two')[number % 2]} RTSP/1.0\r\n"
                                f"CSeq: {number}\r\n\r\n".encode())
                 self.assertIn(b"200 OK", player.recv(4096))
             self.read(2.5, screen)
@@ -355,10 +355,11 @@ class Terminal(unittest.TestCase):
         lines = screen.lines
         shown = [i for i, line in enumerate(lines) if " fps " in line or "viewers" in line]
         self.assertEqual(len(shown), 2, lines[-8:])
-        for number in range(20):
-            self.assertTrue(any(line.endswith(f"OPTIONS rtsp://x/one?{number:04}end")
-                                for line in lines), lines)
-        self.assertLess(lines.index(next(line for line in lines if "0019end" in line)), shown[0])
+        # All of them, whole and above the status.
+        for uri in ("one", "two"):
+            requests = [i for i, line in enumerate(lines) if line.endswith(f" OPTIONS {uri}")]
+            self.assertEqual(len(requests), 10, lines)
+            self.assertLess(requests[-1], shown[0])
 
     @classic_only
     def test_status_stays_below_whole_lines(self):
