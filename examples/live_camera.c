@@ -2,7 +2,8 @@
  * kova_live_camera - serves the H.264 that an encoder writes to standard input, as it comes.
  *
  *     encoder | kova_live_camera [port]       play rtsp://<this machine>:<port>/camera
- *     ffmpeg -re -i clip.mp4 -an -c:v copy -bsf:v h264_mp4toannexb -f h264 - | kova_live_camera 8554
+ *     ffmpeg -re -i clip.mp4 -an -c:v copy -bsf:v h264_mp4toannexb -f h264 - | kova_live_camera
+ * 8554
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
@@ -37,8 +38,8 @@ static int64_t now_us(void)
     return (int64_t)now.tv_sec * 1000000 + now.tv_nsec / 1000;
 }
 
-/* Where the next access unit begins behind `from`: at a delimiter, a parameter set, SEI, or the first
- * slice of a picture, once a slice has been seen. 0: not in these bytes. */
+/* Where the next access unit begins behind `from`: at a delimiter, a parameter set, SEI, or the
+ * first slice of a picture, once a slice has been seen. 0: not in these bytes. */
 static size_t next_unit(const unsigned char *data, size_t size)
 {
     int slice = 0;

@@ -1,11 +1,9 @@
 #include "live/engine/connection.h"
 
 #include "foundation/heap.h"
-#include "live/engine/media_out.h"
 #include "live/engine/notices.h"
-#include "live/engine/player_queue.h"
+#include "live/engine/peer_counts.h"
 #include "live/engine/rtcp_in.h"
-#include "rtp/interleaved_batch.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -22,6 +20,9 @@ namespace {
 constexpr int kReadsPerEvent = 4;
 
 constexpr uint64_t kDrainTime = 1000000;
+
+/// What the reader takes for a first message.
+constexpr size_t kKeptRoom = 2048;
 
 /// Nothing more is read from a peer that takes no answers.
 constexpr size_t kMostUnanswered = 16384;
@@ -84,7 +85,9 @@ void Receive(KovaLiveConnection *pConnection)
             static_cast<size_t>(nCount) < nRoom)
             break;
     }
-    KovaRequestReaderRelax(&pConnection->reader);
+    // Who plays keeps the room for small messages: a shortage of memory does not end its reports.
+    if (pConnection->pSessions == nullptr || pConnection->reader.nCapacity > kKeptRoom)
+        KovaRequestReaderRelax(&pConnection->reader);
 }
 
 void HandleEvent(KovaPollItem *pItem, uint32_t nEvents)
@@ -100,18 +103,6 @@ void HandleEvent(KovaPollItem *pItem, uint32_t nEvents)
         KovaConnectionEnd(pConnection);
     else
         KovaConnectionArm(pConnection);
-}
-
-bool HasWaiting(const KovaLiveConnection *pConnection)
-{
-    if (pConnection->pending.pBytes != nullptr)
-        return true;
-    for (const KovaLiveSession *pSession = pConnection->pSessions; pSession != nullptr;
-         pSession = pSession->pNextOwn) {
-        if (pSession->bInterleaved && pSession->queue.nCount != 0)
-            return true;
-    }
-    return false;
 }
 
 void Earlier(uint64_t *pDue, uint64_t nDue)
@@ -133,7 +124,7 @@ uint64_t Deadline(const KovaLiveConnection *pConnection)
         Earlier(&nDue, pConnection->nBegunRequest + settings.nRequestTime);
     if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone)
         Earlier(&nDue, pConnection->nActive + settings.nIdleTime);
-    if (HasWaiting(pConnection))
+    if (KovaConnectionWaits(pConnection))
         Earlier(&nDue, pConnection->nProgress + settings.nPlayerStallTime);
     return nDue;
 }
@@ -163,8 +154,9 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
     if (pConnection->hold != kHoldNone) {
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
-    } else if (HasWaiting(pConnection) &&
-               nNow >= pConnection->nProgress + settings.nPlayerStallTime) {
+    } else if (KovaConnectionWaits(pConnection) &&
+               nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
+               !KovaConnectionTook(pConnection)) {
         KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
                       szPeer, ntohs(pConnection->peer.sin_port));
         EndPlayersAsSlow(pConnection);
@@ -185,73 +177,6 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         KovaConnectionArm(pConnection);
 }
 
-/// Sends what is pending. Returns whether all of it is out.
-bool FlushPending(KovaLiveConnection *pConnection)
-{
-    KovaPendingBytes *pPending = &pConnection->pending;
-    while (pPending->nSent < pPending->nSize) {
-        const ssize_t nSent =
-            send(pConnection->item.nDescriptor, pPending->pBytes + pPending->nSent,
-                 pPending->nSize - pPending->nSent, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (nSent <= 0) {
-            if (nSent < 0 && KovaSendOutcomeOfError(errno) == kSendFailed)
-                KovaConnectionFail(pConnection);
-            return false;
-        }
-        pPending->nSent += static_cast<size_t>(nSent);
-        pConnection->nProgress = pConnection->pLoop->nNow;
-    }
-    free(pPending->pBytes);
-    *pPending = {};
-    return true;
-}
-
-bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
-{
-    if (nSize == 0)
-        return true;
-    constexpr size_t kMostPending = size_t{256} * 1024;
-    if (pPending->nSize + nSize > kMostPending)
-        return false;
-    if (pPending->nSize + nSize > pPending->nRoom) {
-        const size_t nRoom = pPending->nSize + nSize;
-        void *pRoom = realloc(pPending->pBytes, nRoom);
-        if (pRoom == nullptr)
-            return false;
-        pPending->pBytes = static_cast<uint8_t *>(pRoom);
-        pPending->nRoom = nRoom;
-    }
-    memcpy(pPending->pBytes + pPending->nSize, pBytes, nSize);
-    pPending->nSize += nSize;
-    return true;
-}
-
-uint32_t ConnectionsOf(const KovaLiveLoop *pLoop, uint32_t nAddress)
-{
-    uint32_t nCount = 0;
-    for (const KovaLiveConnection *pConnection = pLoop->pConnections; pConnection != nullptr;
-         pConnection = pConnection->pNext)
-        nCount += pConnection->peer.sin_addr.s_addr == nAddress ? 1 : 0;
-    return nCount;
-}
-
-/// Of several loops each counts its own.
-bool IsOneTooMany(const KovaLiveConnection *pConnection)
-{
-    const uint32_t nMost = pConnection->pLoop->pLive->settings.nMaxPerAddress;
-    return nMost != 0 &&
-           ConnectionsOf(pConnection->pLoop, pConnection->peer.sin_addr.s_addr) > nMost;
-}
-
-void TurnAway(KovaLiveConnection *pConnection)
-{
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s has too many connections", szPeer);
-    pConnection->bClosing = true;
-    KovaRequestRefuse(pConnection, KovaRequest{}, 503);
-}
-
 KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
 {
     KovaLiveConnection *pConnection = KovaHeapNew<KovaLiveConnection>();
@@ -270,34 +195,36 @@ KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
     return nullptr;
 }
 
-void NoteAddresses(KovaLiveConnection *pConnection)
+void NoteOwnAddress(KovaLiveConnection *pConnection)
 {
-    socklen_t nLength = sizeof(pConnection->peer);
-    getpeername(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->peer),
-                &nLength);
-    nLength = sizeof(pConnection->local);
+    socklen_t nLength = sizeof(pConnection->local);
     getsockname(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->local),
                 &nLength);
 }
 
 } // namespace
 
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
+void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
+{
+    close(nSocket);
+    KovaPeerLeave(pLoop->pLive, peer.sin_addr.s_addr);
+    pLoop->nLoad--;
+    pLoop->pLive->nConnections--;
+}
+
+void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveConnection *pConnection = Make(pLoop, nSocket);
-    if (pConnection == nullptr) {
-        close(nSocket);
-        pLoop->nLoad--;
-        pLoop->pLive->nConnections--;
-        return;
-    }
+    if (pConnection == nullptr)
+        return KovaConnectionForget(pLoop, nSocket, peer);
     SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
     pConnection->pLoop = pLoop;
-    NoteAddresses(pConnection);
+    pConnection->peer = peer;
+    NoteOwnAddress(pConnection);
     pConnection->nActive = pLoop->nNow;
     pConnection->nProgress = pLoop->nNow;
     pConnection->pNext = pLoop->pConnections;
@@ -305,8 +232,6 @@ void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
     if (pConnection->pNext != nullptr)
         pConnection->pNext->ppLink = &pConnection->pNext;
     pLoop->pConnections = pConnection;
-    if (IsOneTooMany(pConnection))
-        TurnAway(pConnection);
     KovaConnectionArm(pConnection);
 }
 
@@ -328,14 +253,14 @@ void KovaConnectionEnd(KovaLiveConnection *pConnection)
         pConnection->pNext->ppLink = pConnection->ppLink;
     KovaPollerRemove(pLoop->pPoller, &pConnection->item);
     KovaTimersLeave(&pLoop->timers, &pConnection->timer);
-    close(pConnection->item.nDescriptor);
+    // A child that the host forked may have the descriptor, too: the peer shall see the end.
+    shutdown(pConnection->item.nDescriptor, SHUT_RDWR);
+    KovaConnectionForget(pLoop, pConnection->item.nDescriptor, pConnection->peer);
     KovaRequestReaderClear(&pConnection->reader);
     free(pConnection->pending.pBytes);
     KovaStreamRelease(pConnection->pHeldStream);
     free(pConnection->pHeldText);
     free(pConnection);
-    pLoop->nLoad--;
-    pLoop->pLive->nConnections--;
 }
 
 void KovaConnectionFail(KovaLiveConnection *pConnection)
@@ -345,62 +270,6 @@ void KovaConnectionFail(KovaLiveConnection *pConnection)
     pConnection->bEnded = true;
     // Whoever walks over players stands on it: its timer takes it away.
     KovaTimersSet(&pConnection->pLoop->timers, &pConnection->timer, 0);
-}
-
-bool KovaConnectionSend(KovaLiveConnection *pConnection, const void *pBytes, size_t nSize)
-{
-    if (pConnection->bEnded)
-        return false;
-    if (!HasWaiting(pConnection))
-        pConnection->nProgress = pConnection->pLoop->nNow;
-    if (!Append(&pConnection->pending, pBytes, nSize)) {
-        KovaConnectionFail(pConnection);
-        return false;
-    }
-    if (pConnection->pBegun == nullptr)
-        FlushPending(pConnection);
-    return true;
-}
-
-void KovaConnectionFinishFrame(KovaLiveConnection *pConnection)
-{
-    KovaLiveSession *pSession = pConnection->pBegun;
-    const KovaQueueEntry entry = *KovaQueueAt(pSession, 0);
-    const KovaUnitPacket &packet = entry.pUnit->pPackets[entry.nNext];
-    uint8_t header[kInterleavedHeaderSize];
-    KovaInterleavedHeaderWrite(header, entry.pSetup->nRtpChannel, packet.nSize);
-    const KovaPendingBytes behind = pConnection->pending;
-    uint32_t nOut = pSession->queue.nBegunOut;
-    pConnection->pending = {};
-    pConnection->pBegun = nullptr;
-    bool bKept = true;
-    if (nOut < kInterleavedHeaderSize) {
-        bKept = Append(&pConnection->pending, header + nOut, kInterleavedHeaderSize - nOut);
-        nOut = kInterleavedHeaderSize;
-    }
-    nOut -= kInterleavedHeaderSize;
-    bKept = bKept &&
-            Append(&pConnection->pending, entry.pUnit->pBytes + packet.nOffset + nOut,
-                   packet.nSize - nOut) &&
-            Append(&pConnection->pending, behind.pBytes, behind.nSize);
-    free(behind.pBytes);
-    KovaQueueSent(pSession);
-    if (!bKept)
-        KovaConnectionFail(pConnection);
-}
-
-void KovaConnectionFlush(KovaLiveConnection *pConnection)
-{
-    if (pConnection->bEnded)
-        return;
-    if (pConnection->pBegun != nullptr)
-        KovaMediaTcpFlush(pConnection);
-    if (pConnection->pBegun != nullptr || pConnection->bEnded)
-        return;
-    if (pConnection->pending.pBytes != nullptr && !FlushPending(pConnection))
-        return;
-    if (!pConnection->bClosing)
-        KovaMediaTcpFlush(pConnection);
 }
 
 void KovaConnectionArm(KovaLiveConnection *pConnection)
@@ -414,7 +283,10 @@ void KovaConnectionArm(KovaLiveConnection *pConnection)
                         pConnection->pending.nSize < kMostUnanswered &&
                         (!pConnection->bClosing || pConnection->nDrainUntil != 0);
     KovaPollerWant(pLoop->pPoller, &pConnection->item,
-                   (bReads ? kPollRead : 0U) | (HasWaiting(pConnection) ? kPollWrite : 0U));
+                   (bReads ? kPollRead : 0U) |
+                       (KovaConnectionWaits(pConnection) ? kPollWrite : 0U));
+    if (KovaConnectionWaits(pConnection))
+        KovaConnectionNoteFull(pConnection);
     const uint64_t nDue = Deadline(pConnection);
     // Later deadlines are found out when the timer comes: most of them move all the time.
     if (nDue == UINT64_MAX)
@@ -430,12 +302,12 @@ void KovaConnectionServe(KovaLiveConnection *pConnection)
         KovaRequestReaderNext(&pConnection->reader, &item);
         if (item.kind == kReadMore)
             break;
+        pConnection->nBegunRequest = 0;
         if (item.kind == kReadFrame) {
             KovaRtcpFromFrame(pConnection, item.nChannel, item.frame);
             continue;
         }
         pConnection->nActive = pConnection->pLoop->nNow;
-        pConnection->nBegunRequest = 0;
         if (item.kind == kReadRequest) {
             KovaRequestServe(pConnection, item.request);
         } else {

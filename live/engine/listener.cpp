@@ -1,6 +1,7 @@
 #include "live/engine/connection.h"
 #include "live/engine/loop.h"
 #include "live/engine/notices.h"
+#include "live/engine/peer_counts.h"
 
 #include "foundation/descriptor.h"
 
@@ -34,6 +35,16 @@ KovaLiveLoop *LeastBusy(const KovaLive *pLive)
     return pBest;
 }
 
+/// Counts the connection in, unless it is one too many.
+bool CountIn(KovaLive *pLive, const sockaddr_in &peer)
+{
+    if (pLive->nConnections >= pLive->settings.nMaxConnections ||
+        !KovaPeerEnter(pLive, peer.sin_addr.s_addr))
+        return false;
+    pLive->nConnections++;
+    return true;
+}
+
 void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaMutexAssertHeld(&pLoop->mutex);
@@ -48,18 +59,36 @@ void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
     close(nSocket);
 }
 
-void Hand(KovaLiveLoop *pLoop, int nSocket)
+void Hand(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveLoop *pTaker = LeastBusy(pLoop->pLive);
     pTaker->nLoad++;
-    pLoop->pLive->nConnections++;
-    if (pTaker == pLoop) {
-        KovaConnectionTake(pLoop, nSocket);
-    } else if (!KovaLoopPost(pTaker, kOrderConnection, nullptr, nullptr, nSocket)) {
-        pTaker->nLoad--;
-        pLoop->pLive->nConnections--;
-        close(nSocket);
+    if (pTaker == pLoop)
+        KovaConnectionTake(pLoop, nSocket, peer);
+    else if (!KovaLoopPostConnection(pTaker, nSocket, peer))
+        KovaConnectionForget(pTaker, nSocket, peer);
+}
+
+/// accept4(2) is younger than some kernels of boards.
+int Accept(int nListener, sockaddr_in *pPeer)
+{
+    socklen_t nLength = sizeof(*pPeer);
+    auto *pAddress = reinterpret_cast<sockaddr *>(pPeer);
+    int nSocket = accept4(nListener, pAddress, &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (nSocket >= 0 || errno != ENOSYS)
+        return nSocket;
+    nLength = sizeof(*pPeer);
+    nSocket = accept(nListener, pAddress, &nLength);
+    if (nSocket >= 0) {
+        fcntl(nSocket, F_SETFD, FD_CLOEXEC);
+        fcntl(nSocket, F_SETFL, O_NONBLOCK);
     }
+    return nSocket;
+}
+
+int OpenReserve()
+{
+    return open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
 /// There are no descriptors: whoever waits is let in by the one that is kept for that, and
@@ -69,11 +98,11 @@ bool SendAway(KovaLiveLoop *pLoop)
     if (pLoop->nReserve < 0)
         return false;
     close(pLoop->nReserve);
-    const int nSocket =
-        accept4(pLoop->listenItem.nDescriptor, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    sockaddr_in peer = {};
+    const int nSocket = Accept(pLoop->listenItem.nDescriptor, &peer);
     if (nSocket >= 0)
         close(nSocket);
-    pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    pLoop->nReserve = OpenReserve();
     return nSocket >= 0;
 }
 
@@ -82,15 +111,14 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
     KovaLiveLoop *pLoop = LoopOf(pItem);
     for (int nAccept = 0; nAccept < kAcceptsPerEvent; nAccept++) {
         sockaddr_in peer = {};
-        socklen_t nLength = sizeof(peer);
-        const int nSocket =
-            KovaDescriptorRaise(accept4(pItem->nDescriptor, reinterpret_cast<sockaddr *>(&peer),
-                                        &nLength, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        const int nSocket = KovaDescriptorRaise(Accept(pItem->nDescriptor, &peer));
         if (nSocket >= 0) {
-            if (pLoop->pLive->nConnections >= pLoop->pLive->settings.nMaxConnections)
-                Refuse(pLoop, nSocket, peer);
+            if (pLoop->nReserve < 0)
+                pLoop->nReserve = OpenReserve();
+            if (CountIn(pLoop->pLive, peer))
+                Hand(pLoop, nSocket, peer);
             else
-                Hand(pLoop, nSocket);
+                Refuse(pLoop, nSocket, peer);
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             KovaNoticeLog(pLoop, KOVA_LIVE_LOG_ERROR, "no connection can be taken: %s",
                           errno == EMFILE || errno == ENFILE ? "no descriptors" : "no memory");
@@ -98,7 +126,11 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
                 KovaListenerPause(pLoop);
                 return;
             }
+        } else if (errno == EAGAIN) {
+            return;
         } else if (errno != ECONNABORTED && errno != EINTR) {
+            // Whatever it is, it is not gone at once: asking again and again would take all time.
+            KovaListenerPause(pLoop);
             return;
         }
     }
@@ -108,9 +140,20 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
 
 bool KovaListenerJoin(KovaLiveLoop *pLoop)
 {
-    pLoop->nReserve = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    pLoop->nReserve = OpenReserve();
     pLoop->listenItem = {pLoop->pLive->nListener, kPollRead, HandleListener, 0};
-    return KovaPollerAdd(pLoop->pPoller, &pLoop->listenItem);
+    if (KovaPollerAdd(pLoop->pPoller, &pLoop->listenItem))
+        return true;
+    if (pLoop->nReserve >= 0)
+        close(pLoop->nReserve);
+    return false;
+}
+
+void KovaListenerResume(KovaLiveLoop *pLoop)
+{
+    if (pLoop->nReserve < 0)
+        pLoop->nReserve = OpenReserve();
+    KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
 }
 
 void KovaListenerPause(KovaLiveLoop *pLoop)

@@ -32,7 +32,7 @@ void HandleListenTime(KovaTimer *pTimer, uint64_t)
 {
     auto *pLoop = reinterpret_cast<KovaLiveLoop *>(reinterpret_cast<char *>(pTimer) -
                                                    offsetof(KovaLiveLoop, listenTimer));
-    KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
+    KovaListenerResume(pLoop);
 }
 
 void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES(pLoop->mutex)
@@ -42,7 +42,7 @@ void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES
         KovaDeliverUnit(pLoop, pMessage);
         return;
     case kOrderConnection:
-        KovaConnectionTake(pLoop, pMessage->nSocket);
+        KovaConnectionTake(pLoop, pMessage->nSocket, pMessage->peer);
         break;
     case kOrderReady:
         if (pLoop->nIndex == 0)
@@ -142,14 +142,14 @@ void DropMessages(KovaLoopMessage *pMessage)
 
 void DropInbox(KovaLiveLoop *pLoop)
 {
+    // A message may hold a stream's last reference, whose end takes the stream's mutex.
+    DropMessages(KovaLoopTakeInbox(pLoop));
     const KovaMutexLock lock(&pLoop->inboxMutex, kRankLiveInbox);
     while (pLoop->pSpare != nullptr) {
         KovaLoopMessage *pMessage = pLoop->pSpare;
         pLoop->pSpare = pMessage->pNext;
         free(pMessage);
     }
-    DropMessages(pLoop->pInbox);
-    pLoop->pInbox = nullptr;
 }
 
 /// The parts that can fail. What is missing when it returns false is null or -1.

@@ -20,12 +20,15 @@ uint32_t NextFrames(const KovaLiveSession *pSession, KovaInterleavedFrame *pFram
     return nFrames;
 }
 
-/// Returns whether the connection takes more.
+/// Returns whether the connection takes more media.
 bool FlushPlayer(KovaLiveConnection *pConnection, KovaLiveSession *pSession)
 {
     while (pSession->queue.nCount != 0) {
         KovaInterleavedFrame frames[kMediaPiece];
-        const uint32_t nFrames = NextFrames(pSession, frames);
+        uint32_t nFrames = NextFrames(pSession, frames);
+        // An answer that came meanwhile goes behind the frame that is begun, not behind all.
+        if (pConnection->pending.pBytes != nullptr)
+            nFrames = 1;
         const uint32_t nBegun = pSession->queue.nBegunOut;
         const KovaInterleavedProgress progress =
             KovaInterleavedSend(pConnection->item.nDescriptor, frames, nFrames, nBegun);
@@ -44,9 +47,8 @@ bool FlushPlayer(KovaLiveConnection *pConnection, KovaLiveSession *pSession)
                 pConnection->pBegun = pSession;
             return false;
         }
-        // An answer that came meanwhile goes first.
         if (pConnection->pending.pBytes != nullptr)
-            return true;
+            return false;
     }
     return true;
 }
@@ -58,7 +60,8 @@ void KovaMediaFrames(const KovaUnit *pUnit, uint32_t nFirst, uint32_t nEnd, uint
 {
     for (uint32_t nPacket = nFirst; nPacket < nEnd; nPacket++) {
         const KovaUnitPacket &packet = pUnit->pPackets[nPacket];
-        *pFrames++ = {pUnit->pBytes + packet.nOffset, packet.nSize, nChannel};
+        *pFrames++ = {pUnit->pBytes + packet.nOffset, packet.nSize, nChannel,
+                      nChannel == pUnit->nChannel};
     }
 }
 

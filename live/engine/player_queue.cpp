@@ -1,6 +1,7 @@
 #include "live/engine/player_queue.h"
 
 #include "foundation/heap.h"
+#include "live/engine/stream.h"
 
 namespace {
 
@@ -34,10 +35,8 @@ void Advance(KovaLiveSession *pSession)
 {
     KovaPlayerQueue *pQueue = &pSession->queue;
     KovaQueueEntry *pEntry = &pQueue->pEntries[pQueue->nFirst];
-    const uint32_t nSize = pEntry->pUnit->pPackets[pEntry->nNext].nSize;
     pQueue->nBegunOut = 0;
-    pQueue->nBytes -= nSize;
-    pSession->nKept -= nSize < pSession->nKept ? nSize : pSession->nKept;
+    pQueue->nBytes -= pEntry->pUnit->pPackets[pEntry->nNext].nSize;
     if (++pEntry->nNext != pEntry->nEnd)
         return;
     KovaUnitRelease(pEntry->pUnit);
@@ -72,8 +71,6 @@ bool KovaQueueAppend(KovaLiveSession *pSession, KovaLiveSetup *pSetup, KovaUnit 
     KovaPlayerQueue *pQueue = &pSession->queue;
     if (pQueue->nCount == pQueue->nRoom && !Grow(pQueue))
         return false;
-    if (pQueue->nCount == 0)
-        pSession->nTaken = pSession->pLoop->nNow;
     KovaUnitAddReference(pUnit);
     pQueue->pEntries[(pQueue->nFirst + pQueue->nCount++) & (pQueue->nRoom - 1)] = {pUnit, pSetup,
                                                                                    nFirst, nEnd};
@@ -106,18 +103,22 @@ bool KovaQueueOverfull(const KovaLiveSession *pSession, uint32_t nBytes)
     if (queue.nCount == 0)
         return false;
     const KovaLiveSettings &settings = pSession->pLoop->pLive->settings;
-    const uint64_t nArrived = queue.pEntries[queue.nFirst].pUnit->nArrived + settings.nDelay;
-    // What a newcomer was given from memory may be older and larger than what may wait: it was
-    // not late in taking it.
-    const uint64_t nOldest = nArrived > pSession->nJoined ? nArrived : pSession->nJoined;
-    return pSession->pLoop->nNow > nOldest + settings.nPlayerMaxTime ||
-           queue.nBytes + nBytes > settings.nPlayerMaxBytes + pSession->nKept;
+    const KovaUnit *pOldest = queue.pEntries[queue.nFirst].pUnit;
+    uint64_t nSince = pOldest->nArrived + settings.nDelay;
+    uint64_t nMost = settings.nPlayerMaxBytes;
+    // What was kept for newcomers is as old and as large as it is: only what the player takes
+    // of it counts.
+    if (static_cast<int32_t>(pOldest->nSerial - pSession->nSerial) <= 0) {
+        nSince = pSession->nJoined;
+        nMost += pSession->pStream->nKeepBytes;
+    }
+    return pSession->pLoop->nNow > nSince + settings.nPlayerMaxTime ||
+           uint64_t{queue.nBytes} + nBytes > nMost;
 }
 
 void KovaQueueCut(KovaLiveSession *pSession)
 {
     KovaPlayerQueue *pQueue = &pSession->queue;
-    pSession->nKept = 0;
     const uint32_t nKept = IsBegun(*pQueue, 0) ? 1 : 0;
     for (uint32_t nEntry = nKept; nEntry < pQueue->nCount; nEntry++)
         Drop(pSession, *KovaQueueAt(pSession, nEntry));
@@ -128,7 +129,7 @@ void KovaQueueCut(KovaLiveSession *pSession)
     }
     for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
-        pSetup->bTakes = false;
+        pSetup->bTakes = false; // its beginning may be among what went
     }
 }
 

@@ -153,6 +153,8 @@ void KovaRequestResume(KovaLiveConnection *pConnection)
     KovaStreamRelease(pConnection->pHeldStream);
     pConnection->pHeldStream = nullptr;
     pConnection->nActive = pConnection->pLoop->nNow;
+    // What came meanwhile was not read: the time of a request behind begins now.
+    pConnection->nBegunRequest = 0;
     KovaConnectionServe(pConnection);
 }
 

@@ -61,6 +61,22 @@ void AnswerPlay(KovaExchange *pExchange)
     KovaExchangeSend(pExchange);
 }
 
+/// Sends what was kept for the player, each track's report first.
+void SendKept(KovaLiveSession *pSession)
+{
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
+        if (pSetup->nNextReport == 0 && FirstUnit(pSession, pSetup) != nullptr)
+            KovaRtcpSendReport(pSession, pSetup);
+    }
+    if (!pSession->bInterleaved) {
+        KovaMediaUdpFlush(pSession);
+        return;
+    }
+    // Another connection than the one that asked may carry it.
+    KovaConnectionFlush(pSession->pConnection);
+    KovaConnectionArm(pSession->pConnection);
+}
+
 /// Whether a URL with a track names one that the session has.
 bool NamesOwnTrack(const KovaExchange *pExchange)
 {
@@ -80,12 +96,7 @@ void KovaRequestPlay(KovaExchange *pExchange)
         return KovaExchangeStatus(pExchange, 457);
     KovaSessionPlay(pSession);
     AnswerPlay(pExchange);
-    if (pSession->queue.nCount != 0)
-        KovaRtcpSendFirstReports(pSession);
-    if (pSession->bInterleaved)
-        KovaConnectionFlush(pSession->pConnection);
-    else
-        KovaMediaUdpFlush(pSession);
+    SendKept(pSession);
 }
 
 void KovaRequestPause(KovaExchange *pExchange)

@@ -1,6 +1,7 @@
 #include "live/engine/rtcp_in.h"
 
 #include "foundation/byte_order.h"
+#include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "rtp/rtcp.h"
 
@@ -60,9 +61,10 @@ void NoteRoundTrip(KovaLiveSession *pSession, KovaLiveSetup *pSetup, uint32_t nE
     if (nEcho == 0 ||
         !KovaStreamClock(pSession->pStream, pSetup->nTrack, pSession->pLoop->nNow, &nPts, &nWall))
         return;
-    const uint64_t nMicroseconds = static_cast<uint64_t>(nWall);
-    const uint32_t nNow = static_cast<uint32_t>(((nMicroseconds / 1000000 + 2208988800U) << 16) +
-                                                ((nMicroseconds % 1000000) << 16) / 1000000);
+    uint32_t nMicroseconds = 0;
+    const uint64_t nSeconds = KovaDivide(static_cast<uint64_t>(nWall), 1000000, &nMicroseconds);
+    const uint32_t nNow = static_cast<uint32_t>(((nSeconds + 2208988800U) << 16) +
+                                                KovaDivide(uint64_t{nMicroseconds} << 16, 1000000));
     const uint32_t nTrip = nNow - nEcho - nDelay;
     // A clock that was set, or a report that invents: neither is a trip of a minute.
     if (nTrip < 60U << 16)
@@ -86,10 +88,17 @@ void TakeBlocks(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t 
     }
 }
 
+struct Sender {
+    KovaLiveSession *pSession;
+    KovaLiveSetup *pSetup;
+    bool bSure; ///< by its port, or in its connection
+};
+
 /// One packet of a compound.
-void TakePacket(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t *pPacket,
-                uint32_t nSize)
+void TakePacket(const Sender &sender, const uint8_t *pPacket, uint32_t nSize)
 {
+    KovaLiveSession *pSession = sender.pSession;
+    KovaLiveSetup *pSetup = sender.pSetup;
     const uint8_t nCount = pPacket[0] & 0x1F;
     switch (pPacket[1]) {
     case kRtcpSenderReport:
@@ -102,7 +111,8 @@ void TakePacket(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t 
             TakeBlocks(pSession, pSetup, pPacket + 8, nSize - 8, nCount);
         break;
     case kRtcpBye:
-        pSetup->bBye = true;
+        // Others behind the same address must not end a player.
+        pSetup->bBye = pSetup->bBye || sender.bSure;
         break;
     case kRtcpPayloadFeedback:
         if (nCount == kFeedbackPictureLoss || nCount == kFeedbackFullIntra)
@@ -113,12 +123,13 @@ void TakePacket(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t 
     }
 }
 
-void Take(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t *pPacket, size_t nSize)
+void Take(const Sender &sender, const uint8_t *pPacket, size_t nSize)
 {
+    KovaLiveSession *pSession = sender.pSession;
     KovaSessionHeard(pSession);
     for (size_t nAt = 0; nAt + 4 <= nSize;) {
         const uint32_t nOne = PacketSize(pPacket + nAt);
-        TakePacket(pSession, pSetup, pPacket + nAt, nOne);
+        TakePacket(sender, pPacket + nAt, nOne);
         nAt += nOne;
     }
     for (const KovaLiveSetup *pOne = pSession->pSetups; pOne != nullptr; pOne = pOne->pNext) {
@@ -128,17 +139,12 @@ void Take(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t *pPack
     KovaSessionEnd(pSession, KOVA_LIVE_WENT_BYE);
 }
 
-struct Sender {
-    KovaLiveSession *pSession;
-    KovaLiveSetup *pSetup;
-};
-
 /// Who sent it: the track whose port it came from; else the first track of the only
 /// session of that address.
 Sender SenderOf(const KovaLiveLoop *pLoop, const KovaUdpPorts *pPorts, const sockaddr_in &from)
     KOVA_REQUIRES(pLoop->mutex)
 {
-    Sender other = {nullptr, nullptr};
+    Sender other = {nullptr, nullptr, false};
     bool bSeveral = false;
     for (KovaLiveSession *pSession = pLoop->pSessions; pSession != nullptr;
          pSession = pSession->pNext) {
@@ -146,12 +152,12 @@ Sender SenderOf(const KovaLiveLoop *pLoop, const KovaUdpPorts *pPorts, const soc
             continue;
         for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
             if (pSetup->rtcpAddress.sin_port == from.sin_port)
-                return {pSession, pSetup};
+                return {pSession, pSetup, true};
         }
         bSeveral = bSeveral || other.pSession != nullptr;
-        other = {pSession, pSession->pSetups};
+        other = {pSession, pSession->pSetups, false};
     }
-    return bSeveral ? Sender{nullptr, nullptr} : other;
+    return bSeveral ? Sender{nullptr, nullptr, false} : other;
 }
 
 } // namespace
@@ -164,7 +170,7 @@ void KovaRtcpFromUdp(KovaLiveLoop *pLoop, KovaUdpPorts *pPorts, const sockaddr_i
         return;
     const Sender sender = SenderOf(pLoop, pPorts, from);
     if (sender.pSetup != nullptr)
-        Take(sender.pSession, sender.pSetup, pPacket, nSize);
+        Take(sender, pPacket, nSize);
 }
 
 void KovaRtcpFromFrame(KovaLiveConnection *pConnection, uint8_t nChannel, std::string_view frame)
@@ -176,7 +182,7 @@ void KovaRtcpFromFrame(KovaLiveConnection *pConnection, uint8_t nChannel, std::s
             if (!pSetup->bInterleaved || pSetup->nRtcpChannel != nChannel)
                 continue;
             if (IsCompound(pPacket, frame.size()))
-                Take(pSession, pSetup, pPacket, frame.size());
+                Take({pSession, pSetup, true}, pPacket, frame.size());
             return;
         }
     }

@@ -82,8 +82,6 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaLiveConnection *pConnection = pSession->pConnection;
     if (pConnection == nullptr)
         return;
-    if (pConnection->pBegun == pSession)
-        pConnection->pBegun = nullptr;
     KovaLiveSession **ppLink = &pConnection->pSessions;
     while (*ppLink != pSession)
         ppLink = &(*ppLink)->pNextOwn;
@@ -93,12 +91,10 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaConnectionArm(pConnection);
 }
 
-/// Nothing could be read behind a frame that is out in part.
-void FinishFrame(KovaLiveSession *pSession)
+void SendByes(KovaLiveSession *pSession)
 {
-    KovaLiveConnection *pConnection = pSession->pConnection;
-    if (pConnection != nullptr && pConnection->pBegun == pSession)
-        KovaConnectionFinishFrame(pConnection);
+    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+        KovaRtcpSendBye(pSession, pSetup);
 }
 
 void Free(KovaLiveSession *pSession)
@@ -204,10 +200,9 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
 void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
 {
     KovaLiveLoop *pLoop = LoopHeld(pSession);
-    if (nReason != KOVA_LIVE_WENT_CONNECTION) {
-        FinishFrame(pSession);
-        KovaRtcpSendBye(pSession);
-    }
+    KovaConnectionFinishFrame(pSession);
+    if (nReason != KOVA_LIVE_WENT_CONNECTION)
+        SendByes(pSession);
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
     if (pSession->bPlayed)
@@ -259,7 +254,8 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
-    FinishFrame(pSession);
+    KovaConnectionFinishFrame(pSession);
+    KovaRtcpSendBye(pSession, pSetup);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)
@@ -293,14 +289,16 @@ void KovaSessionPlay(KovaLiveSession *pSession)
 {
     if (pSession->state == kSessionPlaying)
         return;
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
         pSetup->bWantsEntry = true;
+        pSetup->bTakes = false; // of a unit whose rest is still to come
+    }
+    pSession->nJoined = pSession->pLoop->nNow;
     KovaUnit **ppKept = nullptr;
     uint32_t nKept = 0;
     KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, pSession->pLoop->nNow, &ppKept,
                    &nKept, &pSession->nSerial);
     pSession->state = kSessionPlaying;
-    pSession->nJoined = pSession->pLoop->nNow;
     LinkPlayer(pSession);
     if (!pSession->bPlayed)
         TellCame(pSession);
@@ -309,7 +307,6 @@ void KovaSessionPlay(KovaLiveSession *pSession)
         KovaUnitRelease(ppKept[nUnit]);
     }
     free(ppKept);
-    pSession->nKept = pSession->queue.nBytes;
     AskForKeys(pSession);
 }
 
@@ -319,7 +316,7 @@ void KovaSessionPause(KovaLiveSession *pSession)
         return;
     UnlinkPlayer(pSession);
     pSession->state = kSessionPaused;
-    FinishFrame(pSession);
+    KovaConnectionFinishFrame(pSession);
     KovaQueueClear(pSession, nullptr);
 }
 

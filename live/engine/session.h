@@ -79,17 +79,15 @@ struct KovaLiveSession {
     bool bBlocked;      ///< the last unit was not taken as a whole
     bool bDisconnect;   ///< the host lets it go
     bool bSlow;         ///< the host was told that units are dropped
-    uint32_t nSerial;   ///< units up to this one are not for it
-    uint32_t nKept;     ///< bytes that wait of what it was given from memory
+    uint32_t nSerial;   ///< units up to this one are not for it, unless they were kept
+    uint64_t nJoined;   ///< µs: last PLAY
     uint32_t nPeer;     ///< address, network order
     uint16_t nPeerPort; ///< of its connection
     KovaPlayerQueue queue;
     KovaTimer timer;
     uint64_t nHeard;  ///< µs: the last sign of life
-    uint64_t nTaken;  ///< µs: when a byte was taken last, or there was nothing to take
     uint64_t nPlayer; ///< number for the host; 0 before it plays
     uint64_t nBegan;  ///< µs: first PLAY
-    uint64_t nJoined; ///< µs: the last PLAY that made it play
     uint64_t nPackets;
     uint64_t nBytes;
     uint64_t nLatePackets;

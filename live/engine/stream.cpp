@@ -39,7 +39,7 @@ void PostOnce(KovaLiveStream *pStream, uint32_t nLoop, KovaUnit *pUnit)
     if (static_cast<int32_t>(pUnit->nSerial - pStream->nPosted[nLoop]) > 0) {
         KovaStreamAddReference(pStream);
         pStream->nPosted[nLoop] = pUnit->nSerial;
-        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit, -1))
+        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit))
             return;
         KovaStreamRelease(pStream);
     }

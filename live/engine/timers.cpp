@@ -1,5 +1,6 @@
 #include "live/engine/timers.h"
 
+#include "foundation/divide.h"
 #include "foundation/heap.h"
 
 namespace {
@@ -92,8 +93,9 @@ int KovaTimersWait(const KovaTimers *pTimers, uint64_t nNow)
     const uint64_t nDue = pTimers->ppHeap[1]->nDue;
     if (nDue <= nNow)
         return 0;
-    const uint64_t nWait = (nDue - nNow + 999) / 1000;
-    return static_cast<int>(nWait < kLongestWaitMs ? nWait : kLongestWaitMs);
+    if (nDue - nNow > kLongestWaitMs * 1000)
+        return static_cast<int>(kLongestWaitMs);
+    return static_cast<int>(KovaDivide(nDue - nNow + 999, 1000));
 }
 
 void KovaTimersClear(KovaTimers *pTimers)

@@ -126,21 +126,6 @@ TEST_F(KeptGroupTest, GroupThatIsOlderThanWhatMayWaitIsGivenWhole)
     EXPECT_EQ(Late(), 0U);
 }
 
-TEST_F(KeptGroupTest, NewcomerHasTheLimitOfAllForWhatComesBehindTheGroup)
-{
-    ASSERT_NO_FATAL_FAILURE(Open(256 * 1024));
-    PushGroup(1000000);
-    KovaLiveClient client;
-    ASSERT_NO_FATAL_FAILURE(Join(&client));
-    for (uint32_t nPicture = 0; nPicture < 8; nPicture++)
-        Push(false, 300000);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (nOverflows == 0 && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_EQ(nOverflows, 1U);
-    EXPECT_GT(Late(), 0U);
-}
-
 TEST_F(KeptGroupTest, ReportStandsInFrontOfTheGroup)
 {
     ASSERT_NO_FATAL_FAILURE(Open(64 * 1024 * 1024));

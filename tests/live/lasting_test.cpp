@@ -1,0 +1,134 @@
+#include "live/engine/stream.h"
+#include "tests/live/live_host.h"
+#include "tests/support/c_calls.h"
+#include "tests/support/rtsp_text.h"
+#include "tests/support/sockets.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+// What must not end a player, or the service.
+
+namespace {
+
+struct LiveLasting : testing::Test {
+    KovaLiveHost host{[](KovaLiveConfig *pConfig) { pConfig->request_ms = 400; }};
+    KovaLiveStream *pStream = host.AddStream("cam");
+    KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
+    KovaLiveClient client;
+    int64_t nPts = 0;
+
+    bool Arrives(KovaLiveClient *pClient)
+    {
+        nPts += 40000;
+        return KovaLivePushText(pVideo, KovaLiveKey(), nPts) == KOVA_LIVE_OK &&
+               !KovaLiveNextUnit(pClient, 1).empty();
+    }
+};
+
+std::atomic<int> g_nAccepts{0};
+int AcceptNever(int, sockaddr *, socklen_t *, int)
+{
+    g_nAccepts++;
+    errno = EPERM;
+    return -1;
+}
+
+} // namespace
+
+TEST_F(LiveLasting, APlayerOutlastsTheNumbersOfUnits)
+{
+    ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    for (int nRound = 0; nRound < 10; nRound++) {
+        SCOPED_TRACE(nRound);
+        ASSERT_TRUE(Arrives(&client));
+        const KovaMutexLock lock(&pStream->mutex, kRankLiveStream);
+        pStream->nLastSerial += 0x60000000;
+    }
+}
+
+TEST_F(LiveLasting, GoodbyeCountsFromThePlayersOwnPortOnly)
+{
+    ASSERT_TRUE(KovaLivePlayUdp(&client, host));
+    uint16_t nRtcp = 0;
+    {
+        KovaLiveClient other;
+        ASSERT_TRUE(other.Connect(host.Port()));
+        nRtcp = static_cast<uint16_t>(
+            atoi(other.SetupUdp("cam", 1).Transport("server_port").c_str()) + 1);
+    }
+    // The player is the only one of its address again.
+    ASSERT_TRUE(KovaWaitUntil([this] { return host.Figures().sessions == 1; }));
+    KovaUdpPair stranger;
+    ASSERT_TRUE(stranger.SendRtcp(nRtcp, KovaLiveReport(0, 0, false, true)));
+    // Behind it, from the player: a report that is taken when the goodbye was.
+    ASSERT_TRUE(client.SendRtcp(1, KovaLiveReport(0, 0, false, false)));
+    EXPECT_TRUE(Arrives(&client));
+    EXPECT_EQ(client.Request("GET_PARAMETER", "cam").nStatus, 200);
+    EXPECT_TRUE(client.SendRtcp(1, KovaLiveReport(0, 0, false, true)));
+    EXPECT_EQ(host.WaitEvent(KOVA_LIVE_EVENT_PLAYER_WENT).nReason, uint32_t{KOVA_LIVE_WENT_BYE});
+}
+
+TEST_F(LiveLasting, FramesThatOverlapReadsAreNoUnfinishedRequest)
+{
+    ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    const std::string frame = KovaInterleaved(1, KovaLiveReport(0));
+    // Each piece ends inside a frame, for longer than a request may take.
+    ASSERT_TRUE(client.Send(frame.substr(0, 5)));
+    for (int nRound = 0; nRound < 12; nRound++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        ASSERT_TRUE(client.Send(frame.substr(5) + frame.substr(0, 5)));
+    }
+    ASSERT_TRUE(client.Send(frame.substr(5)));
+    EXPECT_EQ(client.Request("GET_PARAMETER", "cam").nStatus, 200);
+    EXPECT_TRUE(Arrives(&client));
+}
+
+TEST_F(LiveLasting, AConnectionEndsAlsoWhenAChildOfTheHostHasIt)
+{
+    ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    const pid_t nChild = fork();
+    if (nChild == 0) {
+        pause();
+        _exit(0);
+    }
+    ASSERT_GT(nChild, 0);
+    EXPECT_TRUE(Arrives(&client));
+    EXPECT_LT(host.Close(), 1000);
+    EXPECT_TRUE(client.WaitClosed());
+    kill(nChild, SIGKILL);
+    EXPECT_EQ(waitpid(nChild, nullptr, 0), nChild);
+}
+
+TEST_F(LiveLasting, AChildThatEndsTakesNothingWithIt)
+{
+    ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    for (int nRound = 0; nRound < 3; nRound++) {
+        const pid_t nChild = fork();
+        if (nChild == 0)
+            _exit(0);
+        EXPECT_EQ(waitpid(nChild, nullptr, 0), nChild);
+        EXPECT_TRUE(Arrives(&client));
+    }
+    KovaLiveClient other;
+    EXPECT_TRUE(KovaLivePlayUdp(&other, host));
+    EXPECT_TRUE(Arrives(&other));
+}
+
+TEST_F(LiveLasting, AListenerThatFailsIsNotAskedWithoutPauseAndRecovers)
+{
+    ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    g_nAccepts = 0;
+    KovaReplaceCall<__real_accept4>(AcceptNever);
+    KovaLiveClient other;
+    EXPECT_TRUE(other.Connect(host.Port()));
+    EXPECT_TRUE(KovaWaitUntil([] { return g_nAccepts > 2; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_LT(g_nAccepts, 100);
+    EXPECT_TRUE(Arrives(&client));
+    KovaReplaceCall<__real_accept4>(nullptr);
+    EXPECT_EQ(other.Options().nStatus, 200);
+}
