@@ -130,7 +130,7 @@ void Demuxer::FindTracks(const Wish &wish)
         m_sound = Best(*m_format, IsSound, AV_CODEC_ID_AAC);
     CheckOrder(wish);
     try {
-        CheckTracks(m_input, m_picture, m_sound);
+        CheckTracks(m_input, m_picture, m_sound, wish.limits);
     } catch (const Failure &) {
         // What a decoder has made of encrypted frames says nothing about the tracks.
         CheckFirstPackets();

@@ -3,6 +3,7 @@
 #include "codec_change.h"
 #include "ffmpeg.h"
 #include "pipe_reader.h"
+#include "server_limits.h"
 #include "source.h"
 #include "stop.h"
 
@@ -16,6 +17,7 @@ struct Wish {
     double fps = 0; ///< of raw video; 0: as the video says
     bool picture = true;
     bool sound = true;
+    Limits limits;
 };
 
 /// An open input: the H.264 and the AAC track that are in it, and their packets.

@@ -89,6 +89,7 @@ bool HandOut(KovaLiveStream *pStream, KovaUnit *pUnit) KOVA_REQUIRES(pStream->mu
     for (uint32_t nLoop = 0; nLoop < pStream->pLive->nLoops; nLoop++) {
         if (pStream->nPlaying[nLoop] == 0)
             continue;
+        pStream->nPosted[nLoop] = pUnit->nSerial;
         KovaUnitAddReference(pUnit);
         KovaStreamAddReference(pStream);
         if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit))

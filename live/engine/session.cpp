@@ -296,7 +296,8 @@ void KovaSessionPlay(KovaLiveSession *pSession)
     pSession->nJoined = pSession->pLoop->nNow;
     KovaUnit **ppKept = nullptr;
     uint32_t nKept = 0;
-    KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, &ppKept, &nKept, &pSession->nSerial);
+    KovaStreamJoin(pSession->pStream, pSession->pLoop->nIndex, pSession->pLoop->nNow, &ppKept,
+                   &nKept, &pSession->nSerial);
     pSession->state = kSessionPlaying;
     LinkPlayer(pSession);
     if (!pSession->bPlayed)

@@ -1,6 +1,7 @@
 #include "live/engine/stream.h"
 
 #include "foundation/heap.h"
+#include "live/engine/loop.h"
 #include "live/engine/picture_group.h"
 
 #include <sys/time.h>
@@ -28,6 +29,21 @@ void Free(KovaLiveStream *pStream)
     KovaMutexDestroy(&pStream->mutex);
     free(pStream->szName);
     free(pStream);
+}
+
+/// Hands a unit with its reference to a loop that has not got it: nobody played there when it
+/// was pushed.
+void PostOnce(KovaLiveStream *pStream, uint32_t nLoop, KovaUnit *pUnit)
+    KOVA_REQUIRES(pStream->mutex)
+{
+    if (static_cast<int32_t>(pUnit->nSerial - pStream->nPosted[nLoop]) > 0) {
+        KovaStreamAddReference(pStream);
+        pStream->nPosted[nLoop] = pUnit->nSerial;
+        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit))
+            return;
+        KovaStreamRelease(pStream);
+    }
+    KovaUnitRelease(pUnit);
 }
 
 } // namespace
@@ -83,13 +99,23 @@ bool KovaStreamClock(KovaLiveStream *pStream, uint32_t nTrack, uint64_t nNow, in
     return true;
 }
 
-void KovaStreamJoin(KovaLiveStream *pStream, uint32_t nLoop, KovaUnit ***pppKept, uint32_t *pnKept,
-                    uint32_t *pnSerial)
+void KovaStreamJoin(KovaLiveStream *pStream, uint32_t nLoop, uint64_t nNow, KovaUnit ***pppKept,
+                    uint32_t *pnKept, uint32_t *pnSerial)
 {
     const KovaMutexLock lock(&pStream->mutex, kRankLiveStream);
     pStream->nPlaying[nLoop]++;
     *pnSerial = pStream->nLastSerial;
     KovaPictureGroupCopy(&pStream->group, pppKept, pnKept);
+    const uint64_t nDelay = pStream->pLive->settings.nDelay;
+    uint32_t nOut = 0;
+    while (nOut < *pnKept && (*pppKept)[nOut]->nArrived + nDelay <= nNow)
+        nOut++;
+    if (nDelay == 0 || nOut == *pnKept)
+        return;
+    *pnSerial = (*pppKept)[nOut]->nSerial - 1;
+    for (uint32_t nUnit = nOut; nUnit < *pnKept; nUnit++)
+        PostOnce(pStream, nLoop, (*pppKept)[nUnit]);
+    *pnKept = nOut;
 }
 
 void KovaStreamLeave(KovaLiveStream *pStream, uint32_t nLoop)

@@ -77,6 +77,7 @@ struct KovaLiveStream {
     uint32_t nDescribedHash KOVA_GUARDED_BY(mutex);
     KovaPictureGroup group KOVA_GUARDED_BY(mutex);
     uint32_t nPlaying[kLiveMaxLoops] KOVA_GUARDED_BY(mutex); ///< players of each loop
+    uint32_t nPosted[kLiveMaxLoops] KOVA_GUARDED_BY(mutex);  ///< serial of the last unit it got
     KovaStreamCounts counts KOVA_GUARDED_BY(mutex);
 
     /// Of each loop: its players, newest first, and what they got.
@@ -102,11 +103,12 @@ bool KovaStreamReady(KovaLiveStream *pStream, uint64_t nNow, uint64_t *pnWait);
 bool KovaStreamClock(KovaLiveStream *pStream, uint32_t nTrack, uint64_t nNow, int64_t *pPts,
                      int64_t *pWall);
 
-/// Brings a new player in: from the next unit on, or with what is kept. *ppKept gets
+/// Brings a new player in at nNow: from the next unit on, or with what is kept. *ppKept gets
 /// *pnKept units with references, in an array to be freed by the caller (null: none);
-/// the player's own units begin behind serial *pnSerial. Counts the player.
-void KovaStreamJoin(KovaLiveStream *pStream, uint32_t nLoop, KovaUnit ***pppKept, uint32_t *pnKept,
-                    uint32_t *pnSerial);
+/// the player's own units begin behind serial *pnSerial. Kept units whose delay has not passed
+/// are among those: the loop gets them where it has not got them yet. Counts the player.
+void KovaStreamJoin(KovaLiveStream *pStream, uint32_t nLoop, uint64_t nNow, KovaUnit ***pppKept,
+                    uint32_t *pnKept, uint32_t *pnSerial);
 void KovaStreamLeave(KovaLiveStream *pStream, uint32_t nLoop);
 
 /// The players of all loops. Any thread.

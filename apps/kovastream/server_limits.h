@@ -1,0 +1,15 @@
+#pragma once
+
+namespace kovastream {
+
+/// What a server asks of the streams that are published on it. Without any: whatever RTP carries.
+struct Limits {
+    /// Sound is AAC-LC of one to three channels, in frames behind ADTS headers of seven bytes.
+    bool plainSound = false;
+    /// Parameter sets are known when a stream is published, have at most 189 bytes, and stay.
+    bool fixedSets = false;
+    /// Players begin at IDR pictures alone, not at recovery points, and wait for the next one.
+    bool idrOnly = false;
+};
+
+} // namespace kovastream
