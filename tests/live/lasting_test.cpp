@@ -191,3 +191,18 @@ TEST(LiveDelay, EveryPictureLeavesAfterItsTimeAndInOrder)
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200));
     }
 }
+
+TEST_F(LiveLasting, ManyNewcomersAreOneQuestionForAKeyFrame)
+{
+    KovaLiveClient players[6];
+    const auto begin = std::chrono::steady_clock::now();
+    for (KovaLiveClient &player : players)
+        ASSERT_TRUE(KovaLivePlayTcp(&player, host));
+    // A question every 300 ms at most.
+    const auto nQuestions =
+        (std::chrono::steady_clock::now() - begin) / std::chrono::milliseconds(300);
+    EXPECT_TRUE(
+        KovaWaitUntil([this] { return host.Events(KOVA_LIVE_EVENT_PLAYER_CAME).size() == 6; }));
+    EXPECT_GE(host.Events(KOVA_LIVE_EVENT_KEY_FRAME).size(), 1U);
+    EXPECT_LE(host.Events(KOVA_LIVE_EVENT_KEY_FRAME).size(), 1U + static_cast<size_t>(nQuestions));
+}
