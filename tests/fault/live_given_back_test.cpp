@@ -123,3 +123,27 @@ TEST(LiveGivenBack, APacketThatIsRefusedIsLostAlone)
         EXPECT_EQ(KovaLiveFiguresOf(pStream).late_packets, numbers.late_packets);
     }
 }
+
+/// The last events come when the loops take nothing any more.
+TEST(LiveGivenBack, WhatIsPushedInsideTheLastEvents)
+{
+    const KovaHoldings before = KovaHoldingsNow();
+    {
+        KovaLiveHost host;
+        KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(host.AddStream("cam"));
+        KovaLiveTrack *pLate = KovaLiveHost::AddVideo(host.AddStream("late"), false);
+        std::atomic<int> nPushed{0};
+        host.onEvent = [pLate, &nPushed](const KovaLiveEvent &event) {
+            if (event.type == KOVA_LIVE_EVENT_PLAYER_WENT &&
+                KovaLivePushText(pLate, KovaLiveKey(), 0) == KOVA_LIVE_OK)
+                nPushed++;
+        };
+        KovaLiveClient client;
+        ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+        KovaLivePushText(pVideo, KovaLiveKey(), 0);
+        ASSERT_FALSE(KovaLiveNextUnit(&client, 1).empty());
+        EXPECT_LT(host.Close(), 1000);
+        EXPECT_EQ(nPushed, 1);
+    }
+    KovaExpectHeld(before);
+}
