@@ -4,6 +4,7 @@ the same packets. docs/scaling.md tells how to read the table.
     fanout.py [--players N,...] [--transports udp,tcp] [--paths NAME,...] [--repeats N]
               [--seconds S] [--rate KBITS] [--json] [--plot [FILE]]
     fanout.py --idle N [--seconds S] [--json]
+    fanout.py --joiners N [--transports udp,tcp] [--rate KBITS] [--json]
 
 The server is pinned to one core and the players, all in another process, to another. Each
 measurement has a server of its own, and all servers take their turns, so that what disturbs
@@ -18,14 +19,17 @@ import sys
 import tempfile
 import time
 
-from fanout_report import draw, print_idle, print_json, print_table
+from fanout_report import draw, print_idle, print_joiners, print_json, print_table
 from host_and_load import Load, Watch
 from idle import measure_idle
+from joiners import measure_joiners
 from machine import core_busy, pick_cores
 from servers import BARE, BASE, MOST_SECONDS, Servers
 
 FLOWING = 1.4  # seconds until a new rate has come out of the library's one second of delay
 PLOT = "docs/fanout.svg"
+RATE = 4000  # kbit/s of the pictures
+JOINERS_RATE = 300  # or a thousand players would fill their core
 
 
 def busy(cores):
@@ -139,16 +143,22 @@ def read_options():
     parser.add_argument("--paths", type=words, help="only these, as the table names them")
     parser.add_argument("--repeats", type=int, default=5)
     parser.add_argument("--seconds", type=float, help="of one measurement (2; 5 with --idle)")
-    parser.add_argument("--rate", type=int, default=4000, help="kbit/s of the pictures")
+    parser.add_argument("--rate", type=int, help=f"kbit/s of the pictures ({RATE})")
     parser.add_argument("--idle", type=int, metavar="N", help="N connections that ask for nothing")
+    parser.add_argument("--joiners", type=int, metavar="N", help="N players who come to others")
     parser.add_argument("--json", action="store_true", help="instead of a table")
     parser.add_argument("--plot", nargs="?", const=PLOT, metavar="FILE", help=f"({PLOT})")
     options = parser.parse_args()
     if options.seconds is None:
         options.seconds = 2 if options.idle is None else 5
+    if options.rate is None:
+        options.rate = RATE if options.joiners is None else JOINERS_RATE
+    if options.idle is not None and options.joiners is not None:
+        parser.error("one of --idle and --joiners at a time")
     if not set(options.transports) <= set(BARE) or min(options.players) < 1 or options.repeats < 1:
         parser.error("transports are udp and tcp; there is one player and one repeat at least")
-    if options.plot and (options.idle is not None or not shutil.which("gnuplot")):
+    special = options.idle is not None or options.joiners is not None
+    if options.plot and (special or not shutil.which("gnuplot")):
         parser.error("a plot needs gnuplot, and players")
     return options
 
@@ -162,6 +172,8 @@ def main():
         servers = Servers(os.path.join(folder, "clip"), cores[0])
         if options.idle is not None:
             rows = measure_idle(servers, options.idle, options.seconds)
+        elif options.joiners is not None:
+            rows = measure_joiners(servers, options.joiners, options, cores)
         else:
             rows = measure_all(servers, options)
     seconds = time.monotonic() - begin
@@ -169,6 +181,8 @@ def main():
         print_json(rows, seconds)
     elif options.idle is not None:
         print_idle(rows)
+    elif options.joiners is not None:
+        print_joiners(rows)
     else:
         print_table(rows, seconds)
     if options.plot:

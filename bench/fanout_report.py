@@ -27,6 +27,19 @@ IDLE_TABLE = (
     ("Resident KiB", "resident_kib", "{:.0f}"),
     ("KiB per connection", "kib_per_connection", "{:.1f}"),
 )
+JOINERS_TABLE = (
+    ("Players", "players", "{}"),
+    ("Transport", "transport", "{}"),
+    ("Joining", "joiners", "{}"),
+    ("Waiting costs 1 ms", "waiting", "{}"),
+    ("Worst gap before, ms", "quiet_gap_ms", "{}"),
+    ("Worst gap while they join, ms", "joining_gap_ms", "{}"),
+    ("Worst gap with all, ms", "together_gap_ms", "{}"),
+    ("Late", "late", "{:.2%}"),
+    ("Lost", "lost", "{}"),
+    ("Longest join, ms", "most_join_ms", "{}"),
+    ("Core", "core", "{:.1%}"),
+)
 
 
 def cell(value, form):
@@ -63,6 +76,11 @@ def print_table(rows, seconds):
 
 def print_idle(rows):
     print_rows(rows, IDLE_TABLE)
+    print(f"\n{time.strftime('%Y-%m-%d')}, {description()}.")
+
+
+def print_joiners(rows):
+    print_rows(rows, JOINERS_TABLE)
     print(f"\n{time.strftime('%Y-%m-%d')}, {description()}.")
 
 

@@ -1,5 +1,6 @@
-"""scripts/bench fanout with two players, and with connections that ask for nothing: each path that
-this machine has is measured, and whatever is sent arrives. Nothing here depends on the figures."""
+"""scripts/bench fanout with two players, with connections that ask for nothing, and with players who
+join others: each path that this machine has is measured, and whatever is sent arrives. Nothing here
+depends on the figures."""
 
 import json
 import os
@@ -12,6 +13,7 @@ from host_and_load import BUILD
 
 PLAYERS = 2
 CONNECTIONS = 5
+JOINERS = 4
 BOUND = 240  # the whole test, on the slowest machine
 UDP_SEGMENT = 103
 
@@ -56,7 +58,9 @@ with tempfile.TemporaryDirectory() as folder:
     sizes = ["--players", str(PLAYERS), "--repeats", "1", "--seconds", "3", "--rate", "500"]
     playing = start(*sizes, "--plot", plot)
     idle = start("--idle", str(CONNECTIONS), "--seconds", "1")
+    joining = start("--joiners", str(JOINERS))
     played_rows, idle_rows = rows_of(playing), rows_of(idle)
+    joining_rows = rows_of(joining)
     with open(plot, encoding="utf-8") as drawn:
         picture = drawn.read()
 
@@ -81,6 +85,15 @@ servers = ["library", *peers]
 cases = [(name, count, False) for name in servers for count in (0, CONNECTIONS)]
 seen = [(row["path"], row["connections"], row["stream"]) for row in idle_rows]
 expect("idle servers", seen, [*cases, ("library", 0, True)])
+
+cases = [(transport, waiting) for transport in ("udp", "tcp") for waiting in (True, False)]
+expect("joined", [(row["transport"], row["waiting"]) for row in joining_rows], cases)
+for row in joining_rows:
+    print("joining", row)
+    expect("joiners", row["joiners"], JOINERS)
+    expect("lost while they join", row["lost"], 0)
+    for key in ("quiet_gap_ms", "joining_gap_ms", "together_gap_ms"):
+        expect(f"{key} is measured", row[key] > 0, True)
 
 for failure in failures:
     print("FAILED:", failure)

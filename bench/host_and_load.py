@@ -131,9 +131,17 @@ class Watch:
 class Host(Server):
     """The library."""
 
+    PROGRAM = "kova_bench_host"
+
     def __init__(self, seconds, streams=1, rate=0, sound=False, core=None, log=subprocess.DEVNULL):
-        command = [f"{BUILD}/kova_bench_host", "-n", str(streams), "-k", str(rate)]
+        command = [f"{BUILD}/{self.PROGRAM}", "-n", str(streams), "-k", str(rate)]
         super().__init__(command + (["-s"] if sound else []), seconds, streams, core, log)
+
+
+class UnpaidHost(Host):
+    """The library, but that players who wait cost the others nothing."""
+
+    PROGRAM = "kova_bench_host_unpaid"
 
 
 class Load(Program):
@@ -143,3 +151,11 @@ class Load(Program):
 
     def ask(self, command):
         return json.loads(self.tell(command))
+
+    def begin(self, command):
+        """As ask(), but that answer() waits for the answer."""
+        self.process.stdin.write(command + "\n")
+        self.process.stdin.flush()
+
+    def answer(self):
+        return json.loads(self.line())

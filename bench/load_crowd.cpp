@@ -15,6 +15,8 @@ constexpr uint64_t kTick = 50'000; // microseconds
 // Packets are collected for a moment: to be woken for each would cost the sending side, too, which
 // it does not cost where the players are on other machines.
 constexpr unsigned kNap = 2'000;
+constexpr int kLongWait = 20; // for whatever comes, milliseconds
+constexpr int kPacedWait = 2; // until somebody else may have to join
 constexpr uint64_t kQuietSpan = 300'000;
 constexpr uint64_t kQuietPackets = 20; // of one player in one second
 constexpr unsigned kQuietSpans = 2;    // one after the other
@@ -47,9 +49,16 @@ bool KovaLoadCrowd::SetPlayers(size_t nPlayers, unsigned nSeconds)
         m_leaving.push_back(std::move(m_players.back()));
         m_players.pop_back();
     }
-    size_t nMissing = nPlayers - m_players.size();
+    const uint64_t nBegin = KovaLoadNow();
+    const size_t nWanted = nPlayers - m_players.size();
+    size_t nMissing = nWanted;
+    const auto isNextDue = [&] {
+        if (m_pWorld->nPace == 0)
+            return CountIn(KovaLoadPlayer::kJoining) < kMostJoining;
+        return nWanted - nMissing <= (KovaLoadNow() - nBegin) * m_pWorld->nPace / 1'000'000;
+    };
     return PumpUntil(After(nSeconds), [&] {
-        while (nMissing != 0 && CountIn(KovaLoadPlayer::kJoining) < kMostJoining) {
+        while (nMissing != 0 && isNextDue()) {
             KovaLoadStream *pStream = &m_streams[m_nJoined++ % m_streams.size()];
             m_players.push_back(std::make_unique<KovaLoadPlayer>(m_pWorld, pStream));
             m_players.back()->Join();
@@ -132,7 +141,8 @@ void KovaLoadCrowd::Pump()
     const bool bBusy = !m_leaving.empty() || CountIn(KovaLoadPlayer::kJoining) != 0;
     if (!bBusy)
         usleep(kNap);
-    const int nEvents = epoll_wait(m_pWorld->nEpoll, s_events.data(), kMostEvents, 20);
+    const int nMost = m_pWorld->nPace == 0 ? kLongWait : kPacedWait;
+    const int nEvents = epoll_wait(m_pWorld->nEpoll, s_events.data(), kMostEvents, nMost);
     m_pWorld->nNow = KovaLoadNow();
     for (int nEvent = 0; nEvent < nEvents; nEvent++) {
         const auto *pEnd = static_cast<const KovaLoadEnd *>(s_events[nEvent].data.ptr);

@@ -38,6 +38,11 @@ public:
     {
         return m_players.size();
     }
+    /// The longest time that a player took to join so far, microseconds.
+    uint64_t MostJoin() const
+    {
+        return m_pWorld->nMostJoin;
+    }
     /// Answers to TEARDOWN so far.
     size_t Left() const
     {

@@ -34,6 +34,7 @@ KovaLoadPlayer::~KovaLoadPlayer()
 
 void KovaLoadPlayer::Join()
 {
+    m_nBegin = KovaLoadNow();
     m_nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (m_nSocket < 0 || connect(m_nSocket, reinterpret_cast<sockaddr *>(&m_pStream->address),
                                  sizeof(sockaddr_in)) != 0)
@@ -131,6 +132,7 @@ void KovaLoadPlayer::Answer(const KovaTestResponse &answer)
         return;
     case kPlay:
         m_state = kPlaying;
+        m_pWorld->nMostJoin = std::max(m_pWorld->nMostJoin, KovaLoadNow() - m_nBegin);
         return;
     default:
         return;

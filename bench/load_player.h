@@ -23,6 +23,8 @@ struct KovaLoadWorld {
     bool bUdp = false;
     uint32_t nLateLimit = 200;    ///< milliseconds
     uint64_t nKeepAlive = 20'000; ///< milliseconds between two GET_PARAMETER
+    unsigned nPace = 0;           ///< players who join in a second; 0: some at a time
+    uint64_t nMostJoin = 0;       ///< microseconds from a connection to the answer to PLAY
     KovaLoadCounts counts;
     uint64_t nNow = 0; ///< microseconds, renewed often
 };
@@ -116,7 +118,8 @@ private:
     bool m_bAsked = false; ///< a request is unanswered
     bool m_bAskAgain = false;
     uint64_t m_nLastRequest = 0;
-    size_t m_nSetUp = 0; ///< tracks
+    uint64_t m_nBegin = 0; ///< when it began to join
+    size_t m_nSetUp = 0;   ///< tracks
     std::string m_session;
     std::string m_trouble;
     std::vector<Track> m_tracks;

@@ -8,6 +8,8 @@
 //     --late MS        (200) a packet is late when it comes this much after its time; the time is
 //                      that of the earliest packet, by the timestamps
 //     --keep-alive S   (20) seconds between two GET_PARAMETER
+//     --pace N         N players join in a second; otherwise at most 16 at a time, as fast as they
+//                      are served
 //     --obey           take commands from standard input instead: "players N", "measure S",
 //                      "settle S", "quit"; each is answered with a line of JSON
 //
@@ -65,6 +67,7 @@ void ReadOptions(int nArguments, char **pArguments, Options *pOptions, KovaLoadW
                             {"seconds", required_argument, nullptr, 's'},
                             {"late", required_argument, nullptr, 'l'},
                             {"keep-alive", required_argument, nullptr, 'k'},
+                            {"pace", required_argument, nullptr, 'r'},
                             {"obey", no_argument, nullptr, 'o'},
                             {}};
     pWorld->bUdp = true;
@@ -89,6 +92,9 @@ void ReadOptions(int nArguments, char **pArguments, Options *pOptions, KovaLoadW
         case 'k':
             pWorld->nKeepAlive = uint64_t{nNumber} * 1000;
             break;
+        case 'r':
+            pWorld->nPace = nNumber;
+            break;
         case 'o':
             pOptions->bObey = true;
             break;
@@ -101,9 +107,10 @@ void ReadOptions(int nArguments, char **pArguments, Options *pOptions, KovaLoadW
 void PrintState(const KovaLoadCrowd &crowd, bool bDone)
 {
     printf(
-        "{\"done\": %s, \"players\": %zu, \"left\": %zu, \"broken\": %zu, \"trouble\": \"%s\"}\n",
+        "{\"done\": %s, \"players\": %zu, \"left\": %zu, \"broken\": %zu, \"most_join_ms\": %llu, "
+        "\"trouble\": \"%s\"}\n",
         bDone ? "true" : "false", crowd.Players(), crowd.Left(), crowd.Broken(),
-        crowd.Trouble().c_str());
+        static_cast<unsigned long long>(crowd.MostJoin() / 1000), crowd.Trouble().c_str());
 }
 
 void PrintResult(const KovaLoadCrowd &crowd, const KovaLoadResult &result)

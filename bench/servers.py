@@ -4,9 +4,10 @@ import os
 import sys
 
 from clip import record
-from host_and_load import BUILD, Ended, Host, Server
+from host_and_load import BUILD, Ended, Host, Server, UnpaidHost
 
 LIBRARY = "library"
+UNPAID = "library, waiting free"
 PEERS = {"live": f"{BUILD}/kova_live_host", "GStreamer": f"{BUILD}/kova_gst_server"}
 BARE = {"udp": ("sendto", "sendmmsg", "gso"), "tcp": ("send", "writev")}
 BASE = {"udp": "sendto", "tcp": "send"}  # what the others are measured by
@@ -25,6 +26,8 @@ class Servers:
     def start(self, name):
         if name == LIBRARY:
             return Host(MOST_SECONDS, core=self.core)
+        if name == UNPAID:
+            return UnpaidHost(MOST_SECONDS, core=self.core)
         if name in PEERS:
             return Server([PEERS[name]], MOST_SECONDS, core=self.core)
         return Server([f"{BUILD}/kova_bare_server", name, self.clip], MOST_SECONDS, core=self.core)

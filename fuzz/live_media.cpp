@@ -107,7 +107,9 @@ void CheckUnit(const KovaTrackMedia *pMedia, const KovaUnit &unit, uint32_t nMax
     KovaRequire(unit.nPackets > 0, "a unit has packets");
     for (uint32_t n = 0; n < unit.nPackets; n++) {
         const KovaUnitPacket &packet = unit.pPackets[n];
-        KovaRequire(packet.nOffset == nOffset, "packets lie one behind the other");
+        nOffset += 4;
+        KovaRequire(packet.nOffset == nOffset, "packets lie one behind the other, as frames");
+        KovaRequire(unit.pBytes[nOffset - 4] == '$', "with their headers");
         KovaRequire(packet.nSize > kHeader && packet.nSize <= nMaxPacket, "packets are in limits");
         nOffset += packet.nSize;
         // A copy of its own: whoever read outside of it would be seen.
@@ -122,7 +124,7 @@ void CheckUnit(const KovaTrackMedia *pMedia, const KovaUnit &unit, uint32_t nMax
             KovaRequire(bMarker == bLast, "the marker ends a unit");
         }
     }
-    KovaRequire(nOffset == unit.nBytes, "the bytes are counted");
+    KovaRequire(nOffset == unit.nBytes + 4 * unit.nPackets, "the bytes are counted");
     KovaRequire(!bOpen && nLeft == 0, "the last fragment is there");
 }
 

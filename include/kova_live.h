@@ -189,7 +189,8 @@ typedef struct KovaLiveStreamConfig {
     uint32_t track_wait_ms;  /* tracks that are not known after so long are left out of the
                                 description  (default 2,000, counted from the first push) */
     uint32_t keep_group;     /* 1: a newcomer gets the current picture group from memory at once;
-                                0: it waits for the next key frame, which the host is asked for */
+                                0: it waits for the next key frame, which the host is asked for,
+                                and its sound for the picture, for at most 5 s */
     uint32_t keep_max_bytes; /* the most that is kept of a group (default 4 MiB) */
 } KovaLiveStreamConfig;
 

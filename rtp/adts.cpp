@@ -1,5 +1,7 @@
 #include "rtp/adts.h"
 
+#include <cstring>
+
 namespace {
 
 /// Sampling frequencies by index (ISO/IEC 14496-3, table 1.18).
@@ -30,11 +32,17 @@ uint16_t Config(const uint8_t *pHeader)
 
 bool KovaAdtsFind(const uint8_t *pData, uint32_t nLength, uint32_t nFrom, uint32_t *pPosition)
 {
-    for (uint64_t nAt = nFrom; nAt + kAdtsHeaderSize < nLength; nAt++) {
-        if (pData[nAt] == 0xFF && (pData[nAt + 1] & 0xF0) == 0xF0) {
-            *pPosition = static_cast<uint32_t>(nAt);
+    while (nFrom < nLength && nLength - nFrom > kAdtsHeaderSize) {
+        const void *pFound = memchr(pData + nFrom, 0xFF, nLength - nFrom - kAdtsHeaderSize);
+        if (pFound == nullptr)
+            return false;
+        const uint8_t *pSync = static_cast<const uint8_t *>(pFound);
+        const uint32_t nAt = static_cast<uint32_t>(pSync - pData);
+        if ((pSync[1] & 0xF0) == 0xF0) {
+            *pPosition = nAt;
             return true;
         }
+        nFrom = nAt + 1;
     }
     return false;
 }

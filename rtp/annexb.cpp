@@ -1,20 +1,22 @@
 #include "rtp/annexb.h"
 
+#include <cstring>
+
 namespace {
 
 /// Position of the next 00 00 01 at or behind nFrom, or nLength.
 uint32_t FindPrefix(const uint8_t *pData, uint32_t nLength, uint32_t nFrom)
 {
-    // Looks at the third byte of a candidate first: unless it is 0, three
-    // positions are decided at once.
-    uint64_t nThird = static_cast<uint64_t>(nFrom) + 2;
-    while (nThird < nLength) {
-        if (pData[nThird] == 0)
-            nThird += 1;
-        else if (pData[nThird] == 1 && pData[nThird - 1] == 0 && pData[nThird - 2] == 0)
-            return static_cast<uint32_t>(nThird - 2);
-        else
-            nThird += 3;
+    // By its last byte: the C library looks for one byte many at a time, and in runs
+    // of zeros, which encoders write, there is none.
+    while (nFrom < nLength && nLength - nFrom > 2) {
+        const void *pFound = memchr(pData + nFrom + 2, 1, nLength - nFrom - 2);
+        if (pFound == nullptr)
+            break;
+        const uint8_t *pOne = static_cast<const uint8_t *>(pFound);
+        nFrom = static_cast<uint32_t>(pOne - pData) + 1;
+        if (pOne[-1] == 0 && pOne[-2] == 0)
+            return nFrom - 3;
     }
     return nLength;
 }
@@ -30,5 +32,5 @@ bool KovaAnnexBFind(const uint8_t *pData, uint32_t nLength, uint32_t nFrom,
     const bool bLong = nPrefix > nFrom && pData[nPrefix - 1] == 0;
     pStartCode->nBegin = bLong ? nPrefix - 1 : nPrefix;
     pStartCode->nEnd = nPrefix + 3;
-    return static_cast<uint64_t>(pStartCode->nBegin) + 3 < nLength;
+    return nLength - pStartCode->nBegin > 3;
 }

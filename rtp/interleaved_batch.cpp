@@ -12,33 +12,53 @@ namespace {
 constexpr uint32_t kMostFrames = 64;
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
 
-/// Cuts bytes that are out already off the beginning of two parts.
-void CutOff(iovec *pParts, uint32_t nBytes)
+/// Bytes in the order in which they go out, in as few pieces as they lie in.
+struct Pieces {
+    iovec parts[kMostFrames * 2];
+    uint32_t nCount;
+    size_t nSkip; ///< bytes at the beginning that are out already
+};
+
+void Add(Pieces *pPieces, const uint8_t *pBytes, size_t nSize)
 {
-    for (int n = 0; n < 2; n++) {
-        const size_t nCut = nBytes < pParts[n].iov_len ? nBytes : pParts[n].iov_len;
-        pParts[n].iov_base = static_cast<uint8_t *>(pParts[n].iov_base) + nCut;
-        pParts[n].iov_len -= nCut;
-        nBytes -= static_cast<uint32_t>(nCut);
+    const size_t nSkipped = pPieces->nSkip < nSize ? pPieces->nSkip : nSize;
+    pPieces->nSkip -= nSkipped;
+    pBytes += nSkipped;
+    nSize -= nSkipped;
+    if (nSize == 0)
+        return;
+    if (pPieces->nCount != 0) {
+        iovec *pLast = &pPieces->parts[pPieces->nCount - 1];
+        if (static_cast<uint8_t *>(pLast->iov_base) + pLast->iov_len == pBytes) {
+            pLast->iov_len += nSize;
+            return;
+        }
     }
+    pPieces->parts[pPieces->nCount++] = {const_cast<uint8_t *>(pBytes), nSize};
 }
 
 /// One system call with as many frames as it takes. Bytes written, or -1 with errno.
 ssize_t Write(int nSocket, const KovaInterleavedFrame *pFrames, uint32_t nCount, uint32_t nBegun)
 {
     uint8_t headers[kMostFrames][kInterleavedHeaderSize];
-    iovec parts[kMostFrames * 2];
+    Pieces pieces;
+    pieces.nCount = 0;
+    pieces.nSkip = nBegun;
     if (nCount > kMostFrames)
         nCount = kMostFrames;
     for (uint32_t n = 0; n < nCount; n++) {
-        KovaInterleavedHeaderWrite(headers[n], pFrames[n].nChannel, pFrames[n].nSize);
-        parts[n * 2] = {headers[n], kInterleavedHeaderSize};
-        parts[n * 2 + 1] = {const_cast<uint8_t *>(pFrames[n].pPacket), pFrames[n].nSize};
+        const KovaInterleavedFrame &frame = pFrames[n];
+        const uint8_t *pHeader = headers[n];
+        if (frame.bHeaderInFront)
+            pHeader = frame.pPacket - kInterleavedHeaderSize;
+        else
+            KovaInterleavedHeaderWrite(headers[n], frame.nChannel, frame.nSize);
+        Add(&pieces, pHeader, kInterleavedHeaderSize);
+        Add(&pieces, frame.pPacket, frame.nSize);
     }
-    CutOff(parts, nBegun);
     msghdr message = {};
-    message.msg_iov = parts;
-    message.msg_iovlen = nCount * 2;
+    message.msg_iov = pieces.parts;
+    message.msg_iovlen = pieces.nCount;
     return sendmsg(nSocket, &message, kSendFlags);
 }
 

@@ -12,6 +12,10 @@ struct KovaInterleavedFrame {
     const uint8_t *pPacket; ///< the caller's, read only while it is sent
     uint32_t nSize;         ///< bytes of the packet, at most 65535
     uint8_t nChannel;
+    /// The frame's header stands in the kInterleavedHeaderSize bytes in front of the
+    /// packet: then it need not be made, and frames that lie one behind the other go
+    /// out as one piece, which costs the system less.
+    bool bHeaderInFront = false;
 };
 
 /// How far some frames have come.

@@ -187,7 +187,7 @@ void SendSingly(KovaUdpDelivery *pDelivery, const KovaUdpDelivery *pEnd)
 }
 
 /// Sends what is left of the first delivery, and of those behind it that share its
-/// socket and are in no trouble.
+/// socket and do not go by plain calls. It is told of trouble with the first only.
 void SendTogether(KovaUdpDelivery *pDelivery, const KovaUdpDelivery *pEnd, KovaUdpWay way,
                   Trouble *pTrouble)
 {
@@ -195,7 +195,7 @@ void SendTogether(KovaUdpDelivery *pDelivery, const KovaUdpDelivery *pEnd, KovaU
     window.nCount = 0;
     AddTo(&window, *pDelivery, way);
     const KovaUdpDelivery *pMore = pDelivery;
-    while (pTrouble->nError == 0 && HasNeighbour(pMore, pEnd) && window.nCount < kMostMessages) {
+    while (HasNeighbour(pMore, pEnd) && window.nCount < kMostMessages) {
         const KovaUdpRoute &route = *(++pMore)->pRoute;
         if (route.bSingly || route.way == kUdpSingly)
             break;

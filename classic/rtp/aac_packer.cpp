@@ -26,7 +26,8 @@ KovaRtpAacPacker *AsAac(KovaRtpPacker *pPacker)
 
 KovaAacUnit *TakeFirstUnit(KovaRtpAacPacker *pPacker)
 {
-    return KovaListTakeFirstOf<KovaAacUnit>(pPacker->pAuList, pPacker->pAuListTail);
+    return static_cast<KovaAacUnit *>(
+        KovaUnitStoreTakeFirst(&pPacker->pAuList, &pPacker->pAuListTail));
 }
 
 void ReportStreamInfo(const KovaRtpPacker &head, const KovaAdtsHeader &header)
@@ -44,27 +45,17 @@ void ReportStreamInfo(const KovaRtpPacker &head, const KovaAdtsHeader &header)
                        head.pStreamInfoContext);
 }
 
-/// Lists the frame at pFrame as an access unit behind its AU headers section
-/// (RFC 3640, section 3.2.1). Without memory the frame is lost.
-void AppendUnit(KovaRtpAacPacker *pPacker, const uint8_t *pFrame, uint32_t nFrameLength)
+/// Adds the frame at pFrame, whose bytes stay there. Without memory it is lost.
+void AppendUnit(KovaRtpAacPacker *pPacker, uint8_t *pFrame, uint32_t nFrameLength)
 {
-    const uint32_t nRaw = nFrameLength - kAdtsHeaderSize;
-    const uint32_t nSize = kAuHeadersSize + nRaw;
-    void *pMemory = KovaHeapAlloc(sizeof(KovaAacUnit) + nSize);
-    if (pMemory == nullptr)
-        return;
-    uint8_t *pData = static_cast<uint8_t *>(pMemory) + sizeof(KovaAacUnit);
-    KovaAacUnit *pUnit = new (pMemory) KovaAacUnit{pData, nSize};
-    RtspWriteMB(pData, kAuHeaderBits, 16);
-    RtspWriteMB(pData + 2, nRaw << 3, 16);
-    memcpy(pData + kAuHeadersSize, pFrame + kAdtsHeaderSize, nRaw);
-    if (!KovaListPushTail(pPacker->pAuList, pPacker->pAuListTail, pUnit))
-        free(pUnit);
+    constexpr uint32_t kBefore = kAdtsHeaderSize - kAuHeadersSize;
+    if (void *pRecord = KovaUnitStoreAdd(&pPacker->store))
+        new (pRecord) KovaAacUnit{pFrame + kBefore, nFrameLength - kBefore};
 }
 
-/// Lists the buffer's frames. Returns false when bytes are left over in which
-/// no frame starts.
-bool ParseFrames(KovaRtpAacPacker *pPacker, const uint8_t *pData, uint32_t nLength)
+/// Adds the buffer's frames, if its bytes are kept. Returns false when bytes are left
+/// over in which no frame starts.
+bool ParseFrames(KovaRtpAacPacker *pPacker, uint8_t *pData, uint32_t nLength, bool bKept)
 {
     uint32_t nPosition = 0;
     do {
@@ -77,10 +68,23 @@ bool ParseFrames(KovaRtpAacPacker *pPacker, const uint8_t *pData, uint32_t nLeng
             static_cast<uint32_t>(header.nFrameLength) > nLength - nPosition)
             return true;
         const uint32_t nFrameLength = static_cast<uint32_t>(header.nFrameLength);
-        AppendUnit(pPacker, pData + nPosition, nFrameLength);
+        if (bKept)
+            AppendUnit(pPacker, pData + nPosition, nFrameLength);
         nPosition += nFrameLength;
     } while (nPosition < nLength);
     return true;
+}
+
+/// Lists what was added, each unit behind its AU headers section (RFC 3640, section
+/// 3.2.1). That goes over the ADTS header, so not before the push has succeeded: whoever
+/// logs bytes that were refused finds them as they came.
+void ListUnits(KovaRtpAacPacker *pPacker)
+{
+    KovaUnitStoreLink(&pPacker->store, &pPacker->pAuList, &pPacker->pAuListTail);
+    for (const KovaAacUnit *pUnit : KovaListOf<KovaAacUnit>(pPacker->pAuList)) {
+        RtspWriteMB(pUnit->pData, kAuHeaderBits, 16);
+        RtspWriteMB(pUnit->pData + 2, (pUnit->nSize - kAuHeadersSize) << 3, 16);
+    }
 }
 
 /// Samples since the previous push: milliseconds times the sampling rate, a
@@ -116,9 +120,8 @@ bool FitsWhole(const KovaRtpAacPacker *pPacker, const KovaRtpPacket *pPacket)
 
 void FillWhole(KovaRtpAacPacker *pPacker, KovaRtpPacket *pPacket)
 {
-    KovaAacUnit *pUnit = TakeFirstUnit(pPacker);
+    const KovaAacUnit *pUnit = TakeFirstUnit(pPacker);
     memcpy(pPacket->pData + kRtpHeaderSize, pUnit->pData, pUnit->nSize);
-    free(pUnit);
 }
 
 /// Copies what the packet takes; what the unit cannot fill stays zero.
@@ -131,10 +134,8 @@ void FillFragment(KovaRtpAacPacker *pPacker, KovaRtpPacket *pPacket)
         memcpy(pPacket->pData + kRtpHeaderSize,
                pPacker->pFragmentUnit->pData + pPacker->nFragmentOffset, nCount);
     pPacker->nFragmentOffset += nCount;
-    if (nCount == nRemaining) {
-        free(pPacker->pFragmentUnit);
+    if (nCount == nRemaining)
         pPacker->pFragmentUnit = nullptr;
-    }
 }
 
 } // namespace
@@ -148,17 +149,31 @@ KovaRtpPacker *KovaRtpAacPackerCreate(void)
 uint32_t KovaRtpAacPackerPushData(KovaRtpPacker *pHead, const uint8_t *pData, uint32_t nLength,
                                   uint32_t nPts)
 {
-    if (pHead == nullptr)
-        return kPackerInvalid;
+    return pHead != nullptr ? KovaRtpAacPackerTake(pHead, pData, nullptr, nLength, nPts)
+                            : kPackerInvalid;
+}
+
+uint32_t KovaRtpAacPackerTake(KovaRtpPacker *pHead, const uint8_t *pData, uint8_t *pLent,
+                              uint32_t nLength, uint32_t nPts)
+{
     KovaRtpAacPacker *pPacker = AsAac(pHead);
     if (pPacker->pAuList != nullptr)
         return kPackerNotDrained;
     pPacker->nFragmentOffset = 0;
     pPacker->nFragmentSize = 0;
-    if (pData == nullptr || !ParseFrames(pPacker, pData, nLength)) {
-        KovaRtpAacPackerFreeAccessUnitList(pHead);
+    if (pData == nullptr)
+        nLength = 0;
+    KovaAacUnit *pFragment = &pPacker->fragment;
+    if (pLent == nullptr)
+        pLent = KovaUnitStoreCopy(&pPacker->store, pData, nLength, &pFragment->pData,
+                                  pPacker->pFragmentUnit != nullptr ? pFragment->nSize : 0);
+    // Without memory what is in it is found all the same, and reported.
+    uint8_t *pBytes = pLent != nullptr ? pLent : const_cast<uint8_t *>(pData);
+    if (!ParseFrames(pPacker, pBytes, nLength, pLent != nullptr)) {
+        pPacker->store.nUsed = 0;
         return kPackerNoFrame;
     }
+    ListUnits(pPacker);
     pHead->nTimestamp += TimestampStep(pPacker, nPts);
     pHead->nPts = nPts;
     return kPackerOk;
@@ -187,7 +202,8 @@ uint32_t KovaRtpAacPackerPrepareRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *p
         return kPackerOk;
     }
     // The offset is left where it is: only a push starts it anew.
-    pPacker->pFragmentUnit = TakeFirstUnit(pPacker);
+    pPacker->fragment = *TakeFirstUnit(pPacker);
+    pPacker->pFragmentUnit = &pPacker->fragment;
     pPacker->nFragmentSize = nSize;
     pPacket->nSize = kRtpHeaderSize + kAacMaxPayload;
     pHead->bMarker = 0;
@@ -217,15 +233,13 @@ void KovaRtpAacPackerFreeAccessUnitList(KovaRtpPacker *pHead)
     if (pHead == nullptr)
         return;
     KovaRtpAacPacker *pPacker = AsAac(pHead);
-    while (pPacker->pAuList != nullptr)
-        free(TakeFirstUnit(pPacker));
+    pPacker->pAuList = nullptr;
+    pPacker->pAuListTail = nullptr;
 }
 
 void KovaRtpAacPackerDiscard(KovaRtpPacker *pHead)
 {
-    KovaRtpAacPacker *pPacker = AsAac(pHead);
-    free(pPacker->pFragmentUnit);
-    pPacker->pFragmentUnit = nullptr;
+    AsAac(pHead)->pFragmentUnit = nullptr;
     KovaRtpAacPackerFreeAccessUnitList(pHead);
 }
 
@@ -233,6 +247,6 @@ void KovaRtpAacPackerDestroy(KovaRtpPacker *pHead)
 {
     if (pHead == nullptr)
         return;
-    KovaRtpAacPackerDiscard(pHead);
+    KovaUnitStoreFree(&AsAac(pHead)->store);
     free(AsAac(pHead));
 }

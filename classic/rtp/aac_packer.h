@@ -1,6 +1,7 @@
 #pragma once
 
 #include "classic/rtp/rtp_packer.h"
+#include "classic/rtp/unit_store.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
 
@@ -10,16 +11,17 @@
 constexpr uint32_t kAacMaxPayload = 1388;
 
 /// One AAC access unit: its complete RFC 3640 payload, AU headers section (16
-/// bits of length, one 16-bit AU header) first. Node and bytes are one allocation.
+/// bits of length, one 16-bit AU header) first.
 /// Frozen: callers from outside read the fields at these places.
 struct KovaAacUnit {
-    uint8_t *pData;
+    uint8_t *pData; ///< within the pushed bytes, over the end of the ADTS header
     uint32_t nSize;
 };
+static_assert(sizeof(KovaAacUnit) <= kUnitRecordSize, "a record fits its slot");
 
 /// Turns ADTS-framed AAC into RTP payloads (RFC 3640, mode AAC-hbr): one access
 /// unit per packet, large ones fragmented.
-/// Frozen: callers from outside read the fields at these places.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpAacPacker {
     KovaRtpPacker head;
     uint32_t nSampleRate;       ///< Hz, from the last ADTS header
@@ -29,6 +31,9 @@ struct KovaRtpAacPacker {
     KovaAacUnit *pFragmentUnit; ///< unit being fragmented; owned
     KovaList *pAuList;          ///< units of the pushed buffer, in order; owned
     KovaList *pAuListTail;
+
+    KovaAacUnit fragment; ///< what pFragmentUnit names
+    KovaUnitStore store;  ///< the list's nodes and records
 };
 
 /// A packer with everything zero, or null without memory.
@@ -41,6 +46,10 @@ KOVA_API KovaRtpPacker *KovaRtpAacPackerCreate(void);
 /// over that hold no frame.
 KOVA_API uint32_t KovaRtpAacPackerPushData(KovaRtpPacker *pPacker, const uint8_t *pData,
                                            uint32_t nLength, uint32_t nPts);
+
+/// The same for bytes that may be lent: KovaRtpPackerTake().
+uint32_t KovaRtpAacPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+                              uint32_t nLength, uint32_t nPts);
 
 /// Decides what goes into the next packet and sets its size and the marker.
 /// Returns kPackerOk or kPackerNothing.

@@ -132,11 +132,9 @@ KovaSendOutcome SendFrames(KovaPacketBatch *pBatch, const KovaRtpClient *pClient
         errno = pClient->pChannel == nullptr ? EBADF : EMSGSIZE;
         return kSendFailed;
     }
-    const uint8_t nChannel = static_cast<uint8_t>(pClient->nRtpChannel);
-    for (uint32_t n = nFirst; n < nFirst + nCount; n++)
-        pBatch->frames[n].nChannel = nChannel;
-    return KovaTcpChannelSendFrames(pClient->pChannel, pBatch->frames + nFirst, nCount, pSent,
-                                    pProgress);
+    const KovaInterleavedFrame *pFrames =
+        KovaPacketBatchFrames(pBatch, static_cast<uint8_t>(pClient->nRtpChannel));
+    return KovaTcpChannelSendFrames(pClient->pChannel, pFrames + nFirst, nCount, pSent, pProgress);
 }
 
 /// Another error than a full socket. UDP packets are simply lost; a connection
@@ -171,6 +169,13 @@ void CountSent(const iovec *pPackets, uint32_t nCount, KovaRtpClient *pClient)
 
 } // namespace
 
+void KovaRestBetweenClients(KovaRtpSendGroup *pGroup, KovaServingPass *pPass)
+{
+    pPass->bReleased = true;
+    const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
+    usleep(kPollMicroseconds);
+}
+
 uint32_t KovaSendPackets(KovaRtpSendGroup *pGroup, KovaServingPass *pPass, KovaRtpClient *pClient,
                          uint32_t nFirst)
 {
@@ -202,11 +207,7 @@ uint32_t KovaSendPackets(KovaRtpSendGroup *pGroup, KovaServingPass *pPass, KovaR
             HandleSendError(pClient, nError);
         if (outcome == kSendFailed || !KovaThreadRuns(pGroup->nState))
             return nFirst + 1;
-        pPass->bReleased = true;
-        {
-            const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
-            usleep(kPollMicroseconds);
-        }
+        KovaRestBetweenClients(pGroup, pPass);
         if (!IsMember(pGroup, pClient, nSerial))
             return pBatch->nCount;
         nCount = 1; // what is due with the next packet may be another matter by now

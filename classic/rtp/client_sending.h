@@ -28,6 +28,10 @@ struct KovaServingPass {
     uint32_t nWaiting; ///< milliseconds to pay: packets that a client let go by
 };
 
+/// Lets others have the clients for a millisecond.
+void KovaRestBetweenClients(KovaRtpSendGroup *pGroup, KovaServingPass *pPass)
+    KOVA_REQUIRES(pGroup->clientMutex);
+
 /// Sends a playing client packet nFirst of the batch and those behind it, as far as
 /// nothing comes between: a sender report when it is due, the player's RTCP, one
 /// datagram for each packet. Waits, without the lock, as long as the player's socket

@@ -49,32 +49,26 @@ KovaNalUnit *FirstNal(const KovaRtpH264Packer *pPacker)
 
 KovaNalUnit *TakeFirstNal(KovaRtpH264Packer *pPacker)
 {
-    return KovaListTakeFirstOf<KovaNalUnit>(pPacker->pNalList, pPacker->pNalListTail);
+    return static_cast<KovaNalUnit *>(
+        KovaUnitStoreTakeFirst(&pPacker->pNalList, &pPacker->pNalListTail));
 }
 
-/// Copies a unit to the end of the list. Without memory the unit is lost: the
+/// Lists a unit whose bytes stay where they are. Without memory it is lost: the
 /// decoder conceals one slice, the stream goes on.
-void AppendNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
+void AppendNal(KovaRtpH264Packer *pPacker, uint8_t *pData, uint32_t nSize)
 {
-    void *pMemory = KovaHeapAlloc(sizeof(KovaNalUnit) + nSize);
-    if (pMemory == nullptr)
-        return;
-    uint8_t *pCopy = static_cast<uint8_t *>(pMemory) + sizeof(KovaNalUnit);
-    KovaNalUnit *pNal = new (pMemory) KovaNalUnit{pData[0], pCopy, nSize};
-    memcpy(pCopy, pData, nSize);
-    if (!KovaListPushTail(pPacker->pNalList, pPacker->pNalListTail, pNal))
-        free(pNal);
+    if (void *pRecord = KovaUnitStoreAdd(&pPacker->store))
+        new (pRecord) KovaNalUnit{pData[0], pData, nSize};
 }
 
-/// A unit that another start code ended: parameter sets are reported, the rest
-/// is kept.
-void CloseNal(KovaRtpH264Packer *pPacker, const uint8_t *pData, uint32_t nSize)
+/// A unit that another start code ended: parameter sets are reported, the rest is kept
+/// if its bytes are.
+void CloseNal(KovaRtpH264Packer *pPacker, uint8_t *pData, uint32_t nSize, bool bKept)
 {
-    if (nSize == 0)
-        return;
     const uint8_t nType = TypeOf(pData[0]);
     if (nType != kNalSps && nType != kNalPps) {
-        AppendNal(pPacker, pData, nSize);
+        if (bKept)
+            AppendNal(pPacker, pData, nSize);
         return;
     }
     const KovaRtpPacker &head = pPacker->head;
@@ -87,6 +81,27 @@ bool IsDropped(uint8_t nHeader)
 {
     const uint8_t nType = TypeOf(nHeader);
     return nType == kNalSei || nType == kNalDelimiter;
+}
+
+/// Lists the units of an access unit, if its bytes are kept. Returns whether it holds a
+/// start code.
+bool Cut(KovaRtpH264Packer *pPacker, uint8_t *pData, uint32_t nLength, bool bKept)
+{
+    bool bFound = false;
+    bool bOpen = false;
+    uint32_t nStart = 0;
+    KovaStartCode code = {};
+    for (uint32_t nFrom = 0; KovaAnnexBFind(pData, nLength, nFrom, &code); nFrom = code.nEnd) {
+        bFound = true;
+        if (bOpen && code.nBegin != nStart)
+            CloseNal(pPacker, pData + nStart, code.nBegin - nStart, bKept);
+        nStart = code.nEnd;
+        bOpen = nStart < nLength && !IsDropped(pData[nStart]);
+    }
+    if (bOpen && bKept)
+        AppendNal(pPacker, pData + nStart, nLength - nStart);
+    KovaUnitStoreLink(&pPacker->store, &pPacker->pNalList, &pPacker->pNalListTail);
+    return bFound;
 }
 
 /// Counts the units that fit into one packet and their bytes with size fields.
@@ -114,7 +129,9 @@ uint32_t PrepareFragment(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
 
 uint32_t StartFragmenting(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
 {
-    pPacker->pFragmentNal = TakeFirstNal(pPacker);
+    // A record of its own: the next push may come before its last fragment.
+    pPacker->fragment = *TakeFirstNal(pPacker);
+    pPacker->pFragmentNal = &pPacker->fragment;
     pPacker->nPayloadBytes = pPacker->pFragmentNal->nSize;
     pPacker->nFragmentOffset = 1;
     // Frozen: a first fragment has a marker if the whole header byte is 7.
@@ -125,7 +142,7 @@ uint32_t StartFragmenting(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
 
 void FillFragment(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
 {
-    KovaNalUnit *pNal = pPacker->pFragmentNal;
+    const KovaNalUnit *pNal = pPacker->pFragmentNal;
     uint8_t *pPayload = pPacket->pData + kRtpHeaderSize;
     pPayload[0] = static_cast<uint8_t>((pNal->nHeader & kReferenceMask) | kNalFuA);
     pPayload[1] = TypeOf(pNal->nHeader);
@@ -144,17 +161,15 @@ void FillFragment(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
     }
     pPayload[1] |= kFuEnd;
     memcpy(pPayload + kFuHeaders, pFrom, nLeft);
-    free(pNal);
     pPacker->pFragmentNal = nullptr;
 }
 
 void FillSingle(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
 {
-    KovaNalUnit *pNal = TakeFirstNal(pPacker);
+    const KovaNalUnit *pNal = TakeFirstNal(pPacker);
     memcpy(pPacket->pData + kRtpHeaderSize, pNal->pData, pNal->nSize);
     if (TypeOf(pNal->nHeader) == kNalIdr)
         pPacket->nFrameType = kFrameKey;
-    free(pNal);
 }
 
 void FillAggregate(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
@@ -163,14 +178,13 @@ void FillAggregate(KovaRtpH264Packer *pPacker, KovaRtpPacket *pPacket)
     uint8_t *pOut = pStapHeader + 1;
     *pStapHeader = kNalStapA;
     for (; pPacker->nNalCount > 0 && pPacker->pNalList != nullptr; pPacker->nNalCount--) {
-        KovaNalUnit *pNal = TakeFirstNal(pPacker);
+        const KovaNalUnit *pNal = TakeFirstNal(pPacker);
         *pStapHeader |= pNal->nHeader & kReferenceMask;
         RtspWriteMB(pOut, pNal->nSize, 16);
         memcpy(pOut + kStapSizeField, pNal->pData, pNal->nSize);
         pOut += kStapSizeField + pNal->nSize;
         if (TypeOf(pNal->nHeader) == kNalIdr)
             pPacket->nFrameType = kFrameKey;
-        free(pNal);
     }
 }
 
@@ -185,8 +199,13 @@ KovaRtpPacker *KovaRtpH264PackerCreate(void)
 uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pHead, const uint8_t *pData, uint32_t nLength,
                                    uint32_t nPts)
 {
-    if (pHead == nullptr)
-        return kPackerInvalid;
+    return pHead != nullptr ? KovaRtpH264PackerTake(pHead, pData, nullptr, nLength, nPts)
+                            : kPackerInvalid;
+}
+
+uint32_t KovaRtpH264PackerTake(KovaRtpPacker *pHead, const uint8_t *pData, uint8_t *pLent,
+                               uint32_t nLength, uint32_t nPts)
+{
     KovaRtpH264Packer *pPacker = AsH264(pHead);
     if (pPacker->pNalList != nullptr)
         return kPackerNotDrained;
@@ -194,21 +213,13 @@ uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pHead, const uint8_t *pData, u
     pHead->nTimestamp = nPts * kVideoClockPerMillisecond;
     if (pData == nullptr)
         nLength = 0;
-
-    bool bFound = false;
-    bool bOpen = false;
-    uint32_t nStart = 0;
-    KovaStartCode code = {};
-    for (uint32_t nFrom = 0; KovaAnnexBFind(pData, nLength, nFrom, &code); nFrom = code.nEnd) {
-        bFound = true;
-        if (bOpen)
-            CloseNal(pPacker, pData + nStart, code.nBegin - nStart);
-        nStart = code.nEnd;
-        bOpen = nStart < nLength && !IsDropped(pData[nStart]);
-    }
-    if (bOpen)
-        AppendNal(pPacker, pData + nStart, nLength - nStart);
-    return bFound ? kPackerOk : kPackerNoStartCode;
+    KovaNalUnit *pFragment = &pPacker->fragment;
+    if (pLent == nullptr)
+        pLent = KovaUnitStoreCopy(&pPacker->store, pData, nLength, &pFragment->pData,
+                                  pPacker->pFragmentNal != nullptr ? pFragment->nSize : 0);
+    // Without memory what is in it is found all the same, and reported.
+    uint8_t *pBytes = pLent != nullptr ? pLent : const_cast<uint8_t *>(pData);
+    return Cut(pPacker, pBytes, nLength, pLent != nullptr) ? kPackerOk : kPackerNoStartCode;
 }
 
 uint32_t KovaRtpH264PackerPrepareRtpPacket(KovaRtpPacker *pHead, KovaRtpPacket *pPacket)
@@ -265,15 +276,13 @@ void KovaRtpH264PackerFreeNalList(KovaRtpPacker *pHead)
     if (pHead == nullptr)
         return;
     KovaRtpH264Packer *pPacker = AsH264(pHead);
-    while (pPacker->pNalList != nullptr)
-        free(TakeFirstNal(pPacker));
+    pPacker->pNalList = nullptr;
+    pPacker->pNalListTail = nullptr;
 }
 
 void KovaRtpH264PackerDiscard(KovaRtpPacker *pHead)
 {
-    KovaRtpH264Packer *pPacker = AsH264(pHead);
-    free(pPacker->pFragmentNal);
-    pPacker->pFragmentNal = nullptr;
+    AsH264(pHead)->pFragmentNal = nullptr;
     KovaRtpH264PackerFreeNalList(pHead);
 }
 
@@ -281,6 +290,6 @@ void KovaRtpH264PackerDestroy(KovaRtpPacker *pHead)
 {
     if (pHead == nullptr)
         return;
-    KovaRtpH264PackerDiscard(pHead);
+    KovaUnitStoreFree(&AsH264(pHead)->store);
     free(AsH264(pHead));
 }

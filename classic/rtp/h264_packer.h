@@ -1,6 +1,7 @@
 #pragma once
 
 #include "classic/rtp/rtp_packer.h"
+#include "classic/rtp/unit_store.h"
 #include "foundation/export.h"
 #include "foundation/list.h"
 
@@ -10,18 +11,19 @@
 /// header byte is not counted against the budget).
 constexpr uint32_t kH264MaxPayload = 1400;
 
-/// One NAL unit waiting to be packetized; node and bytes are one allocation.
+/// One NAL unit waiting to be packetized.
 /// Frozen: callers from outside read the fields at these places.
 struct KovaNalUnit {
     uint8_t nHeader; ///< its first byte
-    uint8_t *pData;  ///< the unit, header byte included, start code excluded
+    uint8_t *pData;  ///< the unit within its access unit, header byte included
     uint32_t nSize;
 };
+static_assert(sizeof(KovaNalUnit) <= kUnitRecordSize, "a record fits its slot");
 
 /// Turns H.264 Annex B access units into RTP payloads (RFC 6184, packetization
 /// mode 1): single NAL unit packets, STAP-A and FU-A. Parameter sets go to the
 /// stream-info callback instead of into RTP.
-/// Frozen: callers from outside read the fields at these places.
+/// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpH264Packer {
     KovaRtpPacker head;
     uint32_t nFragmentOffset;  ///< bytes of the fragmented unit already sent; 1 before the first
@@ -30,6 +32,9 @@ struct KovaRtpH264Packer {
     KovaNalUnit *pFragmentNal; ///< unit being fragmented; owned
     KovaList *pNalList;        ///< units of the pushed access unit, in order; owned
     KovaList *pNalListTail;
+
+    KovaNalUnit fragment; ///< what pFragmentNal names
+    KovaUnitStore store;  ///< the list's nodes and records
 };
 
 /// A packer with everything zero, or null without memory.
@@ -41,6 +46,10 @@ KOVA_API KovaRtpPacker *KovaRtpH264PackerCreate(void);
 /// Returns kPackerOk, kPackerNotDrained, kPackerNoStartCode.
 KOVA_API uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pPacker, const uint8_t *pData,
                                             uint32_t nLength, uint32_t nPts);
+
+/// The same for bytes that may be lent: KovaRtpPackerTake().
+uint32_t KovaRtpH264PackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+                               uint32_t nLength, uint32_t nPts);
 
 /// Decides what goes into the next packet and sets its size and the marker.
 /// Returns kPackerOk or kPackerNothing.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "classic/rtp/send_group.h"
+#include "foundation/kept_buffer.h"
 #include "rtp/interleaved_batch.h"
 
 #include <sys/uio.h>
@@ -21,6 +22,9 @@ struct KovaPacketBatch {
     KovaRtpPacket *packets[kBatchMostPackets];
     iovec datagrams[kBatchMostPackets];             ///< as datagrams
     KovaInterleavedFrame frames[kBatchMostPackets]; ///< as frames; the channel is the player's
+    KovaKeptBuffer framed; ///< the frames one behind the other, once bFramed says so
+    uint32_t nAsked;       ///< how often frames were asked for
+    bool bFramed;
 };
 
 /// Fills a batch with a packet, whose reference it takes over, and with those of the
@@ -33,6 +37,11 @@ void KovaPacketBatchFill(KovaPacketBatch *pBatch, KovaRtpSendGroup *pGroup, Kova
 /// meanwhile, and gives the references back.
 void KovaPacketBatchRelease(const KovaPacketBatch *pBatch, KovaRtpSendGroup *pGroup)
     KOVA_REQUIRES(pGroup->packetMutex);
+
+/// The batch's frames on a channel: the frame of packet n is the n-th. With several
+/// players they are laid one behind the other, headers included: one copy for all costs
+/// less than what the system asks for gathering them for each.
+const KovaInterleavedFrame *KovaPacketBatchFrames(KovaPacketBatch *pBatch, uint8_t nChannel);
 
 /// Whether the packet can go into an RTSP connection.
 bool KovaFitsInterleaved(const KovaRtpPacket *pPacket);

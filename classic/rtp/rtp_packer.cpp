@@ -16,17 +16,17 @@ namespace {
 struct Codec {
     KovaRtpPacker *(*pfnCreate)();
     void (*pfnDestroy)(KovaRtpPacker *);
-    uint32_t (*pfnPush)(KovaRtpPacker *, const uint8_t *, uint32_t, uint32_t);
+    uint32_t (*pfnPush)(KovaRtpPacker *, const uint8_t *, uint8_t *, uint32_t, uint32_t);
     uint32_t (*pfnPrepare)(KovaRtpPacker *, KovaRtpPacket *);
     uint32_t (*pfnFill)(KovaRtpPacker *, KovaRtpPacket *);
     void (*pfnDiscard)(KovaRtpPacker *);
 };
 
 constexpr Codec kAac = {KovaRtpAacPackerCreate,       KovaRtpAacPackerDestroy,
-                        KovaRtpAacPackerPushData,     KovaRtpAacPackerPrepareRtpPacket,
+                        KovaRtpAacPackerTake,         KovaRtpAacPackerPrepareRtpPacket,
                         KovaRtpAacPackerGetRtpPacket, KovaRtpAacPackerDiscard};
 constexpr Codec kH264 = {KovaRtpH264PackerCreate,       KovaRtpH264PackerDestroy,
-                         KovaRtpH264PackerPushData,     KovaRtpH264PackerPrepareRtpPacket,
+                         KovaRtpH264PackerTake,         KovaRtpH264PackerPrepareRtpPacket,
                          KovaRtpH264PackerGetRtpPacket, KovaRtpH264PackerDiscard};
 
 /// Null for a null packer and an unknown codec.
@@ -58,20 +58,22 @@ KovaRtpPacker *Make(const Codec &codec, uint32_t nCodec, uint32_t nPayloadType, 
     return pPacker;
 }
 
-uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, KovaRtpPacket *pPacket)
+/// A packet of nSize bytes with the payload that was prepared.
+uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, uint32_t nSize,
+                     KovaRtpPacket **ppPacket)
 {
-    const uint32_t nPrepared = codec.pfnPrepare(pPacker, pPacket);
-    if (nPrepared != kPackerOk)
-        return nPrepared;
-    pPacket->pData = static_cast<uint8_t *>(KovaHeapAlloc(pPacket->nSize));
-    if (pPacket->pData == nullptr)
+    KovaOwner<KovaRtpPacket, KovaRtpFreePacket> packet(KovaRtpPacketAlloc(nSize));
+    if (!packet)
         return kPackerNoMemory;
-    KovaRtpHeaderWrite(pPacket->pData, {pPacker->nPayloadType, pPacker->bMarker != 0,
-                                        pPacker->nSequence, pPacker->nTimestamp, pPacker->nSsrc});
-    const uint32_t nFilled = codec.pfnFill(pPacker, pPacket);
-    if (nFilled == kPackerOk)
-        pPacker->nSequence++;
-    return nFilled;
+    packet->nPts = pPacker->nPts;
+    KovaRtpHeaderWrite(packet->pData, {pPacker->nPayloadType, pPacker->bMarker != 0,
+                                       pPacker->nSequence, pPacker->nTimestamp, pPacker->nSsrc});
+    const uint32_t nFilled = codec.pfnFill(pPacker, packet.Get());
+    if (nFilled != kPackerOk)
+        return nFilled;
+    pPacker->nSequence++;
+    *ppPacket = packet.Release();
+    return kPackerOk;
 }
 
 } // namespace
@@ -101,8 +103,15 @@ void KovaRtpPackerDestroy(KovaRtpPacker *pPacker)
 uint32_t KovaRtpPackerPushData(KovaRtpPacker *pPacker, const uint8_t *pData, uint32_t nLength,
                                uint32_t nPts)
 {
+    return KovaRtpPackerTake(pPacker, pData, nullptr, nLength, nPts);
+}
+
+uint32_t KovaRtpPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+                           uint32_t nLength, uint32_t nPts)
+{
     const Codec *pCodec = CodecOf(pPacker);
-    return pCodec != nullptr ? pCodec->pfnPush(pPacker, pData, nLength, nPts) : kPackerInvalid;
+    return pCodec != nullptr ? pCodec->pfnPush(pPacker, pData, pLent, nLength, nPts)
+                             : kPackerInvalid;
 }
 
 uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
@@ -110,14 +119,11 @@ uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPac
     const Codec *pCodec = CodecOf(pPacker);
     if (pCodec == nullptr || ppPacket == nullptr)
         return kPackerInvalid;
-    KovaOwner<KovaRtpPacket, KovaRtpFreePacket> packet(KovaRtpPacketAlloc());
-    if (!packet)
-        return kPackerNoMemory;
-    packet->nPts = pPacker->nPts;
-    const uint32_t nResult = BuildPacket(pPacker, *pCodec, packet.Get());
-    if (nResult == kPackerOk)
-        *ppPacket = packet.Release();
-    return nResult;
+    // Prepared before there is a packet: with its size it takes one block.
+    KovaRtpPacket draft = {};
+    const uint32_t nPrepared = pCodec->pfnPrepare(pPacker, &draft);
+    return nPrepared == kPackerOk ? BuildPacket(pPacker, *pCodec, draft.nSize, ppPacket)
+                                  : nPrepared;
 }
 
 void KovaRtpPackerDiscard(KovaRtpPacker *pPacker)

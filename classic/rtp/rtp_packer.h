@@ -66,6 +66,14 @@ KOVA_API void KovaRtpPackerDestroy(KovaRtpPacker *pPacker);
 KOVA_API uint32_t KovaRtpPackerPushData(KovaRtpPacker *pPacker, const uint8_t *pData,
                                         uint32_t nLength, uint32_t nPts);
 
+/// As KovaRtpPackerPushData, which copies the access unit, but spares the copy where the
+/// same bytes are lent as well (pLent equals pData; null: they are not): they are the
+/// packer's to read and to write until KovaRtpPackerGetRtpPacket yields nothing or
+/// KovaRtpPackerDiscard was called. A refused unit is the caller's again at once, and as
+/// it was.
+uint32_t KovaRtpPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+                           uint32_t nLength, uint32_t nPts);
+
 /// Builds the next packet of the pushed access unit into *ppPacket, with a
 /// reference count of 0; the caller frees it through its last reference.
 /// Returns kPackerOk, kPackerNothing, kPackerNoMemory or kPackerInvalid;

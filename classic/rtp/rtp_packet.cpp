@@ -3,11 +3,26 @@
 #include "foundation/heap.h"
 #include "foundation/mutex.h"
 
-KovaRtpPacket *KovaRtpPacketAlloc()
+namespace {
+
+/// Where the data of a packet stands that was made with it. Another block never
+/// begins there: the heap's own words lie between two blocks.
+uint8_t *OwnData(KovaRtpPacket *pPacket)
 {
-    KovaRtpPacket *pPacket = KovaHeapNew<KovaRtpPacket>();
-    if (pPacket != nullptr)
-        KovaMutexInit(&pPacket->mutex);
+    return reinterpret_cast<uint8_t *>(pPacket + 1);
+}
+
+} // namespace
+
+KovaRtpPacket *KovaRtpPacketAlloc(uint32_t nSize)
+{
+    void *pMemory = KovaHeapAlloc(sizeof(KovaRtpPacket) + nSize);
+    if (pMemory == nullptr)
+        return nullptr;
+    KovaRtpPacket *pPacket = new (pMemory) KovaRtpPacket();
+    KovaMutexInit(&pPacket->mutex);
+    pPacket->pData = nSize != 0 ? OwnData(pPacket) : nullptr;
+    pPacket->nSize = nSize;
     return pPacket;
 }
 
@@ -35,6 +50,7 @@ void KovaRtpFreePacket(KovaRtpPacket *pPacket)
     if (pPacket == nullptr)
         return;
     KovaMutexDestroy(&pPacket->mutex);
-    free(pPacket->pData);
+    if (pPacket->pData != OwnData(pPacket))
+        free(pPacket->pData);
     free(pPacket);
 }

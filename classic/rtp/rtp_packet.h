@@ -15,7 +15,7 @@ enum KovaFrameType : uint32_t {
 /// One complete RTP packet, shared by everybody who queues it.
 /// Frozen: callers from outside read the fields at these places; ours come last.
 struct KovaRtpPacket {
-    uint8_t *pData;                           ///< header and payload; owned
+    uint8_t *pData;                           ///< header and payload; owned, see KovaRtpFreePacket
     uint32_t nSize;                           ///< bytes in pData
     int32_t nRefCount KOVA_GUARDED_BY(mutex); ///< references held; 0 when just made
     uint32_t nFrameType;                      ///< KovaFrameType
@@ -23,8 +23,9 @@ struct KovaRtpPacket {
     KovaMutex mutex;
 };
 
-/// A zeroed packet without data, or null when memory is exhausted.
-KovaRtpPacket *KovaRtpPacketAlloc();
+/// A zeroed packet with nSize bytes of data, all zero, in its own block; with 0 bytes it
+/// has none. Null when memory is exhausted.
+KovaRtpPacket *KovaRtpPacketAlloc(uint32_t nSize = 0);
 
 /// Takes one reference. Any thread; null is ignored.
 KOVA_API void KovaRtpPacketAddRef(KovaRtpPacket *pPacket);
@@ -33,5 +34,6 @@ KOVA_API void KovaRtpPacketAddRef(KovaRtpPacket *pPacket);
 /// packet. A count that was already 0 goes to -1 and frees nothing.
 KOVA_API void KovaRtpPacketReleaseRef(KovaRtpPacket *pPacket);
 
-/// Frees a packet and its data whatever its count. Null is ignored.
+/// Frees a packet and its data whatever its count: data in the packet's own block, or
+/// a block that somebody took from malloc(). Null is ignored.
 KOVA_API void KovaRtpFreePacket(KovaRtpPacket *pPacket);

@@ -44,6 +44,17 @@ bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
     return false;
 }
 
+/// Queues the packet with a reference of the group's. Returns whether it did.
+bool Queue(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket) KOVA_REQUIRES(pGroup->packetMutex)
+{
+    if (!Admits(pGroup, pPacket) ||
+        !KovaListPushTail(pGroup->pPacketList, pGroup->pPacketListTail, pPacket))
+        return false;
+    KovaRtpPacketAddRef(pPacket);
+    pGroup->nQueuedBytes += pPacket->nSize;
+    return true;
+}
+
 } // namespace
 
 KovaRtpSendGroup *KovaRtpSendGroupCreate(KovaRtpSender *pSender)
@@ -128,26 +139,30 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
 
 void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
-    if (pGroup != nullptr && pPacket != nullptr && !KovaRtpSendGroupTakePacket(pGroup, pPacket))
-        KovaRtpPacketReleaseRef(pPacket);
+    if (pGroup == nullptr || pPacket == nullptr)
+        return;
+    KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1);
+    KovaRtpPacketReleaseRef(pPacket);
 }
 
-bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
+uint32_t KovaRtpSendGroupTakePackets(KovaRtpSendGroup *pGroup, KovaRtpPacket *const *ppPackets,
+                                     uint32_t nCount)
 {
+    uint32_t nTaken = 0;
+    bool bBeganToDrop = false;
     KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
-    const bool bDropping = pGroup->bDropping;
-    if (!Admits(pGroup, pPacket)) {
-        lock.Unlock();
-        if (!bDropping)
-            TimeLog(kLogOverflow, "%s, Packet Overflow !!!\n", "KovaRtpSendGroupAddRtpPacket");
-        return false;
+    for (uint32_t nPacket = 0; nPacket < nCount; nPacket++) {
+        const bool bDropping = pGroup->bDropping;
+        nTaken += Queue(pGroup, ppPackets[nPacket]) ? 1 : 0;
+        bBeganToDrop = bBeganToDrop || (!bDropping && pGroup->bDropping);
     }
-    const bool bTaken = KovaListPushTail(pGroup->pPacketList, pGroup->pPacketListTail, pPacket);
-    if (bTaken)
-        pGroup->nQueuedBytes += pPacket->nSize;
     lock.Unlock();
-    KovaEventSignal(&pGroup->work);
-    return bTaken;
+    // Packets of one access unit have one PTS: no second drop begins among them.
+    if (bBeganToDrop)
+        TimeLog(kLogOverflow, "%s, Packet Overflow !!!\n", "KovaRtpSendGroupAddRtpPacket");
+    if (nTaken != 0)
+        KovaEventSignal(&pGroup->work);
+    return nTaken;
 }
 
 void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)

@@ -89,10 +89,15 @@ KOVA_API void KovaRtpSendGroupRemoveRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpP
 /// Unlinks every packet and releases its reference. Null is ignored.
 KOVA_API void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup);
 
-/// As the Add operations, but tells whether the group has taken it (there may be no
-/// memory, or no room); when not, client and reference stay the caller's.
+/// As KovaRtpSendGroupAddRtpClient, but tells whether the group has taken it (there may
+/// be no memory); when not, the client stays the caller's.
 bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
-bool KovaRtpSendGroupTakePacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket);
+
+/// Queues those of nCount packets of one access unit that there is memory and room
+/// for, under the rules of KovaRtpSendGroupAddRtpPacket, and takes a reference of each
+/// itself. The thread sees all of them at once. Returns how many it has queued.
+uint32_t KovaRtpSendGroupTakePackets(KovaRtpSendGroup *pGroup, KovaRtpPacket *const *ppPackets,
+                                     uint32_t nCount);
 
 /// Unlinks a packet; its reference is the caller's. Returns whether it was queued.
 bool KovaRtpSendGroupUnlinkPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)

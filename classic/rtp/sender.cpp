@@ -141,16 +141,18 @@ bool KovaRtpSenderPlaceClient(KovaRtpSender *pSender, KovaRtpClient *pClient)
 
 void KovaRtpSenderAddRtpPacket(KovaRtpSender *pSender, KovaRtpPacket *pPacket)
 {
-    if (pSender == nullptr || pPacket == nullptr)
-        return;
+    if (pSender != nullptr && pPacket != nullptr)
+        KovaRtpSenderAddRtpPackets(pSender, &pPacket, 1);
+}
+
+void KovaRtpSenderAddRtpPackets(KovaRtpSender *pSender, KovaRtpPacket *const *ppPackets,
+                                uint32_t nCount)
+{
     const KovaMutexLock lock(&pSender->mutex, kRankGroups);
     for (KovaRtpSendGroup *pGroup : KovaListOf<KovaRtpSendGroup>(pSender->pSendGroupList)) {
         // Nobody would ever take a packet out of a queue whose thread was not made.
-        if (pGroup->bNoThread)
-            continue;
-        KovaRtpPacketAddRef(pPacket);
-        if (!KovaRtpSendGroupTakePacket(pGroup, pPacket))
-            KovaRtpPacketReleaseRef(pPacket);
+        if (!pGroup->bNoThread)
+            KovaRtpSendGroupTakePackets(pGroup, ppPackets, nCount);
     }
 }
 

@@ -54,6 +54,11 @@ KOVA_API void KovaRtpSenderAddRtpClient(KovaRtpSender *pSender, const char *szSe
 /// Queues a packet in every group, with a reference each. Null is ignored.
 KOVA_API void KovaRtpSenderAddRtpPacket(KovaRtpSender *pSender, KovaRtpPacket *pPacket);
 
+/// Queues nCount packets of one access unit, in order, each as that does. No sending
+/// thread sees some of them without the others.
+void KovaRtpSenderAddRtpPackets(KovaRtpSender *pSender, KovaRtpPacket *const *ppPackets,
+                                uint32_t nCount);
+
 /// Appends or unlinks a group. Null is ignored.
 KOVA_API void KovaRtpSenderAddRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup);
 KOVA_API void KovaRtpSenderRemoveRtpSendGroup(KovaRtpSender *pSender, KovaRtpSendGroup *pGroup);

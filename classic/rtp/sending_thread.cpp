@@ -13,10 +13,13 @@ namespace {
 
 /// A nudge comes with every packet and stop request; this bounds the wait for a
 /// state word that somebody wrote without one.
-constexpr uint32_t kIdleMilliseconds = 20;
+constexpr uint32_t kIdleMilliseconds = 1000;
 
-/// Longest sleep of a held packet: how late a clock that was set is noticed.
-constexpr uint32_t kHoldStepMilliseconds = 10;
+/// Longest sleep of a held packet: how late a clock that was set is noticed. Pictures
+/// come more often, so that each costs one wake-up. Without players it matters less
+/// than a processor that may rest.
+constexpr uint32_t kHoldStepMilliseconds = 50;
+constexpr uint32_t kEmptyHoldStepMilliseconds = 100;
 
 constexpr uint32_t kGapMilliseconds = 1000;
 
@@ -34,9 +37,12 @@ void HoldPacket(KovaSendingContext *pContext, int64_t nDue, uint64_t nFirstTime)
     int64_t nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
     if (!KovaPacingHolds(nDue, nElapsed))
         return;
+    const uint32_t nStep = KovaRtpSendGroupClientCount(pContext->pGroup) != 0
+                               ? kHoldStepMilliseconds
+                               : kEmptyHoldStepMilliseconds;
     while (KovaPacingStillHolds(nDue, nElapsed)) {
         const uint32_t nRemaining = KovaPacingRemaining(nDue, nElapsed);
-        usleep((nRemaining < kHoldStepMilliseconds ? nRemaining : kHoldStepMilliseconds) * 1000);
+        usleep((nRemaining < nStep ? nRemaining : nStep) * 1000);
         pContext->nNow = KovaClockMilliseconds();
         nElapsed = static_cast<int64_t>(pContext->nNow - nFirstTime);
     }
@@ -122,7 +128,10 @@ void *pSenderProc(void *pSendGroup)
         return Leave(pGroup, "(pPacker)");
     while (KovaThreadRuns(pGroup->nState)) {
         DrainQueue(&context);
-        KovaEventWait(&pGroup->work, kIdleMilliseconds);
+        // A stop request may have nudged the thread while it served waiting clients.
+        if (KovaThreadRuns(pGroup->nState))
+            KovaEventWait(&pGroup->work, kIdleMilliseconds);
     }
+    KovaKeptBufferFree(&context.batch.framed);
     return Leave(pGroup, "");
 }

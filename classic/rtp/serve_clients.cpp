@@ -83,16 +83,6 @@ void PayForWaiting(KovaRtpSendGroup *pGroup, uint32_t nMilliseconds)
     }
 }
 
-/// Lets somebody in who waits for the clients, if anybody does.
-void LetIn(KovaRtpSendGroup *pGroup, KovaServingPass *pPass) KOVA_REQUIRES(pGroup->clientMutex)
-{
-    if (pGroup->nClientWaiters == 0)
-        return;
-    pPass->bReleased = true;
-    const KovaMutexUnlock unlock(&pGroup->clientMutex, kRankClients);
-    usleep(kPollMicroseconds);
-}
-
 } // namespace
 
 void KovaServeClients(KovaSendingContext *pContext)
@@ -112,8 +102,8 @@ void KovaServeClients(KovaSendingContext *pContext)
         pClient->nPass = nPass;
         pass.bReleased = false;
         ServeClient(pGroup, &pass, pClient);
-        if (++nServed % kMostClientsAtOnce == 0)
-            LetIn(pGroup, &pass);
+        if (++nServed % kMostClientsAtOnce == 0 && pGroup->nClientWaiters != 0)
+            KovaRestBetweenClients(pGroup, &pass);
         if (pass.bReleased)
             pNode = pGroup->pClientList;
     }

@@ -393,10 +393,11 @@ void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds)
     }
 }
 
-void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel)
+void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake)
 {
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
-    pChannel->bReaderWoken = true;
+    if (wake == kWakeForGood)
+        pChannel->bReaderWoken = true;
     const int nSocket = SocketOf(pChannel);
     if (pChannel->bReaderWaits && nSocket > 0)
         shutdown(nSocket, SHUT_RD);

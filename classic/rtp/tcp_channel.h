@@ -77,11 +77,17 @@ KovaResponseProgress KovaTcpChannelSendResponse(KovaTcpChannel *pChannel, const 
 ssize_t KovaTcpChannelReceive(KovaTcpChannel *pChannel, uint8_t *pBuffer, size_t nSize);
 
 /// Waits until there is something to receive, the connection ends, somebody
-/// wakes the reader, or nMilliseconds have passed. One reader.
+/// wakes the reader, or nMilliseconds have passed (below 0: without a limit). One
+/// reader.
 void KovaTcpChannelWaitReadable(KovaTcpChannel *pChannel, int nMilliseconds);
 
-/// Ends the reader's wait, also one that has not begun yet, for good.
-void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel);
+/// Which of the reader's waits are ended.
+enum KovaReaderWake {
+    kWakeForGood, ///< all of them, also one that has not begun yet
+    kWakeFromWait ///< the one that it is in, if it is in one; nothing more is received then
+};
+
+void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake);
 
 /// Lets the system find out when an accepted connection's peer is gone: after 30 s
 /// of silence it asks every 10 s, and the third lost answer ends the connection.

@@ -5,9 +5,9 @@
 #include "classic/rtsp/server_calls.h"
 #include "foundation/clock.h"
 #include "foundation/error_text.h"
-#include "foundation/heap.h"
 #include "foundation/log.h"
 #include "foundation/mutex.h"
+#include "foundation/pages.h"
 #include "foundation/text.h"
 #include "kova_rtsp_server.h"
 
@@ -18,17 +18,32 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 namespace {
 
 constexpr char kThreadName[] = "pHandleRequestProc";
 
-/// Arriving data, the peer's end and a stop request wake the thread; this bounds
-/// its wait all the same.
-constexpr int kIdleMilliseconds = 200;
+/// Arriving data, the peer's end and a stop request wake the thread. The monitor does
+/// when somebody has written the state word alone.
+constexpr int kNoLimit = -1;
 
 using AddressCall = int (*)(int, sockaddr *, socklen_t *);
+
+/// A connection that is idle fills a hundredth of its buffers.
+KovaRtspServerHandler *MakeRecord()
+{
+    static_assert(std::is_trivially_default_constructible_v<KovaRtspServerHandler>,
+                  "zeroed pages are a record");
+    return static_cast<KovaRtspServerHandler *>(KovaPagesAlloc(sizeof(KovaRtspServerHandler)));
+}
+
+void FreeRecord(KovaRtspServerHandler *pHandler)
+{
+    KovaPagesFree(pHandler, sizeof(KovaRtspServerHandler));
+}
 
 /// Prints one end of the connection and notes it. An end that the system does
 /// not tell stays empty.
@@ -49,6 +64,14 @@ void MakeNonBlocking(int nSocket)
     fcntl(nSocket, F_SETFL, fcntl(nSocket, F_GETFL) | O_NONBLOCK);
 }
 
+/// Looks first: most of a connection's buffers was never written, and so takes no
+/// memory, which a store would change.
+void ClearSpare(uint8_t (&buffer)[kRequestSize])
+{
+    if (buffer[0] != 0 || memcmp(buffer, buffer + 1, sizeof(buffer) - 1) != 0)
+        memset(buffer, 0, sizeof(buffer));
+}
+
 void HandleChunk(KovaRtspServerHandler *pHandler, int32_t nCount)
 {
     TimeLog(kLogThread, "%s, Recv: %.*s, Len: %d\n\n", kThreadName, static_cast<int>(kRequestSize),
@@ -56,8 +79,8 @@ void HandleChunk(KovaRtspServerHandler *pHandler, int32_t nCount)
     KovaMutexLock lock(&pHandler->mtxRequest, kRankRequest);
     HandleRtspRequest(pHandler, pHandler->recvBuf, nCount);
     lock.Unlock();
-    memset(pHandler->recvBuf, 0, sizeof(pHandler->recvBuf));
-    memset(pHandler->spareBuf, 0, sizeof(pHandler->spareBuf));
+    memset(pHandler->recvBuf, 0, static_cast<size_t>(nCount));
+    ClearSpare(pHandler->spareBuf);
     usleep(kPollMicroseconds);
 }
 
@@ -72,7 +95,7 @@ bool ReceiveOnce(KovaRtspServerHandler *pHandler)
     }
     const int nError = errno;
     if (nCount < 0 && (nError == EINTR || nError == EAGAIN)) {
-        KovaTcpChannelWaitReadable(pHandler->pChannel, kIdleMilliseconds);
+        KovaTcpChannelWaitReadable(pHandler->pChannel, kNoLimit);
         return true;
     }
     if (!KovaThreadRuns(pHandler->nState))
@@ -101,13 +124,13 @@ KovaRtspServerHandler *KovaRtspServerHandlerCreate(KovaRtspServer *pServer, int3
 {
     if (pServer == nullptr || nSocket <= 0)
         return nullptr;
-    KovaRtspServerHandler *pHandler = KovaHeapNew<KovaRtspServerHandler>();
+    KovaRtspServerHandler *pHandler = MakeRecord();
     if (pHandler == nullptr)
         return nullptr;
     pHandler->nSocket = nSocket;
     pHandler->pChannel = KovaTcpChannelJoin(reinterpret_cast<int *>(&pHandler->nSocket));
     if (pHandler->pChannel == nullptr) {
-        free(pHandler);
+        FreeRecord(pHandler);
         return nullptr;
     }
     pHandler->pServer = pServer;
@@ -132,7 +155,7 @@ int32_t KovaRtspServerHandlerStop(KovaRtspServerHandler *pHandler)
     if (pHandler == nullptr)
         return KOVA_ERROR_NULL;
     KovaThreadRequestStop(pHandler->nState);
-    KovaTcpChannelWakeReader(pHandler->pChannel);
+    KovaTcpChannelWakeReader(pHandler->pChannel, kWakeForGood);
     KovaThreadWaitStopped(pHandler->nState);
     KovaTcpChannelClose(pHandler->pChannel);
     return KOVA_OK;
@@ -147,7 +170,7 @@ int32_t KovaRtspServerHandlerDestroy(KovaRtspServerHandler *pHandler)
     KovaTcpChannelLeave(pHandler->pChannel);
     KovaMutexDestroy(&pHandler->mtxRequest);
     KovaMutexDestroy(&pHandler->mtxSessionId);
-    free(pHandler);
+    FreeRecord(pHandler);
     return KOVA_OK;
 }
 

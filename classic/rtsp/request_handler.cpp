@@ -23,10 +23,10 @@ constexpr int32_t kGoOn = 0;
 struct Request {
     KovaRtspServerHandler *pHandler;
     KovaRtspServer *pServer;
-    KovaRequestScan scan;
-    KovaRtspRequestInfo info;
     KovaPinnedStreamer stream; ///< that the URI names; looked up once
     KovaRequestPorts ports;    ///< that a UDP transport has opened
+    KovaRtspRequestInfo info;
+    KovaRequestScan scan; ///< last, for the sake of its text
 };
 
 int32_t Refuse(const char *szMessage, int32_t nStatus)
@@ -278,9 +278,10 @@ int32_t HandleRtspRequest(KovaRtspServerHandler *pHandler, const uint8_t *pBytes
         return KOVA_ERROR_NULL;
     if (HandleRtspTcpKeepAlive(pHandler, pBytes, nCount) != 0)
         return KOVA_OK;
-    Request request = {};
+    Request request;
     request.pHandler = pHandler;
     request.pServer = pHandler->pServer;
+    request.info = {};
     request.info.nStatus = kStatusOk;
     KovaRequestScanBegin(&request.scan, pBytes, nCount);
     const int32_t nRefused = RunSteps(&request);

@@ -2,6 +2,7 @@
 
 #include "foundation/text.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -98,10 +99,11 @@ KovaRtspMethod KovaRequestMethodOf(const char *szMethod)
 
 void KovaRequestScanBegin(KovaRequestScan *pScan, const uint8_t *pBytes, int32_t nCount)
 {
-    memset(pScan, 0, sizeof(*pScan));
+    memset(pScan, 0, offsetof(KovaRequestScan, szText));
     const int32_t nMost = static_cast<int32_t>(kRequestSize);
     pScan->nLength = nCount < 0 ? 0 : nCount > nMost ? nMost : nCount;
     memcpy(pScan->szText, pBytes, static_cast<size_t>(pScan->nLength));
+    pScan->szText[pScan->nLength] = '\0';
     pScan->nVersion = -1;
 }
 

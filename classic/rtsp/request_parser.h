@@ -17,7 +17,6 @@ constexpr size_t kMethodSize = 32;
 
 /// A request being scanned, and how far the scan has come.
 struct KovaRequestScan {
-    char szText[kRequestSize + 1]; ///< private, terminated copy of the chunk
     int32_t nLength;
     int32_t nSeparator; ///< the blank or tab behind the method
     int32_t nHostEnd;   ///< last byte of the host part
@@ -25,6 +24,9 @@ struct KovaRequestScan {
     int32_t nUriEnd;    ///< last byte of the URI
     char szMethod[kMethodSize];
     bool bSetup; ///< the method contains "SETUP"
+    /// Private, terminated copy of the chunk. The last field, and not cleared behind
+    /// the terminator: of a short request only the beginning takes up memory.
+    char szText[kRequestSize + 1];
 };
 
 /// What a parameter of the Transport header came to.

@@ -15,12 +15,18 @@ namespace {
 
 constexpr size_t kResponseSize = 8192;
 
+/// Room for every answer that repeats neither the URI nor the description. What a
+/// request takes of the stack, a connection keeps.
+constexpr size_t kShortResponseSize = 1024;
+
 /// Frozen: what players and their logs have always been told.
 constexpr char kServerName[] = "Brisklane/1.0.0.1";
 
-/// A response being put together.
+/// A response being put together, in the caller's array. That is not cleared: a store
+/// would make the connection keep its pages.
 struct Response {
-    char szText[kResponseSize];
+    char *szText;
+    size_t nCapacity;
     size_t nLength;
 };
 
@@ -33,9 +39,8 @@ void SetReason(KovaRtspRequestInfo *pInfo)
 /// Every answer but the refusal begins so.
 void Begin(Response *pResponse, KovaRtspRequestInfo *pInfo)
 {
-    *pResponse = {};
     SetReason(pInfo);
-    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength,
+    KovaTextAppend(pResponse->szText, pResponse->nCapacity, &pResponse->nLength,
                    "RTSP/1.0 %d %s\r\nCSeq: %s\r\n", pInfo->nStatus, pInfo->szReason,
                    pInfo->szCSeq);
 }
@@ -51,7 +56,7 @@ bool AppendTrack(Response *pResponse, const KovaRtspServerHandler *pHandler,
                  const KovaRtspRequestInfo &info, const KovaRtspTrackInfo *pTrack, bool bFirst)
 {
     constexpr size_t kTail = 64;
-    return KovaTextAppend(pResponse->szText, kResponseSize - kTail, &pResponse->nLength,
+    return KovaTextAppend(pResponse->szText, pResponse->nCapacity - kTail, &pResponse->nLength,
                           "%surl=rtsp://%s:%d/%s/trackID=%d;seq=%d;rtptime=%u", bFirst ? "" : ", ",
                           pHandler->szLocalAddr, pHandler->nLocalPort, info.szUri,
                           static_cast<int>(pTrack->nTrackId),
@@ -64,7 +69,7 @@ void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
 {
     if (pInfo->pTrackList == nullptr)
         return;
-    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "RTP-Info: ");
+    KovaTextAppend(pResponse->szText, pResponse->nCapacity, &pResponse->nLength, "RTP-Info: ");
     bool bFirst = true;
     while (pInfo->pTrackList != nullptr) {
         const KovaOwner<KovaRtspTrackInfo, free> track(
@@ -72,16 +77,17 @@ void AppendRtpInfo(Response *pResponse, const KovaRtspServerHandler *pHandler,
         if (track && AppendTrack(pResponse, pHandler, *pInfo, track.Get(), bFirst))
             bFirst = false;
     }
-    KovaTextAppend(pResponse->szText, kResponseSize, &pResponse->nLength, "\r\n");
+    KovaTextAppend(pResponse->szText, pResponse->nCapacity, &pResponse->nLength, "\r\n");
 }
 
 } // namespace
 
 void RequestOptionsResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response;
+    char szText[kShortResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Public: DESCRIBE,SETUP,TEARDOWN,PLAY,GET_PARAMETER\r\n\r\n");
     Send(pHandler, response);
 }
@@ -97,13 +103,15 @@ void RequestDescribeResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInf
 void KovaAnswerDescribe(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo *pInfo,
                         KovaRtspStreamer *pStreamer)
 {
-    char szSdp[kSdpTextSize] = {};
+    char szSdp[kSdpTextSize];
+    szSdp[0] = '\0';
     int32_t nSdpLength = 0;
     if (KovaRtspStreamerSdpIsReady(pStreamer) != 0)
         KovaRtspGenerateSdpGetSdpInfo(pStreamer->pSdpGenerator, szSdp, &nSdpLength);
-    Response response;
+    char szText[kResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, pInfo);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Server: %s\r\nCache-Control: no-cache\r\n"
                    "Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s",
                    kServerName, static_cast<int>(strlen(szSdp)), szSdp);
@@ -114,23 +122,24 @@ void RequestSetupResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo i
 {
     if (pHandler == nullptr)
         return;
-    Response response;
+    char szText[kShortResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Server: %s\r\nCache-Control: no-cache\r\n", kServerName);
     if (info.nTransport == kTransportUdp)
-        KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+        KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                        "Transport: RTP/AVP/UDP;unicast;client_port=%d-%d;server_port=%d-%d;"
                        "ssrc=%u\r\n",
                        info.nClientRtpPort, info.nClientRtcpPort, info.nServerRtpPort,
                        info.nServerRtcpPort, info.nSsrc);
     else
-        KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+        KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                        "Transport: RTP/AVP/TCP;unicast;destination=%s;source=%s;"
                        "interleaved=%d-%d;ssrc=%u\r\n",
                        pHandler->szPeerAddr, pHandler->szLocalAddr, info.nRtpChannel,
                        info.nRtcpChannel, info.nSsrc);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Session: %s;timeout=%d\r\n\r\n", info.szSessionId, kSessionTimeout);
     Send(pHandler, response);
 }
@@ -139,21 +148,23 @@ void RequestPlayResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo in
 {
     if (pHandler == nullptr)
         return;
-    Response response;
+    char szText[kResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Cache-Control: no-cache\r\n");
     AppendRtpInfo(&response, pHandler, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Session: %s;timeout=%d\r\n\r\n", info.szSessionId, kSessionTimeout);
     Send(pHandler, response);
 }
 
 void RequestGetParameterResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response;
+    char szText[kShortResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Cache-Control: no-cache\r\nSession: %s;timeout=%d\r\n\r\n", info.szSessionId,
                    kSessionTimeout);
     Send(pHandler, response);
@@ -161,9 +172,10 @@ void RequestGetParameterResponse(KovaRtspServerHandler *pHandler, KovaRtspReques
 
 void RequestTeardownResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
-    Response response;
+    char szText[kShortResponseSize];
+    Response response = {szText, sizeof(szText), 0};
     Begin(&response, &info);
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength,
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength,
                    "Cache-Control: no-cache\r\n\r\n");
     Send(pHandler, response);
 }
@@ -171,8 +183,9 @@ void RequestTeardownResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInf
 void RequestNotOKResponse(KovaRtspServerHandler *pHandler, KovaRtspRequestInfo info)
 {
     SetReason(&info);
-    Response response = {};
-    KovaTextAppend(response.szText, kResponseSize, &response.nLength, "RTSP/1.0 %d %s\r\n\r\n",
+    char szText[kShortResponseSize];
+    Response response = {szText, sizeof(szText), 0};
+    KovaTextAppend(response.szText, response.nCapacity, &response.nLength, "RTSP/1.0 %d %s\r\n\r\n",
                    info.nStatus, info.szReason);
     Send(pHandler, response);
 }

@@ -1,5 +1,6 @@
 #include "classic/server/handler_registry.h"
 
+#include "classic/rtp/tcp_channel.h"
 #include "classic/rtsp/server_calls.h"
 #include "foundation/list_view.h"
 #include "foundation/mutex.h"
@@ -69,6 +70,16 @@ void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer)
             KovaKeyedTakeFirst(&pServer->handlerKeys, pServer->pHandlerList));
         KovaRtspServerHandlerStop(pHandler);
         KovaRtspServerHandlerDestroy(pHandler);
+    }
+}
+
+void KovaServerWakeStopped(KovaRtspServer *pServer)
+{
+    const KovaMutexLock lock(&pServer->mtxHandler, kRankHandlers);
+    for (KovaRtspServerHandler *pHandler :
+         KovaListOf<KovaRtspServerHandler>(pServer->pHandlerList)) {
+        if (!KovaThreadRuns(pHandler->nState))
+            KovaTcpChannelWakeReader(pHandler->pChannel, kWakeFromWait);
     }
 }
 

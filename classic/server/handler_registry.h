@@ -20,6 +20,10 @@ KOVA_API int32_t KovaRtspServerRemoveServerHandler(KovaRtspServer *pServer,
 /// Unlinks, stops and destroys every handler.
 KOVA_API void KovaRtspServerRemoveAllServerHandler(KovaRtspServer *pServer);
 
+/// Wakes the threads that wait for a request although their state words no longer
+/// say that they run: somebody wrote one without calling the stop.
+void KovaServerWakeStopped(KovaRtspServer *pServer);
+
 /// The first handler whose last request named that session, or null. It lives
 /// as long as its connection.
 KOVA_API KovaRtspServerHandler *KovaRtspServerGetHandlerBySessionId(KovaRtspServer *pServer,

@@ -18,8 +18,9 @@ namespace {
 
 constexpr char kThreadName[] = "pListenProc";
 
-/// Connections and a stop request wake the thread; this bounds its wait.
-constexpr int kIdleMilliseconds = 20;
+/// Connections and a stop request wake the thread; this bounds the wait for a state
+/// word that somebody wrote alone.
+constexpr int kIdleMilliseconds = 1000;
 
 /// Errors that are over when whoever caused them is gone: a shortage of
 /// descriptors, buffers or memory, a connection aborted before it was accepted.

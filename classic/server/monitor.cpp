@@ -1,5 +1,6 @@
 #include "classic/server/monitor.h"
 
+#include "classic/server/handler_registry.h"
 #include "classic/server/server.h"
 #include "classic/server/session_end.h"
 #include "classic/server/session_registry.h"
@@ -129,6 +130,7 @@ void *pMonitorProc(void *pArgument)
     while (KovaThreadRuns(pServer->nMonitorState)) {
         ExpireSessions(pServer);
         MeasureStreams(pServer);
+        KovaServerWakeStopped(pServer);
         usleep(kPassMicroseconds);
     }
     pServer->nMonitorState = kThreadStopped;

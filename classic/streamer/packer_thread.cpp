@@ -3,15 +3,18 @@
 #include "classic/streamer/es_input.h"
 #include "classic/streamer/registries.h"
 #include "classic/streamer/streamer.h"
-#include "foundation/heap.h"
+#include "foundation/kept_buffer.h"
 #include "foundation/log.h"
 #include "foundation/mutex.h"
 
 namespace {
 
 /// A push nudges the thread; this bounds the wait for what came without one.
-constexpr uint32_t kIdleMilliseconds = 20;
+constexpr uint32_t kIdleMilliseconds = 1000;
 constexpr uint32_t kRestMilliseconds = 1;
+
+/// Most packets that go to the sender together: as many as a batch has that is sent.
+constexpr uint32_t kMostTogether = 64;
 
 /// What one packer thread works on.
 struct Packing {
@@ -45,15 +48,33 @@ bool ReadData(const Packing &packing, const Unit &unit)
     return true;
 }
 
+/// Builds the next packets, with a reference each, as many as there are and as go
+/// together. Returns what ended that.
+uint32_t BuildPackets(KovaRtpPacker *pPacker, KovaRtpPacket **ppPackets, uint32_t *pCount)
+{
+    uint32_t nResult = kPackerOk;
+    for (*pCount = 0; *pCount < kMostTogether; (*pCount)++) {
+        nResult = KovaRtpPackerGetRtpPacket(pPacker, &ppPackets[*pCount]);
+        if (nResult != kPackerOk)
+            break;
+        KovaRtpPacketAddRef(ppPackets[*pCount]);
+    }
+    return nResult;
+}
+
+/// Hands the packets over together, so that the sending threads, which wake at the
+/// first, find the others of its access unit as well.
 void SendPackets(KovaRtpPacker *pPacker, KovaRtpSender *pSender)
 {
-    KovaRtpPacket *pPacket = nullptr;
+    KovaRtpPacket *packets[kMostTogether];
     uint32_t nResult;
-    while ((nResult = KovaRtpPackerGetRtpPacket(pPacker, &pPacket)) == kPackerOk) {
-        KovaRtpPacketAddRef(pPacket);
-        KovaRtpSenderAddRtpPacket(pSender, pPacket);
-        KovaRtpPacketReleaseRef(pPacket);
-    }
+    do {
+        uint32_t nCount = 0;
+        nResult = BuildPackets(pPacker, packets, &nCount);
+        KovaRtpSenderAddRtpPackets(pSender, packets, nCount);
+        for (uint32_t nPacket = 0; nPacket < nCount; nPacket++)
+            KovaRtpPacketReleaseRef(packets[nPacket]);
+    } while (nResult == kPackerOk);
     // Short of memory in the middle of a unit: without its rest, or every later
     // unit would be refused because this one was never drained.
     if (nResult != kPackerNothing)
@@ -89,8 +110,8 @@ bool PackUnit(const Packing &packing, const Unit &unit)
                 packing.szName);
         return false;
     }
-    const uint32_t nResult =
-        KovaRtpPackerPushData(pPacker, unit.pData, unit.header.nLength, unit.header.nTimestamp);
+    const uint32_t nResult = KovaRtpPackerTake(pPacker, unit.pData, unit.pData, unit.header.nLength,
+                                               unit.header.nTimestamp);
     if (nResult == kPackerOk)
         SendPackets(pPacker, pSender);
     else
@@ -98,38 +119,39 @@ bool PackUnit(const Packing &packing, const Unit &unit)
     return true;
 }
 
-/// The record behind a header that was taken. Returns false when the thread is
-/// to end.
-bool HandleRecord(const Packing &packing, const uint8_t *pHeader)
+/// The record behind a header that was taken; its data goes through pRoom. Returns
+/// false when the thread is to end.
+bool HandleRecord(const Packing &packing, const uint8_t *pHeader, KovaKeptBuffer *pRoom)
 {
     if (pHeader[0] != kEsStartCode) {
         TimeLog(kLogFailure, "%s, StartCode Wrong !!!, (0x%X)\n", packing.szName, pHeader[0]);
         return false;
     }
     Unit unit = {KovaEsHeaderRead(pHeader), nullptr};
-    unit.pData = static_cast<uint8_t *>(KovaHeapAlloc(unit.header.nLength));
-    if (unit.pData == nullptr) {
+    if (!KovaKeptBufferReserve(pRoom, unit.header.nLength, 0)) {
         TimeLog(kLogFailure, "%s, Allocate Es Data Buf Fail !!!\n", packing.szName);
         return false;
     }
+    unit.pData = pRoom->pBytes;
     bool bGoOn = ReadData(packing, unit);
     if (bGoOn)
         bGoOn = PackUnit(packing, unit);
     else
         TimeLog(kLogFailure, "%s, Read Es Data Buf Fail !!!\n", packing.szName);
-    free(unit.pData);
     return bGoOn;
 }
 
 void *RunPacker(const Packing &packing)
 {
     uint8_t header[kEsHeaderSize];
+    KovaKeptBuffer room = {};
     while (KovaThreadRuns(*packing.pState)) {
         if (StreamerRingbufferRead(packing.pRing, header, kEsHeaderSize) == 0)
             KovaEventWait(packing.pWork, kIdleMilliseconds);
-        else if (!HandleRecord(packing, header))
+        else if (!HandleRecord(packing, header, &room))
             break;
     }
+    KovaKeptBufferFree(&room);
     packing.pState->store(kThreadStopped);
     TimeLog(kLogThread, "%s, Leave thread\n", packing.szName);
     return nullptr;

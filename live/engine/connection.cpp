@@ -2,6 +2,7 @@
 
 #include "foundation/heap.h"
 #include "live/engine/notices.h"
+#include "live/engine/peer_counts.h"
 #include "live/engine/rtcp_in.h"
 
 #include <arpa/inet.h>
@@ -154,7 +155,8 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
-               nNow >= pConnection->nProgress + settings.nPlayerStallTime) {
+               nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
+               !KovaConnectionTook(pConnection)) {
         KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
                       szPeer, ntohs(pConnection->peer.sin_port));
         EndPlayersAsSlow(pConnection);
@@ -175,32 +177,6 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         KovaConnectionArm(pConnection);
 }
 
-uint32_t ConnectionsOf(const KovaLiveLoop *pLoop, uint32_t nAddress)
-{
-    uint32_t nCount = 0;
-    for (const KovaLiveConnection *pConnection = pLoop->pConnections; pConnection != nullptr;
-         pConnection = pConnection->pNext)
-        nCount += pConnection->peer.sin_addr.s_addr == nAddress ? 1 : 0;
-    return nCount;
-}
-
-/// Of several loops each counts its own.
-bool IsOneTooMany(const KovaLiveConnection *pConnection)
-{
-    const uint32_t nMost = pConnection->pLoop->pLive->settings.nMaxPerAddress;
-    return nMost != 0 &&
-           ConnectionsOf(pConnection->pLoop, pConnection->peer.sin_addr.s_addr) > nMost;
-}
-
-void TurnAway(KovaLiveConnection *pConnection)
-{
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s has too many connections", szPeer);
-    pConnection->bClosing = true;
-    KovaRequestRefuse(pConnection, KovaRequest{}, 503);
-}
-
 KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
 {
     KovaLiveConnection *pConnection = KovaHeapNew<KovaLiveConnection>();
@@ -219,34 +195,36 @@ KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
     return nullptr;
 }
 
-void NoteAddresses(KovaLiveConnection *pConnection)
+void NoteOwnAddress(KovaLiveConnection *pConnection)
 {
-    socklen_t nLength = sizeof(pConnection->peer);
-    getpeername(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->peer),
-                &nLength);
-    nLength = sizeof(pConnection->local);
+    socklen_t nLength = sizeof(pConnection->local);
     getsockname(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->local),
                 &nLength);
 }
 
 } // namespace
 
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
+void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
+{
+    close(nSocket);
+    KovaPeerLeave(pLoop->pLive, peer.sin_addr.s_addr);
+    pLoop->nLoad--;
+    pLoop->pLive->nConnections--;
+}
+
+void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveConnection *pConnection = Make(pLoop, nSocket);
-    if (pConnection == nullptr) {
-        close(nSocket);
-        pLoop->nLoad--;
-        pLoop->pLive->nConnections--;
-        return;
-    }
+    if (pConnection == nullptr)
+        return KovaConnectionForget(pLoop, nSocket, peer);
     SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
     pConnection->pLoop = pLoop;
-    NoteAddresses(pConnection);
+    pConnection->peer = peer;
+    NoteOwnAddress(pConnection);
     pConnection->nActive = pLoop->nNow;
     pConnection->nProgress = pLoop->nNow;
     pConnection->pNext = pLoop->pConnections;
@@ -254,8 +232,6 @@ void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket)
     if (pConnection->pNext != nullptr)
         pConnection->pNext->ppLink = &pConnection->pNext;
     pLoop->pConnections = pConnection;
-    if (IsOneTooMany(pConnection))
-        TurnAway(pConnection);
     KovaConnectionArm(pConnection);
 }
 
@@ -279,14 +255,12 @@ void KovaConnectionEnd(KovaLiveConnection *pConnection)
     KovaTimersLeave(&pLoop->timers, &pConnection->timer);
     // A child that the host forked may have the descriptor, too: the peer shall see the end.
     shutdown(pConnection->item.nDescriptor, SHUT_RDWR);
-    close(pConnection->item.nDescriptor);
+    KovaConnectionForget(pLoop, pConnection->item.nDescriptor, pConnection->peer);
     KovaRequestReaderClear(&pConnection->reader);
     free(pConnection->pending.pBytes);
     KovaStreamRelease(pConnection->pHeldStream);
     free(pConnection->pHeldText);
     free(pConnection);
-    pLoop->nLoad--;
-    pLoop->pLive->nConnections--;
 }
 
 void KovaConnectionFail(KovaLiveConnection *pConnection)
@@ -311,6 +285,8 @@ void KovaConnectionArm(KovaLiveConnection *pConnection)
     KovaPollerWant(pLoop->pPoller, &pConnection->item,
                    (bReads ? kPollRead : 0U) |
                        (KovaConnectionWaits(pConnection) ? kPollWrite : 0U));
+    if (KovaConnectionWaits(pConnection))
+        KovaConnectionNoteFull(pConnection);
     const uint64_t nDue = Deadline(pConnection);
     // Later deadlines are found out when the timer comes: most of them move all the time.
     if (nDue == UINT64_MAX)

@@ -41,6 +41,8 @@ struct KovaLiveConnection {
     uint64_t nActive;           ///< µs: last request
     uint64_t nBegunRequest;     ///< µs: when the request that is not whole began; 0: none
     uint64_t nProgress;         ///< µs: last byte taken, or nothing to take
+    uint64_t nNoted;            ///< µs: the progress behind which nInSystem was noted
+    int nInSystem;              ///< bytes that the peer had not acknowledged then
     KovaLoginState login;
     KovaConnectionHold hold;
     bool bClosing;               ///< ends when everything pending is out
@@ -53,9 +55,11 @@ struct KovaLiveConnection {
     char szHeldCSeq[24];
 };
 
-/// Takes an accepted socket in, which is the loop's from then on in any case. A limit
-/// answers 503 and closes.
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket);
+/// Takes an accepted socket in, which was counted and is the loop's from then on in any case.
+void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
+
+/// Closes a connection's socket and counts it out.
+void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
 
 /// Ends a connection: its interleaved players end, its UDP players go on by themselves.
 void KovaConnectionEnd(KovaLiveConnection *pConnection);
@@ -73,6 +77,13 @@ void KovaConnectionFlush(KovaLiveConnection *pConnection);
 
 /// Whether something is to be sent that the peer has not taken.
 bool KovaConnectionWaits(const KovaLiveConnection *pConnection);
+
+/// Notes how much the system holds for a peer that takes no more just now.
+void KovaConnectionNoteFull(KovaLiveConnection *pConnection);
+
+/// Whether the peer has taken something of that since. A socket is told to be writable only
+/// when much of its buffer is free: a slow peer takes seconds for it.
+bool KovaConnectionTook(KovaLiveConnection *pConnection);
 
 /// A session's frame that is out in part becomes something that is pending: the session may
 /// go, or lose what it has queued, and the frame is finished all the same.

@@ -5,6 +5,8 @@
 #include "live/engine/player_queue.h"
 #include "rtp/interleaved_batch.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -63,6 +65,13 @@ bool Append(KovaPendingBytes *pPending, const void *pBytes, size_t nSize)
     memcpy(pPending->pBytes + pPending->nSize, pBytes, nSize);
     pPending->nSize += nSize;
     return true;
+}
+
+/// Bytes that are out and not acknowledged yet; 0 where the system does not tell.
+int InSystem(const KovaLiveConnection *pConnection)
+{
+    int nBytes = 0;
+    return ioctl(pConnection->item.nDescriptor, SIOCOUTQ, &nBytes) == 0 ? nBytes : 0;
 }
 
 /// Puts bytes in front of everything that is pending, of which nothing is out yet.
@@ -144,6 +153,22 @@ void KovaConnectionFlush(KovaLiveConnection *pConnection)
         return;
     if (!pConnection->bClosing)
         KovaMediaTcpFlush(pConnection);
+}
+
+void KovaConnectionNoteFull(KovaLiveConnection *pConnection)
+{
+    if (pConnection->nNoted == pConnection->nProgress)
+        return;
+    pConnection->nNoted = pConnection->nProgress;
+    pConnection->nInSystem = InSystem(pConnection);
+}
+
+bool KovaConnectionTook(KovaLiveConnection *pConnection)
+{
+    if (InSystem(pConnection) >= pConnection->nInSystem)
+        return false;
+    pConnection->nProgress = pConnection->pLoop->nNow;
+    return true;
 }
 
 void KovaConnectionFinishFrame(KovaLiveSession *pSession)

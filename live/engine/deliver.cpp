@@ -1,5 +1,6 @@
 #include "live/engine/deliver.h"
 
+#include "foundation/divide.h"
 #include "live/engine/media_out.h"
 #include "live/engine/stream.h"
 
@@ -33,7 +34,8 @@ uint64_t StepOf(KovaLiveStream *pStream, const KovaUnit *pUnit)
     const uint32_t nPiece = PacketsOfPiece(pUnit);
     const uint32_t nPieces = (pUnit->nPackets + nPiece - 1) / nPiece;
     const KovaMutexLock lock(&pStream->mutex, kRankLiveStream);
-    return static_cast<uint64_t>(pStream->pTracks[pUnit->nTrack]->nInterval) / 2 / nPieces;
+    return KovaDivide(static_cast<uint64_t>(pStream->pTracks[pUnit->nTrack]->nInterval) / 2,
+                      nPieces);
 }
 
 void SendRest(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage)

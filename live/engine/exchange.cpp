@@ -1,3 +1,4 @@
+#include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "live/engine/requests.h"
 
@@ -31,12 +32,6 @@ std::string_view AuthorityOf(std::string_view url)
     return url;
 }
 
-void CountFailedLogin(KovaLiveLoop *pLoop)
-{
-    KovaMutexAssertHeld(&pLoop->mutex);
-    pLoop->figures.nLoginsFailed++;
-}
-
 /// Keeps the answer back: whoever guesses has to wait.
 void HoldAnswer(KovaExchange *pExchange, uint32_t nDelayMs)
 {
@@ -59,7 +54,7 @@ void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus)
 
 void KovaExchangeSession(KovaExchange *pExchange, const KovaLiveSession *pSession)
 {
-    const uint64_t nSeconds = pSession->pLoop->pLive->settings.nSessionTime / 1000000;
+    const uint64_t nSeconds = KovaDivide(pSession->pLoop->pLive->settings.nSessionTime, 1000000);
     // No player keeps up with 0.
     KovaAnswerHeader(&pExchange->answer, "Session", "%s;timeout=%u", pSession->szId,
                      nSeconds != 0 ? static_cast<unsigned>(nSeconds) : 1U);
@@ -92,8 +87,6 @@ bool KovaExchangeLogin(KovaExchange *pExchange, const KovaLoginUsers *pUsers, co
                        szPath, pConnection->peer.sin_addr.s_addr, pLoop->nNow, &nDelayMs);
     if (verdict == kLoginPassed)
         return true;
-    if (nDelayMs != 0)
-        CountFailedLogin(pLoop);
     char szChallenge[kChallengeSize];
     const bool bStale = verdict == kLoginStale || verdict == kLoginSlow;
     if (!KovaLoginChallenge(pLoop->pLive->pLogin, &pConnection->login, bStale, pLoop->nNow,

@@ -16,16 +16,13 @@ KovaLoopMessage *TakeSpare(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->inboxMutex)
     return pMessage;
 }
 
-} // namespace
-
-bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStream,
-                  KovaUnit *pUnit, int nSocket)
+bool Post(KovaLiveLoop *pLoop, const KovaLoopMessage &message)
 {
     KovaMutexLock lock(&pLoop->inboxMutex, kRankLiveInbox);
     KovaLoopMessage *pMessage = TakeSpare(pLoop);
     if (pMessage == nullptr)
         return false;
-    *pMessage = {nullptr, order, pStream, pUnit, nSocket, 0, 0};
+    *pMessage = message;
     const bool bWake = pLoop->pInbox == nullptr;
     *pLoop->ppInboxEnd = pMessage;
     pLoop->ppInboxEnd = &pMessage->pNext;
@@ -33,6 +30,19 @@ bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStr
     if (bWake)
         KovaWakeSignal(&pLoop->wake);
     return true;
+}
+
+} // namespace
+
+bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStream,
+                  KovaUnit *pUnit)
+{
+    return Post(pLoop, {nullptr, order, pStream, pUnit, -1, {}, 0, 0});
+}
+
+bool KovaLoopPostConnection(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
+{
+    return Post(pLoop, {nullptr, kOrderConnection, nullptr, nullptr, nSocket, peer, 0, 0});
 }
 
 void KovaLoopLook(KovaLiveLoop *pLoop)

@@ -18,6 +18,12 @@ namespace {
 constexpr int kBacklog = 511;
 constexpr char kRealm[] = "Kova";
 
+void FreePeers(KovaLive *pLive)
+{
+    const KovaMutexLock lock(&pLive->numberMutex, kRankLeaf);
+    free(pLive->peers.pPeers);
+}
+
 void FreeLive(KovaLive *pLive)
 {
     for (uint32_t nLoop = 0; nLoop < pLive->nLoops; nLoop++)
@@ -27,6 +33,7 @@ void FreeLive(KovaLive *pLive)
     KovaLoginUsersDestroy(pLive->pUsers);
     KovaLoginDestroy(pLive->pLogin);
     free(pLive->szRealm);
+    FreePeers(pLive);
     KovaMutexDestroy(&pLive->streamsMutex);
     KovaMutexDestroy(&pLive->numberMutex);
     free(pLive);

@@ -1,5 +1,6 @@
 #include "kova_live.h"
 
+#include "foundation/divide.h"
 #include "live/engine/connection.h"
 #include "live/engine/loop.h"
 #include "live/engine/session.h"
@@ -34,7 +35,6 @@ void AddLoop(KovaLiveLoop *pLoop, KovaLiveServerNumbers *pNumbers)
          pSession = pSession->pNext)
         pNumbers->players += pSession->state == kSessionPlaying ? 1 : 0;
     pNumbers->refused += pLoop->figures.nRefused;
-    pNumbers->logins_failed += pLoop->figures.nLoginsFailed;
     pNumbers->packets += pLoop->figures.nPackets;
     pNumbers->bytes += pLoop->figures.nBytes;
 }
@@ -46,7 +46,9 @@ void AddSetups(const KovaLiveSession *pSession, KovaLivePlayer *pPlayer)
         const uint32_t nRate =
             KovaTrackMediaClockRate(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
         const uint32_t nJitter =
-            nRate != 0 ? static_cast<uint32_t>(uint64_t{pSetup->nJitter} * 1000000 / nRate) : 0;
+            nRate != 0
+                ? static_cast<uint32_t>(KovaDivide(uint64_t{pSetup->nJitter} * 1000000, nRate))
+                : 0;
         // Of several tracks the worst counts.
         pPlayer->loss = pSetup->nLoss > pPlayer->loss ? pSetup->nLoss : pPlayer->loss;
         pPlayer->jitter_us = nJitter > pPlayer->jitter_us ? nJitter : pPlayer->jitter_us;
@@ -103,6 +105,7 @@ int32_t KovaLiveServerFigures(KovaLive *pLive, KovaLiveServerNumbers *pNumbers)
     KovaLiveServerNumbers numbers = {};
     numbers.connections = pLive->nConnections;
     numbers.sessions = pLive->nSessions;
+    numbers.logins_failed = KovaLoginFailed(pLive->pLogin);
     for (uint32_t nLoop = 0; nLoop < pLive->nLoops; nLoop++)
         AddLoop(pLive->pLoops[nLoop], &numbers);
     return RecordFill(pNumbers, &numbers, sizeof(numbers), sizeof(numbers))

@@ -15,6 +15,12 @@ constexpr size_t kMostUnitBytes = 16 * 1024 * 1024;
 /// than players notice, more than encoders jitter.
 constexpr int64_t kMostDrift = 500000;
 
+/// A host that was held up for less than this pushes late what it missed, and is on time again.
+constexpr int64_t kMostLateness = 5000000;
+
+/// Lateness that lasts for so long is none.
+constexpr uint64_t kLatenessLasts = 2000000;
+
 /// Steps of media time that count as the distance of two units; others are jumps.
 constexpr int64_t kMostInterval = 1000000;
 
@@ -31,15 +37,29 @@ int64_t Difference(int64_t nLater, int64_t nEarlier)
     return static_cast<int64_t>(static_cast<uint64_t>(nLater) - static_cast<uint64_t>(nEarlier));
 }
 
+/// Whether units of so much lateness shall not move the clock: players follow each of its jumps.
+bool IsHeldUp(KovaLiveStream *pStream, int64_t nLate, uint64_t nNow) KOVA_REQUIRES(pStream->mutex)
+{
+    if (nLate < kMostDrift || nLate >= kMostLateness)
+        return false;
+    if (pStream->nLateSince == 0)
+        pStream->nLateSince = nNow;
+    return nNow - pStream->nLateSince < kLatenessLasts;
+}
+
 /// All tracks of a stream are tied to the wall clock alike, so that sound and picture stay
 /// together; a clock that was set, or a jump of the media, ties them anew.
-void TieToWall(KovaLiveStream *pStream, int64_t nPts) KOVA_REQUIRES(pStream->mutex)
+void TieToWall(KovaLiveStream *pStream, int64_t nPts, uint64_t nMonotonic)
+    KOVA_REQUIRES(pStream->mutex)
 {
     const int64_t nNow = WallClock();
     const int64_t nThought =
         static_cast<int64_t>(static_cast<uint64_t>(pStream->nAnchorWall) +
                              static_cast<uint64_t>(Difference(nPts, pStream->nAnchorPts)));
     const int64_t nOff = Difference(nNow, nThought);
+    if (pStream->nFirstPush != 0 && IsHeldUp(pStream, nOff, nMonotonic))
+        return;
+    pStream->nLateSince = 0;
     if (pStream->nFirstPush != 0 && nOff > -kMostDrift && nOff < kMostDrift)
         return;
     pStream->nAnchorPts = nPts;
@@ -49,7 +69,7 @@ void TieToWall(KovaLiveStream *pStream, int64_t nPts) KOVA_REQUIRES(pStream->mut
 void NoteTimes(KovaLiveStream *pStream, KovaLiveTrack *pTrack, int64_t nPts, uint64_t nNow)
     KOVA_REQUIRES(pStream->mutex)
 {
-    TieToWall(pStream, nPts);
+    TieToWall(pStream, nPts, nNow);
     const int64_t nStep = Difference(nPts, pTrack->nLastPts);
     if (pTrack->nLastArrived != 0 && nStep > 0 && nStep < kMostInterval)
         pTrack->nInterval = nStep;
@@ -71,7 +91,7 @@ bool HandOut(KovaLiveStream *pStream, KovaUnit *pUnit) KOVA_REQUIRES(pStream->mu
             continue;
         KovaUnitAddReference(pUnit);
         KovaStreamAddReference(pStream);
-        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit, -1))
+        if (KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderUnit, pStream, pUnit))
             continue;
         KovaStreamRelease(pStream);
         KovaUnitRelease(pUnit);
@@ -88,7 +108,7 @@ void TellReady(KovaLiveStream *pStream, uint64_t nNow)
         return;
     for (uint32_t nLoop = 0; nLoop < pStream->pLive->nLoops; nLoop++) {
         KovaStreamAddReference(pStream);
-        if (!KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderReady, pStream, nullptr, -1))
+        if (!KovaLoopPost(pStream->pLive->pLoops[nLoop], kOrderReady, pStream, nullptr))
             KovaStreamRelease(pStream);
     }
 }

@@ -1,6 +1,7 @@
 #include "live/engine/connection.h"
 #include "live/engine/loop.h"
 #include "live/engine/notices.h"
+#include "live/engine/peer_counts.h"
 
 #include "foundation/descriptor.h"
 
@@ -34,6 +35,16 @@ KovaLiveLoop *LeastBusy(const KovaLive *pLive)
     return pBest;
 }
 
+/// Counts the connection in, unless it is one too many.
+bool CountIn(KovaLive *pLive, const sockaddr_in &peer)
+{
+    if (pLive->nConnections >= pLive->settings.nMaxConnections ||
+        !KovaPeerEnter(pLive, peer.sin_addr.s_addr))
+        return false;
+    pLive->nConnections++;
+    return true;
+}
+
 void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaMutexAssertHeld(&pLoop->mutex);
@@ -48,18 +59,14 @@ void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
     close(nSocket);
 }
 
-void Hand(KovaLiveLoop *pLoop, int nSocket)
+void Hand(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaLiveLoop *pTaker = LeastBusy(pLoop->pLive);
     pTaker->nLoad++;
-    pLoop->pLive->nConnections++;
-    if (pTaker == pLoop) {
-        KovaConnectionTake(pLoop, nSocket);
-    } else if (!KovaLoopPost(pTaker, kOrderConnection, nullptr, nullptr, nSocket)) {
-        pTaker->nLoad--;
-        pLoop->pLive->nConnections--;
-        close(nSocket);
-    }
+    if (pTaker == pLoop)
+        KovaConnectionTake(pLoop, nSocket, peer);
+    else if (!KovaLoopPostConnection(pTaker, nSocket, peer))
+        KovaConnectionForget(pTaker, nSocket, peer);
 }
 
 /// accept4(2) is younger than some kernels of boards.
@@ -108,10 +115,10 @@ void HandleListener(KovaPollItem *pItem, uint32_t)
         if (nSocket >= 0) {
             if (pLoop->nReserve < 0)
                 pLoop->nReserve = OpenReserve();
-            if (pLoop->pLive->nConnections >= pLoop->pLive->settings.nMaxConnections)
-                Refuse(pLoop, nSocket, peer);
+            if (CountIn(pLoop->pLive, peer))
+                Hand(pLoop, nSocket, peer);
             else
-                Hand(pLoop, nSocket);
+                Refuse(pLoop, nSocket, peer);
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             KovaNoticeLog(pLoop, KOVA_LIVE_LOG_ERROR, "no connection can be taken: %s",
                           errno == EMFILE || errno == ENFILE ? "no descriptors" : "no memory");
@@ -140,6 +147,13 @@ bool KovaListenerJoin(KovaLiveLoop *pLoop)
     if (pLoop->nReserve >= 0)
         close(pLoop->nReserve);
     return false;
+}
+
+void KovaListenerResume(KovaLiveLoop *pLoop)
+{
+    if (pLoop->nReserve < 0)
+        pLoop->nReserve = OpenReserve();
+    KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
 }
 
 void KovaListenerPause(KovaLiveLoop *pLoop)

@@ -36,6 +36,17 @@ struct KovaLiveSettings {
     void *pContext;
 };
 
+/// Connections of each address that has some; kept when there is a limit of them.
+struct KovaPeerCount {
+    uint32_t nAddress; ///< network order
+    uint32_t nConnections;
+};
+struct KovaPeerCounts {
+    KovaPeerCount *pPeers;
+    uint32_t nPeers;
+    uint32_t nRoom;
+};
+
 /// One server. What stands without a lock is written before the loops begin.
 struct KovaLive {
     KovaLiveSettings settings;
@@ -55,6 +66,7 @@ struct KovaLive {
     std::atomic<uint32_t> nConnections;
     KovaMutex numberMutex;
     uint64_t nLastPlayer KOVA_GUARDED_BY(numberMutex);
+    KovaPeerCounts peers KOVA_GUARDED_BY(numberMutex);
 };
 
 /// Fills in what the host left at its default. KOVA_LIVE_OK, ERROR_ARGUMENT or _ADDRESS.

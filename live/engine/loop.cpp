@@ -32,7 +32,7 @@ void HandleListenTime(KovaTimer *pTimer, uint64_t)
 {
     auto *pLoop = reinterpret_cast<KovaLiveLoop *>(reinterpret_cast<char *>(pTimer) -
                                                    offsetof(KovaLiveLoop, listenTimer));
-    KovaPollerWant(pLoop->pPoller, &pLoop->listenItem, kPollRead);
+    KovaListenerResume(pLoop);
 }
 
 void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES(pLoop->mutex)
@@ -42,7 +42,7 @@ void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES
         KovaDeliverUnit(pLoop, pMessage);
         return;
     case kOrderConnection:
-        KovaConnectionTake(pLoop, pMessage->nSocket);
+        KovaConnectionTake(pLoop, pMessage->nSocket, pMessage->peer);
         break;
     case kOrderReady:
         if (pLoop->nIndex == 0)
@@ -74,6 +74,9 @@ void EndMarked(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
 void HandleInbox(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
 {
     KovaLoopMessage *pMessage = KovaLoopTakeInbox(pLoop);
+    // No unit is handled at a time before its push.
+    if (pMessage != nullptr)
+        pLoop->nNow = KovaClockMonotonic();
     while (pMessage != nullptr) {
         KovaLoopMessage *pNext = pMessage->pNext;
         pMessage->pNext = nullptr;
@@ -110,17 +113,14 @@ void DropMessages(KovaLoopMessage *pMessage)
 
 void DropInbox(KovaLiveLoop *pLoop)
 {
-    KovaMutexLock lock(&pLoop->inboxMutex, kRankLiveInbox);
+    // A message may hold a stream's last reference, whose end takes the stream's mutex.
+    DropMessages(KovaLoopTakeInbox(pLoop));
+    const KovaMutexLock lock(&pLoop->inboxMutex, kRankLiveInbox);
     while (pLoop->pSpare != nullptr) {
         KovaLoopMessage *pMessage = pLoop->pSpare;
         pLoop->pSpare = pMessage->pNext;
         free(pMessage);
     }
-    KovaLoopMessage *pMessages = pLoop->pInbox;
-    pLoop->pInbox = nullptr;
-    lock.Unlock();
-    // A stream's last reference may be among them: its end takes locks of its own.
-    DropMessages(pMessages);
 }
 
 /// The parts that can fail. What is missing when it returns false is null or -1.

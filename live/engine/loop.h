@@ -7,6 +7,7 @@
 #include "live/engine/wake.h"
 #include "live/media/unit.h"
 
+#include <netinet/in.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -30,14 +31,14 @@ struct KovaLoopMessage {
     KovaLiveStream *pStream; ///< with a reference
     KovaUnit *pUnit;
     int nSocket;
-    uint32_t nNext; ///< of a unit that goes out in pieces: its next packet
-    uint64_t nDue;  ///< and when that goes out
+    sockaddr_in peer; ///< of the socket
+    uint32_t nNext;   ///< of a unit that goes out in pieces: its next packet
+    uint64_t nDue;    ///< and when that goes out
 };
 
 /// What a loop has done, for the figures.
 struct KovaLoopFigures {
     uint64_t nRefused;
-    uint64_t nLoginsFailed;
     uint64_t nPackets;
     uint64_t nBytes;
 };
@@ -105,9 +106,11 @@ bool KovaLoopIsCaller(const KovaLive *pLive);
 
 /// Leaves a message and wakes the loop. The references in it are the loop's then.
 /// False without memory: they are the caller's still. Any thread; waits for nobody's
-/// work. nSocket only for kOrderConnection, pUnit only for kOrderUnit.
+/// work. pUnit only for kOrderUnit.
 bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStream,
-                  KovaUnit *pUnit, int nSocket);
+                  KovaUnit *pUnit);
+/// The same for a connection that was accepted.
+bool KovaLoopPostConnection(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
 
 /// Lets the loop look for players whom the host lets go and for streams that were removed.
 void KovaLoopLook(KovaLiveLoop *pLoop);
@@ -120,4 +123,6 @@ void KovaLoopRecycle(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage);
 bool KovaListenerJoin(KovaLiveLoop *pLoop);
 /// Accepts nothing for a moment: there is nothing to accept with.
 void KovaListenerPause(KovaLiveLoop *pLoop);
+/// Accepts again, and looks for the descriptor to give up if somebody else got it.
+void KovaListenerResume(KovaLiveLoop *pLoop);
 void KovaListenerLeave(KovaLiveLoop *pLoop);

@@ -10,30 +10,51 @@
 
 namespace {
 
-/// How often the host is asked for a key frame because a player was cut back, at most.
-constexpr uint64_t kCutKeyInterval = 1000000;
+/// How often the host is asked for a key frame for which players wait, at most.
+constexpr uint64_t kWaitKeyInterval = 1000000;
+
+/// How long a newcomer's sound waits for the picture's entry, at most.
+constexpr uint64_t kPictureWait = 5000000;
 
 bool IsVideo(const KovaLiveStream *pStream, uint32_t nTrack)
 {
     return KovaTrackMediaCodec(pStream->pTracks[nTrack]->pMedia) == KOVA_LIVE_H264;
 }
 
-/// Too much waits: only entries count from here on, and the host is asked for one.
+/// Too much waits: only entries count from here on.
 void CutBack(KovaLiveSession *pSession)
 {
-    KovaLiveLoop *pLoop = pSession->pLoop;
     KovaQueueCut(pSession);
-    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr;
-         pSetup = pSetup->pNext) {
-        if (IsVideo(pSession->pStream, pSetup->nTrack) &&
-            KovaStreamWantsKey(pSession->pStream, pSetup->nTrack, pLoop->nNow, kCutKeyInterval))
-            KovaNoticeStream(pLoop, KOVA_LIVE_EVENT_KEY_FRAME, pSession->pStream,
-                             pSession->pStream->pTracks[pSetup->nTrack]);
-    }
     if (pSession->bSlow)
         return;
     pSession->bSlow = true;
-    KovaNoticePlayer(pLoop, KOVA_LIVE_EVENT_OVERFLOW, pSession, 0);
+    KovaNoticePlayer(pSession->pLoop, KOVA_LIVE_EVENT_OVERFLOW, pSession, 0);
+}
+
+/// Asked with each picture that is not taken: the first time may have been too soon after
+/// another's, or the host may have missed it.
+void AskForKey(KovaLiveSession *pSession, uint32_t nTrack)
+{
+    KovaLiveStream *pStream = pSession->pStream;
+    if (IsVideo(pStream, nTrack) &&
+        KovaStreamWantsKey(pStream, nTrack, pSession->pLoop->nNow, kWaitKeyInterval))
+        KovaNoticeStream(pSession->pLoop, KOVA_LIVE_EVENT_KEY_FRAME, pStream,
+                         pStream->pTracks[nTrack]);
+}
+
+/// Sound begins with the picture: over TCP some players take all tracks for beginning at once,
+/// and show one that came later by a second beside its time.
+bool WaitsForPicture(const KovaLiveSession *pSession, const KovaUnit *pUnit)
+{
+    if (IsVideo(pSession->pStream, pUnit->nTrack) ||
+        pSession->pLoop->nNow - pSession->nJoined >= kPictureWait)
+        return false;
+    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr;
+         pSetup = pSetup->pNext) {
+        if (pSetup->bWantsEntry && IsVideo(pSession->pStream, pSetup->nTrack))
+            return true;
+    }
+    return false;
 }
 
 /// Whether the player gets this unit, which is about to be sent.
@@ -46,9 +67,10 @@ bool Admits(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const KovaUnit *pU
     pSession->nSerial = pUnit->nSerial;
     if (KovaQueueOverfull(pSession, pUnit->nBytes))
         CutBack(pSession);
-    if (pSetup->bWantsEntry && !pUnit->bEntry) {
+    if (pSetup->bWantsEntry && (!pUnit->bEntry || WaitsForPicture(pSession, pUnit))) {
         if (pSession->bSlow)
             KovaSessionCountLate(pSession, pUnit->nPackets);
+        AskForKey(pSession, pUnit->nTrack);
         return false;
     }
     pSetup->bWantsEntry = false;
@@ -91,8 +113,9 @@ void SendByTcp(KovaLiveSession *pSession, KovaLiveSetup *pSetup, KovaUnit *pUnit
         QueueRest(pSession, pSetup, pUnit, nFirst, nEnd);
         return;
     }
-    for (uint32_t nFrame = 0; nFrame < nEnd - nFirst; nFrame++)
-        pFrames[nFrame].nChannel = pSetup->nRtpChannel;
+    // The last player's frames will do, if it has the same channel.
+    if (pFrames[0].nChannel != pSetup->nRtpChannel)
+        KovaMediaFrames(pUnit, nFirst, nEnd, pSetup->nRtpChannel, pFrames);
     const KovaInterleavedProgress progress =
         KovaInterleavedSend(pConnection->item.nDescriptor, pFrames, nEnd - nFirst, 0);
     KovaMediaCount(pSession, pSetup, pUnit, nFirst, nFirst + progress.nFrames);
@@ -122,7 +145,7 @@ void SendPiece(KovaLiveLoop *pLoop, const KovaLiveStream *pStream, KovaUnit *pUn
 {
     KovaInterleavedFrame frames[kMediaPiece];
     iovec packets[kMediaPiece];
-    KovaMediaFrames(pUnit, nFirst, nEnd, 0, frames);
+    KovaMediaFrames(pUnit, nFirst, nEnd, pUnit->nChannel, frames);
     KovaMediaPackets(pUnit, nFirst, nEnd, packets);
     KovaUdpRound round = {pUnit, packets, nFirst, nEnd, 0, {}, {}};
     for (KovaLiveSession *pSession = pStream->pPlayers[pLoop->nIndex]; pSession != nullptr;

@@ -60,7 +60,8 @@ void KovaMediaFrames(const KovaUnit *pUnit, uint32_t nFirst, uint32_t nEnd, uint
 {
     for (uint32_t nPacket = nFirst; nPacket < nEnd; nPacket++) {
         const KovaUnitPacket &packet = pUnit->pPackets[nPacket];
-        *pFrames++ = {pUnit->pBytes + packet.nOffset, packet.nSize, nChannel};
+        *pFrames++ = {pUnit->pBytes + packet.nOffset, packet.nSize, nChannel,
+                      nChannel == pUnit->nChannel};
     }
 }
 

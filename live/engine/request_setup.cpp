@@ -9,8 +9,8 @@ namespace {
 
 constexpr size_t kTransportSize = 256;
 
-/// Sessions of one connection: a player has one, a relay some.
-constexpr uint32_t kMostOwnSessions = 32;
+/// Sessions of one connection: a player has one, a relay some; none may take all of them.
+constexpr uint32_t kMostOwnSessions = 256;
 
 uint32_t OwnSessions(const KovaLiveConnection *pConnection)
 {

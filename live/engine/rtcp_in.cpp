@@ -1,6 +1,7 @@
 #include "live/engine/rtcp_in.h"
 
 #include "foundation/byte_order.h"
+#include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "rtp/rtcp.h"
 
@@ -60,9 +61,10 @@ void NoteRoundTrip(KovaLiveSession *pSession, KovaLiveSetup *pSetup, uint32_t nE
     if (nEcho == 0 ||
         !KovaStreamClock(pSession->pStream, pSetup->nTrack, pSession->pLoop->nNow, &nPts, &nWall))
         return;
-    const uint64_t nMicroseconds = static_cast<uint64_t>(nWall);
-    const uint32_t nNow = static_cast<uint32_t>(((nMicroseconds / 1000000 + 2208988800U) << 16) +
-                                                ((nMicroseconds % 1000000) << 16) / 1000000);
+    uint32_t nMicroseconds = 0;
+    const uint64_t nSeconds = KovaDivide(static_cast<uint64_t>(nWall), 1000000, &nMicroseconds);
+    const uint32_t nNow = static_cast<uint32_t>(((nSeconds + 2208988800U) << 16) +
+                                                KovaDivide(uint64_t{nMicroseconds} << 16, 1000000));
     const uint32_t nTrip = nNow - nEcho - nDelay;
     // A clock that was set, or a report that invents: neither is a trip of a minute.
     if (nTrip < 60U << 16)

@@ -1,6 +1,7 @@
 #include "live/engine/rtcp_out.h"
 
 #include "foundation/byte_order.h"
+#include "foundation/divide.h"
 #include "live/engine/connection.h"
 #include "live/engine/udp_ports.h"
 #include "rtp/interleaved_batch.h"
@@ -46,12 +47,13 @@ bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLi
     int64_t nWall = 0;
     if (!KovaStreamClock(pSession->pStream, pSetup->nTrack, pSession->pLoop->nNow, &nPts, &nWall))
         return false;
-    const uint64_t nMicroseconds = static_cast<uint64_t>(nWall % 1000000);
-    KovaRtcpSenderReportWrite(pReport, {KovaTrackMediaSsrc(pMedia),
-                                        static_cast<uint32_t>(nWall / 1000000 + kSecondsFrom1900),
-                                        static_cast<uint32_t>((nMicroseconds << 32) / 1000000),
-                                        KovaTrackMediaTimestamp(pMedia, nPts), pSetup->nPackets,
-                                        pSetup->nOctets});
+    uint32_t nMicroseconds = 0;
+    const int64_t nSeconds = KovaDivideDown(nWall, 1000000, &nMicroseconds);
+    const uint64_t nFraction = KovaDivide(uint64_t{nMicroseconds} << 32, 1000000);
+    KovaRtcpSenderReportWrite(
+        pReport, {KovaTrackMediaSsrc(pMedia), static_cast<uint32_t>(nSeconds + kSecondsFrom1900),
+                  static_cast<uint32_t>(nFraction), KovaTrackMediaTimestamp(pMedia, nPts),
+                  pSetup->nPackets, pSetup->nOctets});
     return true;
 }
 
@@ -86,9 +88,10 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     uint8_t frame[kMostSize];
     uint8_t *pPacket = frame + kInterleavedHeaderSize;
     const uint64_t nNow = pSession->pLoop->nNow;
-    // A report that finds the connection full would only make it fuller.
+    // A report that finds the connection full would only make it fuller. The first one comes
+    // in any case: without it a player cannot bring its tracks together.
     const KovaLiveConnection *pConnection = pSession->pConnection;
-    const bool bFull = pSetup->bInterleaved &&
+    const bool bFull = pSetup->bInterleaved && pSetup->nNextReport != 0 &&
                        (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr);
     if (!bFull && WriteReport(pPacket, pSession, pSetup)) {
         const uint32_t nSsrc =
@@ -99,19 +102,16 @@ void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
     pSetup->nNextReport = nNow + (pSetup->nNextReport == 0 ? kFirstReports : kReportInterval);
 }
 
-void KovaRtcpSendBye(KovaLiveSession *pSession)
+void KovaRtcpSendBye(KovaLiveSession *pSession, const KovaLiveSetup *pSetup)
 {
-    for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
-        uint8_t frame[kMostSize];
-        uint8_t *pPacket = frame + kInterleavedHeaderSize;
-        const bool bReachable = !pSetup->bInterleaved || (pSession->pConnection != nullptr &&
-                                                          !pSession->pConnection->bEnded);
-        if (pSetup->nPackets == 0 || !bReachable || !WriteReport(pPacket, pSession, pSetup))
-            continue;
-        const uint32_t nSsrc =
-            KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
-        WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
-        WriteHead(pPacket + kRtcpSenderReportSize + kSdesSize, 1, kRtcpBye, kByeSize, nSsrc);
-        Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize + kByeSize);
-    }
+    uint8_t frame[kMostSize];
+    uint8_t *pPacket = frame + kInterleavedHeaderSize;
+    const bool bReachable = !pSetup->bInterleaved ||
+                            (pSession->pConnection != nullptr && !pSession->pConnection->bEnded);
+    if (pSetup->nPackets == 0 || !bReachable || !WriteReport(pPacket, pSession, pSetup))
+        return;
+    const uint32_t nSsrc = KovaTrackMediaSsrc(pSession->pStream->pTracks[pSetup->nTrack]->pMedia);
+    WriteDescription(pPacket + kRtcpSenderReportSize, pSession, nSsrc);
+    WriteHead(pPacket + kRtcpSenderReportSize + kSdesSize, 1, kRtcpBye, kByeSize, nSsrc);
+    Send(pSession, pSetup, frame, kRtcpSenderReportSize + kSdesSize + kByeSize);
 }

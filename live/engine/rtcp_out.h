@@ -6,5 +6,5 @@
 /// and sets the time of the next.
 void KovaRtcpSendReport(KovaLiveSession *pSession, KovaLiveSetup *pSetup);
 
-/// Says goodbye for each track that was played (RFC 3550, 6.6): report, description, BYE.
-void KovaRtcpSendBye(KovaLiveSession *pSession);
+/// Says goodbye for a track, if it was played (RFC 3550, 6.6): report, description, BYE.
+void KovaRtcpSendBye(KovaLiveSession *pSession, const KovaLiveSetup *pSetup);

@@ -82,8 +82,6 @@ void LeaveConnection(KovaLiveSession *pSession)
     KovaLiveConnection *pConnection = pSession->pConnection;
     if (pConnection == nullptr)
         return;
-    if (pConnection->pBegun == pSession)
-        pConnection->pBegun = nullptr;
     KovaLiveSession **ppLink = &pConnection->pSessions;
     while (*ppLink != pSession)
         ppLink = &(*ppLink)->pNextOwn;
@@ -91,6 +89,12 @@ void LeaveConnection(KovaLiveSession *pSession)
     pSession->pConnection = nullptr;
     pConnection->nActive = pConnection->pLoop->nNow;
     KovaConnectionArm(pConnection);
+}
+
+void SendByes(KovaLiveSession *pSession)
+{
+    for (const KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext)
+        KovaRtcpSendBye(pSession, pSetup);
 }
 
 void Free(KovaLiveSession *pSession)
@@ -198,7 +202,7 @@ void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason)
     KovaLiveLoop *pLoop = LoopHeld(pSession);
     KovaConnectionFinishFrame(pSession);
     if (nReason != KOVA_LIVE_WENT_CONNECTION)
-        KovaRtcpSendBye(pSession);
+        SendByes(pSession);
     if (pSession->state == kSessionPlaying)
         UnlinkPlayer(pSession);
     if (pSession->bPlayed)
@@ -251,6 +255,7 @@ KovaLiveSetup *KovaSessionAddSetup(KovaLiveSession *pSession, uint32_t nTrack)
 void KovaSessionRemoveSetup(KovaLiveSession *pSession, KovaLiveSetup *pSetup)
 {
     KovaConnectionFinishFrame(pSession);
+    KovaRtcpSendBye(pSession, pSetup);
     KovaQueueClear(pSession, pSetup);
     KovaLiveSetup **ppLink = &pSession->pSetups;
     while (*ppLink != pSetup)

@@ -72,6 +72,7 @@ struct KovaLiveStream {
     uint64_t nFirstPush KOVA_GUARDED_BY(mutex); ///< µs, monotonic; 0: nothing yet
     int64_t nAnchorPts KOVA_GUARDED_BY(mutex);  ///< that pts was at the wall clock's nAnchorWall
     int64_t nAnchorWall KOVA_GUARDED_BY(mutex); ///< µs since 1970
+    uint64_t nLateSince KOVA_GUARDED_BY(mutex); ///< µs, monotonic; 0: units come on time
     uint32_t nVersion KOVA_GUARDED_BY(mutex);   ///< of the description
     uint32_t nDescribedHash KOVA_GUARDED_BY(mutex);
     KovaPictureGroup group KOVA_GUARDED_BY(mutex);

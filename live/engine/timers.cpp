@@ -1,5 +1,6 @@
 #include "live/engine/timers.h"
 
+#include "foundation/divide.h"
 #include "foundation/heap.h"
 
 namespace {
@@ -94,7 +95,7 @@ int KovaTimersWait(const KovaTimers *pTimers, uint64_t nNow)
         return 0;
     if (nDue - nNow > kLongestWaitMs * 1000)
         return static_cast<int>(kLongestWaitMs);
-    return static_cast<int>((nDue - nNow + 999) / 1000);
+    return static_cast<int>(KovaDivide(nDue - nNow + 999, 1000));
 }
 
 void KovaTimersClear(KovaTimers *pTimers)

@@ -3,6 +3,7 @@
 #include "foundation/byte_order.h"
 #include "foundation/clock.h"
 #include "live/media/track_media_record.h"
+#include "rtp/interleaved_batch.h"
 
 #include <cstring>
 
@@ -15,7 +16,9 @@ constexpr uint8_t kMarker = 0x80;
 KovaUnit *KovaPacketWriterBegin(KovaPacketWriter *pWriter, KovaTrackMedia *pMedia, int64_t nPts,
                                 uint32_t nTimestamp)
 {
-    KovaUnit *pUnit = KovaUnitPoolTake(pMedia->pPool, pWriter->nPackets, pWriter->nBytes);
+    KovaUnit *pUnit =
+        KovaUnitPoolTake(pMedia->pPool, pWriter->nPackets,
+                         pWriter->nBytes + pWriter->nPackets * kInterleavedHeaderSize);
     if (pUnit == nullptr)
         return nullptr;
     pUnit->nPts = nPts;
@@ -23,6 +26,8 @@ KovaUnit *KovaPacketWriterBegin(KovaPacketWriter *pWriter, KovaTrackMedia *pMedi
     pUnit->nTimestamp = nTimestamp;
     pUnit->nFirstSequence = pMedia->nSequence;
     pUnit->nTrack = pMedia->nTrack;
+    pUnit->nChannel = static_cast<uint8_t>(pMedia->nTrack * 2); // what most players ask for
+    pWriter->nChannel = pUnit->nChannel;
     pUnit->nBytes = pWriter->nBytes;
     pUnit->nPackets = pWriter->nPackets;
     pMedia->nSequence = static_cast<uint16_t>(pMedia->nSequence + pWriter->nPackets);
@@ -45,13 +50,15 @@ void KovaPacketWriterSetTimestamp(KovaPacketWriter *pWriter, uint32_t nTimestamp
 
 uint8_t *KovaPacketWriterAdd(KovaPacketWriter *pWriter, uint32_t nPayload)
 {
-    const uint32_t nOffset = pWriter->nBytes;
     const uint32_t nIndex = pWriter->nPackets++;
+    const uint32_t nOffset = pWriter->nBytes + pWriter->nPackets * kInterleavedHeaderSize;
     pWriter->nBytes += kRtpHeaderSize + nPayload;
     if (pWriter->pBytes == nullptr)
         return nullptr;
     pWriter->pPackets[nIndex] = {nOffset, kRtpHeaderSize + nPayload};
     uint8_t *pPacket = pWriter->pBytes + nOffset;
+    KovaInterleavedHeaderWrite(pPacket - kInterleavedHeaderSize, pWriter->nChannel,
+                               kRtpHeaderSize + nPayload);
     memcpy(pPacket, pWriter->header, kRtpHeaderSize);
     pPacket[2] = static_cast<uint8_t>(pWriter->nSequence >> 8);
     pPacket[3] = static_cast<uint8_t>(pWriter->nSequence);

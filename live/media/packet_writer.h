@@ -15,6 +15,7 @@ struct KovaPacketWriter {
     uint8_t *pBytes;          ///< of the block; null: packets are only counted
     KovaUnitPacket *pPackets; ///< of the block
     uint16_t nSequence;       ///< of the next packet
+    uint8_t nChannel;         ///< of the frame headers
     uint8_t header[kRtpHeaderSize];
 };
 

@@ -1,8 +1,10 @@
 #include "live/media/rtp_time.h"
 
+#include "foundation/divide.h"
+
 namespace {
 
-constexpr int64_t kSecond = 1000000;
+constexpr uint32_t kSecond = 1000000;
 constexpr uint32_t kTolerancesPerSecond = 50;
 
 } // namespace
@@ -10,14 +12,11 @@ constexpr uint32_t kTolerancesPerSecond = 50;
 uint32_t KovaRtpTicks(int64_t nPts, uint32_t nRate)
 {
     // Whole seconds and the rest apart: nothing of it can overflow.
-    int64_t nSeconds = nPts / kSecond;
-    int64_t nRest = nPts - nSeconds * kSecond;
-    if (nRest < 0) {
-        nRest += kSecond;
-        nSeconds--;
-    }
-    const uint64_t nPart = static_cast<uint64_t>(nRest) * nRate + kSecond / 2;
-    return static_cast<uint32_t>(nSeconds) * nRate + static_cast<uint32_t>(nPart / kSecond);
+    uint32_t nRest = 0;
+    const int64_t nSeconds = KovaDivideDown(nPts, kSecond, &nRest);
+    const uint64_t nPart = uint64_t{nRest} * nRate + kSecond / 2;
+    return static_cast<uint32_t>(nSeconds) * nRate +
+           static_cast<uint32_t>(KovaDivide(nPart, kSecond));
 }
 
 uint32_t KovaSoundTimeOf(const KovaSoundTime &time, uint32_t nPushed, uint32_t nFrameTicks,

@@ -13,8 +13,9 @@ struct KovaUnitPacket {
 };
 
 /// One access unit, cut into RTP packets that lie one behind the other in one
-/// block. Made by the pushing thread, never changed afterwards, shared by
-/// reference among the loops and their players.
+/// block, each behind its header as a frame of an RTSP connection (RFC 2326, 10.12) on
+/// channel nChannel: for players with that channel the whole unit is one piece. Made by the pushing
+/// thread, never changed afterwards, shared by reference among the loops and their players.
 struct KovaUnit {
     std::atomic<uint32_t> nReferences;
     KovaUnitPool *pPool;
@@ -27,6 +28,7 @@ struct KovaUnit {
     bool bReference;         ///< other pictures need it (nal_ref_idc is not 0)
     uint32_t nSerial;        ///< the stream's count of units; written by the stream
     uint32_t nTrack;         ///< index of its track in the stream
+    uint8_t nChannel;        ///< of the headers in front of the packets
     uint32_t nBytes;         ///< RTP bytes of all packets
     uint32_t nPackets;
     const KovaUnitPacket *pPackets;

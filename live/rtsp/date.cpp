@@ -1,13 +1,15 @@
 #include "live/rtsp/date.h"
 
+#include "foundation/divide.h"
+
 #include <cstdio>
 
 namespace {
 
-constexpr int32_t kSecondsPerDay = 86400;
+constexpr uint32_t kSecondsPerDay = 86400;
 // The calendar repeats itself after 400 years. Its periods are counted from 1 March 2000, so that
 // a leap day is the last day of a year, of four years and of a period.
-constexpr int32_t kDaysPerPeriod = 146097;
+constexpr uint32_t kDaysPerPeriod = 146097;
 constexpr int64_t kDaysTo2000March = 11017;
 constexpr int32_t kDaysPerCentury = 36524;
 constexpr int32_t kDaysPerFourYears = 1461;
@@ -19,22 +21,6 @@ struct Day {
     int32_t nDay;     ///< from 1
     int32_t nWeekDay; ///< 0: Wednesday
 };
-
-/// nValue / nDivisor rounded down, and what is left, from 0 up to the divisor.
-int64_t DivideDown(int64_t nValue, int32_t nDivisor, int32_t *pRest)
-{
-    int64_t nQuotient = nValue / nDivisor;
-    // A difference that fits 32 bits is right in 32 bits.
-    int32_t nRest =
-        static_cast<int32_t>(static_cast<uint32_t>(nValue) -
-                             static_cast<uint32_t>(nQuotient) * static_cast<uint32_t>(nDivisor));
-    if (nRest < 0) {
-        nRest += nDivisor;
-        --nQuotient;
-    }
-    *pRest = nRest;
-    return nQuotient;
-}
 
 /// How many parts of nLength are in a rest, which keeps what is behind them. There are nCount
 /// parts, and the last may be a day longer.
@@ -50,8 +36,9 @@ int32_t TakeParts(int32_t *pRest, int32_t nLength, int32_t nCount)
 Day DayOf(int64_t nDays)
 {
     static constexpr uint8_t kMonthDays[] = {31, 30, 31, 30, 31, 31, 30, 31, 30, 31, 31, 29};
-    int32_t nRest = 0;
-    const int64_t nPeriod = DivideDown(nDays - kDaysTo2000March, kDaysPerPeriod, &nRest);
+    uint32_t nDayOfPeriod = 0;
+    const int64_t nPeriod = KovaDivideDown(nDays - kDaysTo2000March, kDaysPerPeriod, &nDayOfPeriod);
+    int32_t nRest = static_cast<int32_t>(nDayOfPeriod);
     // A period is a number of whole weeks; 1 March 2000 was a Wednesday.
     const int32_t nWeekDay = nRest % 7;
     int32_t nYears = 100 * TakeParts(&nRest, kDaysPerCentury, 4);
@@ -75,10 +62,9 @@ void KovaDateWrite(int64_t nSeconds, char *szDate)
     // Three letters each.
     static constexpr char kWeekDays[] = "WedThuFriSatSunMonTue";
     static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    int32_t nSecond = 0;
-    const int64_t nDays = DivideDown(nSeconds, kSecondsPerDay, &nSecond);
+    uint32_t nOfDay = 0;
+    const int64_t nDays = KovaDivideDown(nSeconds, kSecondsPerDay, &nOfDay);
     const Day day = DayOf(nDays);
-    const uint32_t nOfDay = static_cast<uint32_t>(nSecond);
     snprintf(szDate, kDateSize, "%.3s, %02d %.3s %04lld %02u:%02u:%02u GMT",
              kWeekDays + size_t{3} * static_cast<size_t>(day.nWeekDay), day.nDay,
              kMonths + size_t{3} * static_cast<size_t>(day.nMonth),

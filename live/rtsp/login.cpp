@@ -23,6 +23,7 @@ struct KovaLogin {
     bool bKey; ///< false: there was no randomness, and nobody can log in
     KovaMutex mutex;
     KovaLoginFailures failures KOVA_GUARDED_BY(mutex);
+    uint64_t nFailed KOVA_GUARDED_BY(mutex); ///< wrong answers of all addresses
 };
 
 namespace {
@@ -118,6 +119,7 @@ uint32_t WaitOf(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow)
 uint32_t Note(KovaLogin *pLogin, uint32_t nAddress, uint64_t nNow, bool bRight)
 {
     const KovaMutexLock lock(&pLogin->mutex, kRankLeaf);
+    pLogin->nFailed += bRight ? 0 : 1;
     return KovaLoginFailuresNote(&pLogin->failures, nAddress, nNow, bRight);
 }
 
@@ -176,6 +178,12 @@ KovaLoginVerdict KovaLoginCheck(KovaLogin *pLogin, const KovaLoginUsers *pUsers,
     KovaTextCopy(pState->szUser, sizeof(pState->szUser), pUser->szName);
     Note(pLogin, nAddress, nNow, true);
     return kLoginPassed;
+}
+
+uint64_t KovaLoginFailed(KovaLogin *pLogin)
+{
+    const KovaMutexLock lock(&pLogin->mutex, kRankLeaf);
+    return pLogin->nFailed;
 }
 
 bool KovaLoginChallenge(KovaLogin *pLogin, KovaLoginState *pState, bool bStale, uint64_t nNow,

@@ -71,6 +71,10 @@ KovaLoginVerdict KovaLoginCheck(KovaLogin *pLogin, const KovaLoginUsers *pUsers,
                                 const char *szPath, uint32_t nAddress, uint64_t nNow,
                                 uint32_t *pDelayMs);
 
+/// How many answers were wrong so far: those that KovaLoginCheck did not look at, that were stale,
+/// or not meant for this server are none of them.
+uint64_t KovaLoginFailed(KovaLogin *pLogin);
+
 /// Writes the two WWW-Authenticate lines (SHA-256 first, MD5 last, one nonce) with their
 /// line ends, and gives the connection a new nonce. False when they do not fit or there
 /// is no randomness.

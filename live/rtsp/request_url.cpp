@@ -1,5 +1,6 @@
 #include "live/rtsp/request_url.h"
 
+#include "foundation/hex.h"
 #include "foundation/text.h"
 #include "live/rtsp/live_path.h"
 #include "live/rtsp/request_reader.h"
@@ -43,15 +44,6 @@ bool TakeAuthority(std::string_view *pUrl)
     return IsAuthority(authority);
 }
 
-/// The value of a hexadecimal digit; 16 or more for anything else.
-uint32_t HexValue(char c)
-{
-    if (KovaIsDigit(c))
-        return static_cast<uint32_t>(c - '0');
-    const uint32_t nLetter = (static_cast<uint8_t>(c) | 0x20U) - 'a';
-    return nLetter < 6 ? nLetter + 10 : 16;
-}
-
 /// Decodes percent escapes (RFC 3986, 2.1) into a buffer as long as the text.
 /// @return false for a broken escape and for a NUL
 bool Decode(std::string_view text, char *pDecoded, size_t *pLength)
@@ -60,13 +52,10 @@ bool Decode(std::string_view text, char *pDecoded, size_t *pLength)
     for (size_t n = 0; n < text.size(); ++n) {
         char c = text[n];
         if (c == '%') {
-            if (text.size() - n < 3)
+            uint8_t nByte = 0;
+            if (!KovaHexRead(KovaPart(text, n + 1, 2), &nByte, 1))
                 return false;
-            const uint32_t nHigh = HexValue(text[n + 1]);
-            const uint32_t nLow = HexValue(text[n + 2]);
-            if (nHigh > 15 || nLow > 15)
-                return false;
-            c = static_cast<char>(nHigh << 4 | nLow);
+            c = static_cast<char>(nByte);
             n += 2;
         }
         if (c == '\0')

@@ -4,6 +4,7 @@
 #include "tests/support/test_server.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -237,6 +238,22 @@ void *Calloc(size_t nCount, size_t nSize)
     return Fails<kFaultCalloc>() ? nullptr : Given(__real_calloc(nCount, nSize));
 }
 
+void *Map(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset)
+{
+    void *pPages = Fails<kFaultMap>()
+                       ? MAP_FAILED
+                       : __real_mmap(pWish, nSize, nProtection, nFlags, nFile, nOffset);
+    if (pPages != MAP_FAILED)
+        Given(pPages);
+    return pPages;
+}
+
+int Unmap(void *pPages, size_t nSize)
+{
+    TakenBack(pPages);
+    return __real_munmap(pPages, nSize);
+}
+
 void *Realloc(void *pBlock, size_t nSize)
 {
     if (Fails<kFaultRealloc>())
@@ -342,12 +359,34 @@ int Sleep(useconds_t nMicroseconds)
     return Fails<kFaultSleep>() ? -1 : __real_usleep(std::min(nMicroseconds, kLongestRest));
 }
 
+int OpenEpoll(int nFlags)
+{
+    NoteOpening((nFlags & EPOLL_CLOEXEC) != 0);
+    return Fails<kFaultEpoll>() ? -1 : __real_epoll_create1(nFlags);
+}
+
+/// Changing and forgetting what was added cannot fail.
+int ControlEpoll(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent)
+{
+    if (nOperation == EPOLL_CTL_ADD && Fails<kFaultEpollAdd>())
+        return -1;
+    return __real_epoll_ctl(nEpoll, nOperation, nDescriptor, pEvent);
+}
+
+int OpenEvent(unsigned nValue, int nFlags)
+{
+    NoteOpening((nFlags & EFD_CLOEXEC) != 0);
+    return Fails<kFaultEvent>() ? -1 : __real_eventfd(nValue, nFlags);
+}
+
 /// Stands in for the calls from the start of the program.
 const bool g_bReplaced = [] {
     KovaReplaceCall<__real_malloc>(Malloc);
     KovaReplaceCall<__real_calloc>(Calloc);
     KovaReplaceCall<__real_realloc>(Realloc);
     KovaReplaceCall<__real_free>(Free);
+    KovaReplaceCall<__real_mmap>(Map);
+    KovaReplaceCall<__real_munmap>(Unmap);
     KovaReplaceCall<__real_pthread_create>(CreateThread);
     KovaReplaceCall<__real_send>(Send);
     KovaReplaceCall<__real_sendmsg>(SendMessage);
@@ -358,6 +397,9 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_accept>(Accept);
     KovaReplaceCall<__real_accept4>(Accept4);
     KovaReplaceCall<KovaRealControl>(Control);
+    KovaReplaceCall<__real_epoll_create1>(OpenEpoll);
+    KovaReplaceCall<__real_epoll_ctl>(ControlEpoll);
+    KovaReplaceCall<__real_eventfd>(OpenEvent);
     KovaMakeFailable<__real_listen, Fails<kFaultListen>>();
     KovaMakeFailable<__real_setsockopt, Fails<kFaultSetOption>>();
     KovaMakeFailable<__real_sendto, Fails<kFaultSendTo>>();

@@ -11,7 +11,8 @@ enum KovaFaultCall : uint32_t {
     kFaultMalloc = 1U << 0,
     kFaultCalloc = 1U << 1,
     kFaultRealloc = 1U << 2,
-    kFaultHeap = kFaultMalloc | kFaultCalloc | kFaultRealloc,
+    kFaultMap = 1U << 18, ///< mmap()
+    kFaultHeap = kFaultMalloc | kFaultCalloc | kFaultRealloc | kFaultMap,
     kFaultThread = 1U << 3, ///< pthread_create()
     kFaultSocket = 1U << 4,
     kFaultBind = 1U << 5,
@@ -27,6 +28,9 @@ enum KovaFaultCall : uint32_t {
     kFaultControl = 1U << 15,  ///< fcntl()
     kFaultOwnName = 1U << 16,  ///< getsockname()
     kFaultPeerName = 1U << 17, ///< getpeername()
+    kFaultEpoll = 1U << 18,    ///< epoll_create1()
+    kFaultEpollAdd = 1U << 19, ///< epoll_ctl() that adds
+    kFaultEvent = 1U << 20,    ///< eventfd()
     kFaultNameless = kFaultControl | kFaultOwnName | kFaultPeerName,
 };
 

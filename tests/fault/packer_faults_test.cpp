@@ -84,11 +84,12 @@ Units Without(Units units, size_t nPart)
     return units;
 }
 
-/// What may go out when one part of either unit was lost for want of memory.
+/// What may go out when one part of either unit was lost for want of memory, or all of
+/// the first, of which there is one copy; the second goes into the same block.
 std::vector<std::vector<std::string>> Reduced(uint32_t nCodec, const Units &first,
                                               const Units &second)
 {
-    std::vector<std::vector<std::string>> all;
+    std::vector<std::vector<std::string>> all = {Pack(nCodec, {}, second).packets};
     for (size_t nPart = 0; nPart < first.size(); nPart++)
         all.push_back(Pack(nCodec, Without(first, nPart), second).packets);
     for (size_t nPart = 0; nPart < second.size(); nPart++)

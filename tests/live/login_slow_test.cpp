@@ -107,6 +107,26 @@ TEST_F(LoginTest, WhoIsInGuessesNobodyElsesPasswordFaster)
     EXPECT_EQ(Check(answer), kLoginSlow) << "the own name is no way around it either";
 }
 
+TEST_F(LoginTest, WrongAnswersCountFromTheFirstOn)
+{
+    EXPECT_EQ(CheckHeader(&m_state, ""), kLoginChallenge);
+    KovaPlayerAnswer answer = Challenged();
+    EXPECT_EQ(Check(answer), kLoginPassed);
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 0U);
+    answer = Challenged();
+    answer.password = "guess";
+    EXPECT_EQ(Check(answer), kLoginChallenge);
+    EXPECT_EQ(m_nDelay, 0U);
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 1U);
+    KovaLoginState others = {};
+    answer = Challenged(&others);
+    answer.user = "nobody";
+    EXPECT_EQ(CheckHeader(&others, KovaAuthorizationOf(answer)), kLoginChallenge);
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 2U);
+    EXPECT_EQ(CheckHeader(&others, KovaAuthorizationOf(answer)), kLoginSlow) << "not looked at";
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 2U);
+}
+
 TEST_F(LoginTest, AStaleAnswerClearsNoFailures)
 {
     KovaPlayerAnswer wrong = Challenged();

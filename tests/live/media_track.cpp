@@ -136,8 +136,14 @@ void KovaMediaTrack::Check(const KovaUnit &unit, KovaMediaUnit *pSeen)
     uint32_t nOffset = 0;
     for (uint32_t n = 0; n < unit.nPackets; n++) {
         const KovaUnitPacket &packet = unit.pPackets[n];
+        nOffset += 4;
         EXPECT_EQ(packet.nOffset, nOffset);
         EXPECT_LE(packet.nSize, m_nMaxPacket);
+        // A frame of an RTSP connection (RFC 2326, 10.12).
+        const uint8_t *pFrame = unit.pBytes + packet.nOffset - 4;
+        EXPECT_EQ(pFrame[0], '$');
+        EXPECT_EQ(pFrame[1], unit.nChannel);
+        EXPECT_EQ(pFrame[2] << 8 | pFrame[3], static_cast<int>(packet.nSize));
         nOffset += packet.nSize;
         const char *pBytes = reinterpret_cast<const char *>(unit.pBytes) + packet.nOffset;
         pSeen->packets.push_back(TakeApart(std::string(pBytes, packet.nSize)));
@@ -146,7 +152,8 @@ void KovaMediaTrack::Check(const KovaUnit &unit, KovaMediaUnit *pSeen)
         EXPECT_EQ(seen.nPayloadType, kPayloadType);
         EXPECT_EQ(seen.nSsrc, KovaTrackMediaSsrc(m_pMedia));
     }
-    EXPECT_EQ(unit.nBytes, nOffset);
+    EXPECT_EQ(unit.nBytes, nOffset - 4 * unit.nPackets);
+    EXPECT_EQ(unit.nChannel, 2 * unit.nTrack);
     EXPECT_EQ(pSeen->packets.at(0).nTimestamp, unit.nTimestamp);
     EXPECT_TRUE(pSeen->packets.back().bMarker);
     if (m_bStarted) {

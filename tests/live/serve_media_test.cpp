@@ -82,8 +82,8 @@ TEST_P(LiveMedia, TwoTracksShareTheirClockAndName)
     ASSERT_EQ(Setup(&client, "cam", 1).nStatus, 200);
     ASSERT_EQ(Setup(&client, "cam", 2).nStatus, 200);
     ASSERT_EQ(client.Play("cam").nStatus, 200);
-    EXPECT_EQ(KovaLivePushText(pSound, KovaLiveSound(7), 1000000), KOVA_LIVE_OK);
     Push(KovaLiveKey(), 1000000);
+    EXPECT_EQ(KovaLivePushText(pSound, KovaLiveSound(7), 1000000), KOVA_LIVE_OK);
     KovaLiveRtp packet;
     ASSERT_TRUE(client.NextRtp(2, &packet));
     EXPECT_EQ(packet.payload.substr(4), KovaMediaNal(0x21, 200, 7));

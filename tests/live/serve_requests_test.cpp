@@ -161,7 +161,7 @@ TEST_F(LiveServe, DescribeOfAStreamThatIsRemovedMeanwhileIsNotFound)
     ASSERT_TRUE(client.Send(client.Text("DESCRIBE", "new")));
     EXPECT_TRUE(client.Rtsp().IsSilent(100));
     EXPECT_EQ(KovaLiveRemoveStream(pNew), KOVA_LIVE_OK);
-    EXPECT_EQ(client.Receive().nStatus, 404);
+    EXPECT_EQ(client.Receive(4000).nStatus, 404) << "before its time is over";
     EXPECT_EQ(client.Options().nStatus, 200);
 }
 

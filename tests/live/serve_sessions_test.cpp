@@ -228,7 +228,13 @@ TEST_F(LiveSessions, TeardownOfATrackLeavesTheOther)
     ASSERT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
     ASSERT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
     ASSERT_EQ(client.Play("cam").nStatus, 200);
+    ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveNextUnit(&client, 1).size(), 1U);
     EXPECT_EQ(client.Teardown("cam/track1").nStatus, 200);
+    std::string report;
+    ASSERT_TRUE(client.NextRtcp(1, &report));
+    ASSERT_TRUE(client.NextRtcp(1, &report));
+    EXPECT_EQ(KovaRtcpParts(report).size(), 3U) << "with a BYE";
     EXPECT_EQ(client.Teardown("cam/track1").nStatus, 404);
     ASSERT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
     ASSERT_EQ(KovaLivePushText(pSound, KovaLiveSound(), 20000), KOVA_LIVE_OK);
@@ -389,6 +395,17 @@ TEST(LiveSessionLimits, SessionsBeyondTheLimitAreRefused)
     EXPECT_EQ(players[0].Teardown("cam").nStatus, 200);
     KovaLiveClient player;
     EXPECT_TRUE(KovaLivePlayTcp(&player, host));
+}
+
+TEST(LiveSessionLimits, PortsAreAnEvenOneAndTheNext)
+{
+    for (int nServer = 0; nServer < 20; nServer++) {
+        KovaLiveHost host;
+        KovaLiveHost::AddVideo(host.AddStream("cam"));
+        KovaLiveClient client;
+        ASSERT_TRUE(client.Connect(host.Port()));
+        EXPECT_EQ(atoi(client.SetupUdp("cam", 1).Transport("server_port").c_str()) % 2, 0);
+    }
 }
 
 TEST(LiveSessionLimits, PortsAreTakenFromTheHostsRange)

@@ -39,6 +39,16 @@ void __wrap_free(void *pBlock)
     return Lead<__real_free>(pBlock);
 }
 
+void *__wrap_mmap(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset)
+{
+    return Lead<__real_mmap>(pWish, nSize, nProtection, nFlags, nFile, nOffset);
+}
+
+int __wrap_munmap(void *pPages, size_t nSize)
+{
+    return Lead<__real_munmap>(pPages, nSize);
+}
+
 int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
                           void *(*pfnBody)(void *), void *pArgument)
 {
@@ -58,6 +68,21 @@ int __wrap_socket(int nDomain, int nType, int nProtocol)
 int __wrap_bind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
 {
     return Lead<__real_bind>(nSocket, pAddress, nSize);
+}
+
+int __wrap_epoll_create1(int nFlags)
+{
+    return Lead<__real_epoll_create1>(nFlags);
+}
+
+int __wrap_epoll_ctl(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent)
+{
+    return Lead<__real_epoll_ctl>(nEpoll, nOperation, nDescriptor, pEvent);
+}
+
+int __wrap_eventfd(unsigned nValue, int nFlags)
+{
+    return Lead<__real_eventfd>(nValue, nFlags);
 }
 
 int __wrap_listen(int nSocket, int nBacklog)

@@ -2,6 +2,8 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/types.h>
@@ -21,6 +23,8 @@ void *__real_malloc(size_t nSize);
 void *__real_calloc(size_t nCount, size_t nSize);
 void *__real_realloc(void *pBlock, size_t nSize);
 void __real_free(void *pBlock);
+void *__real_mmap(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset);
+int __real_munmap(void *pPages, size_t nSize);
 int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttributes,
                           void *(*pfnBody)(void *), void *pArgument);
 int __real_pthread_mutex_unlock(pthread_mutex_t *pMutex);
@@ -48,6 +52,9 @@ int __real_rand();
 time_t __real_time(time_t *pTime);
 int __real_gettimeofday(timeval *pTime, void *pZone);
 int __real_clock_gettime(clockid_t nClock, timespec *pTime);
+int __real_epoll_create1(int nFlags);
+int __real_epoll_ctl(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent);
+int __real_eventfd(unsigned nValue, int nFlags);
 }
 
 /// fcntl() with one number behind the command.

@@ -2,6 +2,8 @@
 
 #include "tests/support/c_calls.h"
 
+#include <sys/mman.h>
+
 #include <cerrno>
 
 namespace {
@@ -10,14 +12,24 @@ thread_local bool t_bArmed = false;
 thread_local int t_nGood = 0;
 thread_local int t_nFailed = 0;
 
-void *Calloc(size_t nCount, size_t nSize)
+bool Fails()
 {
     if (!t_bArmed || t_nGood-- > 0)
-        return __real_calloc(nCount, nSize);
+        return false;
     t_nGood = 0;
     t_nFailed++;
     errno = ENOMEM;
-    return nullptr;
+    return true;
+}
+
+void *Calloc(size_t nCount, size_t nSize)
+{
+    return Fails() ? nullptr : __real_calloc(nCount, nSize);
+}
+
+void *Map(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off_t nOffset)
+{
+    return Fails() ? MAP_FAILED : __real_mmap(pWish, nSize, nProtection, nFlags, nFile, nOffset);
 }
 
 } // namespace
@@ -25,6 +37,7 @@ void *Calloc(size_t nCount, size_t nSize)
 KovaFailingHeap::KovaFailingHeap(int nGood)
 {
     KovaReplaceCall<__real_calloc>(Calloc);
+    KovaReplaceCall<__real_mmap>(Map);
     t_nGood = nGood;
     t_nFailed = 0;
     t_bArmed = true;

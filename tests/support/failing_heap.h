@@ -1,6 +1,6 @@
 #pragma once
 
-/// Lets calloc(), from which the library takes all its records and packets,
+/// Lets calloc() and mmap(), from which the library takes all its records and packets,
 /// fail in the calling thread while this object lives. Other threads, and what
 /// the tests allocate themselves, are not touched. One object per thread.
 class KovaFailingHeap {

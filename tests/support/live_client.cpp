@@ -98,10 +98,10 @@ KovaLiveAnswer KovaReadLiveAnswer(std::string_view text)
     return answer;
 }
 
-bool KovaLiveClient::Connect(uint16_t nPort)
+bool KovaLiveClient::Connect(uint16_t nPort, int nReceiveBuffer)
 {
     m_nPort = nPort;
-    return m_rtsp.Connect(nPort);
+    return m_rtsp.Connect(nPort, nReceiveBuffer);
 }
 
 void KovaLiveClient::Close(bool bReset)

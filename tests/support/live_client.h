@@ -56,8 +56,9 @@ public:
     KovaLiveClient(const KovaLiveClient &) = delete;
     KovaLiveClient &operator=(const KovaLiveClient &) = delete;
 
-    /// Connects; the name in the URLs stays 127.0.0.1:port.
-    bool Connect(uint16_t nPort);
+    /// Connects; the name in the URLs stays 127.0.0.1:port. nReceiveBuffer > 0 limits what the
+    /// system takes before the test reads.
+    bool Connect(uint16_t nPort, int nReceiveBuffer = 0);
     void Close(bool bReset = false);
 
     /// Sends bytes as they are, in pieces of at most nPiece bytes, each a segment of its own.

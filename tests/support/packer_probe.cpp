@@ -1,5 +1,7 @@
 #include "tests/support/packer_probe.h"
 
+#include "tests/support/c_calls.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/mman.h>
@@ -21,8 +23,9 @@ public:
         const size_t nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         const size_t nRoom = (bytes.size() + nPage - 1) / nPage * nPage;
         m_nMapped = nRoom + nPage;
-        void *pMapped =
-            mmap(nullptr, m_nMapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        // Not one of the allocations that a test lets fail.
+        void *pMapped = __real_mmap(nullptr, m_nMapped, PROT_READ | PROT_WRITE,
+                                    MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (pMapped == MAP_FAILED)
             abort();
         m_pMapped = static_cast<uint8_t *>(pMapped);

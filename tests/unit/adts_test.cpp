@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <vector>
 
 namespace {
@@ -37,6 +38,27 @@ TEST(Adts, FrameStartsMoreThanSevenBytesBeforeTheEnd)
     EXPECT_EQ(Find({0, 0xFF, 0xF1, 0, 0, 0, 0, 0, 0}), 1U);
     EXPECT_EQ(Find({}), std::nullopt);
     EXPECT_EQ(Find({0xFF}), std::nullopt);
+}
+
+TEST(Adts, FindsWhatASearchPositionForPositionFinds)
+{
+    std::mt19937 random(7);
+    int nFound = 0;
+    for (int n = 0; n < 20000; n++) {
+        Bytes bytes(random() % 60);
+        for (uint8_t &nByte : bytes)
+            nByte = static_cast<uint8_t>(random() % 8 == 0 ? 0xFF : 0xEC + random() % 6);
+        for (uint32_t nFrom = 0; nFrom <= bytes.size() + 8; nFrom += 1 + random() % 3) {
+            std::optional<uint32_t> slow;
+            for (size_t nAt = nFrom; nAt + 7 < bytes.size() && !slow; nAt++)
+                if (bytes[nAt] == 0xFF && (bytes[nAt + 1] & 0xF0) == 0xF0)
+                    slow = static_cast<uint32_t>(nAt);
+            ASSERT_EQ(Find(bytes, nFrom), slow)
+                << testing::PrintToString(bytes) << " from " << nFrom;
+            nFound += slow.has_value() ? 1 : 0;
+        }
+    }
+    EXPECT_GT(nFound, 20000);
 }
 
 TEST(Adts, ReadsTheSamplingRate)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -68,6 +69,64 @@ TEST(AnnexB, OtherBytesAreNoStartCode)
     EXPECT_EQ(Find({1, 0, 1, 0, 1, 0, 1, 0}), std::nullopt);
     EXPECT_EQ(Find({0, 0, 0, 0, 0, 0, 0, 0}), std::nullopt);
     EXPECT_EQ(Find({0, 1, 0, 0, 0, 2, 9, 9}), std::nullopt);
+}
+
+/// The same, position for position.
+Found FindSlowly(const Bytes &bytes, uint32_t nFrom)
+{
+    const size_t nSize = bytes.size();
+    for (size_t n = nFrom; n + 2 < nSize; n++) {
+        const bool bShort = bytes[n] == 0 && bytes[n + 1] == 0 && bytes[n + 2] == 1;
+        const bool bLong = n + 3 < nSize && bytes[n] == 0 && bytes[n + 1] == 0 &&
+                           bytes[n + 2] == 0 && bytes[n + 3] == 1;
+        if (!bShort && !bLong)
+            continue;
+        if (n + 3 >= nSize)
+            return std::nullopt;
+        const uint32_t nBegin = static_cast<uint32_t>(n);
+        return At(nBegin, nBegin + (bLong ? 4 : 3));
+    }
+    return std::nullopt;
+}
+
+/// Bytes of which many are 0 or 1, so that near misses of all kinds are among them.
+Bytes Random(std::mt19937 *pRandom)
+{
+    Bytes bytes((*pRandom)() % 80);
+    const uint32_t nOthers = 1 + (*pRandom)() % 200;
+    for (uint8_t &nByte : bytes) {
+        const uint32_t nDraw = (*pRandom)() % (60 + nOthers);
+        nByte = nDraw < 40 ? 0 : nDraw < 60 ? 1 : static_cast<uint8_t>(nDraw);
+    }
+    return bytes;
+}
+
+TEST(AnnexB, FindsWhatASearchPositionForPositionFinds)
+{
+    std::mt19937 random(7);
+    int nFound = 0;
+    for (int n = 0; n < 20000; n++) {
+        const Bytes bytes = Random(&random);
+        for (uint32_t nFrom = 0; nFrom <= bytes.size() + 3; nFrom += 1 + random() % 3) {
+            const Found found = Find(bytes, nFrom);
+            ASSERT_EQ(found, FindSlowly(bytes, nFrom))
+                << testing::PrintToString(bytes) << " from " << nFrom;
+            nFound += found.has_value() ? 1 : 0;
+        }
+    }
+    EXPECT_GT(nFound, 20000);
+}
+
+TEST(AnnexB, EveryCombinationOfZerosAndOnes)
+{
+    for (uint32_t nBits = 0; nBits < 3 * 3 * 3 * 3 * 3 * 3 * 3 * 3; nBits++) {
+        Bytes bytes;
+        for (uint32_t nRest = nBits, n = 0; n < 8; n++, nRest /= 3)
+            bytes.push_back(static_cast<uint8_t>(nRest % 3));
+        for (uint32_t nFrom = 0; nFrom < 9; nFrom++)
+            ASSERT_EQ(Find(bytes, nFrom), FindSlowly(bytes, nFrom))
+                << testing::PrintToString(bytes) << " from " << nFrom;
+    }
 }
 
 } // namespace

@@ -215,12 +215,12 @@ TEST_F(BatchServingTest, OtherTimestampsAreOtherBatches)
 TEST_F(BatchServingTest, BatchHasAtMost64PacketsAnd64KiB)
 {
     Reported(tcp.Client("1"));
-    {
+    for (const uint16_t nCount : {64, 65}) {
         const CallCounter calls;
-        Serve(Plans(65));
-        EXPECT_EQ(g_nFrameCalls, 2);
+        Serve(Plans(nCount));
+        EXPECT_EQ(g_nFrameCalls, nCount - 63);
+        EXPECT_EQ(tcp.Receive(100000, 50).size(), nCount * 44U);
     }
-    EXPECT_EQ(tcp.Receive(100000, 50).size(), 65 * 44U);
     std::vector<KovaPacketPlan> large(17, Plan(1, kFrameKey, 4096));
     {
         const CallCounter calls;
@@ -247,6 +247,20 @@ TEST_F(BatchServingTest, KeyFrameWithinTheBatchIsWaitedFor)
                      kSent40, kSent40}));
     ExpectDatagrams({3, 4, 5});
     delivery.WithClients([&] { EXPECT_EQ(pClient->nPacketCount, 3U); });
+}
+
+TEST_F(BatchServingTest, WhatIsCountedIsWhatWasSentOfTheBatch)
+{
+    KovaRtpClient *pClient = Reported(udp.Client("1"));
+    const Texts lines =
+        Serve({Plan(1, kFrameVideo, 50), Plan(2, kFrameKey, 60), Plan(3, kFrameVideo, 70)});
+    const std::string sent = "pSenderProc, Send RTP Packet success ";
+    EXPECT_EQ(lines, (Texts{kWaits, sent + "size=60 send=60", sent + "size=70 send=70"}));
+    delivery.WithClients([&] {
+        EXPECT_EQ(pClient->nPacketCount, 2U);
+        EXPECT_EQ(pClient->nOctetCount, 130U);
+        EXPECT_EQ(pClient->nMeasureBytes, 130U);
+    });
 }
 
 TEST_F(BatchServingTest, WaitingClientCostsAMillisecondForEachPacketOfTheBatch)
@@ -301,6 +315,19 @@ TEST_F(BatchServingTest, OneCallTellsThatNoRtcpHasCome)
     Serve(Plans(30));
     EXPECT_EQ(g_nPolls, 1);
     EXPECT_EQ(g_nReceives, 0);
+}
+
+TEST_F(BatchServingTest, OnlyTheSocketThatHoldsSomethingIsLookedAt)
+{
+    KovaUdpEnds others[2];
+    Reported(others[0].Client("1"));
+    Reported(udp.Client("2"));
+    Reported(others[1].Client("3"));
+    udp.SendRtcp({0x81, 201, 0, 1});
+    const CallCounter calls;
+    Serve(Plans(3));
+    EXPECT_EQ(g_nPolls, 1);
+    EXPECT_EQ(g_nReceives, 2); // the datagram, and that there is no other
 }
 
 TEST_F(BatchServingTest, WhereTheSystemDoesNotTellEverySocketIsLookedAt)
@@ -419,13 +446,20 @@ TEST_F(BatchServingTest, BatchOutlivesAFlushOfTheQueue)
 {
     Reported(tcp.Client("1"));
     faults.Script(tcp.Socket(), std::deque<KovaScriptedSend>(100000, {EAGAIN}));
+    KovaRtpPacket *pPacket = KovaMakePacket(Plan(0));
+    KovaRtpPacketAddRef(pPacket);
+    KovaRtpSenderAddRtpPacket(delivery.pSender, pPacket);
     Begin(Plans(5));
     ASSERT_TRUE(KovaWaitUntil([this] { return faults.Left() < 99998; }));
+    EXPECT_EQ(KovaReferences(pPacket), 3);
     KovaRtpSendGroupRemoveAllRtpPacket(pGroup);
+    EXPECT_EQ(KovaReferences(pPacket), 2);
     delivery.Queue(Plan(9));
     faults.Script(tcp.Socket(), {});
     ASSERT_TRUE(delivery.Drain());
-    EXPECT_EQ(tcp.Receive(10000, 50), Frames({1, 2, 3, 4, 5, 9}));
+    EXPECT_EQ(tcp.Receive(10000, 50), Frames({0, 1, 2, 3, 4, 5, 9}));
+    EXPECT_EQ(KovaReferences(pPacket), 1);
+    KovaRtpPacketReleaseRef(pPacket);
 }
 
 TEST_F(BatchServingTest, PacketThatIsTooLargeForAConnectionGoesByItself)
@@ -457,6 +491,24 @@ TEST_F(BatchServingTest, ClientsOfOneConnectionKeepTheirChannels)
         const KovaBytes frame = KovaFrameOf(6, KovaPacketBytes(Plan(n)));
         expected.insert(expected.end(), frame.begin(), frame.end());
     }
+    EXPECT_EQ(tcp.Receive(10000, 50), expected);
+}
+
+/// From the third one on they share a copy of the frames: each has its own channel in it.
+TEST_F(BatchServingTest, ManyClientsInConnectionsGetTheirOwnFrames)
+{
+    const std::vector<uint16_t> channels = {0, 6, 0, 2, 8};
+    for (size_t n = 0; n < channels.size(); n++)
+        Reported(tcp.Client(std::to_string(n + 1).c_str(), channels[n],
+                            static_cast<uint16_t>(channels[n] + 1)));
+    KovaBytes expected;
+    for (const uint16_t nChannel : channels) {
+        for (uint16_t n = 1; n <= 3; n++) {
+            const KovaBytes frame = KovaFrameOf(nChannel, KovaPacketBytes(Plan(n)));
+            expected.insert(expected.end(), frame.begin(), frame.end());
+        }
+    }
+    Serve(Plans(3));
     EXPECT_EQ(tcp.Receive(10000, 50), expected);
 }
 

@@ -68,8 +68,8 @@ struct ChannelBatchTest : testing::Test {
     {
         const ptrdiff_t nEnds[] = {14, 19, 43};
         const bool bBegun = nCut != 14 && nCut != 19;
-        return KovaBytes(bytes.begin(),
-                         bytes.begin() + (bBegun ? nEnds[Whole(nCut)] : ptrdiff_t{nCut}));
+        return KovaBytes(bytes.begin(), bytes.begin() + (bBegun ? nEnds[Whole(nCut)]
+                                                                : static_cast<ptrdiff_t>(nCut)));
     }
 };
 

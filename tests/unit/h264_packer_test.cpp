@@ -343,19 +343,37 @@ TEST_F(H264PackerTest, FreeNalListEmptiesTheList)
 
 TEST_F(H264PackerTest, NalWithoutMemoryIsDropped)
 {
-    // Each unit takes its copy and its list node.
-    for (const int nGood : {0, 1, 2, 3}) {
+    const std::vector<KovaBytes> nals(100, {kSlice, 1, 2});
+    // The copy of the unit, room for some of the nodes, room for more.
+    for (const int nGood : {0, 1, 2}) {
+        KovaPackerProbe fresh(2, 97, kSsrc);
         {
             const KovaFailingHeap heap(nGood);
-            EXPECT_EQ(probe.Push(Unit({kSps, {kSlice, 1}, {kSlice, 2}}), 0), 0U);
+            EXPECT_EQ(fresh.Push(KovaJoin({Unit({kSps}), Unit(nals)}), 0), 0U);
             EXPECT_GT(heap.Failed(), 0);
         }
-        const std::vector<KovaSeenPacket> packets = probe.Drain();
-        ASSERT_EQ(packets.size(), nGood < 2 ? 0U : 1U) << nGood;
-        if (nGood >= 2) {
-            EXPECT_EQ(KovaPayloadOf(packets[0]), (KovaBytes{kSlice, 1}));
+        EXPECT_TRUE(fresh.reports == (std::vector<KovaSeenReport>{{kSps, 2}}));
+        const std::vector<KovaSeenPacket> packets = fresh.Drain();
+        if (nGood < 2) {
+            EXPECT_EQ(packets.size(), 0U);
+            continue;
         }
+        ASSERT_EQ(packets.size(), 1U);
+        const KovaBytes payload = KovaPayloadOf(packets[0]);
+        EXPECT_GE(payload.size(), 1 + 4 * 5U);
+        EXPECT_LT(payload.size(), 1 + 100 * 5U);
+        EXPECT_EQ(payload.size() % 5, 1U);
     }
+}
+
+TEST_F(H264PackerTest, ShortageIsForgottenByTheNextUnit)
+{
+    {
+        const KovaFailingHeap heap;
+        EXPECT_EQ(probe.Push(Unit({{kSlice, 1}}), 0), 0U);
+        EXPECT_EQ(Codec()->pNalList, nullptr);
+    }
+    EXPECT_EQ(probe.PayloadsOf(Unit({{kSlice, 2}})), (Payloads{{kSlice, 2}}));
 }
 
 } // namespace

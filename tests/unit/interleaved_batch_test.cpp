@@ -1,4 +1,5 @@
 #include "rtp/interleaved_batch.h"
+#include "tests/support/c_calls.h"
 #include "tests/support/delivery.h"
 #include "tests/support/net_ends.h"
 #include "tests/support/socket_faults.h"
@@ -34,6 +35,30 @@ struct Frames {
     std::vector<KovaInterleavedFrame> frames;
     KovaBytes bytes;
 };
+
+/// The same frames laid one behind the other, with their headers in front.
+struct LaidOut {
+    explicit LaidOut(const Frames &plain) : bytes(plain.bytes), frames(plain.frames)
+    {
+        size_t nAt = 0;
+        for (KovaInterleavedFrame &frame : frames) {
+            frame.pPacket = bytes.data() + nAt + kInterleavedHeaderSize;
+            frame.bHeaderInFront = true;
+            nAt += kInterleavedHeaderSize + frame.nSize;
+        }
+    }
+
+    KovaBytes bytes;
+    std::vector<KovaInterleavedFrame> frames;
+};
+
+size_t g_nPieces = 0;
+
+ssize_t NotePieces(int nSocket, const msghdr *pMessage, int nFlags)
+{
+    g_nPieces = pMessage->msg_iovlen;
+    return __real_sendmsg(nSocket, pMessage, nFlags);
+}
 
 struct InterleavedBatchTest : testing::Test {
     KovaSocketFaults faults;
@@ -79,6 +104,34 @@ TEST_F(InterleavedBatchTest, Writes64FramesWithACall)
     EXPECT_EQ(Send(frames).outcome, kSendDone);
     EXPECT_EQ(faults.Left(), 1U);
     EXPECT_EQ(ends.Receive(frames.bytes.size()), frames.bytes);
+}
+
+TEST_F(InterleavedBatchTest, FramesThatLieBehindEachOtherAreOnePiece)
+{
+    const Frames plain({12, 1, 30, 0, 7});
+    const LaidOut laid(plain);
+    KovaReplaceCall<__real_sendmsg>(NotePieces);
+    KovaInterleavedSend(ends.Socket(), laid.frames.data(), 5, 0);
+    EXPECT_EQ(g_nPieces, 1U);
+    // An empty packet is no piece, and parts the headers beside it no more.
+    KovaInterleavedSend(ends.Socket(), plain.frames.data(), 5, 0);
+    EXPECT_EQ(g_nPieces, 8U);
+    KovaReplaceCall<__real_sendmsg>(nullptr);
+    KovaBytes twice = plain.bytes;
+    twice.insert(twice.end(), plain.bytes.begin(), plain.bytes.end());
+    EXPECT_EQ(ends.Receive(twice.size()), twice);
+}
+
+TEST_F(InterleavedBatchTest, HeaderInFrontIsGoneOnWithAtEachByte)
+{
+    const Frames plain({12, 1, 30});
+    const LaidOut laid(plain);
+    for (uint32_t nBegun = 0; nBegun < 16; nBegun++) {
+        EXPECT_EQ(KovaInterleavedSend(ends.Socket(), laid.frames.data(), 3, nBegun).outcome,
+                  kSendDone);
+        const KovaBytes rest(plain.bytes.begin() + nBegun, plain.bytes.end());
+        ASSERT_EQ(ends.Receive(rest.size()), rest);
+    }
 }
 
 TEST_F(InterleavedBatchTest, NothingToWriteNeedsNoCall)
@@ -176,9 +229,10 @@ TEST_F(InterleavedBatchTest, ConnectionThatIsFullTakesWhatFits)
 {
     const size_t nFilled = ends.Fill();
     const Frames frames(std::vector<uint32_t>(60, 1400));
-    EXPECT_EQ(Send(frames).outcome, kSendAgain);
+    const KovaInterleavedProgress begun = Send(frames); // whatever there is room for
+    EXPECT_EQ(begun.outcome, kSendAgain);
     KovaBytes all;
-    uint32_t nFirst = 0, nBegun = 0;
+    uint32_t nFirst = begun.nFrames, nBegun = begun.nBytes;
     for (int nTurn = 0; nTurn < 10000 && nFirst < frames.Count(); nTurn++) {
         const KovaBytes some = ends.Receive(20000, 1);
         all.insert(all.end(), some.begin(), some.end());

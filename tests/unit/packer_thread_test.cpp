@@ -5,6 +5,7 @@
 #include "classic/streamer/registries.h"
 #include "foundation/log.h"
 #include "tests/support/failing_heap.h"
+#include "tests/support/media.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/stream_host.h"
 
@@ -228,6 +229,27 @@ TEST_P(PackerThread, EndsWithoutMemoryForAUnit)
     body.join();
     EXPECT_EQ(State(), 4U);
     EXPECT_EQ(Messages(), Only("Allocate Es Data Buf Fail !!!"));
+}
+
+TEST_P(PackerThread, TakesNoMemoryForAUnitLikeTheLast)
+{
+    KovaStopPackers(pStreamer);
+    const std::string unit = side.nId == 96 ? KovaTestAacFrame(100) : KovaTestInterFrame(100);
+    for (int n = 0; n < 3; n++)
+        Push(Bytes(unit.begin(), unit.end()));
+    pStreamer->*side.pState = 2;
+    std::thread body([this] {
+        // Room for the bytes and for the units, and each time a packet and its place in
+        // the queue.
+        const KovaFailingHeap heap(2 + 3 * 2);
+        side.pfnBody(pStreamer);
+        EXPECT_EQ(heap.Failed(), 0);
+    });
+    const KovaRtpSender *pSender = KovaRtspStreamerGetRtpSenderByPayloadId(pStreamer, side.nId);
+    EXPECT_TRUE(KovaWaitUntil([&] { return pSender->nLastSequence == 2; }));
+    pStreamer->*side.pState = 3;
+    body.join();
+    EXPECT_EQ(Messages(), Lines{});
 }
 
 TEST_P(PackerThread, SaysWhenItComesAndGoes)

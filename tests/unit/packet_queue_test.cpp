@@ -225,11 +225,90 @@ TEST_F(PacketQueueTest, PacketThatNoMemoryWasLeftForTakesNoRoom)
     KovaRtpPacketAddRef(pPacket);
     {
         const KovaFailingHeap heap;
-        EXPECT_FALSE(KovaRtpSendGroupTakePacket(pGroup, pPacket));
+        EXPECT_EQ(KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1), 0U);
     }
     KovaRtpPacketReleaseRef(pPacket);
     EXPECT_EQ(Queued(pGroup), Sequences{});
     EXPECT_EQ(pGroup->nQueuedBytes, 0U);
+}
+
+/// Packets to be queued together, with the test's reference each.
+struct Together {
+    explicit Together(const std::vector<KovaPacketPlan> &plans)
+    {
+        for (const KovaPacketPlan &plan : plans) {
+            packets.push_back(KovaMakePacket(plan));
+            KovaRtpPacketAddRef(packets.back());
+        }
+    }
+    ~Together()
+    {
+        for (KovaRtpPacket *pPacket : packets)
+            KovaRtpPacketReleaseRef(pPacket);
+    }
+    Together(const Together &) = delete;
+    Together &operator=(const Together &) = delete;
+
+    void Queue(KovaRtpSender *pSender) const
+    {
+        KovaRtpSenderAddRtpPackets(pSender, packets.data(), static_cast<uint32_t>(packets.size()));
+    }
+    std::vector<int32_t> References() const
+    {
+        std::vector<int32_t> references;
+        for (KovaRtpPacket *pPacket : packets)
+            references.push_back(KovaReferences(pPacket));
+        return references;
+    }
+
+    std::vector<KovaRtpPacket *> packets;
+};
+
+TEST_F(PacketQueueTest, PacketsOfAnAccessUnitComeTogetherInEveryGroup)
+{
+    KovaRtpSendGroup *pSecond = KovaRtpSendGroupCreate(delivery.pSender);
+    KovaRtpSenderAddRtpSendGroup(delivery.pSender, pSecond);
+    const Together unit({{1}, {2}, {3}});
+    unit.Queue(delivery.pSender);
+    EXPECT_EQ(Queued(pGroup), (Sequences{1, 2, 3}));
+    EXPECT_EQ(Queued(pSecond), (Sequences{1, 2, 3}));
+    EXPECT_EQ(unit.References(), (std::vector<int32_t>{3, 3, 3}));
+    EXPECT_EQ(pGroup->nQueuedBytes, 120U);
+    EXPECT_NE(pSecond->work.nWord.load(), 0U);
+    KovaRtpSenderAddRtpPackets(delivery.pSender, nullptr, 0);
+    EXPECT_EQ(Queued(pGroup), (Sequences{1, 2, 3}));
+}
+
+TEST_F(PacketQueueTest, EachOfThePacketsThatComeTogetherIsJudgedAlone)
+{
+    FillVideo(100);
+    const Together unit({{20, 0, 1040, kFrameKey, 60},
+                         {21, 0, 1040, kFrameVideo, 60},
+                         {22, 0, 1040, kFrameVideo, 12},
+                         {23, 0, 1040, kFrameKey, 12}});
+    unit.Queue(delivery.pSender);
+    EXPECT_EQ(Queued(pGroup).back(), 20);
+    EXPECT_EQ(unit.References(), (std::vector<int32_t>{2, 1, 1, 1}));
+    EXPECT_EQ(capture.Messages(), kLine);
+    TakeOldest();
+    const Together next({{30, 0, 1080, kFrameVideo, 60},
+                         {31, 0, 1080, kFrameKey},
+                         {32, 0, 1080, kFrameVideo, 2 * kMiB}});
+    next.Queue(delivery.pSender);
+    EXPECT_EQ(Queued(pGroup).back(), 31);
+    EXPECT_EQ(capture.Messages(), (Texts{kLine[0], kLine[0]}));
+}
+
+TEST_F(PacketQueueTest, ShortageCostsOneOfThePacketsThatComeTogether)
+{
+    const Together unit({{1}, {2}, {3}});
+    {
+        const KovaFailingHeap heap(2);
+        unit.Queue(delivery.pSender);
+    }
+    EXPECT_EQ(Queued(pGroup), (Sequences{1, 2}));
+    EXPECT_EQ(unit.References(), (std::vector<int32_t>{2, 2, 1}));
+    EXPECT_EQ(pGroup->nQueuedBytes, 80U);
 }
 
 TEST_F(PacketQueueTest, PacketThatJustFitsAFrameIsSent)

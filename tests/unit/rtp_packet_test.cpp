@@ -31,10 +31,33 @@ TEST(RtpPacket, NewPacketIsZero)
     KovaRtpFreePacket(pPacket);
 }
 
-TEST(RtpPacket, AllocGivesNullWithoutMemory)
+TEST(RtpPacket, GivesNullWithoutMemory)
 {
     const KovaFailingHeap heap;
     EXPECT_EQ(KovaRtpPacketAlloc(), nullptr);
+    EXPECT_EQ(KovaRtpPacketAlloc(100), nullptr);
+}
+
+TEST(RtpPacket, IsMadeWithItsDataInOneBlock)
+{
+    const KovaFailingHeap heap(1);
+    KovaRtpPacket *pPacket = KovaRtpPacketAlloc(1412);
+    ASSERT_NE(pPacket, nullptr);
+    EXPECT_EQ(pPacket->nSize, 1412U);
+    EXPECT_EQ(pPacket->nRefCount, 0);
+    EXPECT_EQ(std::vector<uint8_t>(pPacket->pData, pPacket->pData + 1412),
+              std::vector<uint8_t>(1412, 0));
+    pPacket->pData[1411] = 1;
+    KovaRtpPacketAddRef(pPacket);
+    KovaRtpPacketReleaseRef(pPacket);
+}
+
+TEST(RtpPacket, OtherDataInTheirPlaceAreFreedToo)
+{
+    KovaRtpPacket *pPacket = KovaRtpPacketAlloc(50);
+    ASSERT_NE(pPacket, nullptr);
+    pPacket->pData = static_cast<uint8_t *>(malloc(100));
+    KovaRtpFreePacket(pPacket);
 }
 
 TEST(RtpPacket, ReferencesAreCounted)

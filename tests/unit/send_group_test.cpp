@@ -177,7 +177,7 @@ TEST_F(SendGroupTest, TellsWhenThereIsNoMemoryForAMember)
     {
         const KovaFailingHeap heap;
         EXPECT_FALSE(KovaRtpSendGroupTakeClient(pGroup, pClient));
-        EXPECT_FALSE(KovaRtpSendGroupTakePacket(pGroup, pPacket));
+        EXPECT_EQ(KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1), 0U);
     }
     EXPECT_EQ(Clients(), ClientList{});
     EXPECT_EQ(Packets(), PacketList{});

@@ -345,7 +345,7 @@ TEST_F(TcpChannelTest, ReaderWakesForDataForTheEndAndForACall)
     std::thread waiter([&] { KovaTcpChannelWaitReadable(woken.Channel(), 5000); });
     usleep(10000);
     const auto before = std::chrono::steady_clock::now();
-    KovaTcpChannelWakeReader(woken.Channel());
+    KovaTcpChannelWakeReader(woken.Channel(), kWakeForGood);
     waiter.join();
     KovaTcpChannelWaitReadable(woken.Channel(), 5000); // for good
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
@@ -355,7 +355,7 @@ TEST_F(TcpChannelTest, WakeOfTheReaderLeavesTheSendingSideOpen)
 {
     std::thread reader([this] { KovaTcpChannelWaitReadable(ends.Channel(), 300000); });
     usleep(50000); // it polls by now
-    KovaTcpChannelWakeReader(ends.Channel());
+    KovaTcpChannelWakeReader(ends.Channel(), kWakeForGood);
     reader.join();
     EXPECT_EQ(Send(kFirst, &first), kSendDone);
     EXPECT_EQ(Respond().nError, 0);
@@ -365,13 +365,34 @@ TEST_F(TcpChannelTest, WakeOfTheReaderLeavesTheSendingSideOpen)
 TEST_F(TcpChannelTest, WakeBeforeTheWaitEndsItAtOnce)
 {
     // A stop request may come between the reader's look at its state and its wait.
-    KovaTcpChannelWakeReader(ends.Channel());
+    KovaTcpChannelWakeReader(ends.Channel(), kWakeForGood);
     std::atomic<bool> bReturned{false};
     std::thread reader([&] {
         KovaTcpChannelWaitReadable(ends.Channel(), 300000);
         bReturned = true;
     });
     EXPECT_TRUE(KovaWaitUntil(20000, [&] { return bReturned.load(); }));
+    KovaTcpChannelClose(ends.Channel());
+    reader.join();
+}
+
+TEST_F(TcpChannelTest, WakeFromAWaitEndsThatOneAlone)
+{
+    KovaTcpChannelWakeReader(ends.Channel(), kWakeFromWait); // nobody waits
+    ASSERT_EQ(send(ends.nPlayer, "ab", 2, 0), 2);
+    KovaTcpChannelWaitReadable(ends.Channel(), 20000);
+    uint8_t bytes[4];
+    EXPECT_EQ(KovaTcpChannelReceive(ends.Channel(), bytes, sizeof(bytes)), 2);
+
+    std::atomic<bool> bReturned{false};
+    std::thread reader([&] {
+        KovaTcpChannelWaitReadable(ends.Channel(), -1);
+        bReturned = true;
+    });
+    EXPECT_TRUE(KovaWaitUntil(20000, [&] {
+        KovaTcpChannelWakeReader(ends.Channel(), kWakeFromWait);
+        return bReturned.load();
+    }));
     KovaTcpChannelClose(ends.Channel());
     reader.join();
 }

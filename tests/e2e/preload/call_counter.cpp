@@ -45,15 +45,23 @@ size_t DatagramsOf(const msghdr &message)
     return nSegment != 0 ? (nBytes + nSegment - 1) / nSegment : 1;
 }
 
-/// A frame's header and its packet are parts by themselves, or the frame is one part.
+/// A header is a part by itself, or stands in a part with its packet and those behind it.
 void CountFrames(const iovec *pParts, size_t nParts)
 {
     unsigned long nFrames = 0;
+    size_t nSkip = 0; // bytes of the last frame that are still to come
     for (size_t n = 0; n < nParts; n++) {
-        if (pParts[n].iov_len < 4 || *static_cast<const char *>(pParts[n].iov_base) != '$')
-            continue;
-        nFrames++;
-        n += pParts[n].iov_len == 4 ? 1 : 0;
+        const auto *pBytes = static_cast<const uint8_t *>(pParts[n].iov_base);
+        const size_t nSize = pParts[n].iov_len;
+        size_t nAt = nSkip < nSize ? nSkip : nSize;
+        nSkip -= nAt;
+        while (nAt + 4 <= nSize && pBytes[nAt] == '$') {
+            nFrames++;
+            const size_t nFrame = 4 + (static_cast<size_t>(pBytes[nAt + 2]) << 8 | pBytes[nAt + 3]);
+            const size_t nLeft = nSize - nAt;
+            nSkip = nFrame > nLeft ? nFrame - nLeft : 0;
+            nAt += nFrame - nSkip;
+        }
     }
     g_nTcpCalls += nFrames != 0 ? 1 : 0;
     g_nFrames += nFrames;
