@@ -50,7 +50,7 @@ private:
         for (KovaLiveFuzzPlayer &player : m_players)
             player.Limit(kLiveNoLimit);
         m_server.Run(10 * kMillisecond);
-        for (int nRound = 0; nRound < 8; nRound++)
+        for (int nRound = 0; nRound < 300; nRound++)
             ReadAll();
         for (KovaLiveFuzzPlayer &player : m_players) {
             if (!player.IsOpen())

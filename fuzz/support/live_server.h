@@ -111,12 +111,11 @@ public:
         Loop()->nLoad++;
         m_live.nConnections++;
         KovaMutexLock lock(&Loop()->mutex, kRankLiveLoop);
-        KovaConnectionTake(Loop(), nSocket);
         sockaddr_in peer = {};
         peer.sin_family = AF_INET;
         peer.sin_addr.s_addr = htonl(nAddress);
         peer.sin_port = htons(1234);
-        Loop()->pConnections->peer = peer;
+        KovaConnectionTake(Loop(), nSocket, peer);
         peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         Loop()->pConnections->local = peer;
     }
