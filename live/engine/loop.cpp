@@ -85,37 +85,6 @@ void HandleInbox(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
     }
 }
 
-/// Everything that has happened, then what the host is told of it.
-void Round(KovaLiveLoop *pLoop)
-{
-    KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
-    pLoop->nNow = KovaClockMonotonic();
-    KovaPollerHandle(pLoop->pPoller);
-    HandleInbox(pLoop);
-    EndMarked(pLoop);
-    KovaTimersHandle(&pLoop->timers, pLoop->nNow);
-    KovaNotices *pNotices = pLoop->pNotices;
-    pLoop->pNotices = nullptr;
-    lock.Unlock();
-    if (pNotices != nullptr)
-        KovaNoticesTell(pLoop->pLive, pNotices);
-}
-
-void EndAll(KovaLiveLoop *pLoop)
-{
-    KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
-    pLoop->nNow = KovaClockMonotonic();
-    while (pLoop->pSessions != nullptr)
-        KovaSessionEnd(pLoop->pSessions, KOVA_LIVE_WENT_STREAM);
-    while (pLoop->pConnections != nullptr)
-        KovaConnectionEnd(pLoop->pConnections);
-    KovaNotices *pNotices = pLoop->pNotices;
-    pLoop->pNotices = nullptr;
-    lock.Unlock();
-    if (pNotices != nullptr)
-        KovaNoticesTell(pLoop->pLive, pNotices);
-}
-
 void *Run(void *pArgument)
 {
     auto *pLoop = static_cast<KovaLiveLoop *>(pArgument);
@@ -123,10 +92,9 @@ void *Run(void *pArgument)
     snprintf(szName, sizeof(szName), "kova-live-%u", pLoop->nIndex);
     prctl(PR_SET_NAME, szName);
     while (!pLoop->bStop) {
-        KovaPollerWait(pLoop->pPoller, KovaTimersWait(&pLoop->timers, KovaClockMonotonic()));
-        Round(pLoop);
+        KovaLoopRound(pLoop, KovaTimersWait(&pLoop->timers, KovaClockMonotonic()));
     }
-    EndAll(pLoop);
+    KovaLoopEndAll(pLoop);
     return nullptr;
 }
 
@@ -207,6 +175,37 @@ int32_t KovaLoopCreate(KovaLive *pLive, uint32_t nIndex, KovaLiveLoop **ppLoop)
     }
     *ppLoop = pLoop;
     return KOVA_LIVE_OK;
+}
+
+void KovaLoopRound(KovaLiveLoop *pLoop, int nMilliseconds)
+{
+    KovaPollerWait(pLoop->pPoller, nMilliseconds);
+    KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
+    pLoop->nNow = KovaClockMonotonic();
+    KovaPollerHandle(pLoop->pPoller);
+    HandleInbox(pLoop);
+    EndMarked(pLoop);
+    KovaTimersHandle(&pLoop->timers, pLoop->nNow);
+    KovaNotices *pNotices = pLoop->pNotices;
+    pLoop->pNotices = nullptr;
+    lock.Unlock();
+    if (pNotices != nullptr)
+        KovaNoticesTell(pLoop->pLive, pNotices);
+}
+
+void KovaLoopEndAll(KovaLiveLoop *pLoop)
+{
+    KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
+    pLoop->nNow = KovaClockMonotonic();
+    while (pLoop->pSessions != nullptr)
+        KovaSessionEnd(pLoop->pSessions, KOVA_LIVE_WENT_STREAM);
+    while (pLoop->pConnections != nullptr)
+        KovaConnectionEnd(pLoop->pConnections);
+    KovaNotices *pNotices = pLoop->pNotices;
+    pLoop->pNotices = nullptr;
+    lock.Unlock();
+    if (pNotices != nullptr)
+        KovaNoticesTell(pLoop->pLive, pNotices);
 }
 
 int32_t KovaLoopStart(KovaLiveLoop *pLoop)

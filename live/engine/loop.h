@@ -91,6 +91,12 @@ struct KovaLiveLoop {
 int32_t KovaLoopCreate(KovaLive *pLive, uint32_t nIndex, KovaLiveLoop **ppLoop);
 int32_t KovaLoopStart(KovaLiveLoop *pLoop);
 
+/// What the thread does again and again: waits at most so long (-1: without end), handles
+/// everything that has happened, then tells the host of it. Only without a thread from elsewhere.
+void KovaLoopRound(KovaLiveLoop *pLoop, int nMilliseconds);
+/// And in the end: ends all sessions and connections.
+void KovaLoopEndAll(KovaLiveLoop *pLoop);
+
 /// Asks the thread to end, waits for it, and frees the loop with everything in it.
 void KovaLoopStop(KovaLiveLoop *pLoop);
 void KovaLoopDestroy(KovaLiveLoop *pLoop);

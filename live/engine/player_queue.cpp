@@ -46,7 +46,6 @@ void Advance(KovaLiveSession *pSession)
     // A player that keeps up holds nothing but references.
     free(pQueue->pEntries);
     *pQueue = {};
-    pSession->bSlow = false;
 }
 
 /// Lets an entry go whose packets will not be sent.

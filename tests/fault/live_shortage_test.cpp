@@ -1,3 +1,4 @@
+#include "live/engine/loop.h"
 #include "tests/fault/fault_bench.h"
 #include "tests/live/live_host.h"
 
@@ -12,6 +13,7 @@
 namespace {
 
 constexpr int kUnitWaitMs = 100;
+constexpr int kTries = 50;
 
 /// A host whose own calls into the engine count as the engine's.
 struct Bench {
@@ -86,9 +88,12 @@ TEST_P(LiveVisitFaults, OneFailureOfAVisitCostsThatVisitAtMost)
                 }
                 nHits = faults.Hits();
             }
-            // The one who plays goes on with the next picture at the latest.
-            bench.Arrives(&player, kUnitWaitMs);
-            ASSERT_TRUE(bench.Arrives(&player));
+            // The one who plays has lost a picture at most; what is left of that one is passed
+            // over.
+            int nTries = 0;
+            while (!bench.Arrives(&player, kUnitWaitMs) && nTries < kTries)
+                nTries++;
+            ASSERT_LT(nTries, kTries);
             if (nHits == 0)
                 break;
         }
@@ -215,6 +220,10 @@ TEST(LiveShortage, FailuresHereAndThereLoseNothingForGood)
             EXPECT_GT(faults.Hits(), 10);
             faults.Stop();
             bench.ExpectServes();
+            // Which loop is the least busy is still known.
+            for (uint32_t nLoop = 0; nLoop < 2; nLoop++)
+                EXPECT_TRUE(
+                    KovaWaitUntil([&] { return bench.host->Live()->pLoops[nLoop]->nLoad == 0; }));
         }
         KovaExpectHeld(before);
     }

@@ -55,7 +55,7 @@ public:
         for (std::thread &thread : users)
             thread.join();
         // Players are still at it.
-        EXPECT_LT(m_host.Close(), 1000);
+        EXPECT_LT(m_host.Close(), 5000);
         m_bClosed = true;
         for (std::thread &thread : players)
             thread.join();

@@ -1,3 +1,4 @@
+#include "live/engine/loop.h"
 #include "tests/live/live_host.h"
 #include "tests/support/fake_clock.h"
 
@@ -23,8 +24,10 @@ struct LiveLongTime : testing::Test {
     KovaLiveClient client;
     int64_t nPts = 0;
 
+    /// Between two rounds of the network thread: each has one time.
     void Pass(int64_t nSeconds)
     {
+        const KovaMutexLock lock(&host.Live()->pLoops[0]->mutex, kRankLiveLoop);
         clock.Advance(nSeconds * kSecond);
         clock.AdvanceMonotonic(nSeconds);
         nPts += nSeconds * kSecond;
