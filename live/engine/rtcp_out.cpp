@@ -40,6 +40,19 @@ void WriteHead(uint8_t *pPacket, uint8_t nCount, uint8_t nType, uint32_t nSize, 
     RtspWriteMB(pPacket + 4, nSsrc, 32);
 }
 
+/// Microseconds after which a track's clock has made a whole number of steps.
+uint32_t WholeSteps(uint32_t nClockRate)
+{
+    constexpr uint32_t kSecond = 1000000;
+    uint32_t nDivisor = kSecond;
+    while (nClockRate != 0) {
+        const uint32_t nRest = nDivisor % nClockRate;
+        nDivisor = nClockRate;
+        nClockRate = nRest;
+    }
+    return kSecond / nDivisor;
+}
+
 bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLiveSetup *pSetup)
 {
     const KovaTrackMedia *pMedia = pSession->pStream->pTracks[pSetup->nTrack]->pMedia;
@@ -47,6 +60,12 @@ bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLi
     int64_t nWall = 0;
     if (!KovaStreamClock(pSession->pStream, pSetup->nTrack, pSession->pLoop->nNow, &nPts, &nWall))
         return false;
+    // A moment that both clocks tell exactly, at most 40 ms ago: rounded, the times that
+    // players work out of one report and of the next would be a step apart.
+    uint32_t nRest = 0;
+    KovaDivideDown(nPts, WholeSteps(KovaTrackMediaClockRate(pMedia)), &nRest);
+    nPts -= nRest;
+    nWall -= nRest;
     uint32_t nMicroseconds = 0;
     const int64_t nSeconds = KovaDivideDown(nWall, 1000000, &nMicroseconds);
     const uint64_t nFraction = KovaDivide(uint64_t{nMicroseconds} << 32, 1000000);

@@ -99,6 +99,37 @@ TEST_P(LiveMedia, TwoTracksShareTheirClockAndName)
     EXPECT_EQ(names[0], names[1]) << "players pair tracks by it";
 }
 
+/// Microseconds of a report's NTP time, modulo 2^32 seconds.
+int64_t NtpMicroseconds(const std::string &report)
+{
+    const uint64_t nFraction = KovaNumberAt(report, 12);
+    return int64_t{KovaNumberAt(report, 8)} * 1000000 +
+           static_cast<int64_t>((nFraction * 1000000 + (uint64_t{1} << 31)) >> 32);
+}
+
+/// Rounded, they would be a step of the clock off it, and so would what players work out.
+TEST_P(LiveMedia, ReportsOfATrackLieOnOneLine)
+{
+    ASSERT_TRUE(client.Connect(host.Port()));
+    ASSERT_EQ(Setup(&client).nStatus, 200);
+    ASSERT_EQ(client.Play("cam").nStatus, 200);
+    std::string reports[2];
+    int64_t nPts = 123457;
+    Push(KovaLiveKey(), nPts);
+    ASSERT_TRUE(client.NextRtcp(1, &reports[0]));
+    // The next one comes after a second.
+    for (int nUnit = 0; nUnit < 40; nUnit++) {
+        std::this_thread::sleep_for(std::chrono::microseconds(33333));
+        nPts += 33333;
+        Push(KovaLiveKey(), nPts);
+    }
+    ASSERT_TRUE(client.NextRtcp(1, &reports[1]));
+    const int64_t nTicks =
+        static_cast<int32_t>(KovaNumberAt(reports[1], 16) - KovaNumberAt(reports[0], 16));
+    EXPECT_GT(nTicks, 0);
+    EXPECT_EQ(nTicks * 100, (NtpMicroseconds(reports[1]) - NtpMicroseconds(reports[0])) * 9);
+}
+
 TEST_P(LiveMedia, ReportComesBeforeTheFirstPacketAndIsExact)
 {
     ASSERT_TRUE(client.Connect(host.Port()));
