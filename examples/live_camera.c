@@ -63,7 +63,7 @@ int main(int argc, char **argv)
     KovaLiveStream *stream;
     KovaLiveTrack *video;
     KovaLiveConfigInit(&config, sizeof(config));
-    config.port = (uint16_t)(argc > 1 ? atoi(argv[1]) : 8554);
+    config.port = (uint16_t)(argc > 1 ? strtol(argv[1], NULL, 10) : 8554);
     config.on_event = on_event;
     check("open", KovaLiveOpen(&config, &live));
     check("stream", KovaLiveAddStream(live, "camera", NULL, &stream));

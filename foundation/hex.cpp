@@ -15,9 +15,9 @@ bool KovaHexNumber(std::string_view text, uint32_t *pNumber)
     if (text.empty() || text.size() > 8)
         return false;
     *pNumber = 0;
-    for (const char nCharacter : text) {
-        const auto nDigit = static_cast<uint8_t>(nCharacter - '0');
-        const auto nLetter = static_cast<uint8_t>((nCharacter | 0x20) - 'a');
+    for (const char *pNext = text.data(); pNext != text.data() + text.size(); pNext++) {
+        const auto nDigit = static_cast<uint8_t>(*pNext - '0');
+        const auto nLetter = static_cast<uint8_t>((*pNext | 0x20) - 'a');
         if (nDigit > 9 && nLetter > 5)
             return false;
         *pNumber = *pNumber << 4 | (nDigit <= 9 ? nDigit : nLetter + 10U);

@@ -42,8 +42,8 @@ void AddBlock(uint32_t *pState, const uint8_t *pBlock)
     for (unsigned nStep = 0; nStep < 64; nStep++) {
         const unsigned nRound = nStep / 16;
         uint32_t nWord = 0;
-        RtspReadLB(pBlock + (kWordFactor[nRound] * nStep + kWordFirst[nRound]) % 16 * 4, &nWord,
-                   32);
+        RtspReadLB(pBlock + size_t{4} * ((kWordFactor[nRound] * nStep + kWordFirst[nRound]) % 16),
+                   &nWord, 32);
         const uint32_t nSum = a + Mix(nRound, b, c, d) + kStepConstants[nStep] + nWord;
         const unsigned nTurn = kTurns[nRound][nStep % 4];
         a = d;

@@ -38,7 +38,7 @@ void AddBlock(uint32_t *pState, const uint8_t *pBlock)
     uint32_t words[16];
     uint32_t s[8];
     for (unsigned nIndex = 0; nIndex < 16; nIndex++)
-        RtspReadMB(pBlock + 4 * nIndex, &words[nIndex], 32);
+        RtspReadMB(pBlock + size_t{4} * nIndex, &words[nIndex], 32);
     memcpy(s, pState, sizeof(s));
     for (unsigned nRound = 0; nRound < 64; nRound++) {
         if (nRound >= 16)

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstdio>
+#include <charconv>
+#include <string_view>
+#include <system_error>
 
 namespace kovastream {
 
@@ -73,18 +75,27 @@ std::string CheckUser(const std::string &text)
     return "'" + Printable(text) + "' is no user name: it has 1 to 47 bytes, without : and \"";
 }
 
+/// Digits and nothing else, up to 65535.
+bool ReadPort(std::string_view text, uint16_t *port)
+{
+    const char *last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, *port);
+    return error == std::errc() && end == last;
+}
+
 /// Reads "A-B", where a pair of an even port and the next one fits.
 std::optional<PortRange> RangeOf(const std::string &text)
 {
-    unsigned first = 0;
-    unsigned last = 0;
-    int end = 0;
-    if (sscanf(text.c_str(), "%5u-%5u%n", &first, &last, &end) != 2 ||
-        static_cast<size_t>(end) != text.size())
+    uint16_t first = 0;
+    uint16_t last = 0;
+    const std::string_view range = text;
+    const size_t dash = range.find('-');
+    if (dash == std::string_view::npos || !ReadPort(range.substr(0, dash), &first) ||
+        !ReadPort(range.substr(dash + 1), &last))
         return std::nullopt;
-    if (first < 1 || last > 65535 || (first + 1) / 2 * 2 + 1 > last)
+    if (first < 1 || (first + 1) / 2 * 2 + 1 > last)
         return std::nullopt;
-    return PortRange{static_cast<uint16_t>(first), static_cast<uint16_t>(last)};
+    return PortRange{first, last};
 }
 
 std::string CheckRange(const std::string &text)

@@ -143,9 +143,9 @@ std::unique_ptr<Publisher> Open(const Options &options, Console *console)
 
 } // namespace
 
-const Door kLiveDoor = {{},
-                        std::chrono::milliseconds(200),
-                        "stopping: players are let go (Ctrl-C again ends at once)",
-                        Open};
+constexpr Door kLiveDoor = {{},
+                            std::chrono::milliseconds(200),
+                            "stopping: players are let go (Ctrl-C again ends at once)",
+                            Open};
 
 } // namespace kovastream

@@ -198,8 +198,8 @@ KovaLiveConnection *Make(KovaLiveLoop *pLoop, int nSocket)
 void NoteOwnAddress(KovaLiveConnection *pConnection)
 {
     socklen_t nLength = sizeof(pConnection->local);
-    getsockname(pConnection->item.nDescriptor, reinterpret_cast<sockaddr *>(&pConnection->local),
-                &nLength);
+    (void)getsockname(pConnection->item.nDescriptor,
+                      reinterpret_cast<sockaddr *>(&pConnection->local), &nLength);
 }
 
 } // namespace

@@ -61,7 +61,7 @@ int32_t Listen(KovaLive *pLive)
     if (listen(pLive->nListener, kBacklog) != 0)
         return KOVA_LIVE_ERROR_PORT;
     socklen_t nLength = sizeof(address);
-    getsockname(pLive->nListener, reinterpret_cast<sockaddr *>(&address), &nLength);
+    (void)getsockname(pLive->nListener, reinterpret_cast<sockaddr *>(&address), &nLength);
     pLive->nPort = ntohs(address.sin_port);
     return KOVA_LIVE_OK;
 }

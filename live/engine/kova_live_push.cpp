@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kMostUnitBytes = 16 * 1024 * 1024;
+constexpr size_t kMostUnitBytes = size_t{16} * 1024 * 1024;
 
 /// How far media time and the wall clock may drift apart before they are tied anew: less
 /// than players notice, more than encoders jitter.

@@ -10,7 +10,7 @@ bool Append(KovaPictureGroup *pGroup, KovaUnit *pUnit)
 {
     if (pGroup->nUnits == pGroup->nRoom) {
         const uint32_t nRoom = pGroup->nRoom != 0 ? pGroup->nRoom * 2 : kFirstRoom;
-        void *pRoom = realloc(pGroup->ppUnits, nRoom * sizeof(KovaUnit *));
+        void *pRoom = realloc(pGroup->ppUnits, nRoom * sizeof(void *));
         if (pRoom == nullptr)
             return false;
         pGroup->ppUnits = static_cast<KovaUnit **>(pRoom);
@@ -51,7 +51,7 @@ void KovaPictureGroupCopy(const KovaPictureGroup *pGroup, KovaUnit ***pppUnits, 
     *pnUnits = 0;
     if (pGroup->nUnits == 0)
         return;
-    auto **ppUnits = static_cast<KovaUnit **>(KovaHeapAlloc(pGroup->nUnits * sizeof(KovaUnit *)));
+    auto **ppUnits = static_cast<KovaUnit **>(KovaHeapAlloc(pGroup->nUnits * sizeof(void *)));
     if (ppUnits == nullptr)
         return;
     for (uint32_t nUnit = 0; nUnit < pGroup->nUnits; nUnit++) {

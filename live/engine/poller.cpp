@@ -45,7 +45,7 @@ bool Grow(KovaPoller *pPoller)
     if (pEntries == nullptr)
         return false;
     pPoller->pEntries = static_cast<pollfd *>(pEntries);
-    void *pItems = realloc(pPoller->ppItems, nRoom * sizeof(KovaPollItem *));
+    void *pItems = realloc(pPoller->ppItems, nRoom * sizeof(void *));
     if (pItems == nullptr)
         return false;
     pPoller->ppItems = static_cast<KovaPollItem **>(pItems);

@@ -16,13 +16,10 @@ constexpr size_t kBaseSize = 1100;
 bool TakesSdp(const KovaRequest &request)
 {
     const std::string_view accept = KovaRequestHeaderOf(request, "Accept");
-    if (accept.empty())
-        return true;
-    for (const std::string_view type : {"application/sdp", "application/*", "*/*"}) {
-        if (accept.find(type) != std::string_view::npos)
-            return true;
-    }
-    return false;
+    const auto bNamed = [accept](std::string_view type) {
+        return accept.find(type) != std::string_view::npos;
+    };
+    return accept.empty() || bNamed("application/sdp") || bNamed("application/*") || bNamed("*/*");
 }
 
 void AnswerDescription(KovaLiveConnection *pConnection, const KovaRequest &request,

@@ -135,13 +135,10 @@ bool FindTrack(KovaExchange *pExchange, uint32_t *pnTrack)
 }
 
 void AnswerSetup(KovaExchange *pExchange, const KovaLiveSession *pSession,
-                 KovaTransportAnswer *pAnswer)
+                 const KovaTransportAnswer &answer)
 {
-    char szSource[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pExchange->pConnection->local.sin_addr, szSource, sizeof(szSource));
-    pAnswer->szSource = szSource;
     char szTransport[kTransportSize];
-    if (!KovaTransportHeaderWrite(*pAnswer, szTransport, sizeof(szTransport)))
+    if (!KovaTransportHeaderWrite(answer, szTransport, sizeof(szTransport)))
         return KovaExchangeStatus(pExchange, 500);
     KovaExchangeBegin(pExchange, 200);
     KovaAnswerHeader(&pExchange->answer, "Transport", "%s", szTransport);
@@ -180,5 +177,8 @@ void KovaRequestSetup(KovaExchange *pExchange)
         return KovaExchangeStatus(pExchange, 503);
     }
     answer.nSsrc = KovaTrackMediaSsrc(pExchange->pStream->pTracks[nTrack]->pMedia);
-    AnswerSetup(pExchange, pSession, &answer);
+    char szSource[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &pExchange->pConnection->local.sin_addr, szSource, sizeof(szSource));
+    answer.szSource = szSource;
+    AnswerSetup(pExchange, pSession, answer);
 }

@@ -114,6 +114,8 @@ void KovaStreamJoin(KovaLiveStream *pStream, uint32_t nLoop, uint64_t nNow, Kova
         return;
     *pnSerial = (*pppKept)[nOut]->nSerial - 1;
     for (uint32_t nUnit = nOut; nUnit < *pnKept; nUnit++)
+        // The session of the caller holds the stream: no reference given back here is the last.
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
         PostOnce(pStream, nLoop, (*pppKept)[nUnit]);
     *pnKept = nOut;
 }

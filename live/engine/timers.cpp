@@ -42,7 +42,7 @@ bool KovaTimersJoin(KovaTimers *pTimers)
 {
     if (pTimers->nOwners + 1 >= pTimers->nRoom) {
         const uint32_t nRoom = pTimers->nRoom != 0 ? pTimers->nRoom * 2 : kFirstRoom;
-        void *pHeap = realloc(pTimers->ppHeap, nRoom * sizeof(KovaTimer *));
+        void *pHeap = realloc(pTimers->ppHeap, nRoom * sizeof(void *));
         if (pHeap == nullptr)
             return false;
         pTimers->ppHeap = static_cast<KovaTimer **>(pHeap);

@@ -76,7 +76,7 @@ uint16_t PortOf(int nSocket)
 {
     sockaddr_in address = {};
     socklen_t nLength = sizeof(address);
-    getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nLength);
+    (void)getsockname(nSocket, reinterpret_cast<sockaddr *>(&address), &nLength);
     return ntohs(address.sin_port);
 }
 

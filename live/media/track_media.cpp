@@ -9,7 +9,7 @@
 namespace {
 
 constexpr uint32_t kH264ClockRate = 90000;
-constexpr size_t kMaxUnit = 16 * 1024 * 1024;
+constexpr size_t kMaxUnit = size_t{16} * 1024 * 1024;
 constexpr uint32_t kMinPacket = 64; ///< room for every header
 constexpr uint32_t kMaxPacket = 65535;
 

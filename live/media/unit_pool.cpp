@@ -19,7 +19,7 @@ namespace {
 
 /// A track has few units under way; more are free only after a slow player went.
 constexpr uint32_t kMaxFree = 8;
-constexpr size_t kMaxFreeBytes = 1024 * 1024;
+constexpr size_t kMaxFreeBytes = size_t{1024} * 1024;
 
 /// A unit in a block that is much too large would hold memory that no bound on the
 /// bytes of waiting units knows of.
@@ -80,6 +80,14 @@ void FreeAll(KovaUnit *pUnit)
         free(pUnit);
         pUnit = pNext;
     }
+}
+
+/// An empty record at the head of a block.
+KovaUnit *MakeUnit(void *pBlock)
+{
+    // A block is never smaller than the record: RoundUp() only adds.
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.PlacementNew)
+    return new (pBlock) KovaUnit();
 }
 
 void FreePool(KovaUnitPool *pPool)
@@ -174,7 +182,7 @@ KovaUnit *KovaUnitPoolTake(KovaUnitPool *pPool, uint32_t nPackets, uint32_t nByt
             return nullptr;
         }
     }
-    KovaUnit *pUnit = new (pBlock) KovaUnit();
+    KovaUnit *pUnit = MakeUnit(pBlock);
     KovaUnitPacket *pPackets = reinterpret_cast<KovaUnitPacket *>(pUnit + 1);
     pUnit->nReferences.store(1, std::memory_order_relaxed);
     pUnit->pPool = pPool;

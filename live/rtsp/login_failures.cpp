@@ -66,6 +66,6 @@ uint32_t KovaLoginFailuresNote(KovaLoginFailures *pFailures, uint32_t nAddress, 
         pSlot->nFailures++;
     const uint32_t nWait = kWaits[pSlot->nFailures - 1];
     pSlot->nLast = nNow;
-    pSlot->nUntil = nNow + nWait * 1000U;
+    pSlot->nUntil = nNow + uint64_t{nWait} * 1000;
     return nWait;
 }

@@ -84,6 +84,8 @@ TEST(OptionsTest, WhatTheLiveServerCannotDoIsRefused)
         {"--udp-ports", "50000"},
         {"--udp-ports", "50000-50001x"},
         {"--udp-ports", "0-50"},
+        {"--udp-ports", "5000-+6001"},
+        {"--udp-ports", "4294967295-50"},
         {"--user", "anna"},
         {"--password-file", "f"},
         {"--user", "a:b", "--password-file", "f"},
