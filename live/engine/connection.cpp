@@ -139,6 +139,12 @@ void EndPlayersAsSlow(KovaLiveConnection *pConnection)
     }
 }
 
+void Tell(const KovaLiveConnection *pConnection, int32_t nLevel, const char *szSays)
+{
+    KovaNoticePeer(pConnection->pLoop, nLevel, pConnection->peer.sin_addr.s_addr,
+                   ntohs(pConnection->peer.sin_port), szSays);
+}
+
 void HandleTime(KovaTimer *pTimer, uint64_t nNow)
 {
     auto *pConnection = reinterpret_cast<KovaLiveConnection *>(reinterpret_cast<char *>(pTimer) -
@@ -149,16 +155,13 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         return;
     }
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
     if (pConnection->hold != kHoldNone) {
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
                !KovaConnectionTook(pConnection)) {
-        KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
-                      szPeer, ntohs(pConnection->peer.sin_port));
+        Tell(pConnection, KOVA_LIVE_LOG_WARNING, " takes nothing any more");
         EndPlayersAsSlow(pConnection);
         KovaConnectionFail(pConnection);
     } else if (pConnection->nBegunRequest != 0 &&
@@ -167,8 +170,7 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         pConnection->bClosing = true;
     } else if (pConnection->pSessions == nullptr &&
                nNow >= pConnection->nActive + settings.nIdleTime) {
-        KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_INFO, "%s:%u asks for nothing", szPeer,
-                      ntohs(pConnection->peer.sin_port));
+        Tell(pConnection, KOVA_LIVE_LOG_INFO, " asks for nothing");
         KovaConnectionFail(pConnection);
     }
     if (pConnection->bEnded)

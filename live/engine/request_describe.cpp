@@ -2,6 +2,7 @@
 
 #include "foundation/heap.h"
 #include "foundation/text.h"
+#include "live/rtsp/words.h"
 
 #include <arpa/inet.h>
 
@@ -18,8 +19,9 @@ bool TakesSdp(const KovaRequest &request)
     const std::string_view accept = KovaRequestHeaderOf(request, "Accept");
     if (accept.empty())
         return true;
-    for (const std::string_view type : {"application/sdp", "application/*", "*/*"}) {
-        if (accept.find(type) != std::string_view::npos)
+    static constexpr char kTypes[][16] = {"application/sdp", "application/*", "*/*"};
+    for (const char *szType : kTypes) {
+        if (KovaFindText(accept, szType) != accept.size())
             return true;
     }
     return false;
@@ -34,10 +36,8 @@ void AnswerDescription(KovaLiveConnection *pConnection, const KovaRequest &reque
     char szAddress[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &pConnection->local.sin_addr, szAddress, sizeof(szAddress));
     size_t nBody = 0;
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
-    exchange.answer = {szAnswer, kAnswerSize, 0, true};
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, szAnswer);
     if (!KovaStreamDescribe(pStream, szAddress, szBody, kDescriptionSize, &nBody))
         return KovaExchangeStatus(&exchange, 503);
     KovaExchangeBegin(&exchange, 200);
@@ -79,10 +79,8 @@ KovaRequest HeldRequest(const KovaLiveConnection *pConnection)
 void AnswerNotReady(KovaLiveConnection *pConnection, const KovaRequest &request)
 {
     char text[kAnswerSize];
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
-    exchange.answer = {text, sizeof(text), 0, true};
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, text);
     KovaExchangeBegin(&exchange, pConnection->pHeldStream->bGone ? 404 : 503);
     if (!pConnection->pHeldStream->bGone)
         KovaAnswerHeader(&exchange.answer, "Retry-After", "5");
