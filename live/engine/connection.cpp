@@ -31,9 +31,20 @@ constexpr int kKeepAliveIdleSeconds = 30;
 constexpr int kKeepAliveIntervalSeconds = 10;
 constexpr int kKeepAliveProbes = 3;
 
-void SetOption(int nSocket, int nLevel, int nName, int nValue)
+void SetOptions(int nSocket)
 {
-    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
+    struct Option {
+        int nLevel;
+        int nName;
+        int nValue;
+    };
+    static constexpr Option kOptions[] = {{IPPROTO_TCP, TCP_NODELAY, 1},
+                                          {SOL_SOCKET, SO_KEEPALIVE, 1},
+                                          {IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds},
+                                          {IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds},
+                                          {IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes}};
+    for (const Option &option : kOptions)
+        setsockopt(nSocket, option.nLevel, option.nName, &option.nValue, sizeof(option.nValue));
 }
 
 /// What still comes after the last answer is thrown away, up to the peer's end: a socket
@@ -219,11 +230,7 @@ void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &pee
     KovaLiveConnection *pConnection = Make(pLoop, nSocket);
     if (pConnection == nullptr)
         return KovaConnectionForget(pLoop, nSocket, peer);
-    SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
-    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    SetOptions(nSocket);
     pConnection->pLoop = pLoop;
     pConnection->peer = peer;
     NoteOwnAddress(pConnection);

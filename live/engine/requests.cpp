@@ -65,22 +65,26 @@ bool RefuseRequired(KovaExchange *pExchange)
     return true;
 }
 
+/// Ends an answer that names the session only if the request did.
+void SendWithSession(KovaExchange *pExchange)
+{
+    if (pExchange->pSession != nullptr)
+        KovaExchangeSession(pExchange, pExchange->pSession);
+    KovaExchangeSend(pExchange);
+}
+
 void Options(KovaExchange *pExchange)
 {
     KovaExchangeBegin(pExchange, 200);
     KovaAnswerHeader(&pExchange->answer, "Public", "%s", kLivePublic);
-    if (pExchange->pSession != nullptr)
-        KovaExchangeSession(pExchange, pExchange->pSession);
-    KovaExchangeSend(pExchange);
+    SendWithSession(pExchange);
 }
 
 /// Parameters: there are none to ask for or to set; an empty request keeps the session.
 void Parameter(KovaExchange *pExchange)
 {
     KovaExchangeBegin(pExchange, pExchange->pRequest->body.empty() ? 200 : 451);
-    if (pExchange->pSession != nullptr)
-        KovaExchangeSession(pExchange, pExchange->pSession);
-    KovaExchangeSend(pExchange);
+    SendWithSession(pExchange);
 }
 
 void NotAllowed(KovaExchange *pExchange, uint16_t nStatus)
