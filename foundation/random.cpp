@@ -56,35 +56,31 @@ size_t FillFromDevice(uint8_t *pBytes, size_t nSize)
     return nFilled;
 }
 
-/// One step of SplitMix64: every bit of the state reaches every bit of the result.
-uint64_t Mix(uint64_t *pState)
+/// Spreads every bit of a word over the word.
+uint32_t Mix(uint32_t nValue)
 {
-    uint64_t nValue = (*pState += 0x9E3779B97F4A7C15U);
-    nValue = (nValue ^ nValue >> 30) * 0xBF58476D1CE4E5B9U;
-    nValue = (nValue ^ nValue >> 27) * 0x94D049BB133111EBU;
-    return nValue ^ nValue >> 31;
+    nValue = (nValue ^ nValue >> 16) * 0x7FEB352DU;
+    nValue = (nValue ^ nValue >> 15) * 0x846CA68BU;
+    return nValue ^ nValue >> 16;
 }
 
-uint64_t Nanoseconds(clockid_t nClock)
+uint32_t Nanoseconds(clockid_t nClock)
 {
     struct timespec now = {};
     clock_gettime(nClock, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
+    return Mix(static_cast<uint32_t>(now.tv_sec)) ^ static_cast<uint32_t>(now.tv_nsec);
 }
 
 void FillFromClocks(uint8_t *pBytes, size_t nSize)
 {
     static std::atomic<uint32_t> s_nCount{0};
-    uint64_t nState = Nanoseconds(CLOCK_REALTIME) ^ Nanoseconds(CLOCK_MONOTONIC) << 24;
-    nState ^= static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pBytes)) << 17;
-    nState ^= static_cast<uint64_t>(getpid()) << 40;
-    nState += static_cast<uint64_t>(s_nCount.fetch_add(1)) << 32;
-    uint64_t nValue = 0;
-    for (size_t nIndex = 0; nIndex < nSize; nIndex++) {
-        if (nIndex % 8 == 0)
-            nValue = Mix(&nState);
-        pBytes[nIndex] = static_cast<uint8_t>(nValue >> nIndex % 8 * 8);
-    }
+    uint32_t nState = Mix(Nanoseconds(CLOCK_REALTIME));
+    nState = Mix(nState ^ Nanoseconds(CLOCK_MONOTONIC));
+    nState = Mix(nState ^ static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pBytes)));
+    nState = Mix(nState ^ static_cast<uint32_t>(getpid()));
+    nState ^= Mix(s_nCount.fetch_add(1, std::memory_order_relaxed));
+    for (size_t nIndex = 0; nIndex < nSize; nIndex++)
+        pBytes[nIndex] = static_cast<uint8_t>(Mix(nState += 0x9E3779B9U));
 }
 
 } // namespace

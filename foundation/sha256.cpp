@@ -69,7 +69,8 @@ const KovaHashAlgorithm kHashSha256 = {{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa5
 void KovaHmacSha256(const uint8_t *pKey, size_t nKeySize, const void *pBytes, size_t nSize,
                     uint8_t *pResult)
 {
-    for (const uint8_t nPad : {0x36, 0x5C}) {
+    static constexpr uint8_t kPads[] = {0x36, 0x5C};
+    for (const uint8_t nPad : kPads) {
         KovaHash hash;
         KovaHashBegin(&hash, kHashSha256);
         for (size_t nIndex = 0; nIndex < kHashBlockSize; nIndex++) {

@@ -4,9 +4,9 @@
 #include "live/engine/notices.h"
 #include "live/engine/peer_counts.h"
 #include "live/engine/rtcp_in.h"
+#include "rtp/tcp_options.h"
 
 #include <arpa/inet.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -26,15 +26,6 @@ constexpr size_t kKeptRoom = 2048;
 
 /// Nothing more is read from a peer that takes no answers.
 constexpr size_t kMostUnanswered = 16384;
-
-constexpr int kKeepAliveIdleSeconds = 30;
-constexpr int kKeepAliveIntervalSeconds = 10;
-constexpr int kKeepAliveProbes = 3;
-
-void SetOption(int nSocket, int nLevel, int nName, int nValue)
-{
-    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
-}
 
 /// What still comes after the last answer is thrown away, up to the peer's end: a socket
 /// that is closed with unread bytes takes the answer away from the peer.
@@ -139,6 +130,12 @@ void EndPlayersAsSlow(KovaLiveConnection *pConnection)
     }
 }
 
+void Tell(const KovaLiveConnection *pConnection, int32_t nLevel, const char *szSays)
+{
+    KovaNoticePeer(pConnection->pLoop, nLevel, pConnection->peer.sin_addr.s_addr,
+                   ntohs(pConnection->peer.sin_port), szSays);
+}
+
 void HandleTime(KovaTimer *pTimer, uint64_t nNow)
 {
     auto *pConnection = reinterpret_cast<KovaLiveConnection *>(reinterpret_cast<char *>(pTimer) -
@@ -149,16 +146,13 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         return;
     }
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
     if (pConnection->hold != kHoldNone) {
         if (nNow >= pConnection->nHoldUntil)
             KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
                !KovaConnectionTook(pConnection)) {
-        KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u takes nothing any more",
-                      szPeer, ntohs(pConnection->peer.sin_port));
+        Tell(pConnection, KOVA_LIVE_LOG_WARNING, " takes nothing any more");
         EndPlayersAsSlow(pConnection);
         KovaConnectionFail(pConnection);
     } else if (pConnection->nBegunRequest != 0 &&
@@ -167,8 +161,7 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         pConnection->bClosing = true;
     } else if (pConnection->pSessions == nullptr &&
                nNow >= pConnection->nActive + settings.nIdleTime) {
-        KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_INFO, "%s:%u asks for nothing", szPeer,
-                      ntohs(pConnection->peer.sin_port));
+        Tell(pConnection, KOVA_LIVE_LOG_INFO, " asks for nothing");
         KovaConnectionFail(pConnection);
     }
     if (pConnection->bEnded)
@@ -217,11 +210,7 @@ void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &pee
     KovaLiveConnection *pConnection = Make(pLoop, nSocket);
     if (pConnection == nullptr)
         return KovaConnectionForget(pLoop, nSocket, peer);
-    SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
-    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    KovaTcpPrepare(nSocket);
     pConnection->pLoop = pLoop;
     pConnection->peer = peer;
     NoteOwnAddress(pConnection);

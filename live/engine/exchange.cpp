@@ -1,6 +1,7 @@
 #include "foundation/divide.h"
 #include "live/engine/notices.h"
 #include "live/engine/requests.h"
+#include "live/rtsp/words.h"
 
 #include "foundation/heap.h"
 
@@ -19,15 +20,12 @@ constexpr size_t kChallengeSize = 768;
 /// "user@host:port" without the user, from a URL; empty when it has no host.
 std::string_view AuthorityOf(std::string_view url)
 {
-    const size_t nScheme = url.find("://");
-    if (nScheme == std::string_view::npos)
+    const size_t nScheme = KovaFindText(url, "://");
+    if (nScheme == url.size())
         return {};
     url.remove_prefix(nScheme + 3);
-    const size_t nEnd = url.find_first_of("/?#");
-    if (nEnd != std::string_view::npos)
-        url.remove_suffix(url.size() - nEnd);
-    const size_t nUser = url.rfind('@');
-    if (nUser != std::string_view::npos)
+    url = KovaPart(url, 0, KovaFind(url, "/?#"));
+    for (size_t nUser; (nUser = KovaFind(url, "@")) < url.size();)
         url.remove_prefix(nUser + 1);
     return url;
 }
@@ -46,6 +44,15 @@ void HoldAnswer(KovaExchange *pExchange, uint32_t nDelayMs)
 }
 
 } // namespace
+
+void KovaExchangeInit(KovaExchange *pExchange, KovaLiveConnection *pConnection,
+                      const KovaRequest &request, char *szAnswer)
+{
+    *pExchange = {};
+    pExchange->pConnection = pConnection;
+    pExchange->pRequest = &request;
+    pExchange->answer = {szAnswer, kAnswerSize, 0, true};
+}
 
 void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus)
 {

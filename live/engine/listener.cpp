@@ -49,10 +49,8 @@ void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
     KovaMutexAssertHeld(&pLoop->mutex);
     pLoop->figures.nRefused++;
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &peer.sin_addr, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u: too many connections", szPeer,
-                  ntohs(peer.sin_port));
+    KovaNoticePeer(pLoop, KOVA_LIVE_LOG_WARNING, peer.sin_addr.s_addr, ntohs(peer.sin_port),
+                   ": too many connections");
     const ssize_t nSent = send(nSocket, kBusy, sizeof(kBusy) - 1, MSG_DONTWAIT | MSG_NOSIGNAL);
     (void)nSent;
     shutdown(nSocket, SHUT_WR);

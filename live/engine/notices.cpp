@@ -65,9 +65,7 @@ void TellEvent(const KovaLive *pLive, const Notice &notice)
 {
     char szAddress[INET_ADDRSTRLEN] = "";
     if (notice.nPeer != 0) {
-        in_addr address = {};
-        address.s_addr = notice.nPeer;
-        inet_ntop(AF_INET, &address, szAddress, sizeof(szAddress));
+        inet_ntop(AF_INET, &notice.nPeer, szAddress, sizeof(szAddress));
     }
     KovaLiveEvent event = {};
     event.size = sizeof(event);
@@ -157,6 +155,14 @@ void KovaNoticeLog(KovaLiveLoop *pLoop, int32_t nLevel, const char *szFormat, ..
     pNotice->nLevel = nLevel;
     // What players send must not write lines of its own.
     KovaTextPrintable(reinterpret_cast<char *>(pNotice + 1), sizeof(szLine), szLine);
+}
+
+void KovaNoticePeer(KovaLiveLoop *pLoop, int32_t nLevel, uint32_t nAddress, uint16_t nPort,
+                    const char *szSays, const char *szWhat)
+{
+    char szAddress[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &nAddress, szAddress, sizeof(szAddress));
+    KovaNoticeLog(pLoop, nLevel, "%s:%u%s%s", szAddress, nPort, szSays, szWhat);
 }
 
 void KovaNoticesTell(KovaLive *pLive, KovaNotices *pNotices)

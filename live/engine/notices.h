@@ -24,6 +24,10 @@ void KovaNoticeStream(KovaLiveLoop *pLoop, uint32_t nType, KovaLiveStream *pStre
 void KovaNoticeLog(KovaLiveLoop *pLoop, int32_t nLevel, const char *szFormat, ...)
     __attribute__((format(printf, 3, 4)));
 
+/// A log line "<address>:<port><szSays><szWhat>" about a peer (address in network order).
+void KovaNoticePeer(KovaLiveLoop *pLoop, int32_t nLevel, uint32_t nAddress, uint16_t nPort,
+                    const char *szSays, const char *szWhat = "");
+
 /// Calls the host with everything that is kept; without the mutex. pNotices was
 /// taken out of the loop. Frees it.
 void KovaNoticesTell(KovaLive *pLive, KovaNotices *pNotices);

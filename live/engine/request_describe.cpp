@@ -2,6 +2,7 @@
 
 #include "foundation/heap.h"
 #include "foundation/text.h"
+#include "live/rtsp/words.h"
 
 #include <arpa/inet.h>
 
@@ -16,8 +17,8 @@ constexpr size_t kBaseSize = 1100;
 bool TakesSdp(const KovaRequest &request)
 {
     const std::string_view accept = KovaRequestHeaderOf(request, "Accept");
-    const auto bNamed = [accept](std::string_view type) {
-        return accept.find(type) != std::string_view::npos;
+    const auto bNamed = [accept](const char *szType) {
+        return KovaFindText(accept, szType) != accept.size();
     };
     return accept.empty() || bNamed("application/sdp") || bNamed("application/*") || bNamed("*/*");
 }
@@ -31,10 +32,8 @@ void AnswerDescription(KovaLiveConnection *pConnection, const KovaRequest &reque
     char szAddress[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &pConnection->local.sin_addr, szAddress, sizeof(szAddress));
     size_t nBody = 0;
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
-    exchange.answer = {szAnswer, kAnswerSize, 0, true};
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, szAnswer);
     if (!KovaStreamDescribe(pStream, szAddress, szBody, kDescriptionSize, &nBody))
         return KovaExchangeStatus(&exchange, 503);
     KovaExchangeBegin(&exchange, 200);
@@ -76,10 +75,8 @@ KovaRequest HeldRequest(const KovaLiveConnection *pConnection)
 void AnswerNotReady(KovaLiveConnection *pConnection, const KovaRequest &request)
 {
     char text[kAnswerSize];
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
-    exchange.answer = {text, sizeof(text), 0, true};
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, text);
     KovaExchangeBegin(&exchange, pConnection->pHeldStream->bGone ? 404 : 503);
     if (!pConnection->pHeldStream->bGone)
         KovaAnswerHeader(&exchange.answer, "Retry-After", "5");

@@ -4,6 +4,7 @@
 #include "live/engine/media_out.h"
 #include "live/engine/player_queue.h"
 #include "live/engine/rtcp_out.h"
+#include "live/rtsp/words.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr size_t kBaseSize = 1100;
 bool RangeIsServed(const KovaRequest &request)
 {
     const std::string_view range = KovaRequestHeaderOf(request, "Range");
-    return range.empty() || range.find("npt") == 0;
+    return range.empty() || KovaFindText(range, "npt") == 0;
 }
 
 /// The oldest waiting unit of a track; null when none is there yet.

@@ -2,6 +2,7 @@
 
 #include "foundation/owner.h"
 #include "live/engine/notices.h"
+#include "live/rtsp/words.h"
 
 #include <arpa/inet.h>
 
@@ -22,8 +23,7 @@ bool IsSafeFromLogin(KovaMethod method)
 /// The value of a Session header, without its parameters.
 std::string_view SessionId(std::string_view value)
 {
-    const size_t nEnd = value.find_first_of("; \t");
-    return {value.data(), nEnd < value.size() ? nEnd : value.size()};
+    return {value.data(), KovaFind(value, "; \t")};
 }
 
 /// Notes the request's session. False when it is answered: there is none of that id for
@@ -65,22 +65,26 @@ bool RefuseRequired(KovaExchange *pExchange)
     return true;
 }
 
+/// Ends an answer that names the session only if the request did.
+void SendWithSession(KovaExchange *pExchange)
+{
+    if (pExchange->pSession != nullptr)
+        KovaExchangeSession(pExchange, pExchange->pSession);
+    KovaExchangeSend(pExchange);
+}
+
 void Options(KovaExchange *pExchange)
 {
     KovaExchangeBegin(pExchange, 200);
     KovaAnswerHeader(&pExchange->answer, "Public", "%s", kLivePublic);
-    if (pExchange->pSession != nullptr)
-        KovaExchangeSession(pExchange, pExchange->pSession);
-    KovaExchangeSend(pExchange);
+    SendWithSession(pExchange);
 }
 
 /// Parameters: there are none to ask for or to set; an empty request keeps the session.
 void Parameter(KovaExchange *pExchange)
 {
     KovaExchangeBegin(pExchange, pExchange->pRequest->body.empty() ? 200 : 451);
-    if (pExchange->pSession != nullptr)
-        KovaExchangeSession(pExchange, pExchange->pSession);
-    KovaExchangeSend(pExchange);
+    SendWithSession(pExchange);
 }
 
 void NotAllowed(KovaExchange *pExchange, uint16_t nStatus)
@@ -164,11 +168,9 @@ void Dispatch(KovaExchange *pExchange)
 void KovaRequestServe(KovaLiveConnection *pConnection, const KovaRequest &request)
 {
     char text[kAnswerSize];
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, text);
     exchange.url = KovaRequestUrlParse(request.url);
-    exchange.answer = {text, sizeof(text), 0, true};
     KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_DEBUG, "%.*s %s",
                   static_cast<int>(request.methodText.size()), request.methodText.data(),
                   exchange.url.szPath);
@@ -180,10 +182,8 @@ void KovaRequestRefuse(KovaLiveConnection *pConnection, const KovaRequest &reque
                        uint16_t nStatus)
 {
     char text[kAnswerSize];
-    KovaExchange exchange = {};
-    exchange.pConnection = pConnection;
-    exchange.pRequest = &request;
-    exchange.answer = {text, sizeof(text), 0, true};
+    KovaExchange exchange;
+    KovaExchangeInit(&exchange, pConnection, request, text);
     KovaMutexAssertHeld(&pConnection->pLoop->mutex);
     pConnection->pLoop->figures.nRefused++;
     KovaExchangeBegin(&exchange, nStatus);

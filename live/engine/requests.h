@@ -25,6 +25,10 @@ constexpr size_t kDescriptionSize = 8192;
 constexpr char kLivePublic[] =
     "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, GET_PARAMETER, SET_PARAMETER";
 
+/// Prepares an exchange without URL, stream and session.
+/// szAnswer: room of kAnswerSize bytes, used until the answer is sent.
+void KovaExchangeInit(KovaExchange *pExchange, KovaLiveConnection *pConnection,
+                      const KovaRequest &request, char *szAnswer);
 /// Begins the answer of an exchange.
 void KovaExchangeBegin(KovaExchange *pExchange, uint16_t nStatus);
 /// Adds the Session header.

@@ -1,7 +1,9 @@
 #include "live/engine/session.h"
 
 #include "foundation/heap.h"
+#include "foundation/hex.h"
 #include "foundation/random.h"
+#include "foundation/text.h"
 #include "live/engine/connection.h"
 #include "live/engine/media_out.h"
 #include "live/engine/notices.h"
@@ -46,8 +48,7 @@ bool DrawId(KovaLiveSession *pSession)
     uint8_t random[8];
     if (!KovaRandomFill(random, sizeof(random)))
         return false;
-    for (size_t nByte = 0; nByte < sizeof(random); nByte++)
-        snprintf(pSession->szId + 2 * nByte, 3, "%02x", random[nByte]);
+    KovaHexWrite(pSession->szId, random, sizeof(random));
     return true;
 }
 
@@ -128,38 +129,38 @@ uint64_t NextPlayerNumber(KovaLive *pLive)
     return ++pLive->nLastPlayer;
 }
 
+void Tell(const KovaLiveSession *pSession, const char *szSays)
+{
+    KovaNoticePeer(pSession->pLoop, KOVA_LIVE_LOG_INFO, pSession->nPeer, pSession->nPeerPort,
+                   szSays, pSession->pStream->szPath);
+}
+
 void TellCame(KovaLiveSession *pSession)
 {
     pSession->bPlayed = true;
     pSession->nPlayer = NextPlayerNumber(pSession->pLoop->pLive);
     pSession->nBegan = pSession->pLoop->nNow;
     KovaNoticePlayer(pSession->pLoop, KOVA_LIVE_EVENT_PLAYER_CAME, pSession, 0);
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pSession->nPeer, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pSession->pLoop, KOVA_LIVE_LOG_INFO, "%s:%u plays %s", szPeer,
-                  pSession->nPeerPort, pSession->pStream->szPath);
+    Tell(pSession, " plays ");
 }
 
 const char *ReasonText(uint32_t nReason)
 {
-    constexpr const char *kTexts[] = {"",
-                                      "said goodbye",
-                                      "lost its connection",
-                                      "is silent",
-                                      "is too slow",
-                                      "was disconnected",
-                                      "lost the stream",
-                                      "said goodbye"};
-    return nReason < sizeof(kTexts) / sizeof(kTexts[0]) ? kTexts[nReason] : "";
+    static constexpr char kTexts[][24] = {" : ",
+                                          " said goodbye: ",
+                                          " lost its connection: ",
+                                          " is silent: ",
+                                          " is too slow: ",
+                                          " was disconnected: ",
+                                          " lost the stream: ",
+                                          " said goodbye: "};
+    return nReason < sizeof(kTexts) / sizeof(kTexts[0]) ? kTexts[nReason] : kTexts[0];
 }
 
 void TellWent(const KovaLiveSession *pSession, uint32_t nReason)
 {
     KovaNoticePlayer(pSession->pLoop, KOVA_LIVE_EVENT_PLAYER_WENT, pSession, nReason);
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pSession->nPeer, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pSession->pLoop, KOVA_LIVE_LOG_INFO, "%s:%u %s: %s", szPeer, pSession->nPeerPort,
-                  ReasonText(nReason), pSession->pStream->szPath);
+    Tell(pSession, ReasonText(nReason));
 }
 
 } // namespace
@@ -190,7 +191,7 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
     if (pSession->pNext != nullptr)
         pSession->pNext->ppLink = &pSession->pNext;
     pLoop->pSessions = pSession;
-    snprintf(pSession->szUser, sizeof(pSession->szUser), "%s", pConnection->login.szUser);
+    KovaTextCopy(pSession->szUser, sizeof(pSession->szUser), pConnection->login.szUser);
     pSession->timer.pfnHandle = HandleTime;
     KovaSessionHeard(pSession);
     *ppSession = pSession;

@@ -7,7 +7,6 @@
 constexpr size_t kDateSize = 64;
 
 /// Writes a moment as RFC 1123 has it (RFC 2326, 12.18): "Sun, 06 Nov 1994 08:49:37 GMT", in
-/// English whatever the locale says. Right for every number of seconds since 1970, also
-/// before it (Gregorian calendar): a board's clock may stand anywhere.
+/// English whatever the locale says. Right as far as the system's calendar reaches.
 /// @param szDate  has kDateSize bytes
 void KovaDateWrite(int64_t nSeconds, char *szDate);

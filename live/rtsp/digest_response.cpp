@@ -47,8 +47,9 @@ void KovaDigestResponse(const KovaHashAlgorithm &algorithm, const uint8_t *pSecr
     AddDigits(&hash, pSecret);
     AddField(&hash, header.values[kDigestNonce]);
     if ((header.nFound & KovaDigestBit(kDigestQop)) != 0) {
-        for (const KovaDigestParameter parameter : {kDigestCount, kDigestCnonce, kDigestQop})
-            AddField(&hash, header.values[parameter]);
+        AddField(&hash, header.values[kDigestCount]);
+        AddField(&hash, header.values[kDigestCnonce]);
+        AddField(&hash, header.values[kDigestQop]);
     }
     KovaHashAdd(&hash, ":");
     AddDigits(&hash, request);

@@ -198,7 +198,8 @@ bool KovaLoginChallenge(KovaLogin *pLogin, KovaLoginState *pState, bool bStale, 
     size_t nLength = 0;
     // Realm, nonce and stale come first: some players read them by their place. Players
     // that know one algorithm take the last line, those that know both the first.
-    for (const char *szAlgorithm : {"SHA-256", "MD5"}) {
+    static constexpr char kAlgorithms[][8] = {"SHA-256", "MD5"};
+    for (const char *szAlgorithm : kAlgorithms) {
         if (!KovaTextAppend(szText, nCapacity, &nLength,
                             "WWW-Authenticate: Digest realm=\"%s\", nonce=\"%s\", %salgorithm=%s, "
                             "qop=\"auth\"\r\n",

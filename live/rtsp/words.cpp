@@ -19,6 +19,14 @@ size_t KovaFind(std::string_view text, const char *szSet)
     return nAt;
 }
 
+size_t KovaFindText(std::string_view text, std::string_view wanted)
+{
+    for (size_t nAt = 0; nAt + wanted.size() <= text.size(); ++nAt)
+        if (memcmp(text.data() + nAt, wanted.data(), wanted.size()) == 0)
+            return nAt;
+    return text.size();
+}
+
 bool KovaWordBegins(std::string_view text, std::string_view word)
 {
     if (text.size() < word.size())

@@ -28,6 +28,9 @@ inline std::string_view KovaPart(std::string_view text, size_t nFrom,
 /// Where the first character of a set stands in the text; its size when none does.
 size_t KovaFind(std::string_view text, const char *szSet);
 
+/// Where another text stands in the text first, with case; the text's size when it does not.
+size_t KovaFindText(std::string_view text, std::string_view wanted);
+
 /// Whether the text is a word, without case.
 bool KovaWordIs(std::string_view text, std::string_view word);
 
