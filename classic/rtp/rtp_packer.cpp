@@ -76,6 +76,14 @@ uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, uint32_t nSize,
     return kPackerOk;
 }
 
+/// Frozen: that there is no memory for a packet has always been told before that there
+/// is none to build.
+uint32_t UnlessMemoryIsShort(uint32_t nResult)
+{
+    const KovaOwner<KovaRtpPacket, KovaRtpFreePacket> packet(KovaRtpPacketAlloc());
+    return packet ? nResult : kPackerNoMemory;
+}
+
 } // namespace
 
 KovaRtpPacker *KovaRtpVideoPackerCreate(uint32_t nCodec, uint32_t nPayloadType, uint32_t nSsrc,
@@ -123,7 +131,7 @@ uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPac
     KovaRtpPacket draft = {};
     const uint32_t nPrepared = pCodec->pfnPrepare(pPacker, &draft);
     return nPrepared == kPackerOk ? BuildPacket(pPacker, *pCodec, draft.nSize, ppPacket)
-                                  : nPrepared;
+                                  : UnlessMemoryIsShort(nPrepared);
 }
 
 void KovaRtpPackerDiscard(KovaRtpPacker *pPacker)
