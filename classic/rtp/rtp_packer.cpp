@@ -124,6 +124,12 @@ uint32_t KovaRtpPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t
 
 uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
 {
+    const uint32_t nResult = KovaRtpPackerNext(pPacker, ppPacket);
+    return nResult == kPackerNothing ? UnlessMemoryIsShort(nResult) : nResult;
+}
+
+uint32_t KovaRtpPackerNext(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
+{
     const Codec *pCodec = CodecOf(pPacker);
     if (pCodec == nullptr || ppPacket == nullptr)
         return kPackerInvalid;
@@ -131,7 +137,7 @@ uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPac
     KovaRtpPacket draft = {};
     const uint32_t nPrepared = pCodec->pfnPrepare(pPacker, &draft);
     return nPrepared == kPackerOk ? BuildPacket(pPacker, *pCodec, draft.nSize, ppPacket)
-                                  : UnlessMemoryIsShort(nPrepared);
+                                  : nPrepared;
 }
 
 void KovaRtpPackerDiscard(KovaRtpPacker *pPacker)
