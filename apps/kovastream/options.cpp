@@ -218,7 +218,7 @@ std::optional<Options> ParseOptions(int argc, char **argv)
         options.libraryLines = LibraryLines::None;
     else if (chosen || !options.logFile.empty())
         options.libraryLines = LibraryLines::All;
-    options.inputs = NameInputs(inputs);
+    options.inputs = NameInputs(inputs, options.door->limits);
     return options;
 }
 

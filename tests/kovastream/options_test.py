@@ -56,7 +56,9 @@ class Refusals(unittest.TestCase):
         for expected, arguments in (
                 (["two streams", "'live'", "main="], [a, "live=" + a]),
                 (["'/x'"], ["/x=" + a]),
-                (["'x'", "2 to 1024"], ["x=" + a]),
+                (["'x'", "2 to 255"], ["x=" + a]),
+                (["'x'", "2 to 1024"], ["--classic", "x=" + a]),
+                (["'cam/track1'", "take its end for a track"], ["cam/track1=" + a]),
                 (["'a b'", "letters"], ["a b=" + a]),
                 (["Session"], ["mySession=" + a]),
                 (["'live='"], ["live="]),
