@@ -44,6 +44,7 @@ class Refusals(unittest.TestCase):
                 (["--classic", "--delay"], ["--classic", "--delay", "5"]),
                 (["classic server", "--status line"], ["--classic", "--status", "players"]),
                 (["'5-6'", "50000-50015"], ["--udp-ports", "5-6"]),
+                (["1 pair of", "2 threads"], ["--udp-ports", "5001-5004", "--threads", "2"]),
                 (["--password-file"], ["--user", "anna"]),
                 (["'here'", "IPv4"], ["--address", "here"]),
                 (["'224.0.0.1'", "this machine"], ["--address", "224.0.0.1"]),
