@@ -2,8 +2,11 @@
  * kova_live_camera - serves the H.264 that an encoder writes to standard input, as it comes.
  *
  *     encoder | kova_live_camera [port]       play rtsp://<this machine>:<port>/camera
- *     ffmpeg -re -i clip.mp4 -an -c:v copy -bsf:v h264_mp4toannexb -f h264 - | kova_live_camera
- * 8554
+ *     ffmpeg -v error -re -i film.mp4 -an -c:v libx264 -pix_fmt yuv420p -bf 0 -g 50 -f h264 - |
+ *         kova_live_camera 8554
+ *
+ * Pictures have the time at which they come, so the encoder must not use B pictures: those come
+ * later than they are shown, and only the encoder knows when.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>

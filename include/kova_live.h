@@ -115,7 +115,7 @@ typedef void (*KovaLiveEventCallback)(void *context, const KovaLiveEvent *event)
 enum {
     KOVA_LIVE_LOG_ERROR = 1,   /* something the operator should look at */
     KOVA_LIVE_LOG_WARNING = 2, /* a player or a connection was refused or let go */
-    KOVA_LIVE_LOG_INFO = 3,    /* players come and go, streams begin and end */
+    KOVA_LIVE_LOG_INFO = 3,    /* players come and go */
     KOVA_LIVE_LOG_DEBUG = 4    /* requests and answers; never passwords, nonces or digests */
 };
 

@@ -29,6 +29,7 @@ public:
     Demuxer(const std::string &input, SourceKind kind, const Wish &wish, const Stop &stop,
             std::unique_ptr<Demuxer> previous = nullptr);
 
+    /// For lines: without a password.
     const std::string &Input() const
     {
         return m_input;
@@ -91,7 +92,7 @@ public:
 
 private:
     static int Interrupted(void *stop);
-    void Open(double fps);
+    void Open(const std::string &input, double fps);
     bool IsMp4() const;
     void FindTracks(const Wish &wish);
     void CheckOrder(const Wish &wish) const;
@@ -99,7 +100,7 @@ private:
     bool IsRival(const AVStream &stream) const;
     void DiscardOthers();
 
-    const std::string m_input;
+    const std::string m_input; ///< as lines show it
     const SourceKind m_kind;
     const Stop &m_stop;
     std::unique_ptr<PipeReader> m_pipe; // outlives the format, which reads from it

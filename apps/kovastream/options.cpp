@@ -107,6 +107,20 @@ std::string CheckRange(const std::string &text)
            "as 50000-50015";
 }
 
+/// Each thread has a pair of its own: players of one that finds none could not come by UDP.
+void CheckPairs(const Options &options)
+{
+    const PortRange &ports = options.udpPorts;
+    if (ports.first == 0)
+        return;
+    const unsigned pairs = (ports.last + 1U) / 2 - (ports.first + 1U) / 2;
+    if (pairs < options.threads)
+        throw Failure("--udp-ports has " + std::to_string(pairs) +
+                      (pairs == 1 ? " pair" : " pairs") + " of an even port and the next, and " +
+                      std::to_string(options.threads) +
+                      " threads need one each: give more ports, or fewer --threads");
+}
+
 CLI::Validator Between(double least, double most, const std::string &what)
 {
     return CLI::Validator(
@@ -223,13 +237,14 @@ std::optional<Options> ParseOptions(int argc, char **argv)
     if (options.status == StatusForm::Players && options.door == &kClassicDoor)
         throw Failure("--status players: the classic server does not tell players apart; leave "
                       "--classic away, or use --status line");
+    CheckPairs(options);
     options.loop = !once;
     const bool chosen = app.count("--log-level") > 0;
     if (chosen && options.logLevel == 0)
         options.libraryLines = LibraryLines::None;
     else if (chosen || !options.logFile.empty())
         options.libraryLines = LibraryLines::All;
-    options.inputs = NameInputs(inputs);
+    options.inputs = NameInputs(inputs, options.door->limits);
     return options;
 }
 

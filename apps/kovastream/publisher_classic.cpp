@@ -166,7 +166,7 @@ std::unique_ptr<Publisher> Open(const Options &options, Console *)
 } // namespace
 
 constexpr Door kClassicDoor = {
-    {true, true, true},
+    {true, true, true, true},
     std::chrono::milliseconds(1200), // it sends everything a second behind its time
     "stopping: players are let go, which takes a second or two (Ctrl-C again ends at once)",
     Open};

@@ -10,6 +10,9 @@ struct Limits {
     bool fixedSets = false;
     /// Players begin at IDR pictures alone, not at recovery points, and wait for the next one.
     bool idrOnly = false;
+    /// URIs of streams have up to 1024 characters, and any end. Without it they have up to 255, and
+    /// none ends like the address of a track ("track1").
+    bool anyUri = false;
 };
 
 } // namespace kovastream

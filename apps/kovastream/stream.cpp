@@ -59,7 +59,7 @@ void Stream::Open(Source *source)
     if (!source->kind.has_value())
         source->kind = kind;
     if (source->kind != kind)
-        throw Failure("'" + source->input + "' is no longer of the kind that it was");
+        throw Failure("'" + Shown(source->input) + "' is no longer of the kind that it was");
     if (kind == SourceKind::Network)
         source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();
@@ -89,7 +89,7 @@ void Stream::Run(Source *source)
     try {
         Play(source);
     } catch (const std::bad_alloc &) {
-        m_stop->Fail("no memory is left for '" + source->input + "'");
+        m_stop->Fail("no memory is left for '" + Shown(source->input) + "'");
     } catch (const std::exception &error) {
         failure = error.what();
     }
@@ -181,7 +181,7 @@ bool Stream::FeedOrWait(Source *source, int64_t base)
 void Stream::SayBroken(Source *source)
 {
     const std::string text =
-        "reading '" + source->input + "' failed: " + ErrorText(source->demuxer->LastError());
+        "reading '" + Shown(source->input) + "' failed: " + ErrorText(source->demuxer->LastError());
     if (source->retry.IsNews(text))
         m_console->Print(m_uri + ": " + text);
 }

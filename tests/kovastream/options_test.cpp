@@ -21,6 +21,18 @@ Options Parsed(std::vector<std::string> arguments)
     return *ParseOptions(static_cast<int>(pointers.size()), pointers.data());
 }
 
+TEST(OptionsTest, EachThreadNeedsAPairOfUdpPorts)
+{
+    for (const char *ports : {"5000-5003", "4999-5003", "5000-5004"}) {
+        EXPECT_EQ(Parsed({"--udp-ports", ports, "--threads", "2"}).threads, 2U) << ports;
+        EXPECT_THROW(Parsed({"--udp-ports", ports, "--threads", "3"}), kovastream::Failure)
+            << ports;
+    }
+    EXPECT_THROW(Parsed({"--udp-ports", "5001-5004", "--threads", "2"}), kovastream::Failure);
+    EXPECT_THROW(Parsed({"--threads", "2", "--udp-ports", "5000-5002"}), kovastream::Failure);
+    EXPECT_EQ(Parsed({"--threads", "16"}).udpPorts.first, 0);
+}
+
 TEST(OptionsTest, Defaults)
 {
     const Options options = Parsed({});

@@ -44,6 +44,7 @@ class Refusals(unittest.TestCase):
                 (["--classic", "--delay"], ["--classic", "--delay", "5"]),
                 (["classic server", "--status line"], ["--classic", "--status", "players"]),
                 (["'5-6'", "50000-50015"], ["--udp-ports", "5-6"]),
+                (["1 pair of", "2 threads"], ["--udp-ports", "5001-5004", "--threads", "2"]),
                 (["--password-file"], ["--user", "anna"]),
                 (["'here'", "IPv4"], ["--address", "here"]),
                 (["'224.0.0.1'", "this machine"], ["--address", "224.0.0.1"]),
@@ -56,7 +57,9 @@ class Refusals(unittest.TestCase):
         for expected, arguments in (
                 (["two streams", "'live'", "main="], [a, "live=" + a]),
                 (["'/x'"], ["/x=" + a]),
-                (["'x'", "2 to 1024"], ["x=" + a]),
+                (["'x'", "2 to 255"], ["x=" + a]),
+                (["'x'", "2 to 1024"], ["--classic", "x=" + a]),
+                (["'cam/track1'", "take its end for a track"], ["cam/track1=" + a]),
                 (["'a b'", "letters"], ["a b=" + a]),
                 (["Session"], ["mySession=" + a]),
                 (["'live='"], ["live="]),
