@@ -111,17 +111,23 @@ void Earlier(uint64_t *pDue, uint64_t nDue)
         *pDue = nDue;
 }
 
+/// When a begun request has to be whole. Behind the last answer nothing is asked any more.
+uint64_t RequestDue(const KovaLiveConnection *pConnection)
+{
+    if (pConnection->nBegunRequest == 0 || pConnection->bClosing || pConnection->hold != kHoldNone)
+        return UINT64_MAX;
+    return pConnection->nBegunRequest + pConnection->pLoop->pLive->settings.nRequestTime;
+}
+
 /// When something is to be done if nothing happens before.
 uint64_t Deadline(const KovaLiveConnection *pConnection)
 {
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
     if (pConnection->nDrainUntil != 0)
         return pConnection->nDrainUntil;
-    uint64_t nDue = UINT64_MAX;
+    uint64_t nDue = RequestDue(pConnection);
     if (pConnection->hold != kHoldNone)
         Earlier(&nDue, pConnection->nHoldUntil);
-    else if (pConnection->nBegunRequest != 0)
-        Earlier(&nDue, pConnection->nBegunRequest + settings.nRequestTime);
     if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone)
         Earlier(&nDue, pConnection->nActive + settings.nIdleTime);
     if (KovaConnectionWaits(pConnection))
@@ -151,9 +157,9 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
     char szPeer[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
-    if (pConnection->hold != kHoldNone) {
-        if (nNow >= pConnection->nHoldUntil)
-            KovaRequestResume(pConnection);
+    // Whatever Deadline names has its branch here: one that is passed over comes again at once.
+    if (pConnection->hold != kHoldNone && nNow >= pConnection->nHoldUntil) {
+        KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
                !KovaConnectionTook(pConnection)) {
@@ -161,11 +167,10 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
                       szPeer, ntohs(pConnection->peer.sin_port));
         EndPlayersAsSlow(pConnection);
         KovaConnectionFail(pConnection);
-    } else if (pConnection->nBegunRequest != 0 &&
-               nNow >= pConnection->nBegunRequest + settings.nRequestTime) {
+    } else if (nNow >= RequestDue(pConnection)) {
         KovaRequestRefuse(pConnection, KovaRequest{}, 408);
         pConnection->bClosing = true;
-    } else if (pConnection->pSessions == nullptr &&
+    } else if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone &&
                nNow >= pConnection->nActive + settings.nIdleTime) {
         KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_INFO, "%s:%u asks for nothing", szPeer,
                       ntohs(pConnection->peer.sin_port));
