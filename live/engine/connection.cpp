@@ -102,17 +102,23 @@ void Earlier(uint64_t *pDue, uint64_t nDue)
         *pDue = nDue;
 }
 
+/// When a begun request has to be whole. Behind the last answer nothing is asked any more.
+uint64_t RequestDue(const KovaLiveConnection *pConnection)
+{
+    if (pConnection->nBegunRequest == 0 || pConnection->bClosing || pConnection->hold != kHoldNone)
+        return UINT64_MAX;
+    return pConnection->nBegunRequest + pConnection->pLoop->pLive->settings.nRequestTime;
+}
+
 /// When something is to be done if nothing happens before.
 uint64_t Deadline(const KovaLiveConnection *pConnection)
 {
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
     if (pConnection->nDrainUntil != 0)
         return pConnection->nDrainUntil;
-    uint64_t nDue = UINT64_MAX;
+    uint64_t nDue = RequestDue(pConnection);
     if (pConnection->hold != kHoldNone)
         Earlier(&nDue, pConnection->nHoldUntil);
-    else if (pConnection->nBegunRequest != 0)
-        Earlier(&nDue, pConnection->nBegunRequest + settings.nRequestTime);
     if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone)
         Earlier(&nDue, pConnection->nActive + settings.nIdleTime);
     if (KovaConnectionWaits(pConnection))
@@ -146,20 +152,19 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         return;
     }
     const KovaLiveSettings &settings = pConnection->pLoop->pLive->settings;
-    if (pConnection->hold != kHoldNone) {
-        if (nNow >= pConnection->nHoldUntil)
-            KovaRequestResume(pConnection);
+    // Whatever Deadline names has its branch here: one that is passed over comes again at once.
+    if (pConnection->hold != kHoldNone && nNow >= pConnection->nHoldUntil) {
+        KovaRequestResume(pConnection);
     } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
                !KovaConnectionTook(pConnection)) {
         Tell(pConnection, KOVA_LIVE_LOG_WARNING, " takes nothing any more");
         EndPlayersAsSlow(pConnection);
         KovaConnectionFail(pConnection);
-    } else if (pConnection->nBegunRequest != 0 &&
-               nNow >= pConnection->nBegunRequest + settings.nRequestTime) {
+    } else if (nNow >= RequestDue(pConnection)) {
         KovaRequestRefuse(pConnection, KovaRequest{}, 408);
         pConnection->bClosing = true;
-    } else if (pConnection->pSessions == nullptr &&
+    } else if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone &&
                nNow >= pConnection->nActive + settings.nIdleTime) {
         Tell(pConnection, KOVA_LIVE_LOG_INFO, " asks for nothing");
         KovaConnectionFail(pConnection);

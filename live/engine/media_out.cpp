@@ -106,7 +106,8 @@ void SendByTcp(KovaLiveSession *pSession, KovaLiveSetup *pSetup, KovaUnit *pUnit
                uint32_t nEnd, KovaInterleavedFrame *pFrames)
 {
     KovaLiveConnection *pConnection = pSession->pConnection;
-    if (pConnection->bEnded)
+    // Sending behind the last answer fails, and would end the connection before the peer has it.
+    if (pConnection->bEnded || pConnection->bClosing)
         return;
     if (pConnection->pBegun != nullptr || pConnection->pending.pBytes != nullptr ||
         pSession->queue.nCount != 0) {

@@ -71,7 +71,11 @@ bool EpollChange(const KovaPoller *pPoller, int nOperation, KovaPollItem *pItem)
 void WaitByEpoll(KovaPoller *pPoller, int nMilliseconds)
 {
     epoll_event events[kEventsPerWait];
-    const int nCount = epoll_wait(pPoller->nEpoll, events, kEventsPerWait, nMilliseconds);
+    int nCount = epoll_wait(pPoller->nEpoll, events, kEventsPerWait, nMilliseconds);
+    // A process that was stopped goes on here: what came meanwhile is seen before it counts as
+    // late.
+    if (nCount < 0)
+        nCount = epoll_wait(pPoller->nEpoll, events, kEventsPerWait, 0);
     for (int nEvent = 0; nEvent < nCount; nEvent++)
         pPoller->happened[pPoller->nHappened++] = {
             static_cast<KovaPollItem *>(events[nEvent].data.ptr),
@@ -80,7 +84,10 @@ void WaitByEpoll(KovaPoller *pPoller, int nMilliseconds)
 
 void WaitByPoll(KovaPoller *pPoller, int nMilliseconds)
 {
-    if (poll(pPoller->pEntries, pPoller->nItems, nMilliseconds) <= 0)
+    int nCount = poll(pPoller->pEntries, pPoller->nItems, nMilliseconds);
+    if (nCount < 0)
+        nCount = poll(pPoller->pEntries, pPoller->nItems, 0);
+    if (nCount <= 0)
         return;
     for (uint32_t nStep = 0; nStep < pPoller->nItems && pPoller->nHappened < kEventsPerWait;
          nStep++) {

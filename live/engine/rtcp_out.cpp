@@ -96,6 +96,8 @@ void Send(KovaLiveSession *pSession, const KovaLiveSetup *pSetup, uint8_t *pFram
                sizeof(pSetup->rtcpAddress));
         return;
     }
+    if (pSession->pConnection->bClosing)
+        return;
     KovaInterleavedHeaderWrite(pFrame, pSetup->nRtcpChannel, nSize);
     KovaConnectionSend(pSession->pConnection, pFrame, kInterleavedHeaderSize + nSize);
 }
