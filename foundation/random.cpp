@@ -14,9 +14,11 @@ namespace {
 /// GRND_NONBLOCK of linux/random.h, which older systems lack.
 [[maybe_unused]] constexpr unsigned kNonBlocking = 1;
 
-/// Both sources return how many bytes they gave, or -1.
-ssize_t FromKernel([[maybe_unused]] uint8_t *pBytes, [[maybe_unused]] size_t nSize)
+/// How many bytes the kernel or the device gave, or -1.
+ssize_t From(int nDevice, uint8_t *pBytes, size_t nSize)
 {
+    if (nDevice >= 0)
+        return read(nDevice, pBytes, nSize);
 #if defined(SYS_getrandom)
     return syscall(SYS_getrandom, pBytes, nSize, kNonBlocking);
 #else
@@ -25,12 +27,12 @@ ssize_t FromKernel([[maybe_unused]] uint8_t *pBytes, [[maybe_unused]] size_t nSi
 #endif
 }
 
-/// @return how many bytes of the buffer are filled.
-size_t FillFromKernel(uint8_t *pBytes, size_t nSize)
+/// nDevice: -1: the kernel. @return how many bytes of the buffer are filled.
+size_t Fill(int nDevice, uint8_t *pBytes, size_t nSize)
 {
     size_t nFilled = 0;
     while (nFilled < nSize) {
-        const ssize_t nGot = FromKernel(pBytes + nFilled, nSize - nFilled);
+        const ssize_t nGot = From(nDevice, pBytes + nFilled, nSize - nFilled);
         if (nGot > 0)
             nFilled += static_cast<size_t>(nGot);
         else if (nGot == 0 || errno != EINTR)
@@ -44,14 +46,7 @@ size_t FillFromDevice(uint8_t *pBytes, size_t nSize)
     const int nDevice = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
     if (nDevice < 0)
         return 0;
-    size_t nFilled = 0;
-    while (nFilled < nSize) {
-        const ssize_t nGot = read(nDevice, pBytes + nFilled, nSize - nFilled);
-        if (nGot > 0)
-            nFilled += static_cast<size_t>(nGot);
-        else if (nGot == 0 || errno != EINTR)
-            break;
-    }
+    const size_t nFilled = Fill(nDevice, pBytes, nSize);
     close(nDevice);
     return nFilled;
 }
@@ -88,7 +83,7 @@ void FillFromClocks(uint8_t *pBytes, size_t nSize)
 bool KovaRandomFill(void *pBytes, size_t nSize)
 {
     uint8_t *pNext = static_cast<uint8_t *>(pBytes);
-    size_t nFilled = FillFromKernel(pNext, nSize);
+    size_t nFilled = Fill(-1, pNext, nSize);
     if (nFilled < nSize)
         nFilled += FillFromDevice(pNext + nFilled, nSize - nFilled);
     if (nFilled < nSize)

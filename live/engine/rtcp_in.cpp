@@ -63,12 +63,13 @@ void NoteRoundTrip(KovaLiveSession *pSession, KovaLiveSetup *pSetup, uint32_t nE
         return;
     uint32_t nMicroseconds = 0;
     const uint64_t nSeconds = KovaDivide(static_cast<uint64_t>(nWall), 1000000, &nMicroseconds);
-    const uint32_t nNow = static_cast<uint32_t>(((nSeconds + 2208988800U) << 16) +
-                                                KovaDivide(uint64_t{nMicroseconds} << 16, 1000000));
+    // 65536 / 1000000 is 1024 / 15625, for which 32 bits do.
+    const uint32_t nNow =
+        ((static_cast<uint32_t>(nSeconds) + 2208988800U) << 16) + nMicroseconds * 1024 / 15625;
     const uint32_t nTrip = nNow - nEcho - nDelay;
     // A clock that was set, or a report that invents: neither is a trip of a minute.
     if (nTrip < 60U << 16)
-        pSetup->nRoundTrip = static_cast<uint32_t>((static_cast<uint64_t>(nTrip) * 1000000) >> 16);
+        pSetup->nRoundTrip = nTrip / 1024 * 15625 + nTrip % 1024 * 15625 / 1024;
 }
 
 void TakeBlocks(KovaLiveSession *pSession, KovaLiveSetup *pSetup, const uint8_t *pBlocks,

@@ -6,11 +6,15 @@
 
 namespace {
 
-constexpr uint64_t kMillisecond = 1000;
-
 uint32_t Or(uint32_t nValue, uint32_t nDefault)
 {
     return nValue != 0 ? nValue : nDefault;
+}
+
+/// Of milliseconds, in microseconds.
+uint64_t Time(uint32_t nValue, uint32_t nDefault)
+{
+    return uint64_t{Or(nValue, nDefault)} * 1000;
 }
 
 int32_t Check(const KovaLiveConfig &config, const KovaLiveSettings &settings)
@@ -57,13 +61,13 @@ int32_t KovaLiveSettingsFrom(const KovaLiveConfig *pConfig, KovaLiveSettings *pS
     settings.nMaxConnections = Or(config.max_connections, 1024);
     settings.nMaxPerAddress = config.max_connections_per_address;
     settings.nMaxSessions = Or(config.max_sessions, 1024);
-    settings.nRequestTime = Or(config.request_ms, 10000) * kMillisecond;
-    settings.nIdleTime = Or(config.idle_ms, 120000) * kMillisecond;
-    settings.nSessionTime = Or(config.session_ms, 60000) * kMillisecond;
-    settings.nDelay = config.delay_ms * kMillisecond;
-    settings.nPlayerMaxTime = Or(config.player_max_ms, 2000) * kMillisecond;
+    settings.nRequestTime = Time(config.request_ms, 10000);
+    settings.nIdleTime = Time(config.idle_ms, 120000);
+    settings.nSessionTime = Time(config.session_ms, 60000);
+    settings.nDelay = Time(config.delay_ms, 0);
+    settings.nPlayerMaxTime = Time(config.player_max_ms, 2000);
     settings.nPlayerMaxBytes = Or(config.player_max_bytes, 2 * 1024 * 1024);
-    settings.nPlayerStallTime = Or(config.player_stall_ms, 10000) * kMillisecond;
+    settings.nPlayerStallTime = Time(config.player_stall_ms, 10000);
     settings.nLogLevel = config.log_level;
     settings.pfnLog = config.on_log;
     settings.pfnEvent = config.on_event;
