@@ -8,7 +8,7 @@ from host_and_load import BUILD, Ended, Host, Server, UnpaidHost
 
 LIBRARY = "library"
 UNPAID = "library, waiting free"
-PEERS = {"GStreamer": f"{BUILD}/kova_gst_server"}
+PEERS = {"live": f"{BUILD}/kova_live_host", "GStreamer": f"{BUILD}/kova_gst_server"}
 BARE = {"udp": ("sendto", "sendmmsg", "gso"), "tcp": ("send", "writev")}
 BASE = {"udp": "sendto", "tcp": "send"}  # what the others are measured by
 NOT_HERE = 3  # the exit status of a bare loop that the system does not have

@@ -12,7 +12,7 @@ else()
     separate_arguments(kova_c_flags UNIX_COMMAND "${CMAKE_C_FLAGS}")
     add_custom_command(
         OUTPUT "${kova_single_object}"
-        COMMAND "${CMAKE_C_COMPILER}" ${kova_c_flags} -r -nostdlib -Wl,--force-group-allocation
+        COMMAND "${CMAKE_C_COMPILER}" ${kova_c_flags} -r -fno-lto -nostdlib -Wl,--force-group-allocation
             -o "${kova_single_object}.whole" $<TARGET_OBJECTS:kova_objects>
         # Templates of the C++ library are visible whatever our own code is compiled with.
         COMMAND "${CMAKE_OBJCOPY}" --localize-hidden --wildcard "--localize-symbol=_Z*"
@@ -28,9 +28,14 @@ else()
 endif()
 
 set_target_properties(kovartspserver_static PROPERTIES
-    OUTPUT_NAME kovartspserver
+    OUTPUT_NAME ${kova_library_name}
     ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
     LINKER_LANGUAGE C)
+# What link-time optimisation reads is tied to one version of the compiler, and the host's linker
+# would take it for the code.
+add_custom_command(TARGET kovartspserver_static POST_BUILD
+    COMMAND "${CMAKE_OBJCOPY}" "--remove-section=.gnu.lto_*" $<TARGET_FILE:kovartspserver_static>
+    VERBATIM)
 target_include_directories(kovartspserver_static INTERFACE
     "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>")
 target_link_libraries(kovartspserver_static INTERFACE Threads::Threads m)

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <type_traits>
 
 /// Returns nSize zeroed bytes (at least one), or null when memory is exhausted.
 /// Zeroed on purpose everywhere: nothing that a packet or a record leaves
@@ -17,5 +18,9 @@ inline void *KovaHeapAlloc(size_t nSize)
 template <typename Record> Record *KovaHeapNew()
 {
     void *pMemory = KovaHeapAlloc(sizeof(Record));
-    return pMemory != nullptr ? new (pMemory) Record() : nullptr;
+    // Zeroed memory is what such a record would be made into.
+    if constexpr (std::is_trivially_default_constructible_v<Record>)
+        return static_cast<Record *>(pMemory);
+    else
+        return pMemory != nullptr ? new (pMemory) Record() : nullptr;
 }

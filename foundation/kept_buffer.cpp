@@ -18,8 +18,13 @@ bool KovaKeptBufferReserve(KovaKeptBuffer *pBuffer, size_t nSize, size_t nKeep)
         return true;
     if (nKeep == 0)
         KovaKeptBufferFree(pBuffer);
-    const size_t nRoom = nSize + nSize / 4 + kLittle;
+    size_t nRoom = nSize + nSize / 4 + kLittle;
     uint8_t *pBytes = nRoom > nSize ? static_cast<uint8_t *>(KovaHeapAlloc(nRoom)) : nullptr;
+    if (pBytes == nullptr) {
+        // What is only there to grow into must not cost what is to be held.
+        nRoom = nSize + 1;
+        pBytes = nRoom > nSize ? static_cast<uint8_t *>(KovaHeapAlloc(nRoom)) : nullptr;
+    }
     if (pBytes == nullptr)
         return false;
     if (nKeep != 0)

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 /// The largest block that is kept for something smaller.
-constexpr size_t kMostKept = 1024 * 1024;
+constexpr size_t kMostKept = size_t{1024} * 1024;
 
 /// A block that its owner uses again and again, and that grows with what it has to
 /// hold: a large block from the heap may be mapped anew each time, and then each of

@@ -15,7 +15,7 @@ enum KovaLogLevel : uint32_t {
 };
 
 /// Lines with a level up to this one are printed. Initially 2.
-extern "C" __attribute__((visibility("default"))) std::atomic<uint32_t> Rtsp_DebugLevel;
+KOVA_API std::atomic<uint32_t> Rtsp_DebugLevel;
 static_assert(sizeof(Rtsp_DebugLevel) == sizeof(uint32_t), "the level is one plain word");
 static_assert(alignof(std::atomic<uint32_t>) == alignof(uint32_t), "the level is one plain word");
 

@@ -61,7 +61,9 @@ Console::Console(const Options &options)
             throw Failure("the log file '" + options.logFile +
                           "' cannot be written: " + strerror(errno));
     }
-    m_live = options.status == StatusForm::Line && IsTerminal(m_original);
+    const bool redrawn =
+        options.status == StatusForm::Line || options.status == StatusForm::Players;
+    m_live = redrawn && IsTerminal(m_original);
     TakeOver();
     m_out = std::make_unique<Output>(m_original);
     m_error = std::make_unique<Output>(STDERR_FILENO);
@@ -103,7 +105,7 @@ void Console::ReadLibrary()
     for (;;) {
         pollfd event = {m_pipe, POLLIN, 0};
         if (poll(&event, 1, text.empty() ? -1 : kUnfinishedLine) == 0) {
-            PrintLibrary(text + "\n");
+            PrintClassic(text + "\n");
             text.clear();
             continue;
         }
@@ -115,19 +117,23 @@ void Console::ReadLibrary()
         text.append(bytes, static_cast<size_t>(count));
         const size_t whole = text.rfind('\n');
         if (whole != std::string::npos) {
-            PrintLibrary(text.substr(0, whole + 1));
+            PrintClassic(text.substr(0, whole + 1));
             text.erase(0, whole + 1);
         }
     }
     if (!text.empty())
-        PrintLibrary(text + "\n");
+        PrintClassic(text + "\n");
 }
 
-void Console::PrintLibrary(const std::string &all)
+void Console::PrintClassic(const std::string &all)
 {
     const std::string lines = Chosen(all, m_libraryLines);
-    if (lines.empty())
-        return;
+    if (!lines.empty())
+        PrintServer(lines);
+}
+
+void Console::PrintServer(const std::string &lines)
+{
     if (m_log >= 0) {
         for (size_t at = 0; at < lines.size();) {
             const ssize_t written = write(m_log, lines.data() + at, lines.size() - at);

@@ -13,7 +13,7 @@
 
 namespace kovastream {
 
-/// Everything that is printed. Takes standard output over, since the library prints there by
+/// Everything that is printed. Takes standard output over, since the classic server prints there by
 /// itself, and gives each line its place: on a terminal above the live status lines; with
 /// --status json to standard error, so that standard output has objects only; with --log to the
 /// file.
@@ -33,6 +33,8 @@ public:
     }
     /// Prints a line of our own.
     void Print(const std::string &line);
+    /// Prints whole lines of a server that does not print them itself.
+    void PrintServer(const std::string &lines);
     /// Shows the status: in place on a terminal, as further lines elsewhere.
     void ShowStatus(const Table &status);
     /// Says on standard error what has kept lines from being written, once.
@@ -43,7 +45,7 @@ public:
 private:
     void TakeOver();
     void ReadLibrary();
-    void PrintLibrary(const std::string &all);
+    void PrintClassic(const std::string &all);
     void PrintAbove(const std::string &lines);
     std::string Erased() const;
     std::string Drawn();

@@ -70,14 +70,14 @@ AVStream *Best(const AVFormatContext &format, bool (*isKind)(const AVStream &), 
 
 Demuxer::Demuxer(const std::string &input, SourceKind kind, const Wish &wish, const Stop &stop,
                  std::unique_ptr<Demuxer> previous)
-    : m_input(input), m_kind(kind), m_stop(stop), m_change(input)
+    : m_input(Shown(input)), m_kind(kind), m_stop(stop), m_change(m_input)
 {
     if (kind == SourceKind::Fifo || kind == SourceKind::Stdin)
         m_pipe = std::make_unique<PipeReader>(input, kind, stop);
     previous.reset();
     if (m_pipe != nullptr && !m_pipe->AwaitData())
         return;
-    Open(wish.fps);
+    Open(input, wish.fps);
     if (!m_stop.Requested())
         FindTracks(wish);
 }
@@ -87,7 +87,7 @@ int Demuxer::Interrupted(void *stop)
     return static_cast<const Stop *>(stop)->Requested() ? 1 : 0;
 }
 
-void Demuxer::Open(double fps)
+void Demuxer::Open(const std::string &input, double fps)
 {
     AVFormatContext *format = Made(avformat_alloc_context());
     format->interrupt_callback = {Interrupted, const_cast<Stop *>(&m_stop)};
@@ -108,7 +108,7 @@ void Demuxer::Open(double fps)
         settings.Set("fpsprobesize", "0");
     }
     // Prefixed, so that a colon in a file's name is no protocol.
-    const std::string name = m_kind == SourceKind::File ? "file:" + m_input : m_input;
+    const std::string name = m_kind == SourceKind::File ? "file:" + input : input;
     int error = avformat_open_input(&format, name.c_str(), nullptr, &settings.dictionary);
     if (error >= 0) {
         m_format.reset(format); // a failed open has freed it
@@ -130,7 +130,7 @@ void Demuxer::FindTracks(const Wish &wish)
         m_sound = Best(*m_format, IsSound, AV_CODEC_ID_AAC);
     CheckOrder(wish);
     try {
-        CheckTracks(m_input, m_picture, m_sound);
+        CheckTracks(m_input, m_picture, m_sound, wish.limits);
     } catch (const Failure &) {
         // What a decoder has made of encrypted frames says nothing about the tracks.
         CheckFirstPackets();

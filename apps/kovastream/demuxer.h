@@ -3,6 +3,7 @@
 #include "codec_change.h"
 #include "ffmpeg.h"
 #include "pipe_reader.h"
+#include "server_limits.h"
 #include "source.h"
 #include "stop.h"
 
@@ -16,6 +17,7 @@ struct Wish {
     double fps = 0; ///< of raw video; 0: as the video says
     bool picture = true;
     bool sound = true;
+    Limits limits;
 };
 
 /// An open input: the H.264 and the AAC track that are in it, and their packets.
@@ -27,6 +29,7 @@ public:
     Demuxer(const std::string &input, SourceKind kind, const Wish &wish, const Stop &stop,
             std::unique_ptr<Demuxer> previous = nullptr);
 
+    /// For lines: without a password.
     const std::string &Input() const
     {
         return m_input;
@@ -89,7 +92,7 @@ public:
 
 private:
     static int Interrupted(void *stop);
-    void Open(double fps);
+    void Open(const std::string &input, double fps);
     bool IsMp4() const;
     void FindTracks(const Wish &wish);
     void CheckOrder(const Wish &wish) const;
@@ -97,7 +100,7 @@ private:
     bool IsRival(const AVStream &stream) const;
     void DiscardOthers();
 
-    const std::string m_input;
+    const std::string m_input; ///< as lines show it
     const SourceKind m_kind;
     const Stop &m_stop;
     std::unique_ptr<PipeReader> m_pipe; // outlives the format, which reads from it

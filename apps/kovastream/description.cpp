@@ -49,58 +49,78 @@ void Description::Take(const Demuxer &demuxer, const Round &round, const Wish &w
                        const Unit *unit)
 {
     if (wish.picture) {
-        picture.reset();
+        tracks.picture.reset();
         sets = {};
     }
     if (wish.picture && round.Picture().has_value()) {
         const AVCodecParameters &codec = *demuxer.Picture()->codecpar;
         const int64_t all = demuxer.BitRate();
-        picture = {
+        tracks.picture = {
             RateOf(*demuxer.Picture(), all > 0 ? static_cast<uint32_t>(all) : kUsualPicture)};
         sets = round.Picture()->Sets();
-        width = codec.width;
-        height = codec.height;
+        // Of an input that has changed since, it says what was at its beginning.
+        if (unit == nullptr || declaredWidth != codec.width) {
+            width = codec.width;
+            height = codec.height;
+        }
+        declaredWidth = codec.width;
         if (unit != nullptr && unit->track == TrackKind::Picture)
             ReadSize(*unit, &width, &height);
     }
     if (wish.sound)
-        sound.reset();
+        tracks.sound.reset();
     if (wish.sound && round.Sound().has_value())
-        sound = {RateOf(*demuxer.Sound(), kUsualSound), round.Sound()->SampleRate(),
-                 round.Sound()->Channels()};
+        tracks.sound = {RateOf(*demuxer.Sound(), kUsualSound), round.Sound()->SampleRate(),
+                        round.Sound()->Channels(), round.Sound()->Configuration()};
+}
+
+bool Description::ContradictsSound(const SoundTrack &track, const Unit &unit)
+{
+    if (track.Configuration() != tracks.sound->configuration)
+        return true;
+    if (!track.Configuration().empty())
+        return false;
+    const uint32_t header = SharedHeader(unit);
+    const uint32_t before = soundHeader.value_or(header);
+    soundHeader = header;
+    if (before == header)
+        return false;
+    // With band replication what is declared may be twice the rate of the frames, from the first
+    // one on. And a new picture may have brought the new declaration already.
+    const bool declared =
+        track.SampleRate() == tracks.sound->rate && track.Channels() == tracks.sound->channels;
+    const bool otherProfile = ((before ^ header) & kProfile) != 0;
+    return !declared || otherProfile;
 }
 
 std::string Description::Contradiction(const Round &round, const Wish &wish, const Unit &unit)
 {
-    if ((wish.picture && round.Picture().has_value() != picture.has_value()) ||
-        (wish.sound && round.Sound().has_value() != sound.has_value()))
+    if ((wish.picture && round.Picture().has_value() != tracks.picture.has_value()) ||
+        (wish.sound && round.Sound().has_value() != tracks.sound.has_value()))
         return "other tracks have come";
-    if (unit.track == TrackKind::Picture)
-        return sets.ContradictedBy(unit.bytes.data(), unit.bytes.size())
-                   ? "the picture has other parameter sets"
-                   : "";
-    const uint32_t header = SharedHeader(unit);
-    const uint32_t before = soundHeader.value_or(header);
-    soundHeader = header;
-    // With band replication what is declared may be twice the rate of the frames, from the first
-    // one on. And a new picture may have brought the new declaration already.
-    const bool declared = round.Sound()->SampleRate() == sound->nSampleRate &&
-                          round.Sound()->Channels() == sound->nChannels;
-    const bool otherProfile = ((before ^ header) & kProfile) != 0;
-    return before == header || (declared && !otherProfile) ? "" : "the sound has another format";
+    if (unit.track == TrackKind::Sound)
+        return ContradictsSound(*round.Sound(), unit) ? "the sound has another format" : "";
+    if (!sets.ContradictedBy(unit.bytes.data(), unit.bytes.size()))
+        return "";
+    if (limits.fixedSets)
+        return "the picture has other parameter sets";
+    sets.Take(unit.bytes.data(), unit.bytes.size());
+    ReadSize(unit, &width, &height);
+    return "";
 }
 
 std::string Description::About() const
 {
     char text[128] = "";
     std::string about;
-    if (picture.has_value()) {
-        snprintf(text, sizeof(text), "H.264 %dx%d", width, height);
-        about = text;
+    if (tracks.picture.has_value()) {
+        about = "H.264";
+        if (width > 0)
+            about += " " + std::to_string(width) + "x" + std::to_string(height);
     }
-    if (sound.has_value()) {
-        snprintf(text, sizeof(text), "AAC %u Hz, %u %s", sound->nSampleRate, sound->nChannels,
-                 sound->nChannels == 1 ? "channel" : "channels");
+    if (tracks.sound.has_value()) {
+        snprintf(text, sizeof(text), "AAC %u Hz, %u %s", tracks.sound->rate, tracks.sound->channels,
+                 tracks.sound->channels == 1 ? "channel" : "channels");
         about += about.empty() ? text : std::string(", ") + text;
     }
     return about;

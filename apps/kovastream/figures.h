@@ -1,5 +1,7 @@
 #pragma once
 
+#include "served.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -18,22 +20,21 @@ struct Figures {
     int64_t position = 0; ///< microseconds of media so far
     uint64_t pictures = 0;
     uint64_t bytes = 0;
-    int32_t clients = 0;
-    int32_t maxClients = 0;   ///< of all streams together
-    uint32_t kilobitsOut = 0; ///< as the server tells: of 1024 bits, from the key frame on
-    uint32_t status = 0;      ///< KOVA_STREAM_*
+    int32_t maxClients = 0; ///< of all streams together
+    Served served;
 };
 
 /// What happened between two looks. A kilobit is 1000 bits.
 struct Rates {
     double fps;
     double kilobitsIn;
-    double kilobitsOut = 0; ///< see OutRate
 };
 Rates RatesBetween(const Figures &before, const Figures &now, double seconds);
 
 /// A line for people, as the fields of a table.
 std::vector<std::string> StatusFields(const Figures &figures, const Rates &rates);
+/// The line of a player, which stands below that of its stream.
+std::vector<std::string> PlayerFields(const Player &player);
 /// An object for programs, on one line.
 std::string StatusJson(const Figures &figures, const Rates &rates);
 

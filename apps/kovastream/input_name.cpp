@@ -9,7 +9,8 @@ namespace kovastream {
 
 namespace {
 
-constexpr size_t kLongestUri = 1024;
+constexpr size_t kLongestUri = 255;
+constexpr size_t kLongestAnyUri = 1024;
 constexpr size_t kShortestUri = 2;
 constexpr char kUriCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-/";
@@ -37,18 +38,34 @@ size_t EndOfUri(const std::string &argument)
     return end;
 }
 
-/// The server looks for these words in whole requests, so a path must not contain them.
-void CheckUri(const std::string &uri)
+/// Whether the last segment is that of a track's address: "track" and a number from 1 up.
+bool EndsLikeATrack(const std::string &uri)
+{
+    constexpr char kTrack[] = "track";
+    constexpr size_t kTrackSize = sizeof(kTrack) - 1;
+    constexpr size_t kMostDigits = 9;
+    const std::string last = uri.substr(uri.rfind('/') + 1); // all of it without a slash
+    const std::string number = last.substr(std::min(last.size(), kTrackSize));
+    return last.compare(0, kTrackSize, kTrack) == 0 && !number.empty() &&
+           number.size() <= kMostDigits && number.front() != '0' &&
+           number.find_first_not_of("0123456789") == std::string::npos;
+}
+
+/// The classic server looks for these words in whole requests, so a path must not contain them.
+void CheckUri(const std::string &uri, const Limits &limits)
 {
     const auto refuse = [&uri](const std::string &why) {
         throw Failure("the URI '" + uri + "' cannot be published: " + why);
     };
-    if (uri.size() < kShortestUri || uri.size() > kLongestUri)
-        refuse("it must have 2 to 1024 characters");
+    const size_t longest = limits.anyUri ? kLongestAnyUri : kLongestUri;
+    if (uri.size() < kShortestUri || uri.size() > longest)
+        refuse("it must have 2 to " + std::to_string(longest) + " characters");
     if (uri.find_first_not_of(kUriCharacters) != std::string::npos)
         refuse("use letters, digits and . _ - / only");
     if (uri.front() == '/' || uri.back() == '/')
         refuse("leave the slash at its beginning or end away");
+    if (!limits.anyUri && EndsLikeATrack(uri))
+        refuse("players would take its end for a track");
     for (const char *word : {"Session", "client_port", "interleaved", "RTSP/"}) {
         if (uri.find(word) != std::string::npos)
             refuse("it must not contain '" + std::string(word) + "'");
@@ -79,7 +96,7 @@ std::vector<std::string> SplitSources(const std::string &input)
 
 } // namespace
 
-std::vector<InputName> NameInputs(const std::vector<std::string> &arguments)
+std::vector<InputName> NameInputs(const std::vector<std::string> &arguments, const Limits &limits)
 {
     std::vector<InputName> names;
     if (arguments.empty()) {
@@ -96,7 +113,7 @@ std::vector<InputName> NameInputs(const std::vector<std::string> &arguments)
             name.uri = argument.substr(0, end);
         else
             name.uri = names.empty() ? "live" : "live" + std::to_string(names.size() + 1);
-        CheckUri(name.uri);
+        CheckUri(name.uri, limits);
         if (input.empty())
             throw Failure("no input stands behind '" + argument + "'");
         name.sources = SplitSources(input);

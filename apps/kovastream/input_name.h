@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server_limits.h"
+
 #include <string>
 #include <vector>
 
@@ -12,7 +14,9 @@ struct InputName {
 };
 
 /// Understands the arguments; without any it is the sample clip. Streams without a URI are called
-/// live, live2 and so on, by their place. Throws Failure for a URI that players could not ask for.
-std::vector<InputName> NameInputs(const std::vector<std::string> &arguments);
+/// live, live2 and so on, by their place. Throws Failure for a URI that players could not ask for,
+/// or that a server with these limits does not publish.
+std::vector<InputName> NameInputs(const std::vector<std::string> &arguments,
+                                  const Limits &limits = {});
 
 } // namespace kovastream

@@ -113,13 +113,16 @@ std::optional<std::string> KeyFrames::LookAtKeyFrame(int64_t wait)
         return std::nullopt;
     m_saidApart = wait;
     const std::string time = Seconds(wait);
+    if (!m_idrOnly)
+        return "key frames are " + time + " apart: what players see first may be as old" +
+               WhatToDo();
     return "key frames (IDR) are " + time + " apart: players wait up to " + time +
            " for their first picture" + WhatToDo();
 }
 
 std::optional<std::string> KeyFrames::LookForKeyFrame(int64_t wait)
 {
-    if (m_saidNone || wait <= (m_recovery ? kApart : kPatience))
+    if (m_saidNone || wait <= (m_recovery ? kApart : kPatience) || (m_any && !m_idrOnly))
         return std::nullopt;
     m_saidNone = true;
     if (!m_any)
@@ -130,6 +133,8 @@ std::optional<std::string> KeyFrames::LookForKeyFrame(int64_t wait)
 
 std::optional<std::string> KeyFrames::Look(Entry entry, int64_t time)
 {
+    if (!m_idrOnly && entry == Entry::Recovery)
+        entry = Entry::Key;
     m_recovery |= entry == Entry::Recovery;
     const int64_t wait = m_last.has_value() ? time - *m_last : 0;
     if (entry != Entry::Key) {

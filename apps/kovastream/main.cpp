@@ -1,9 +1,9 @@
 // kovastream: streams files, pipes and encoders to RTSP players.
 
 #include "console.h"
+#include "door.h"
 #include "failure.h"
 #include "options.h"
-#include "publisher.h"
 #include "reporter.h"
 #include "stop.h"
 #include "stream.h"
@@ -29,8 +29,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Streams = std::vector<std::unique_ptr<Stream>>;
 
-/// The server sends everything a second behind its time.
-constexpr std::chrono::milliseconds kServerDelay{1200};
+/// However far ahead the last unit's time is, nobody waits longer for the end.
+constexpr std::chrono::seconds kPatience{5};
 
 /// Ends and joins the streams' threads, however a run ends. The server, which they push to, is
 /// there for longer.
@@ -108,12 +108,13 @@ void Report(const Options &options, Console *console, const Streams &streams, St
 }
 
 /// Lets everything that was pushed go out, unless somebody asked for the end.
-void AwaitQueue(const Streams &streams, const Stop &stop)
+void AwaitQueue(const Options &options, const Streams &streams, const Stop &stop)
 {
+    const auto lag = options.door->lag + std::chrono::milliseconds(options.delay);
     Clock::time_point end = Clock::now();
     for (const auto &stream : streams)
-        end = std::max(end, stream->End() + kServerDelay);
-    end = std::min(end, Clock::now() + std::chrono::seconds(5));
+        end = std::max(end, stream->End() + lag);
+    end = std::min(end, Clock::now() + kPatience + lag);
     while (!stop.Signalled() && Clock::now() < end) {
         const auto left = end - Clock::now();
         std::this_thread::sleep_for(std::min<Clock::duration>(left, std::chrono::milliseconds(50)));
@@ -126,19 +127,18 @@ void Run(const Options &options, Stop *stop)
     Streams streams;
     for (const InputName &name : options.inputs)
         streams.push_back(std::make_unique<Stream>(name, options, &console, stop));
-    Publisher publisher(options);
+    const std::unique_ptr<Publisher> publisher = options.door->open(options, &console);
     Ended ended(streams.size(), &console, stop);
     const Joined joined(&streams, stop);
     for (const auto &stream : streams) {
-        stream->Start(&publisher, [&ended](const std::string &failure) { ended.Take(failure); });
+        stream->Start(publisher.get(),
+                      [&ended](const std::string &failure) { ended.Take(failure); });
     }
     Report(options, &console, streams, stop);
     if (stop->Signalled())
-        console.Print(
-            "stopping: players are let go, which takes a second or two (Ctrl-C again ends "
-            "at once)");
+        console.Print(options.door->farewell);
     if (stop->FailureText().empty())
-        AwaitQueue(streams, *stop);
+        AwaitQueue(options, streams, *stop);
 }
 
 /// Standard descriptors that the caller has closed would be given to whatever is opened next.

@@ -36,6 +36,11 @@ std::string NetworkFailure(const std::string &input, int error)
     const std::string quoted = "'" + input + "'";
     if (error == AVERROR_INVALIDDATA)
         return quoted + " answers, but not with media: check the address; try  ffprobe " + input;
+    if (error == AVERROR_HTTP_UNAUTHORIZED)
+        return quoted + " wants a login that is right: give it as in  " +
+               input.substr(0, input.find("://")) + "://USER:PASSWORD@HOST/PATH";
+    if (error == AVERROR_HTTP_NOT_FOUND)
+        return quoted + " answers, but has nothing there (404): check the path";
     const std::string host = HostOf(input);
     const std::string lookUp = error == AVERROR(EIO) ? LookUpFailure(host) : "";
     if (!lookUp.empty())

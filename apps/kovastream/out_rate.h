@@ -1,29 +1,24 @@
 #pragma once
 
-#include "figures.h"
+#include "sliding_rate.h"
 
-#include <chrono>
 #include <cstdint>
-#include <deque>
+#include <optional>
 
 namespace kovastream {
 
-/// The bit rate to all players of a stream. The server measures from a player's first key frame on,
-/// and a key frame is many times as large as other pictures: until the mean has some seconds, it is
-/// far above what flows. No more flows than what came in, to each of them.
+/// The bit rate to all players of a stream of the classic server. That measures from a player's
+/// first key frame on, and a key frame is many times as large as other pictures: until the mean has
+/// some seconds, it is far above what flows. No more flows than what came in, to each of them.
 class OutRate {
 public:
-    using Time = std::chrono::steady_clock::time_point;
-
-    /// To be called with each look at the stream, at the time `now`. Returns 1000 bit/s.
-    double Take(const Figures &figures, Time now);
+    /// To be called with each look at the stream, at the time `now`.
+    /// `told`: the server's own mean, in its kilobits; `bytes`: pushed so far. Returns 1000 bit/s.
+    double Take(uint32_t told, int32_t clients, uint64_t bytes, SlidingRate::Time now);
 
 private:
-    struct Look {
-        Time time;
-        uint64_t bytes;
-    };
-    std::deque<Look> m_looks; ///< those of the last ten seconds, and one before
+    SlidingRate m_in;
+    std::optional<SlidingRate::Time> m_first;
 };
 
 } // namespace kovastream

@@ -19,7 +19,7 @@ namespace {
 // Turns the length fields of MP4, MKV and FLV into start codes.
 constexpr char kFilters[] = "h264_mp4toannexb";
 
-/// What the library's session description holds of one parameter set.
+/// What the classic server's description holds of one parameter set.
 constexpr size_t kLongestParameterSet = 189;
 
 constexpr AVRational kMicroseconds = {1, 1000000};
@@ -46,9 +46,11 @@ int64_t DurationOf(const AVStream &stream)
 
 } // namespace
 
-PictureTrack::PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps)
-    : m_input(input), m_timeBase(stream.time_base), m_usualDuration(DurationOf(stream)),
-      m_filter(MakeFilter(*stream.codecpar, stream.time_base)), m_lastDecode(AV_NOPTS_VALUE)
+PictureTrack::PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps,
+                           const Limits &limits)
+    : m_input(input), m_fixedSets(limits.fixedSets), m_timeBase(stream.time_base),
+      m_usualDuration(DurationOf(stream)), m_filter(MakeFilter(*stream.codecpar, stream.time_base)),
+      m_lastDecode(AV_NOPTS_VALUE)
 {
     m_sets.Take(m_filter->par_out->extradata,
                 static_cast<size_t>(m_filter->par_out->extradata_size));
@@ -61,7 +63,7 @@ PictureTrack::PictureTrack(const std::string &input, const AVStream &stream, boo
 
 void PictureTrack::CheckParameterSets() const
 {
-    if (m_sets.Longest() > kLongestParameterSet)
+    if (m_fixedSets && m_sets.Longest() > kLongestParameterSet)
         throw Failure("'" + m_input +
                       "': its H.264 parameter sets are longer than 189 bytes, which no description "
                       "holds; transcode it:  " +

@@ -3,6 +3,7 @@
 #include "ffmpeg.h"
 #include "parameter_sets.h"
 #include "picture_clock.h"
+#include "server_limits.h"
 #include "unit.h"
 
 #include <optional>
@@ -14,8 +15,9 @@ namespace kovastream {
 /// front of every key frame, whatever form the container has.
 class PictureTrack {
 public:
-    /// Throws Failure for parameter sets that the library does not take.
-    PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps);
+    /// Throws Failure for parameter sets that cannot be read, or are not within the limits.
+    PictureTrack(const std::string &input, const AVStream &stream, bool raw, double fps,
+                 const Limits &limits);
 
     /// Fills the unit from the packet, which is used up. Returns false for one that holds none.
     bool Convert(AVPacket *packet, Unit *unit);
@@ -32,6 +34,7 @@ private:
     void TakeSets(const AVPacket &packet, Unit *unit);
 
     const std::string m_input;
+    const bool m_fixedSets;
     const AVRational m_timeBase;
     const int64_t m_usualDuration;
     Filter m_filter;

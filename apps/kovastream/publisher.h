@@ -1,55 +1,36 @@
 #pragma once
 
-#include "kova_rtsp_server.h"
-#include "options.h"
+#include "served.h"
+#include "tracks.h"
 #include "unit.h"
 
 #include <cstdint>
-#include <mutex>
-#include <optional>
+#include <memory>
 #include <string>
 
 namespace kovastream {
 
-class Publisher;
-
-/// A stream that players can ask for, once it has been published. Any thread may call it.
-class Published {
+/// A stream of a server. Any thread may call it; one thread at a time pushes a track.
+class Publication {
 public:
-    void Push(const Unit &unit, uint32_t milliseconds);
+    virtual ~Publication() = default;
 
-    int32_t Clients() const;
-    uint32_t KilobitsOut() const;
-    uint32_t Status() const;
-
-private:
-    friend class Publisher;
-
-    KovaRtspStatus Read(uint32_t type) const;
-    /// Returns what it was. Nobody uses that any more.
-    KovaRtspStreamer *Exchange(KovaRtspStreamer *stream);
-
-    mutable std::mutex m_mutex;
-    KovaRtspStreamer *m_stream = nullptr;
+    /// Lets players ask for the stream, with the tracks that it has. When it is published already,
+    /// what its players get ends before. Throws Failure.
+    virtual void Publish(const Tracks &tracks) = 0;
+    /// Sends a unit. `presentation`: when it is to be shown, microseconds on the stream's clock.
+    virtual void Push(const Unit &unit, int64_t presentation) = 0;
+    /// How it is served at the moment; to be asked for about once a second.
+    virtual Served Look() = 0;
 };
 
-/// The server with its streams, from construction to destruction.
+/// A server, from construction to destruction. Its publications end before it.
 class Publisher {
 public:
-    /// Throws Failure when the port cannot be had.
-    explicit Publisher(const Options &options);
-    ~Publisher();
-    Publisher(const Publisher &) = delete;
-    Publisher &operator=(const Publisher &) = delete;
+    virtual ~Publisher() = default;
 
-    /// Publishes a stream with the tracks that it has. One that is published already is withdrawn
-    /// before, which ends what its players get and takes a second or two. Any thread may call it.
-    void Publish(const std::string &uri, const std::optional<KovaAudioDescription> &sound,
-                 const std::optional<KovaVideoDescription> &picture, Published *published);
-
-private:
-    KovaRtspServer *m_server = nullptr;
-    std::mutex m_mutex;
+    /// A stream under that name, which is not published yet.
+    virtual std::unique_ptr<Publication> Add(const std::string &uri) = 0;
 };
 
 } // namespace kovastream

@@ -14,8 +14,8 @@ Reporter::Reporter(const Options &options, Console *console,
                    const std::vector<std::unique_ptr<Stream>> &streams)
     : m_form(options.status), m_maxClients(options.maxClients), m_console(console),
       m_streams(streams),
-      m_period(m_form == StatusForm::Line && !console->IsLive() ? kPlainPeriod : 1),
-      m_last(Clock::now()), m_before(streams.size()), m_out(streams.size())
+      m_period(m_form != StatusForm::Json && !console->IsLive() ? kPlainPeriod : 1),
+      m_last(Clock::now()), m_before(streams.size())
 {}
 
 void Reporter::Tick()
@@ -29,12 +29,15 @@ void Reporter::Tick()
     m_last = now;
     Table table;
     for (size_t i = 0; i < all.size(); i++) {
-        Rates rates = RatesBetween(m_before[i], all[i], seconds);
-        rates.kilobitsOut = m_out[i].Take(all[i], now);
+        const Rates rates = RatesBetween(m_before[i], all[i], seconds);
         if (m_form == StatusForm::Json)
             table.push_back({StatusJson(all[i], rates)});
         else
             table.push_back(StatusFields(all[i], rates));
+        if (m_form != StatusForm::Players)
+            continue;
+        for (const Player &player : all[i].served.players)
+            table.push_back(PlayerFields(player));
     }
     m_before = std::move(all);
     m_console->ShowStatus(table);
@@ -52,7 +55,7 @@ void Reporter::TellRefusals(const std::vector<Figures> &figures)
 {
     int32_t clients = 0;
     for (const Figures &one : figures)
-        clients += one.clients;
+        clients += one.served.clients;
     const bool full = clients >= m_maxClients;
     if (full && !m_full)
         m_console->Print("the maximum of " + std::to_string(m_maxClients) +

@@ -3,7 +3,6 @@
 #include "console.h"
 #include "figures.h"
 #include "options.h"
-#include "out_rate.h"
 #include "stream.h"
 
 #include <chrono>
@@ -35,7 +34,6 @@ private:
     int m_ticks = 0;
     Clock::time_point m_last;
     std::vector<Figures> m_before;
-    std::vector<OutRate> m_out;
     bool m_full = false; ///< as many players as are let in
 };
 

@@ -22,13 +22,14 @@ bool IsCutOff(int64_t reached, int64_t declared)
     return declared != AV_NOPTS_VALUE && reached + kMissing + declared / 10 < declared;
 }
 
-Round::Round(Demuxer *demuxer, double fps)
+Round::Round(Demuxer *demuxer, double fps, const Limits &limits)
     : m_demuxer(demuxer), m_packets(demuxer), m_packet(Made(av_packet_alloc()))
 {
     if (demuxer->Picture() != nullptr)
-        m_picture.emplace(demuxer->Input(), *demuxer->Picture(), demuxer->IsRawVideo(), fps);
+        m_picture.emplace(demuxer->Input(), *demuxer->Picture(), demuxer->IsRawVideo(), fps,
+                          limits);
     if (demuxer->Sound() != nullptr)
-        m_sound.emplace(demuxer->Input(), *demuxer->Sound());
+        m_sound.emplace(demuxer->Input(), *demuxer->Sound(), limits);
     if (demuxer->Kind() == SourceKind::File) {
         Unit first;
         if (Next(&first) == Demuxer::Result::Got)

@@ -19,7 +19,7 @@ class Round {
 public:
     /// Throws Failure for tracks that cannot be converted, and for a file in which nothing can be
     /// read.
-    Round(Demuxer *demuxer, double fps);
+    Round(Demuxer *demuxer, double fps, const Limits &limits);
 
     /// Throws Failure for a file that is broken or cut off.
     Demuxer::Result Next(Unit *unit);
@@ -37,7 +37,7 @@ public:
     {
         return m_sound;
     }
-    /// Whether sound frames were left out that are too large for the library.
+    /// Whether sound frames were left out that are too large for the server.
     bool LeftSoundOut() const
     {
         return m_leftOut;

@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "ffmpeg.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
@@ -64,8 +65,22 @@ void CheckScheme(const std::string &input)
     if (scheme == "rtsps" || av_find_input_format(scheme.c_str()) != nullptr ||
         avio_find_protocol_name(input.c_str()) != nullptr)
         return;
-    throw Failure("'" + input + "': FFmpeg's libraries do not know '" + scheme +
+    throw Failure("'" + Shown(input) + "': FFmpeg's libraries do not know '" + scheme +
                   "://'; what they know is listed by  ffmpeg -protocols");
+}
+
+std::string Shown(const std::string &input)
+{
+    const size_t scheme = input.find("://");
+    if (scheme == std::string::npos)
+        return input;
+    const size_t host = scheme + 3;
+    const size_t end = std::min(input.find_first_of("/?#", host), input.size());
+    const size_t at = input.substr(0, end).rfind('@');
+    const size_t colon = input.find(':', host);
+    if (at == std::string::npos || at < host || colon > at)
+        return input;
+    return input.substr(0, colon + 1) + "..." + input.substr(at);
 }
 
 std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound)

@@ -18,6 +18,9 @@ SourceKind KindOf(const std::string &input);
 /// Throws Failure for a network address of a kind that will never be opened.
 void CheckScheme(const std::string &input);
 
+/// An input as lines show it: without the password that a network address may have.
+std::string Shown(const std::string &input);
+
 /// The command that turns an input into what can be streamed; for advice to the user.
 std::string TranscodeAdvice(const std::string &input, bool copyPicture, bool copySound);
 

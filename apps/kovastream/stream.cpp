@@ -28,12 +28,13 @@ int64_t Now()
 Stream::Stream(const InputName &name, const Options &options, Console *console, Stop *stop)
     : m_uri(name.uri), m_options(options), m_console(console), m_stop(stop),
       m_meeting(static_cast<int>(name.sources.size()), *stop), m_pacer(*stop),
-      m_running(name.sources.size())
+      m_keyFrames(options.door->limits.idrOnly), m_running(name.sources.size())
 {
+    m_description.limits = options.door->limits;
     for (const std::string &input : name.sources) {
         // The first of two is for the picture, the second for the sound.
         const Wish wish = {options.fps, m_sources.empty(),
-                           !m_sources.empty() || name.sources.size() == 1};
+                           !m_sources.empty() || name.sources.size() == 1, options.door->limits};
         CheckScheme(input);
         m_sources.push_back(std::make_unique<Source>(
             Source{input, wish, Timeline(&m_end), {}, {}, nullptr, nullptr, {}}));
@@ -58,13 +59,14 @@ void Stream::Open(Source *source)
     if (!source->kind.has_value())
         source->kind = kind;
     if (source->kind != kind)
-        throw Failure("'" + source->input + "' is no longer of the kind that it was");
+        throw Failure("'" + Shown(source->input) + "' is no longer of the kind that it was");
     if (kind == SourceKind::Network)
         source->notBefore = steady_clock::now() + kBetweenRequests;
     source->round.reset();
     source->demuxer = std::make_unique<Demuxer>(source->input, kind, source->wish, *m_stop,
                                                 std::move(source->demuxer));
-    source->round = std::make_unique<Round>(source->demuxer.get(), m_options.fps);
+    source->round =
+        std::make_unique<Round>(source->demuxer.get(), m_options.fps, m_options.door->limits);
 }
 
 bool Stream::AllFiles() const
@@ -75,7 +77,7 @@ bool Stream::AllFiles() const
 
 void Stream::Start(Publisher *publisher, OnEnd onEnd)
 {
-    m_publisher = publisher;
+    m_publication = publisher->Add(m_uri);
     m_onEnd = std::move(onEnd);
     for (const auto &source : m_sources)
         source->thread = std::thread([this, pointer = source.get()] { Run(pointer); });
@@ -87,7 +89,7 @@ void Stream::Run(Source *source)
     try {
         Play(source);
     } catch (const std::bad_alloc &) {
-        m_stop->Fail("no memory is left for '" + source->input + "'");
+        m_stop->Fail("no memory is left for '" + Shown(source->input) + "'");
     } catch (const std::exception &error) {
         failure = error.what();
     }
@@ -139,7 +141,7 @@ void Stream::Describe(const Source &source)
 /// While the sources meet: nobody changes the description.
 void Stream::Publish()
 {
-    m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+    m_publication->Publish(m_description.tracks);
     m_lastPush = Now();
     m_isPublished = true;
     const Urls urls = UrlsOf(m_uri, m_options);
@@ -159,7 +161,7 @@ void Stream::FollowChange(const Source &source, const Unit &unit)
     m_description.Take(*source.demuxer, *source.round, source.wish, &unit);
     m_console->Print(m_uri + ": " + change + ": published anew (" + m_description.About() +
                      "); its players have to connect again");
-    m_publisher->Publish(m_uri, m_description.sound, m_description.picture, &m_published);
+    m_publication->Publish(m_description.tracks);
 }
 
 /// The same as Feed; a source that breaks and can begin again does so after a pause.
@@ -179,7 +181,7 @@ bool Stream::FeedOrWait(Source *source, int64_t base)
 void Stream::SayBroken(Source *source)
 {
     const std::string text =
-        "reading '" + source->input + "' failed: " + ErrorText(source->demuxer->LastError());
+        "reading '" + Shown(source->input) + "' failed: " + ErrorText(source->demuxer->LastError());
     if (source->retry.IsNews(text))
         m_console->Print(m_uri + ": " + text);
 }
@@ -215,7 +217,7 @@ void Stream::PushOne(Source *source, const Unit &unit)
     const Placed placed = source->timeline.Place(unit);
     if (!m_pacer.Wait(placed.due))
         return;
-    m_published.Push(unit, placed.milliseconds);
+    m_publication->Push(unit, placed.presentation);
     m_lastPush = Now();
     m_position = std::max<int64_t>(m_position, placed.due);
     m_bytes += unit.bytes.size();
@@ -279,9 +281,7 @@ Figures Stream::Look() const
     figures.position = m_position;
     figures.pictures = m_pictures;
     figures.bytes = m_bytes;
-    figures.clients = m_published.Clients();
-    figures.kilobitsOut = m_published.KilobitsOut();
-    figures.status = m_published.Status();
+    figures.served = m_publication->Look();
     return figures;
 }
 

@@ -48,6 +48,7 @@ public:
     /// breaks, is tried again, unless --strict or the end of its input makes that final.
     void Start(Publisher *publisher, OnEnd onEnd);
 
+    /// To be asked for about once a second.
     Figures Look() const;
     /// When the last unit so far has its time.
     std::chrono::steady_clock::time_point End() const;
@@ -85,7 +86,6 @@ private:
     const Options &m_options;
     Console *const m_console;
     Stop *const m_stop;
-    Publisher *m_publisher = nullptr;
     OnEnd m_onEnd;
     Meeting m_meeting;
     StreamEnd m_end;
@@ -101,7 +101,7 @@ private:
 
     std::mutex m_describing;
     Description m_description;
-    Published m_published;
+    std::unique_ptr<Publication> m_publication;
 
     // Figures, by whatever thread.
     std::atomic<bool> m_isPublished{false};

@@ -11,8 +11,8 @@ namespace kovastream {
 /// When a unit is due and what timestamp it gets, on the clock of the published stream, which
 /// starts above 0 and goes on evenly over the ends of inputs.
 struct Placed {
-    int64_t due;           ///< microseconds
-    uint32_t milliseconds; ///< modulo 2^32
+    int64_t due;          ///< to be pushed; microseconds
+    int64_t presentation; ///< to be shown
 };
 
 /// How far the published stream has come; shared by its sources.
@@ -42,7 +42,6 @@ public:
 private:
     StreamEnd *const m_end;
     EvenClock m_clock;
-    int64_t m_sound = 0; ///< the last sound frame's milliseconds
 };
 
 } // namespace kovastream

@@ -11,8 +11,8 @@ namespace kovastream {
 
 namespace {
 
-// The library's session description is right for sound with up to three channels.
-constexpr int kMostChannels = 3;
+// The classic server's description is right for sound with up to three channels.
+constexpr int kMostPlainChannels = 3;
 
 [[noreturn]] void RefuseEncrypted(const std::string &input)
 {
@@ -22,8 +22,9 @@ constexpr int kMostChannels = 3;
 
 class Check {
 public:
-    Check(const std::string &input, const AVStream *picture, const AVStream *sound)
-        : m_input(input), m_picture(picture), m_sound(sound)
+    Check(const std::string &input, const AVStream *picture, const AVStream *sound,
+          const Limits &limits)
+        : m_input(input), m_picture(picture), m_sound(sound), m_limits(limits)
     {}
 
     void All() const
@@ -67,7 +68,7 @@ private:
             Refuse("its picture is " + std::string(avcodec_get_name(codec.codec_id)) +
                        ", only H.264 can be streamed",
                    stream);
-        if (codec.width == 0 || codec.extradata_size == 0)
+        if (m_limits.fixedSets && (codec.width == 0 || codec.extradata_size == 0))
             throw Failure(
                 "'" + m_input +
                 "': its H.264 has no parameter sets (SPS and PPS) that can be read: it "
@@ -82,29 +83,38 @@ private:
             Refuse("its sound is " + std::string(avcodec_get_name(codec.codec_id)) +
                        ", only AAC can be streamed",
                    stream);
+        if (m_limits.plainSound)
+            PlainSound(stream);
+        if (codec.ch_layout.nb_channels == 0 || codec.sample_rate == 0)
+            throw Failure("'" + m_input + "': its AAC cannot be read: it is broken");
+    }
+
+    void PlainSound(const AVStream &stream) const
+    {
+        const AVCodecParameters &codec = *stream.codecpar;
         const bool core =
             codec.profile == FF_PROFILE_AAC_LOW || codec.profile == FF_PROFILE_AAC_HE ||
             codec.profile == FF_PROFILE_AAC_HE_V2 || codec.profile == FF_PROFILE_UNKNOWN;
         if (!core)
             Refuse("its AAC is not of the LC kind", stream);
-        if (codec.ch_layout.nb_channels > kMostChannels)
+        if (codec.ch_layout.nb_channels > kMostPlainChannels)
             Refuse("its sound has " + std::to_string(codec.ch_layout.nb_channels) +
                        " channels, at most 3 can be described to players",
                    stream);
-        if (codec.ch_layout.nb_channels == 0 || codec.sample_rate == 0)
-            throw Failure("'" + m_input + "': its AAC cannot be read: it is broken");
     }
 
     const std::string &m_input;
     const AVStream *const m_picture;
     const AVStream *const m_sound;
+    const Limits m_limits;
 };
 
 } // namespace
 
-void CheckTracks(const std::string &input, const AVStream *picture, const AVStream *sound)
+void CheckTracks(const std::string &input, const AVStream *picture, const AVStream *sound,
+                 const Limits &limits)
 {
-    Check(input, picture, sound).All();
+    Check(input, picture, sound, limits).All();
 }
 
 void CheckPacket(const std::string &input, const AVPacket &packet)

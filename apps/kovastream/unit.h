@@ -13,12 +13,12 @@ enum class TrackKind {
 /// Whether a player can begin with a picture.
 enum class Entry {
     None,
-    Recovery, ///< a recovery point: a decoder could, but the server waits for an IDR picture
+    Recovery, ///< a recovery point: a decoder can; the classic server waits for an IDR picture
     Key,      ///< an IDR picture
 };
 
-/// What is pushed at once: an H.264 access unit in Annex B form or one AAC frame with its ADTS
-/// header. Times are microseconds of the input's own clock.
+/// What is pushed at once: an H.264 access unit in Annex B form or one AAC frame, see SoundTrack.
+/// Times are microseconds of the input's own clock.
 struct Unit {
     TrackKind track = TrackKind::Picture;
     Entry entry = Entry::None;

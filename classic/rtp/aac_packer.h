@@ -48,7 +48,7 @@ KOVA_API uint32_t KovaRtpAacPackerPushData(KovaRtpPacker *pPacker, const uint8_t
                                            uint32_t nLength, uint32_t nPts);
 
 /// The same for bytes that may be lent: KovaRtpPackerTake().
-uint32_t KovaRtpAacPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+uint32_t KovaRtpAacPackerTake(KovaRtpPacker *pHead, const uint8_t *pData, uint8_t *pLent,
                               uint32_t nLength, uint32_t nPts);
 
 /// Decides what goes into the next packet and sets its size and the marker.

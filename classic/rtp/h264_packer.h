@@ -48,7 +48,7 @@ KOVA_API uint32_t KovaRtpH264PackerPushData(KovaRtpPacker *pPacker, const uint8_
                                             uint32_t nLength, uint32_t nPts);
 
 /// The same for bytes that may be lent: KovaRtpPackerTake().
-uint32_t KovaRtpH264PackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t *pLent,
+uint32_t KovaRtpH264PackerTake(KovaRtpPacker *pHead, const uint8_t *pData, uint8_t *pLent,
                                uint32_t nLength, uint32_t nPts);
 
 /// Decides what goes into the next packet and sets its size and the marker.

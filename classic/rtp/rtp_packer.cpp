@@ -76,6 +76,14 @@ uint32_t BuildPacket(KovaRtpPacker *pPacker, const Codec &codec, uint32_t nSize,
     return kPackerOk;
 }
 
+/// Frozen: that there is no memory for a packet has always been told before that there
+/// is none to build.
+uint32_t UnlessMemoryIsShort(uint32_t nResult)
+{
+    const KovaOwner<KovaRtpPacket, KovaRtpFreePacket> packet(KovaRtpPacketAlloc());
+    return packet ? nResult : kPackerNoMemory;
+}
+
 } // namespace
 
 KovaRtpPacker *KovaRtpVideoPackerCreate(uint32_t nCodec, uint32_t nPayloadType, uint32_t nSsrc,
@@ -115,6 +123,12 @@ uint32_t KovaRtpPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t
 }
 
 uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
+{
+    const uint32_t nResult = KovaRtpPackerNext(pPacker, ppPacket);
+    return nResult == kPackerNothing ? UnlessMemoryIsShort(nResult) : nResult;
+}
+
+uint32_t KovaRtpPackerNext(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket)
 {
     const Codec *pCodec = CodecOf(pPacker);
     if (pCodec == nullptr || ppPacket == nullptr)

@@ -76,9 +76,12 @@ uint32_t KovaRtpPackerTake(KovaRtpPacker *pPacker, const uint8_t *pData, uint8_t
 
 /// Builds the next packet of the pushed access unit into *ppPacket, with a
 /// reference count of 0; the caller frees it through its last reference.
-/// Returns kPackerOk, kPackerNothing, kPackerNoMemory or kPackerInvalid;
-/// *ppPacket is written on success only.
+/// Returns kPackerOk, kPackerNothing, kPackerNoMemory (also when there would have been
+/// nothing to build) or kPackerInvalid; *ppPacket is written on success only.
 KOVA_API uint32_t KovaRtpPackerGetRtpPacket(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket);
+
+/// The same, but tells that there is nothing to build without a look at the memory.
+uint32_t KovaRtpPackerNext(KovaRtpPacker *pPacker, KovaRtpPacket **ppPacket);
 
 /// Drops whatever is left of the pushed access unit, so that a shortage in the
 /// middle of one unit does not refuse every later one.

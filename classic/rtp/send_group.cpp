@@ -44,13 +44,12 @@ bool Admits(KovaRtpSendGroup *pGroup, const KovaRtpPacket *pPacket)
     return false;
 }
 
-/// Queues the packet with a reference of the group's. Returns whether it did.
+/// Queues the packet with the reference that the caller has taken. Returns whether it did.
 bool Queue(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket) KOVA_REQUIRES(pGroup->packetMutex)
 {
     if (!Admits(pGroup, pPacket) ||
         !KovaListPushTail(pGroup->pPacketList, pGroup->pPacketListTail, pPacket))
         return false;
-    KovaRtpPacketAddRef(pPacket);
     pGroup->nQueuedBytes += pPacket->nSize;
     return true;
 }
@@ -139,10 +138,8 @@ void KovaRtpSendGroupRemoveAllRtpClient(KovaRtpSendGroup *pGroup)
 
 void KovaRtpSendGroupAddRtpPacket(KovaRtpSendGroup *pGroup, KovaRtpPacket *pPacket)
 {
-    if (pGroup == nullptr || pPacket == nullptr)
-        return;
-    KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1);
-    KovaRtpPacketReleaseRef(pPacket);
+    if (pGroup != nullptr && pPacket != nullptr)
+        KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1);
 }
 
 uint32_t KovaRtpSendGroupTakePackets(KovaRtpSendGroup *pGroup, KovaRtpPacket *const *ppPackets,
@@ -153,8 +150,12 @@ uint32_t KovaRtpSendGroupTakePackets(KovaRtpSendGroup *pGroup, KovaRtpPacket *co
     KovaMutexLock lock(&pGroup->packetMutex, kRankPackets);
     for (uint32_t nPacket = 0; nPacket < nCount; nPacket++) {
         const bool bDropping = pGroup->bDropping;
-        nTaken += Queue(pGroup, ppPackets[nPacket]) ? 1 : 0;
+        const bool bQueued = Queue(pGroup, ppPackets[nPacket]);
         bBeganToDrop = bBeganToDrop || (!bDropping && pGroup->bDropping);
+        if (bQueued)
+            nTaken++;
+        else
+            KovaRtpPacketReleaseRef(ppPackets[nPacket]);
     }
     lock.Unlock();
     // Packets of one access unit have one PTS: no second drop begins among them.

@@ -94,8 +94,10 @@ KOVA_API void KovaRtpSendGroupRemoveAllRtpPacket(KovaRtpSendGroup *pGroup);
 bool KovaRtpSendGroupTakeClient(KovaRtpSendGroup *pGroup, KovaRtpClient *pClient);
 
 /// Queues those of nCount packets of one access unit that there is memory and room
-/// for, under the rules of KovaRtpSendGroupAddRtpPacket, and takes a reference of each
-/// itself. The thread sees all of them at once. Returns how many it has queued.
+/// for, under the rules of KovaRtpSendGroupAddRtpPacket: the reference to each that the
+/// caller has taken becomes the group's, or is released. The counts are not touched
+/// otherwise, so that a packet whose owner counts nothing survives being queued. The
+/// thread sees all of them at once. Returns how many it has queued.
 uint32_t KovaRtpSendGroupTakePackets(KovaRtpSendGroup *pGroup, KovaRtpPacket *const *ppPackets,
                                      uint32_t nCount);
 

@@ -151,8 +151,11 @@ void KovaRtpSenderAddRtpPackets(KovaRtpSender *pSender, KovaRtpPacket *const *pp
     const KovaMutexLock lock(&pSender->mutex, kRankGroups);
     for (KovaRtpSendGroup *pGroup : KovaListOf<KovaRtpSendGroup>(pSender->pSendGroupList)) {
         // Nobody would ever take a packet out of a queue whose thread was not made.
-        if (!pGroup->bNoThread)
-            KovaRtpSendGroupTakePackets(pGroup, ppPackets, nCount);
+        if (pGroup->bNoThread)
+            continue;
+        for (uint32_t nPacket = 0; nPacket < nCount; nPacket++)
+            KovaRtpPacketAddRef(ppPackets[nPacket]);
+        KovaRtpSendGroupTakePackets(pGroup, ppPackets, nCount);
     }
 }
 

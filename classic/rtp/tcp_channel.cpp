@@ -39,9 +39,6 @@ static_assert(sizeof(std::atomic<int>) == sizeof(int), "a socket field is one pl
 static_assert(alignof(std::atomic<int>) == alignof(int), "a socket field is one plain int");
 
 constexpr int kSendTimeoutMilliseconds = 10000;
-constexpr int kKeepAliveIdleSeconds = 30;
-constexpr int kKeepAliveIntervalSeconds = 10;
-constexpr int kKeepAliveProbes = 3;
 constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
 /// Channels by the address of their socket field, which they all still have.
@@ -84,12 +81,6 @@ KovaTcpChannel *MakeChannel(std::atomic<int> *pSocket)
     return KovaKeyedPush(&g_channelKeys, g_pChannels, KovaKeyOfAddress(pSocket), channel.Get())
                ? channel.Release()
                : nullptr;
-}
-
-/// What the system does not have, it refuses: the connection works without.
-void SetOption(int nSocket, int nLevel, int nName, int nValue)
-{
-    setsockopt(nSocket, nLevel, nName, &nValue, sizeof(nValue));
 }
 
 /// The descriptor; -1 once it is closed. Under the channel's mutex, which orders it.
@@ -403,26 +394,14 @@ void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake)
         shutdown(nSocket, SHUT_RD);
 }
 
-void KovaTcpSetKeepAlive(int nSocket)
-{
-    SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
-    SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-}
-
-void KovaTcpSetNoDelay(int nSocket)
-{
-    SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
-}
-
 void KovaTcpChannelLimitSending(KovaTcpChannel *pChannel)
 {
 #ifdef TCP_USER_TIMEOUT
     const KovaMutexLock lock(&pChannel->mutex, kRankChannel);
     const int nSocket = SocketOf(pChannel);
     if (nSocket > 0)
-        SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, kSendTimeoutMilliseconds);
+        setsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &kSendTimeoutMilliseconds,
+                   sizeof(kSendTimeoutMilliseconds));
 #else
     (void)pChannel;
 #endif

@@ -89,14 +89,6 @@ enum KovaReaderWake {
 
 void KovaTcpChannelWakeReader(KovaTcpChannel *pChannel, KovaReaderWake wake);
 
-/// Lets the system find out when an accepted connection's peer is gone: after 30 s
-/// of silence it asks every 10 s, and the third lost answer ends the connection.
-void KovaTcpSetKeepAlive(int nSocket);
-
-/// Lets what is written to an accepted connection leave at once: the end of an access
-/// unit does not wait until the player has acknowledged its beginning.
-void KovaTcpSetNoDelay(int nSocket);
-
 /// Gives the connection its time-out of 10 s for unacknowledged data
 /// (TCP_USER_TIMEOUT), where the system has it: a peer that takes nothing for that
 /// long ends as a connection error. It overrides the count of lost answers, so

@@ -260,8 +260,8 @@ int32_t Dispatch(Request *pRequest)
 int32_t RunSteps(Request *pRequest)
 {
     using Step = int32_t (*)(Request *);
-    constexpr Step kSteps[] = {CheckMethod,  CheckUri,       CheckCSeq,
-                               CheckSession, CheckTransport, Dispatch};
+    static constexpr Step kSteps[] = {CheckMethod,  CheckUri,       CheckCSeq,
+                                      CheckSession, CheckTransport, Dispatch};
     for (const Step pfnStep : kSteps) {
         const int32_t nStatus = pfnStep(pRequest);
         if (nStatus != kGoOn)

@@ -1,11 +1,11 @@
 #include "classic/server/listener.h"
 
-#include "classic/rtp/tcp_channel.h"
 #include "classic/server/handler_registry.h"
 #include "classic/server/server.h"
 #include "foundation/descriptor.h"
 #include "foundation/error_text.h"
 #include "foundation/log.h"
+#include "rtp/tcp_options.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -55,8 +55,7 @@ bool AcceptOnce(KovaRtspServer *pServer, socklen_t *pLength, bool *pHoldsZero)
         accept4(pServer->nListenSocket, reinterpret_cast<sockaddr *>(&peer), pLength, SOCK_CLOEXEC);
     if (nSocket > 0) {
         const int nConnection = KovaDescriptorRaise(nSocket);
-        KovaTcpSetKeepAlive(nConnection);
-        KovaTcpSetNoDelay(nConnection);
+        KovaTcpPrepare(nConnection);
         AddNewRtspHandler(pServer, nConnection, peer);
         usleep(kPollMicroseconds);
         return true;

@@ -11,6 +11,13 @@ namespace {
 
 /// A push nudges the thread; this bounds the wait for what came without one.
 constexpr uint32_t kIdleMilliseconds = 1000;
+
+/// For a second after a record the thread looks more often, so that a stream whose host
+/// writes into the ring itself goes on evenly. Pictures that are pushed come faster: they
+/// cost no wake-up more.
+constexpr uint32_t kBusyMilliseconds = 50;
+constexpr uint32_t kBusyWaits = 20;
+
 constexpr uint32_t kRestMilliseconds = 1;
 
 /// Most packets that go to the sender together: as many as a batch has that is sent.
@@ -54,7 +61,7 @@ uint32_t BuildPackets(KovaRtpPacker *pPacker, KovaRtpPacket **ppPackets, uint32_
 {
     uint32_t nResult = kPackerOk;
     for (*pCount = 0; *pCount < kMostTogether; (*pCount)++) {
-        nResult = KovaRtpPackerGetRtpPacket(pPacker, &ppPackets[*pCount]);
+        nResult = KovaRtpPackerNext(pPacker, &ppPackets[*pCount]);
         if (nResult != kPackerOk)
             break;
         KovaRtpPacketAddRef(ppPackets[*pCount]);
@@ -145,10 +152,16 @@ void *RunPacker(const Packing &packing)
 {
     uint8_t header[kEsHeaderSize];
     KovaKeptBuffer room = {};
+    uint32_t nWaits = 0;
     while (KovaThreadRuns(*packing.pState)) {
-        if (StreamerRingbufferRead(packing.pRing, header, kEsHeaderSize) == 0)
-            KovaEventWait(packing.pWork, kIdleMilliseconds);
-        else if (!HandleRecord(packing, header, &room))
+        if (StreamerRingbufferRead(packing.pRing, header, kEsHeaderSize) == 0) {
+            const bool bBusy = nWaits < kBusyWaits;
+            nWaits += bBusy ? 1 : 0;
+            KovaEventWait(packing.pWork, bBusy ? kBusyMilliseconds : kIdleMilliseconds);
+            continue;
+        }
+        nWaits = 0;
+        if (!HandleRecord(packing, header, &room))
             break;
     }
     KovaKeptBufferFree(&room);

@@ -359,6 +359,26 @@ int Sleep(useconds_t nMicroseconds)
     return Fails<kFaultSleep>() ? -1 : __real_usleep(std::min(nMicroseconds, kLongestRest));
 }
 
+int OpenEpoll(int nFlags)
+{
+    NoteOpening((nFlags & EPOLL_CLOEXEC) != 0);
+    return Fails<kFaultEpoll>() ? -1 : __real_epoll_create1(nFlags);
+}
+
+/// Changing and forgetting what was added cannot fail.
+int ControlEpoll(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent)
+{
+    if (nOperation == EPOLL_CTL_ADD && Fails<kFaultEpollAdd>())
+        return -1;
+    return __real_epoll_ctl(nEpoll, nOperation, nDescriptor, pEvent);
+}
+
+int OpenEvent(unsigned nValue, int nFlags)
+{
+    NoteOpening((nFlags & EFD_CLOEXEC) != 0);
+    return Fails<kFaultEvent>() ? -1 : __real_eventfd(nValue, nFlags);
+}
+
 /// Stands in for the calls from the start of the program.
 const bool g_bReplaced = [] {
     KovaReplaceCall<__real_malloc>(Malloc);
@@ -377,6 +397,9 @@ const bool g_bReplaced = [] {
     KovaReplaceCall<__real_accept>(Accept);
     KovaReplaceCall<__real_accept4>(Accept4);
     KovaReplaceCall<KovaRealControl>(Control);
+    KovaReplaceCall<__real_epoll_create1>(OpenEpoll);
+    KovaReplaceCall<__real_epoll_ctl>(ControlEpoll);
+    KovaReplaceCall<__real_eventfd>(OpenEvent);
     KovaMakeFailable<__real_listen, Fails<kFaultListen>>();
     KovaMakeFailable<__real_setsockopt, Fails<kFaultSetOption>>();
     KovaMakeFailable<__real_sendto, Fails<kFaultSendTo>>();

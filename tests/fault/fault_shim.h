@@ -28,6 +28,9 @@ enum KovaFaultCall : uint32_t {
     kFaultControl = 1U << 15,  ///< fcntl()
     kFaultOwnName = 1U << 16,  ///< getsockname()
     kFaultPeerName = 1U << 17, ///< getpeername()
+    kFaultEpoll = 1U << 18,    ///< epoll_create1()
+    kFaultEpollAdd = 1U << 19, ///< epoll_ctl() that adds
+    kFaultEvent = 1U << 20,    ///< eventfd()
     kFaultNameless = kFaultControl | kFaultOwnName | kFaultPeerName,
 };
 

@@ -119,7 +119,9 @@ protected:
                 return;
             }
             EXPECT_EQ(packing.nNoMemory, 0);
-            EXPECT_EQ(std::count(reduced.begin(), reduced.end(), packing.packets), 1);
+            // Less than was asked for may have been enough.
+            EXPECT_TRUE(packing.packets == whole.packets ||
+                        std::count(reduced.begin(), reduced.end(), packing.packets) == 1);
         });
     }
 };

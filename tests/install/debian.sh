@@ -8,7 +8,7 @@ need dpkg-buildpackage dpkg-deb dpkg-architecture dh lintian gcc pkg-config pyth
 tree=$work/kovartspserver-0.1.0
 mkdir "$tree"
 (cd "$source" && cp -r CMakeLists.txt README.md CHANGELOG.md apps classic cmake docs examples foundation \
-    include packaging rtp samples "$tree" &&
+    include live packaging rtp samples "$tree" &&
     cp -r packaging/debian "$tree/debian") || fail "the tree cannot be copied"
 
 (cd "$tree" && DEB_BUILD_OPTIONS="nocheck parallel=$(nproc)" \
@@ -42,8 +42,10 @@ holds libkovartspserver0 "$lib/libkovartspserver.so.0"
 holds libkovartspserver-dev "$lib/libkovartspserver.so"
 holds libkovartspserver-dev "$lib/libkovartspserver.a"
 holds libkovartspserver-dev "$lib/pkgconfig/kova_rtsp_server.pc"
+holds libkovartspserver-dev "$lib/pkgconfig/kova_live.pc"
 holds libkovartspserver-dev "$lib/cmake/KovaRtspServer/KovaRtspServerConfig.cmake"
 holds libkovartspserver-dev usr/include/kova_rtsp_server.h
+holds libkovartspserver-dev usr/include/kova_live.h
 holds kovartspserver-tools usr/bin/kovastream
 holds kovartspserver-tools lib/systemd/system/kovastream.service
 holds kovartspserver-tools etc/kovastream.conf
@@ -52,7 +54,7 @@ depends=$(dpkg-deb -f "$work"/kovartspserver-tools_*.deb Depends)
 
 # The symbols file is what the library exports.
 dpkg-deb -e "$work"/libkovartspserver0_0.1.0-1_*.deb "$work/control"
-diff -u "$source/cmake/exports.txt" \
+diff -u <(exported_names "$build") \
     <(sed -n 's/^ \(.*\)@Base 0\.1\.0$/\1/p' "$work/control/symbols" | sort) || fail "symbols"
 
 export PKG_CONFIG_LIBDIR=$work/root/$lib/pkgconfig PKG_CONFIG_SYSROOT_DIR=$work/root

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The C code that the integrators' guide shows compiles against the public header.
+# The C code that the documents show compiles against the public headers.
 set -euo pipefail
-exec python3 "${KOVA_SOURCE_DIR:?}/tests/install/doc_snippets.py" \
-    "$KOVA_SOURCE_DIR/docs/integration.md" "$KOVA_SOURCE_DIR/include"
+cd "${KOVA_SOURCE_DIR:?}"
+exec python3 tests/install/doc_snippets.py include \
+    README.md live 1 docs/live.md live 5 docs/migrating.md live 2 docs/integration.md classic 5

@@ -1,6 +1,7 @@
 # Helpers of the installation tests: a folder to work in, and the example host built elsewhere.
 # Sourced, not run.
 . "${KOVA_SOURCE_DIR:?}/tests/support/checks.bash"
+. "$KOVA_SOURCE_DIR/tests/support/exports.bash"
 source=${KOVA_SOURCE_DIR:?}
 build=${KOVA_BUILD_DIR:?}
 example=$source/examples/minimal_host.c

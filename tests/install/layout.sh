@@ -7,6 +7,7 @@ need cmake pkg-config readelf
 DESTDIR=$work/stage install_into /opt/kova
 installed=$(cd "$work/stage" && find . ! -type d | sort)
 expected="\
+./opt/kova/include/kova_live.h
 ./opt/kova/include/kova_rtsp_server.h
 ./opt/kova/lib/cmake/KovaRtspServer/KovaRtspServerConfig.cmake
 ./opt/kova/lib/cmake/KovaRtspServer/KovaRtspServerConfigVersion.cmake
@@ -16,6 +17,7 @@ expected="\
 ./opt/kova/lib/libkovartspserver.so
 ./opt/kova/lib/libkovartspserver.so.0
 ./opt/kova/lib/libkovartspserver.so.0.1.0
+./opt/kova/lib/pkgconfig/kova_live.pc
 ./opt/kova/lib/pkgconfig/kova_rtsp_server.pc"
 [[ $installed == "$expected" ]] ||
     fail "installed: $(diff <(echo "$expected") <(echo "$installed"))"
@@ -26,8 +28,10 @@ lib=$work/stage/opt/kova/lib
 [[ $(readlink "$lib/libkovartspserver.so.0") == libkovartspserver.so.0.1.0 ]] ||
     fail "SONAME link"
 readelf -d "$lib/libkovartspserver.so" | grep -qE 'RPATH|RUNPATH' && fail "it has a search path"
-cmp "$source/include/kova_rtsp_server.h" "$work/stage/opt/kova/include/kova_rtsp_server.h" ||
-    fail "another header"
+for header in kova_rtsp_server kova_live; do
+    cmp "$source/include/$header.h" "$work/stage/opt/kova/include/$header.h" ||
+        fail "another header"
+done
 for text in "$lib"/cmake/KovaRtspServer/* "$lib"/pkgconfig/*; do
     grep -nF -e "$work" -e "$source" -e "$build" "$text" && fail "$text tells where it was made"
 done
@@ -37,12 +41,14 @@ install_into "$work/other"
 for place in "$work/stage/opt/kova" "$work/other"; do
     prefix=${place#"$work/stage"}
     export PKG_CONFIG_LIBDIR=$place/lib/pkgconfig
-    [[ $(pkg-config --variable=prefix kova_rtsp_server) == "$prefix" ]] || fail "prefix of $place"
-    [[ $(pkg-config --modversion kova_rtsp_server) == 0.1.0 ]] || fail "version of $place"
-    [[ $(pkg-config --cflags kova_rtsp_server | xargs) == "-I$prefix/include" ]] ||
-        fail "flags of $place: $(pkg-config --cflags kova_rtsp_server)"
-    [[ $(pkg-config --libs kova_rtsp_server | xargs) == "-L$prefix/lib -lkovartspserver" ]] ||
-        fail "libraries of $place: $(pkg-config --libs kova_rtsp_server)"
+    for name in kova_rtsp_server kova_live; do
+        [[ $(pkg-config --variable=prefix $name) == "$prefix" ]] || fail "prefix of $place"
+        [[ $(pkg-config --modversion $name) == 0.1.0 ]] || fail "version of $place"
+        [[ $(pkg-config --cflags $name | xargs) == "-I$prefix/include" ]] ||
+            fail "flags of $place: $(pkg-config --cflags $name)"
+        [[ $(pkg-config --libs $name | xargs) == "-L$prefix/lib -lkovartspserver" ]] ||
+            fail "libraries of $place: $(pkg-config --libs $name)"
+    done
 done
 [[ $(pkg-config --libs --static kova_rtsp_server | xargs) == \
     "-L$work/other/lib -lkovartspserver -lm -pthread" ]] ||

@@ -29,5 +29,5 @@ runs all_static ./all_static
 # The static library offers what the shared one exports and hides the rest.
 offered=$(nm -g --defined-only "$work/prefix/lib/libkovartspserver.a" | awk 'NF == 3 {print $3}' |
     sort)
-diff -u --label exports.txt --label static "$source/cmake/exports.txt" - <<<"$offered" ||
+diff -u --label listed --label static <(exported_names "$build") - <<<"$offered" ||
     fail "the static library offers other names"

@@ -5,7 +5,7 @@
 need cmake ninja
 
 # soname_of <directory>: in which the sources were configured
-soname_of() { sed -n 's/^ *SONAME = //p' "$1/build.ninja"; }
+soname_of() { sed -n 's/^ *SONAME = \(libkovartspserver\)/\1/p' "$1/build.ninja"; }
 
 printf 'set(PROJECT_VERSION %s)\nset(PROJECT_VERSION_MAJOR %s)\n' 1.0.0 1 >"$work/version.cmake"
 cmake -S "$source" -B "$work/later" -G Ninja \

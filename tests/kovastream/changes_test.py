@@ -53,12 +53,30 @@ class Changes(unittest.TestCase):
         sdp = program.await_ready(uri, 20)
         self.assertEqual(parameter_sets(sdp), sets_of(large("h264")))
         with Player(program, uri) as player:
-            got = [unit for _, unit in units([packet for packet in player.play().packets(3)
-                                              if packet.type == 97])]
+            got = slices_of([packet for packet in player.play().packets(3) if packet.type == 97])
         slices = annexb_units(large("h264"))
         self.assertGreater(len(got), 5)
         self.assertTrue(set(got) <= set(slices))
 
+    @live_only
+    def test_players_go_on_over_another_size(self):
+        both = joined("sizes-live.h264", *2 * [clip("h264")], *3 * [large("h264")])
+        with Program(both) as program:
+            program.await_ready()
+            with Player(program) as early:
+                got = [unit for _, unit in units(early.play().packets(9))]
+            self.check_new(program)
+            self.assertNotIn(ANEW, program.out())
+        before, after = set(annexb_units(clip("h264"))), set(annexb_units(large("h264")))
+        slices = [unit for unit in got if unit[0] & 31 in (1, 5)]
+        self.assertTrue(set(slices) <= before | after)
+        self.assertGreater(len(set(slices) & after), 20)
+        # The sets that it needs stand in front of the first picture that needs them.
+        first = next(at for at, unit in enumerate(got) if unit in after)
+        sets = [unit for unit in got[:first] if unit[0] & 31 in (7, 8)][-2:]
+        self.assertEqual(sets, sets_of(large("h264")))
+
+    @classic_only
     def test_two_sizes_joined(self):
         both = joined("sizes.h264", clip("h264"), *3 * [large("h264")])
         with Program(both) as program:
@@ -142,8 +160,10 @@ class Changes(unittest.TestCase):
             both.write(data)
         with Program(path("both.flv")) as program:
             program.await_ready()
-            await_text(program, f"{ANEW} ({LARGE}")
+            if CLASSIC:
+                await_text(program, f"{ANEW} ({LARGE}")
             await_text(program, "AAC 44100 Hz, 2 channels);")
+            self.check_new(program)
 
 
 if __name__ == "__main__":

@@ -12,6 +12,7 @@
 namespace {
 
 using kovastream::InputName;
+using kovastream::Limits;
 using kovastream::NameInputs;
 using Names = std::vector<std::string>;
 
@@ -53,13 +54,33 @@ TEST_F(InputNameTest, StreamsWithoutAUriAreCalledByTheirPlace)
     EXPECT_EQ(names[2].uri, "live3");
 }
 
-TEST_F(InputNameTest, UriHasTwoTo1024Characters)
+TEST_F(InputNameTest, UriHasTwoTo255Characters)
 {
     EXPECT_THROW(One("x=a.mp4"), kovastream::Failure);
     EXPECT_EQ(One("xy=a.mp4").uri, "xy");
-    const std::string longest(1024, 'x');
+    const std::string longest(255, 'x');
     EXPECT_EQ(One(longest + "=a.mp4").uri, longest);
     EXPECT_THROW(One(longest + "x=a.mp4"), kovastream::Failure);
+}
+
+TEST_F(InputNameTest, UriDoesNotEndLikeATrack)
+{
+    for (const char *uri : {"track1", "cam/track2", "a/b/track123456789"})
+        EXPECT_THROW(One(std::string(uri) + "=a.mp4"), kovastream::Failure) << uri;
+    for (const char *uri : {"track", "track0", "track01", "track1234567890", "track1a", "xtrack1",
+                            "track1/cam", "tr"})
+        EXPECT_EQ(One(std::string(uri) + "=a.mp4").uri, uri);
+}
+
+TEST_F(InputNameTest, ServerThatTakesAnyUriGetsUpTo1024Characters)
+{
+    Limits any;
+    any.anyUri = true;
+    const std::string longest(1024, 'x');
+    EXPECT_EQ(NameInputs({longest + "=a.mp4"}, any).front().uri, longest);
+    EXPECT_THROW(NameInputs({longest + "x=a.mp4"}, any), kovastream::Failure);
+    EXPECT_THROW(NameInputs({"x=a.mp4"}, any), kovastream::Failure);
+    EXPECT_EQ(NameInputs({"cam/track1=a.mp4"}, any).front().uri, "cam/track1");
 }
 
 TEST_F(InputNameTest, UriHasNoSlashAtItsEnds)

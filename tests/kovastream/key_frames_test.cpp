@@ -69,7 +69,7 @@ TEST(EntryTest, MessageThatIsCutOffIsReadToItsEnd)
 }
 
 struct KeyFramesTest : testing::Test {
-    KeyFrames frames;
+    KeyFrames frames{true};
     std::vector<std::string> said;
 
     /// Pictures 40 ms apart from `begin` to before `end`, ms, the first one as given.
@@ -162,6 +162,46 @@ TEST_F(KeyFramesTest, RecoveryPointsBetweenCloseKeyFramesAreWell)
         Play(at + 1000, at + 2000, Entry::Recovery);
     }
     EXPECT_EQ(said, Said{});
+}
+
+// Where newcomers are given the last picture to begin with at once.
+
+struct KeptGroupsTest : KeyFramesTest {
+    KeptGroupsTest() : frames(false) {}
+
+    void Play(int64_t begin, int64_t end, Entry first)
+    {
+        for (int64_t time = begin; time < end; time += 40) {
+            const auto text = frames.Look(time == begin ? first : Entry::None, time * 1000);
+            if (text.has_value())
+                said.push_back(std::to_string(time) + ": " + *text);
+        }
+    }
+    KeyFrames frames;
+};
+
+TEST_F(KeptGroupsTest, DistanceIsThatOfTheFirstPicture)
+{
+    for (int64_t at = 0; at < 100000; at += 20000)
+        Play(at, at + 20000, Entry::Key);
+    EXPECT_EQ(said, Said{std::string("20000: key frames are 20.0 s apart: what players see first "
+                                     "may be as old") +
+                         kAdvice});
+}
+
+TEST_F(KeptGroupsTest, RecoveryPointsAreAsGoodAsKeyFrames)
+{
+    for (int64_t at = 0; at < 60000; at += 2000)
+        Play(at, at + 2000, Entry::Recovery);
+    EXPECT_EQ(said, Said{});
+}
+
+TEST_F(KeptGroupsTest, NoneAtAllIsSaidOnce)
+{
+    Play(0, 60000, Entry::None);
+    EXPECT_EQ(said, Said{std::string("12040: no key frame (IDR) has come, and players cannot begin "
+                                     "without") +
+                         kAdvice});
 }
 
 } // namespace

@@ -33,12 +33,24 @@ class KeyFrames(unittest.TestCase):
         for uri in ("ts", "mkv", "flv"):
             self.assertEqual(warnings[uri], [])
 
+    @live_only
+    def test_ten_seconds_apart_where_groups_are_kept(self):
+        self.assertEqual(warnings["far"], [
+            "far: warning: key frames are 10.0 s apart: what players see first may be as old. Let "
+            "the encoder make one every second or two (-g 50, for x264 keyint=50)"])
+
+    @live_only
+    def test_recovery_points_are_as_good(self):
+        self.assertEqual(warnings["open"], [])
+
+    @classic_only
     def test_ten_seconds_apart(self):
         self.assertEqual(warnings["far"], [
             "far: warning: key frames (IDR) are 10.0 s apart: players wait up to 10.0 s for their "
             "first picture. Let the encoder make one every second or two (-g 50, for x264 "
             "keyint=50)"])
 
+    @classic_only
     def test_open_groups_of_pictures(self):
         self.assertEqual(len(warnings["open"]), 2, warnings["open"])
         self.assertRegex(warnings["open"][0], r"no key frame \(IDR\) for 2\.\d s: players wait for "

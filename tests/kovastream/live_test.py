@@ -166,6 +166,7 @@ class Signals(unittest.TestCase):
                 self.assertEqual(program.wait(), 0)
                 self.assertEqual(program.err(), "")
 
+    @classic_only  # the live one has ended before there could be a second one
     def test_second_interrupt_ends_at_once(self):
         with Program(clip()) as program:
             program.await_ready()
@@ -174,6 +175,20 @@ class Signals(unittest.TestCase):
             self.assertIsNone(program.process.poll())
             program.signal(signal.SIGINT)
             self.assertEqual(program.wait(5), 128 + signal.SIGINT)
+
+    @live_only
+    def test_players_are_let_go_within_a_second(self):
+        with Program(clip()) as program:
+            program.await_ready()
+            with Player(program) as player:
+                self.assertGreater(len(player.play().packets(1.5)), 0)
+                begin = time.monotonic()
+                program.signal(signal.SIGTERM)
+                player.packets(30)
+                self.assertLess(time.monotonic() - begin, 10)
+            self.assertEqual(program.wait(), 0)
+            self.assertIn("stopping: players are let go (Ctrl-C again ends at once)\n",
+                          program.out())
 
     def test_ignored_hangup_stays_ignored(self):
         started = signal.signal(signal.SIGHUP, signal.SIG_IGN)

@@ -35,12 +35,17 @@ class Refusals(unittest.TestCase):
                 (["0", "1 to 65535"], ["--port", "0"]),
                 (["'many'"], ["--port", "many"]),
                 (["1025", "1 to 1024"], ["--max-clients", "1025"]),
-                (["'blue'", "line, json and none"], ["--status", "blue"]),
+                (["'blue'", "line, players, json and none"], ["--status", "blue"]),
                 (["'6'", "0 to 5"], ["--log-level", "6"]),
                 (["'0'"], ["--fps", "0"]),
                 (["'-1'"], ["--duration=-1"]),
                 (["--bogus", "--help"], ["--bogus"]),
                 (["--loop", "--once"], ["--loop", "--once"]),
+                (["--classic", "--delay"], ["--classic", "--delay", "5"]),
+                (["classic server", "--status line"], ["--classic", "--status", "players"]),
+                (["'5-6'", "50000-50015"], ["--udp-ports", "5-6"]),
+                (["1 pair of", "2 threads"], ["--udp-ports", "5001-5004", "--threads", "2"]),
+                (["--password-file"], ["--user", "anna"]),
                 (["'here'", "IPv4"], ["--address", "here"]),
                 (["'224.0.0.1'", "this machine"], ["--address", "224.0.0.1"]),
                 (["'255.255.255.255'", "this machine"], ["--address", "255.255.255.255"])):
@@ -52,7 +57,9 @@ class Refusals(unittest.TestCase):
         for expected, arguments in (
                 (["two streams", "'live'", "main="], [a, "live=" + a]),
                 (["'/x'"], ["/x=" + a]),
-                (["'x'", "2 to 1024"], ["x=" + a]),
+                (["'x'", "2 to 255"], ["x=" + a]),
+                (["'x'", "2 to 1024"], ["--classic", "x=" + a]),
+                (["'cam/track1'", "take its end for a track"], ["cam/track1=" + a]),
                 (["'a b'", "letters"], ["a b=" + a]),
                 (["Session"], ["mySession=" + a]),
                 (["'live='"], ["live="]),
@@ -128,14 +135,14 @@ class Refusals(unittest.TestCase):
                             (sound, ["ac3", "-c:v copy", "-c:a aac"]),
                             (many, ["6 channels", "-c:v copy", "-ac 2"])):
             with self.subTest(file=file):
-                line = self.refused(texts, "--strict", file)
+                line = self.refused(texts, "--strict", "--classic", file)
                 command = re.search(r"(ffmpeg .*) \| kovastream -$", line).group(1)
                 self.check_advice(shlex.split(command))
 
     def check_advice(self, command):
         encoder = subprocess.Popen(command, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL)
-        with Program("-", stdin=encoder.stdout) as program:
+        with Program("--classic", "-", stdin=encoder.stdout) as program:
             encoder.stdout.close()
             sdp = program.await_ready()
             self.assertIn("a=rtpmap:96 mpeg4-generic/48000/2", sdp)
@@ -175,9 +182,19 @@ class Refusals(unittest.TestCase):
             other.bind(("", 0))
             other.listen(1)
             port = str(other.getsockname()[1])
-            self.refused([f"port {port} is taken", "--port"], "--port", port, clip())
-        self.refused(["192.0.2.1", "not one of this machine"], "--address", "192.0.2.1", "--port",
-                     str(free_port()), clip())
+            for door in ([], ["--classic"]):
+                self.refused([f"port {port} is taken", "--port"], *door, "--port", port, clip())
+        for door in ([], ["--classic"]):
+            self.refused(["192.0.2.1", "not one of this machine"], *door, "--address",
+                         "192.0.2.1", "--port", str(free_port()), clip())
+
+    def test_password_file(self):
+        with open(path("empty"), "w"):
+            pass
+        for expected, file in ((["/no/such/file", "cannot be read"], "/no/such/file"),
+                               (["no password in its first line"], path("empty"))):
+            with self.subTest(file=file):
+                self.refused(expected, "--user", "anna", "--password-file", file, clip())
 
     def test_log_file(self):
         self.refused(["/no/such/log", "cannot be written"], "--log", "/no/such/log", clip())
@@ -188,7 +205,9 @@ class Answers(unittest.TestCase):
         result = run("--help")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         for text in ("--address", "--port", "8554", "--max-clients", "--loop", "--once", "--fps",
-                     "--strict", "--duration", "--log-level", "--log ", "--status", "--version", "Examples:",
+                     "--strict", "--duration", "--log-level", "--log ", "--status", "--version",
+                     "--classic", "--delay", "--user", "--password-file", "--max-connections",
+                     "--udp-ports", "--threads", "Examples:",
                      "| kovastream -", "mkfifo"):
             self.assertIn(text, result.stdout)
 

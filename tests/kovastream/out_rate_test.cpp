@@ -4,21 +4,16 @@
 
 namespace {
 
-using kovastream::Figures;
 using kovastream::OutRate;
 
-const OutRate::Time kBegin = OutRate::Time(std::chrono::hours(7));
+const kovastream::SlidingRate::Time kBegin = kovastream::SlidingRate::Time(std::chrono::hours(7));
 
 struct OutRateTest : testing::Test {
     OutRate rate;
 
     double Take(int second, uint64_t bytes, int clients, uint32_t told)
     {
-        Figures figures;
-        figures.bytes = bytes;
-        figures.clients = clients;
-        figures.kilobitsOut = told;
-        return rate.Take(figures, kBegin + std::chrono::seconds(second));
+        return rate.Take(told, clients, bytes, kBegin + std::chrono::seconds(second));
     }
 };
 

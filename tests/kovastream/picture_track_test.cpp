@@ -1,5 +1,6 @@
 #include "picture_track.h"
 
+#include "door.h"
 #include "failure.h"
 
 #include <gtest/gtest.h>
@@ -28,6 +29,9 @@ Bytes Joined(std::initializer_list<Bytes> parts)
         whole.insert(whole.end(), part.begin(), part.end());
     return whole;
 }
+
+/// What the classic server asks for.
+const kovastream::Limits kFixed = kovastream::kClassicDoor.limits;
 
 struct PictureTrackTest : testing::Test {
     kovastream::Format format{avformat_alloc_context()};
@@ -67,7 +71,7 @@ struct PictureTrackTest : testing::Test {
 TEST_F(PictureTrackTest, KeyFrameThatHasAllSetsStaysAsItIs)
 {
     Tell(Joined({kSps, kPps}));
-    PictureTrack track("in", *stream, false, 0);
+    PictureTrack track("in", *stream, false, 0, kFixed);
     const Bytes whole = Joined({kSps, kPps, kIdr});
     EXPECT_EQ(Convert(&track, whole), whole);
 }
@@ -75,7 +79,7 @@ TEST_F(PictureTrackTest, KeyFrameThatHasAllSetsStaysAsItIs)
 TEST_F(PictureTrackTest, KeyFrameThatLacksSomeSetsGetsAll)
 {
     Tell(Joined({kSps, kPps}));
-    PictureTrack track("in", *stream, false, 0);
+    PictureTrack track("in", *stream, false, 0, kFixed);
     EXPECT_EQ(Convert(&track, Joined({kSps, kIdr})), Joined({kSps, kPps, kSps, kIdr}));
     // One that comes twice stands for no other.
     EXPECT_EQ(Convert(&track, Joined({kSps, kSps, kIdr})), Joined({kSps, kPps, kSps, kSps, kIdr}));
@@ -84,7 +88,7 @@ TEST_F(PictureTrackTest, KeyFrameThatLacksSomeSetsGetsAll)
 TEST_F(PictureTrackTest, OtherPicturesGetNoSets)
 {
     Tell(Joined({kSps, kPps}));
-    PictureTrack track("in", *stream, false, 0);
+    PictureTrack track("in", *stream, false, 0, kFixed);
     const Bytes picture = {0, 0, 0, 1, 0x41, 0x9A, 0x21};
     EXPECT_EQ(Convert(&track, picture, false), picture);
 }
@@ -94,17 +98,35 @@ TEST_F(PictureTrackTest, SetsOf189BytesAreTheLongest)
     Bytes longest = kSps;
     longest.resize(4 + 189, 0x55);
     Tell(Joined({longest, kPps}));
-    EXPECT_NO_THROW(PictureTrack("in", *stream, false, 0));
+    EXPECT_NO_THROW(PictureTrack("in", *stream, false, 0, kFixed));
     longest.push_back(0x55);
     Tell(Joined({longest, kPps}));
-    EXPECT_THROW(PictureTrack("in", *stream, false, 0), kovastream::Failure);
+    EXPECT_THROW(PictureTrack("in", *stream, false, 0, kFixed), kovastream::Failure);
+}
+
+TEST_F(PictureTrackTest, SetsOfAnyLengthAreTakenWhereTheyGoInBand)
+{
+    Bytes longest = kSps;
+    longest.resize(4 + 1000, 0x55);
+    Tell(Joined({longest, kPps}));
+    EXPECT_NO_THROW(PictureTrack("in", *stream, false, 0, kovastream::kLiveDoor.limits));
+}
+
+TEST_F(PictureTrackTest, SetsMayComeLater)
+{
+    PictureTrack track("in", *stream, false, 0, kovastream::kLiveDoor.limits);
+    const Bytes picture = {0, 0, 0, 1, 0x41, 0x9A, 0x21};
+    EXPECT_EQ(Convert(&track, picture, false), picture);
+    const Bytes whole = Joined({kSps, kPps, kIdr});
+    EXPECT_EQ(Convert(&track, whole), whole);
+    EXPECT_EQ(Convert(&track, kIdr), whole);
 }
 
 TEST_F(PictureTrackTest, PicturesWithoutATimeFollowTheLastOne)
 {
     Tell(Joined({kSps, kPps}));
     stream->avg_frame_rate = {50, 1};
-    PictureTrack track("in", *stream, false, 0);
+    PictureTrack track("in", *stream, false, 0, kFixed);
     Convert(&track, kIdr);
     EXPECT_EQ(unit.decode, 0);
     EXPECT_EQ(unit.duration, 20000);

@@ -1,11 +1,17 @@
 #include "sound_track.h"
 
+#include "door.h"
 #include "failure.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
+
+extern "C" {
+#include <libavutil/mem.h>
+}
 
 namespace {
 
@@ -16,6 +22,9 @@ constexpr uint32_t kLc = 1;
 constexpr uint32_t kIndex48000 = 3;
 constexpr uint32_t kIndex44100 = 4;
 constexpr int64_t kFrame = 21333; // 1024 samples at 48 kHz
+
+/// What the classic server asks for.
+const kovastream::Limits kPlain = kovastream::kClassicDoor.limits;
 
 struct SoundTrackTest : testing::Test {
     kovastream::Format format{avformat_alloc_context()};
@@ -68,7 +77,7 @@ using Result = SoundTrack::Result;
 
 TEST_F(SoundTrackTest, FramesKeepTheirHeader)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2)), Result::Unit);
     EXPECT_EQ(unit.track, kovastream::TrackKind::Sound);
     EXPECT_EQ(unit.bytes,
@@ -78,7 +87,7 @@ TEST_F(SoundTrackTest, FramesKeepTheirHeader)
 
 TEST_F(SoundTrackTest, ChecksumIsTakenOut)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2, kLc, 1, true)), Result::Unit);
     EXPECT_EQ(unit.bytes, (std::vector<uint8_t>{0xFF, 0xF1, 0x4C, 0x80, 0x01, 0x1F, 0xFC, 0x55}));
 }
@@ -86,7 +95,7 @@ TEST_F(SoundTrackTest, ChecksumIsTakenOut)
 TEST_F(SoundTrackTest, FirstFrameTellsTheRateOfTheFrames)
 {
     // With band replication the track has twice the rate of its frames.
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(track.SampleRate(), 48000U);
     EXPECT_EQ(Convert(&track, Frame(6, 1)), Result::Unit);
     EXPECT_EQ(track.SampleRate(), 24000U);
@@ -95,7 +104,7 @@ TEST_F(SoundTrackTest, FirstFrameTellsTheRateOfTheFrames)
 
 TEST_F(SoundTrackTest, DamagedHeadersChangeNothing)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2)), Result::Unit);
     for (int i = 0; i < 5; i++) {
         EXPECT_EQ(Convert(&track, Frame(kIndex44100, 2)), Result::None);
@@ -110,7 +119,7 @@ TEST_F(SoundTrackTest, DamagedHeadersChangeNothing)
 
 TEST_F(SoundTrackTest, AnotherFormatCountsAtItsThirdFrame)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2)), Result::Unit);
     EXPECT_EQ(Convert(&track, Frame(kIndex44100, 1)), Result::None);
     EXPECT_EQ(Convert(&track, Frame(kIndex44100, 1)), Result::None);
@@ -123,7 +132,7 @@ TEST_F(SoundTrackTest, AnotherFormatCountsAtItsThirdFrame)
 
 TEST_F(SoundTrackTest, RatesThatDoNotExistAreNeverBelieved)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     for (int i = 0; i < 10; i++)
         EXPECT_EQ(Convert(&track, Frame(13, 2)), Result::None);
     EXPECT_EQ(track.SampleRate(), 48000U);
@@ -131,7 +140,7 @@ TEST_F(SoundTrackTest, RatesThatDoNotExistAreNeverBelieved)
 
 TEST_F(SoundTrackTest, MoreThanThreeChannelsAreRefusedInMidStream)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 3)), Result::Unit);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 4)), Result::None);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 4)), Result::None);
@@ -140,7 +149,7 @@ TEST_F(SoundTrackTest, MoreThanThreeChannelsAreRefusedInMidStream)
 
 TEST_F(SoundTrackTest, OtherProfilesAreRefused)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2, 0)), Result::None);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2, 0)), Result::None);
     EXPECT_THROW(Convert(&track, Frame(kIndex48000, 2, 0)), kovastream::Failure);
@@ -148,7 +157,7 @@ TEST_F(SoundTrackTest, OtherProfilesAreRefused)
 
 TEST_F(SoundTrackTest, FramesFrom1024To2047BytesAreTooLarge)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     const auto of = [this, &track](size_t whole) {
         return Convert(&track, Frame(kIndex48000, 2, kLc, whole - 7));
     };
@@ -162,7 +171,7 @@ TEST_F(SoundTrackTest, FramesFrom1024To2047BytesAreTooLarge)
 
 TEST_F(SoundTrackTest, FramesWithoutATimeFollowTheLastOne)
 {
-    SoundTrack track("in", *stream);
+    SoundTrack track("in", *stream, kPlain);
     kovastream::Packet first = Frame(kIndex48000, 2);
     first->pts = 90000;
     EXPECT_EQ(Convert(&track, first), Result::Unit);
@@ -171,6 +180,84 @@ TEST_F(SoundTrackTest, FramesWithoutATimeFollowTheLastOne)
     EXPECT_EQ(unit.duration, kFrame);
     EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2)), Result::Unit);
     EXPECT_EQ(unit.presentation, 1000000 + kFrame);
+}
+
+// Without limits.
+
+const kovastream::Limits kAny = kovastream::kLiveDoor.limits;
+
+struct AnySoundTest : SoundTrackTest {
+    void Tell(const std::vector<uint8_t> &configuration)
+    {
+        AVCodecParameters *codec = stream->codecpar;
+        codec->extradata =
+            static_cast<uint8_t *>(av_mallocz(configuration.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        codec->extradata_size = static_cast<int>(configuration.size());
+        memcpy(codec->extradata, configuration.data(), configuration.size());
+    }
+};
+
+TEST_F(AnySoundTest, FramesWithAHeaderStayAsTheyAre)
+{
+    SoundTrack track("in", *stream, kAny);
+    for (const auto &[profile, channels, size] :
+         {std::tuple{0U, 1U, 1024U}, {1U, 6U, 2000U}, {3U, 7U, 8180U}}) {
+        SCOPED_TRACE(profile);
+        SoundTrack each("in", *stream, kAny);
+        const kovastream::Packet frame = Frame(kIndex48000, channels, profile, size, true);
+        const std::vector<uint8_t> bytes(frame->data, frame->data + frame->size);
+        EXPECT_EQ(Convert(&each, frame), Result::Unit);
+        EXPECT_EQ(unit.bytes, bytes);
+        EXPECT_EQ(each.Channels(), channels == 7 ? 8 : channels);
+        EXPECT_TRUE(each.Configuration().empty());
+    }
+}
+
+TEST_F(AnySoundTest, FramesBesideAConfigurationStayAsTheyAre)
+{
+    const std::vector<uint8_t> configuration = {0x2B, 0x11, 0x88, 0x00}; // HE-AAC, 24 to 48 kHz
+    Tell(configuration);
+    SoundTrack track("in", *stream, kAny);
+    EXPECT_EQ(track.Configuration(), configuration);
+    EXPECT_EQ(track.SampleRate(), 48000U);
+    EXPECT_EQ(Convert(&track, Bytes({0x21})), Result::Unit);
+    EXPECT_EQ(unit.bytes, std::vector<uint8_t>{0x21});
+}
+
+TEST_F(AnySoundTest, OtherCodecsThanAacAreRefused)
+{
+    Tell({0xF9, 0x46, 0x40, 0x00}); // USAC, 42
+    EXPECT_THROW(SoundTrack("in", *stream, kAny), kovastream::Failure);
+}
+
+TEST_F(AnySoundTest, LowDelayIsTaken)
+{
+    Tell({0xF8, 0xE6, 0x40, 0x00}); // ELD, 39
+    EXPECT_NO_THROW(SoundTrack("in", *stream, kAny));
+}
+
+TEST_F(AnySoundTest, NewConfigurationComesWithItsFirstFrame)
+{
+    Tell({0x11, 0x90});
+    SoundTrack track("in", *stream, kAny);
+    const kovastream::Packet packet = Bytes({0x21});
+    const std::vector<uint8_t> next = {0x12, 0x10};
+    memcpy(av_packet_new_side_data(packet.get(), AV_PKT_DATA_NEW_EXTRADATA, next.size()),
+           next.data(), next.size());
+    EXPECT_EQ(track.SampleRate(), 48000U);
+    EXPECT_EQ(Convert(&track, packet), Result::Unit);
+    EXPECT_EQ(track.Configuration(), next);
+    EXPECT_EQ(track.SampleRate(), 44100U);
+    EXPECT_EQ(track.Channels(), 2U);
+}
+
+TEST_F(AnySoundTest, HeadersThatTellNoChannelsAreRefused)
+{
+    SoundTrack track("in", *stream, kAny);
+    EXPECT_EQ(Convert(&track, Frame(kIndex48000, 2)), Result::Unit);
+    EXPECT_EQ(Convert(&track, Frame(kIndex48000, 0)), Result::None);
+    EXPECT_EQ(Convert(&track, Frame(kIndex48000, 0)), Result::None);
+    EXPECT_THROW(Convert(&track, Frame(kIndex48000, 0)), kovastream::Failure);
 }
 
 } // namespace

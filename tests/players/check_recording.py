@@ -1,6 +1,6 @@
 """Judges what FFmpeg has recorded with -c copy, against the file that was streamed.
 
-usage: check_recording.py source.mp4 recording.mp4 sound.mp4 seconds
+usage: check_recording.py source.mp4 recording.mp4 sound.mp4 seconds classic|live
 
 recording.mp4 has picture and sound; sound.mp4 was recorded without the picture. Every packet of the
 source is unlike all others, so each recorded packet is found there by its bytes. What is judged:
@@ -16,9 +16,10 @@ source is unlike all others, so each recorded packet is found there by its bytes
   source: what a viewer sees and hears apart. It must stay within 40 ms all the time, and is printed
   for the beginning and the end. Both tracks also end within 40 ms of each other.
 - The sound alone. A player with one track heeds no sender reports: the times in sound.mp4 are the
-  RTP timestamps, whose steps are rounded. They must be exactly those that the rounding gives. What
-  they lack against the sample count is the drift; it must stay within 40 ms when a millisecond is
-  a whole number of samples.
+  RTP timestamps. Those of the live server count samples, each exactly a frame behind the one
+  before. The classic server rounds their steps, and they must be exactly those that the rounding
+  gives. What they lack against the sample count is the drift; it must stay within 40 ms when a
+  millisecond is a whole number of samples.
 
 FFmpeg 5.1 leaves the first key frame without a time when it came in many fragments (it does so with
 FFmpeg as the sender, too) and writes 0 instead: the time of the first picture is not judged.
@@ -128,6 +129,7 @@ def rounded_times(source, begin, count, rate):
 
 def main():
     source_path, recording_path, sound_path, seconds = *sys.argv[1:4], int(sys.argv[4])
+    exact = sys.argv[5] == 'live'
     source = Track(source_path, 'audio'), Track(source_path, 'video')
     recorded = Track(recording_path, 'audio'), Track(recording_path, 'video')
     alone = Track(sound_path, 'audio')
@@ -152,9 +154,10 @@ def main():
     if max(map(abs, skew)) >= TOGETHER or abs(ends) >= TOGETHER:
         fail('picture and sound are not together')
 
-    if [time - alone.pts[0] for time in alone.pts] != \
-            rounded_times(source[0], begin_alone, len(alone.pts), rate):
-        fail(f'{alone.name}: other times than those of the rounding')
+    expected = [index * SAMPLES for index in range(len(alone.pts))] if exact else \
+        rounded_times(source[0], begin_alone, len(alone.pts), rate)
+    if [time - alone.pts[0] for time in alone.pts] != expected:
+        fail(f'{alone.name}: other times than those of the samples or of their rounding')
     lasted = (len(alone.pts) - 1) * frame
     lost = lasted - (alone.time(-1) - alone.time(0))
     print(f'{rate} Hz: sound alone lacks {milliseconds(lost)} in {float(lasted):.1f} s')

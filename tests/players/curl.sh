@@ -2,17 +2,15 @@
 # libcurl goes through a whole session over TCP and over UDP. The curl program can only ask
 # "OPTIONS *", which names no stream and is refused.
 . "${KOVA_SOURCE_DIR:?}/tests/players/host.bash"
-need curl curl-config gcc
+. "$players/curl.bash"
 start_host
 
 refused=$(curl -s -S -i -m 10 "$url" 2>&1)
 [[ $refused == *'CSeq'* ]] || fail "curl did not miss the CSeq of a refusal: $refused"
 
-read -r -a flags < <(curl-config --cflags --libs | tr '\n' ' ')
-gcc -std=c99 -Wall -Wextra -pedantic -Werror -o "$work/curl_rtsp" "$players/curl_rtsp.c" \
-    "${flags[@]}" || fail "curl_rtsp.c does not compile"
 for transport in tcp udp; do
-    timeout 60 "$work/curl_rtsp" $transport "$url" >"$work/$transport.out" 2>&1 &
+    timeout 60 "$work/curl_rtsp" $transport "$url" trackID=96 trackID=97 10 2 \
+        >"$work/$transport.out" 2>&1 &
     pids+=($!)
 done
 for transport in tcp udp; do

@@ -1,8 +1,10 @@
 /*
- * curl_rtsp tcp|udp url - goes through a session with libcurl as the RTSP client: OPTIONS,
- * DESCRIBE, SETUP of both tracks, PLAY, ten seconds of RTP without a gap, TEARDOWN. libcurl
- * compares the CSeq and the Session of every answer, and takes RTP apart that is interleaved; over
- * UDP it does the RTSP only. curl's command line cannot name the methods.
+ * curl_rtsp tcp|udp url sound picture seconds reports [user:password] - goes through a session with
+ * libcurl as the RTSP client: OPTIONS, DESCRIBE, SETUP of both tracks, whose control attributes are
+ * named, PLAY, so many seconds of RTP without a gap, with as many sender reports at least for each
+ * track, TEARDOWN. libcurl compares the CSeq and the Session of every answer, and takes RTP apart
+ * that is interleaved; over UDP it does the RTSP only. curl's command line cannot name the methods.
+ * With a user every request goes out twice until there was a challenge, as libcurl does for HTTP.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <arpa/inet.h>
@@ -16,12 +18,12 @@
 #include <unistd.h>
 
 enum {
-    SOUND_FRAMES = 469,
     CHANNELS = 4,
     PATIENCE = 30
-}; /* ten seconds of 1024 samples */
+};
 
 static unsigned long packets[CHANNELS], octets;
+static unsigned long enough[CHANNELS]; /* of each */
 static unsigned sequence[CHANNELS];
 static char description[8192];
 
@@ -102,7 +104,7 @@ static unsigned open_pair(struct pollfd pair[2])
 
 static int done(void)
 {
-    return packets[0] >= SOUND_FRAMES && packets[2] >= 240;
+    return packets[0] >= enough[0] && packets[2] >= enough[2];
 }
 
 static void receive_datagrams(struct pollfd sockets[CHANNELS], time_t end)
@@ -127,11 +129,11 @@ static void receive_frames(CURL *curl, time_t end)
     }
 }
 
-static void set_up(CURL *curl, const char *url, unsigned track, struct pollfd *pair, int udp)
+static void set_up(CURL *curl, const char *url, const char *control, unsigned channel,
+                   struct pollfd *pair, int udp)
 {
     char uri[256], transport[128];
-    const unsigned channel = 2 * (track - 96);
-    snprintf(uri, sizeof uri, "%s/trackID=%u", url, track);
+    snprintf(uri, sizeof uri, "%s/%s", url, control);
     if (udp) {
         const unsigned port = open_pair(pair);
         snprintf(transport, sizeof transport, "RTP/AVP;unicast;client_port=%u-%u", port, port + 1);
@@ -142,12 +144,24 @@ static void set_up(CURL *curl, const char *url, unsigned track, struct pollfd *p
     request(curl, CURL_RTSPREQ_SETUP, uri, transport);
 }
 
+static void check_control(const char *control)
+{
+    char line[128];
+    snprintf(line, sizeof line, "a=control:%s\r\n", control);
+    check(strstr(description, line) != NULL, "a track is missing in the description");
+}
+
 int main(int argc, char **argv)
 {
     struct pollfd sockets[CHANNELS];
-    check(argc == 3, "usage: curl_rtsp tcp|udp url");
+    check(argc == 7 || argc == 8,
+          "usage: curl_rtsp tcp|udp url sound picture seconds reports [user:password]");
     const int udp = strcmp(argv[1], "udp") == 0;
-    const char *url = argv[2];
+    const char *url = argv[2], *sound = argv[3], *picture = argv[4];
+    const unsigned long seconds = strtoul(argv[5], NULL, 10), reports = strtoul(argv[6], NULL, 10);
+    enough[0] = (seconds * 48000 + 1023) / 1024; /* frames of sound */
+    enough[2] = seconds * 24;                    /* the picture's packets, at least one each */
+    enough[1] = enough[3] = reports;
     curl_global_init(CURL_GLOBAL_DEFAULT);
     CURL *curl = curl_easy_init();
     check(curl != NULL, "no libcurl");
@@ -155,14 +169,18 @@ int main(int argc, char **argv)
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, 20L);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, keep_body);
     curl_easy_setopt(curl, CURLOPT_INTERLEAVEFUNCTION, take_frame);
+    if (argc == 8) {
+        curl_easy_setopt(curl, CURLOPT_HTTPAUTH, (long)CURLAUTH_DIGEST);
+        curl_easy_setopt(curl, CURLOPT_USERPWD, argv[7]);
+    }
 
     request(curl, CURL_RTSPREQ_OPTIONS, url, NULL);
     request(curl, CURL_RTSPREQ_DESCRIBE, url, NULL);
     check(strncmp(description, "v=0\r\n", 5) == 0, "no description");
-    check(strstr(description, "a=control:trackID=96\r\n") != NULL, "no audio track");
-    check(strstr(description, "a=control:trackID=97\r\n") != NULL, "no video track");
-    set_up(curl, url, 96, sockets, udp);
-    set_up(curl, url, 97, sockets + 2, udp);
+    check_control(sound);
+    check_control(picture);
+    set_up(curl, url, sound, 0, sockets, udp);
+    set_up(curl, url, picture, 2, sockets + 2, udp);
     request(curl, CURL_RTSPREQ_PLAY, url, NULL);
     const time_t end = time(NULL) + PATIENCE;
     if (udp)
@@ -172,7 +190,7 @@ int main(int argc, char **argv)
     printf("%s: RTP %lu and %lu packets, RTCP %lu and %lu, %lu bytes\n", argv[1], packets[0],
            packets[2], packets[1], packets[3], octets);
     check(done(), "too few RTP packets");
-    check(packets[1] >= 2 && packets[3] >= 2, "no sender report every six seconds");
+    check(packets[1] >= reports && packets[3] >= reports, "too few sender reports");
     request(curl, CURL_RTSPREQ_TEARDOWN, url, NULL);
     curl_easy_cleanup(curl);
     curl_global_cleanup();

@@ -7,7 +7,8 @@ import re
 import sys
 
 DOCUMENTS = ('*.md', 'docs/*.md', 'apps/*/*.md', 'samples/*.md')
-FOLDERS = 'apps|bench|classic|cmake|docs|examples|foundation|fuzz|include|packaging|rtp|samples|scripts|tests'
+FOLDERS = ('apps|bench|classic|cmake|docs|examples|foundation|fuzz|include|live|packaging|rtp|samples|'
+           'scripts|tests')
 PATH = re.compile(rf'(?<![\w./~-])(?:\./)?((?:{FOLDERS})/[\w./*-]*)')
 WRITTEN_BY_SCRIPTS = {'docs/fanout.svg'}
 

@@ -70,6 +70,21 @@ int __wrap_bind(int nSocket, const sockaddr *pAddress, socklen_t nSize)
     return Lead<__real_bind>(nSocket, pAddress, nSize);
 }
 
+int __wrap_epoll_create1(int nFlags)
+{
+    return Lead<__real_epoll_create1>(nFlags);
+}
+
+int __wrap_epoll_ctl(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent)
+{
+    return Lead<__real_epoll_ctl>(nEpoll, nOperation, nDescriptor, pEvent);
+}
+
+int __wrap_eventfd(unsigned nValue, int nFlags)
+{
+    return Lead<__real_eventfd>(nValue, nFlags);
+}
+
 int __wrap_listen(int nSocket, int nBacklog)
 {
     return Lead<__real_listen>(nSocket, nBacklog);

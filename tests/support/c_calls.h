@@ -2,6 +2,8 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/types.h>
@@ -50,6 +52,9 @@ int __real_rand();
 time_t __real_time(time_t *pTime);
 int __real_gettimeofday(timeval *pTime, void *pZone);
 int __real_clock_gettime(clockid_t nClock, timespec *pTime);
+int __real_epoll_create1(int nFlags);
+int __real_epoll_ctl(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent);
+int __real_eventfd(unsigned nValue, int nFlags);
 }
 
 /// fcntl() with one number behind the command.

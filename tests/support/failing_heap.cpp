@@ -10,6 +10,7 @@ namespace {
 
 thread_local bool t_bArmed = false;
 thread_local int t_nGood = 0;
+thread_local int t_nBad = 0;
 thread_local int t_nFailed = 0;
 
 bool Fails()
@@ -17,6 +18,8 @@ bool Fails()
     if (!t_bArmed || t_nGood-- > 0)
         return false;
     t_nGood = 0;
+    if (t_nFailed == t_nBad)
+        return false;
     t_nFailed++;
     errno = ENOMEM;
     return true;
@@ -34,11 +37,12 @@ void *Map(void *pWish, size_t nSize, int nProtection, int nFlags, int nFile, off
 
 } // namespace
 
-KovaFailingHeap::KovaFailingHeap(int nGood)
+KovaFailingHeap::KovaFailingHeap(int nGood, int nBad)
 {
     KovaReplaceCall<__real_calloc>(Calloc);
     KovaReplaceCall<__real_mmap>(Map);
     t_nGood = nGood;
+    t_nBad = nBad;
     t_nFailed = 0;
     t_bArmed = true;
 }

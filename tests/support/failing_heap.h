@@ -5,8 +5,8 @@
 /// the tests allocate themselves, are not touched. One object per thread.
 class KovaFailingHeap {
 public:
-    /// The first nGood allocations still succeed.
-    explicit KovaFailingHeap(int nGood = 0);
+    /// The first nGood allocations still succeed, and those behind the next nBad ones.
+    explicit KovaFailingHeap(int nGood = 0, int nBad = 1000000);
     ~KovaFailingHeap();
     KovaFailingHeap(const KovaFailingHeap &) = delete;
     KovaFailingHeap &operator=(const KovaFailingHeap &) = delete;

@@ -1,4 +1,5 @@
 #include "classic/rtp/tcp_channel.h"
+#include "rtp/tcp_options.h"
 #include "tests/support/delivery.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
@@ -210,7 +211,7 @@ TEST_F(ChannelBatchTest, ConnectionsSendAtOnce)
 {
     int nValue = -1;
     socklen_t nSize = sizeof(nValue);
-    KovaTcpSetNoDelay(ends.Socket());
+    KovaTcpPrepare(ends.Socket());
     ASSERT_EQ(getsockopt(ends.Socket(), IPPROTO_TCP, TCP_NODELAY, &nValue, &nSize), 0);
     EXPECT_NE(nValue, 0);
 }

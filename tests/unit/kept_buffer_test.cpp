@@ -53,6 +53,18 @@ TEST_F(KeptBufferTest, ShortageLeavesWhatIsToStay)
     EXPECT_FALSE(KovaKeptBufferReserve(&buffer, 0, 0));
 }
 
+TEST_F(KeptBufferTest, HoldsWhatThereIsMemoryForWithoutRoomToGrow)
+{
+    ASSERT_TRUE(KovaKeptBufferReserve(&buffer, 100, 0));
+    buffer.pBytes[99] = 7;
+    const KovaFailingHeap heap(0, 1);
+    ASSERT_TRUE(KovaKeptBufferReserve(&buffer, 5000, 100));
+    EXPECT_EQ(heap.Failed(), 1);
+    EXPECT_EQ(buffer.pBytes[99], 7);
+    EXPECT_EQ(buffer.nRoom, 5001U);
+    buffer.pBytes[4999] = 1;
+}
+
 TEST_F(KeptBufferTest, LargeBlockGoesWhenLessIsAskedFor)
 {
     ASSERT_TRUE(KovaKeptBufferReserve(&buffer, 5000000, 0));

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -115,6 +116,20 @@ TEST_P(PackerThread, NamesTheWrongStartCodeInHexadecimal)
     Store(record);
     EXPECT_TRUE(Ends());
     EXPECT_EQ(Messages(), Only("StartCode Wrong !!!, (0xAB)"));
+}
+
+TEST_P(PackerThread, KeepsUpWithAHostThatWritesIntoTheRingItself)
+{
+    // Nothing tells the thread of them: an idle one would take a second for each.
+    constexpr int kRecords = 20;
+    const auto before = std::chrono::steady_clock::now();
+    for (int nRecord = 0; nRecord < kRecords; nRecord++) {
+        Store(Header(side.nId, 0));
+        ASSERT_TRUE(
+            KovaWaitUntil([this] { return KovaRingbufferAvail(&(pStreamer->*side.pRing)) == 0; }));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(kRecords / 2));
+    EXPECT_EQ(State(), 2U);
 }
 
 TEST_P(PackerThread, EndsWithoutAPacker)

@@ -174,6 +174,19 @@ TEST_F(PacketQueueTest, DroppedPacketLosesTheReferenceThatItCameWith)
     KovaRtpPacketReleaseRef(pPacket);
 }
 
+TEST_F(PacketQueueTest, PacketWhoseOwnerCountsNothingIsQueuedAsItIs)
+{
+    KovaRtpPacket *pPacket = KovaMakePacket({1});
+    KovaRtpSendGroupAddRtpPacket(pGroup, pPacket);
+    ASSERT_NE(pGroup->pPacketList, nullptr);
+    EXPECT_EQ(pGroup->pPacketList->data, pPacket);
+    EXPECT_EQ(pPacket->nRefCount, 0);
+    KovaRtpSendGroupRemoveRtpPacket(pGroup, pPacket);
+    EXPECT_EQ(pGroup->pPacketList, nullptr);
+    EXPECT_EQ(pPacket->nRefCount, 0);
+    KovaRtpFreePacket(pPacket);
+}
+
 TEST_F(PacketQueueTest, CountsDownWhateverWayAPacketLeaves)
 {
     KovaRtpPacket *pPacket = KovaMakePacket({1, 0, 1000, kFrameKey, 100});
@@ -223,10 +236,12 @@ TEST_F(PacketQueueTest, PacketThatNoMemoryWasLeftForTakesNoRoom)
 {
     KovaRtpPacket *pPacket = KovaMakePacket({1, 0, 1000, kFrameKey, 100});
     KovaRtpPacketAddRef(pPacket);
+    KovaRtpPacketAddRef(pPacket);
     {
         const KovaFailingHeap heap;
         EXPECT_EQ(KovaRtpSendGroupTakePackets(pGroup, &pPacket, 1), 0U);
     }
+    EXPECT_EQ(pPacket->nRefCount, 1);
     KovaRtpPacketReleaseRef(pPacket);
     EXPECT_EQ(Queued(pGroup), Sequences{});
     EXPECT_EQ(pGroup->nQueuedBytes, 0U);

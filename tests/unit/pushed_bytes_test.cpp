@@ -141,8 +141,9 @@ TEST(PushedBytes, PacketIsOneAllocationAndAUnitNone)
         ASSERT_EQ(probe.Push(unit, 0), 0U);
         const size_t nPackets = probe.Drain().size();
         ASSERT_EQ(nPackets, nCodec == 1 ? 12U : 3U);
-        // What the first one left is used again.
-        const KovaFailingHeap heap(static_cast<int>(nPackets));
+        // What the first one left is used again. One more finds out that there is no
+        // packet left.
+        const KovaFailingHeap heap(static_cast<int>(nPackets) + 1);
         EXPECT_EQ(probe.Push(unit, 40), 0U);
         EXPECT_EQ(probe.Drain().size(), nPackets);
         EXPECT_EQ(heap.Failed(), 0);

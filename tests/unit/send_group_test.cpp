@@ -181,7 +181,6 @@ TEST_F(SendGroupTest, TellsWhenThereIsNoMemoryForAMember)
     }
     EXPECT_EQ(Clients(), ClientList{});
     EXPECT_EQ(Packets(), PacketList{});
-    KovaRtpPacketReleaseRef(pPacket);
     KovaRtpClientDestroy(pClient);
 }
 

@@ -1,4 +1,5 @@
 #include "classic/rtp/tcp_channel.h"
+#include "rtp/tcp_options.h"
 #include "tests/support/delivery.h"
 #include "tests/support/failing_heap.h"
 #include "tests/support/net_ends.h"
@@ -408,7 +409,7 @@ int Option(int nSocket, int nLevel, int nName)
 TEST_F(TcpChannelTest, AcceptedConnectionsAskForTheirPeer)
 {
     EXPECT_EQ(Option(ends.Socket(), SOL_SOCKET, SO_KEEPALIVE), 0);
-    KovaTcpSetKeepAlive(ends.Socket());
+    KovaTcpPrepare(ends.Socket());
     EXPECT_EQ(Option(ends.Socket(), SOL_SOCKET, SO_KEEPALIVE), 1);
     EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_KEEPIDLE), 30);
     EXPECT_EQ(Option(ends.Socket(), IPPROTO_TCP, TCP_KEEPINTVL), 10);

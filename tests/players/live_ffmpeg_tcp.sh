@@ -1,0 +1,4 @@
+#!/usr/bin/env bash
+# FFmpeg's tools describe, decode and record a live stream over TCP without an error, with a login too.
+. "${KOVA_SOURCE_DIR:?}/tests/players/live_ffmpeg.bash"
+ffmpeg_plays_live tcp
