@@ -49,7 +49,7 @@ def rows_of(process):
     return json.loads(output)["rows"] if process.returncode == 0 else []
 
 
-peers = ["GStreamer"] if os.path.exists(f"{BUILD}/kova_gst_server") else []
+peers = ["live", *(["GStreamer"] if os.path.exists(f"{BUILD}/kova_gst_server") else [])]
 udp = ["library", *peers, "sendto", "sendmmsg", *(["gso"] if cuts_datagrams() else [])]
 tcp = ["library", *peers, "send", "writev"]
 

@@ -40,7 +40,8 @@ void WriteHead(uint8_t *pPacket, uint8_t nCount, uint8_t nType, uint32_t nSize, 
     RtspWriteMB(pPacket + 4, nSsrc, 32);
 }
 
-/// Microseconds after which a track's clock has made a whole number of steps.
+/// Microseconds after which a track's clock, and that of pictures (90 kHz), have made a whole
+/// number of steps: players compare the reports of the one with those of the other.
 uint32_t WholeSteps(uint32_t nClockRate)
 {
     constexpr uint32_t kSecond = 1000000;
@@ -50,7 +51,12 @@ uint32_t WholeSteps(uint32_t nClockRate)
         nDivisor = nClockRate;
         nClockRate = nRest;
     }
-    return kSecond / nDivisor;
+    constexpr uint32_t kPictureSteps = 100;
+    const uint32_t nOne = kSecond / nDivisor;
+    uint32_t nSteps = nOne;
+    while (nSteps % kPictureSteps != 0)
+        nSteps += nOne;
+    return nSteps;
 }
 
 bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLiveSetup *pSetup)
