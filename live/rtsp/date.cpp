@@ -1,5 +1,6 @@
 #include "live/rtsp/date.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
 
@@ -12,6 +13,7 @@ void KovaDateWrite(int64_t nSeconds, char *szDate)
     struct tm utc = {};
     gmtime_r(&tMoment, &utc);
     snprintf(szDate, kDateSize, "%.3s, %02d %.3s %04d %02d:%02d:%02d GMT",
-             kWeekDays + 3 * utc.tm_wday, utc.tm_mday, kMonths + 3 * utc.tm_mon, utc.tm_year + 1900,
-             utc.tm_hour, utc.tm_min, utc.tm_sec);
+             &kWeekDays[size_t{3} * static_cast<size_t>(utc.tm_wday)], utc.tm_mday,
+             &kMonths[size_t{3} * static_cast<size_t>(utc.tm_mon)], utc.tm_year + 1900, utc.tm_hour,
+             utc.tm_min, utc.tm_sec);
 }
