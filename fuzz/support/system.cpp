@@ -79,7 +79,10 @@ int Poll(pollfd *pEntries, nfds_t nCount, int nMilliseconds)
     }
     if (nReady != 0 || nMilliseconds == 0)
         return nReady;
-    KovaWorldSleep(int64_t{nMilliseconds} * 1000, KovaWorldSockets());
+    // Without end is until something happens: longer than any world lasts.
+    constexpr int64_t kWithoutEnd = int64_t{365} * 24 * 3600 * 1000000;
+    KovaWorldSleep(nMilliseconds < 0 ? kWithoutEnd : int64_t{nMilliseconds} * 1000,
+                   KovaWorldSockets());
     return __real_poll(pEntries, nCount, 0);
 }
 
