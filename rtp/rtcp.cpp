@@ -2,13 +2,6 @@
 
 #include "foundation/byte_order.h"
 
-namespace {
-
-/// Seconds from 1900 to 1970.
-constexpr uint32_t kNtpUnixOffset = 2208988800U;
-
-} // namespace
-
 void KovaRtcpSenderReportWrite(uint8_t *pBuffer, const KovaRtcpSenderReport &report)
 {
     pBuffer[0] = kRtcpNoBlock;

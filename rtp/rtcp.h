@@ -10,8 +10,12 @@ constexpr uint32_t kRtcpSenderReportSize = 28;
 constexpr uint8_t kRtcpSenderReport = 200;
 constexpr uint8_t kRtcpReceiverReport = 201;
 constexpr uint8_t kRtcpSourceDescription = 202;
+constexpr uint8_t kRtcpBye = 203;
 constexpr uint8_t kRtcpNoBlock = 0x80;
 constexpr uint8_t kRtcpOneBlock = 0x81;
+
+/// Seconds from the beginning of NTP's time, 1900, to that of Unix's, 1970.
+constexpr uint32_t kNtpUnixOffset = 2208988800U;
 
 /// The values of a sender report.
 struct KovaRtcpSenderReport {

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr uint8_t kRtcpBye = 203;
 constexpr uint8_t kRtcpPayloadFeedback = 206; ///< RFC 4585, 6.3
 constexpr uint8_t kFeedbackPictureLoss = 1;
 constexpr uint8_t kFeedbackFullIntra = 4; ///< RFC 5104, 4.3.1
@@ -65,7 +64,7 @@ void NoteRoundTrip(KovaLiveSession *pSession, KovaLiveSetup *pSetup, uint32_t nE
     const uint64_t nSeconds = KovaDivide(static_cast<uint64_t>(nWall), 1000000, &nMicroseconds);
     // 65536 / 1000000 is 1024 / 15625, for which 32 bits do.
     const uint32_t nNow =
-        ((static_cast<uint32_t>(nSeconds) + 2208988800U) << 16) + nMicroseconds * 1024 / 15625;
+        ((static_cast<uint32_t>(nSeconds) + kNtpUnixOffset) << 16) + nMicroseconds * 1024 / 15625;
     const uint32_t nTrip = nNow - nEcho - nDelay;
     // A clock that was set, or a report that invents: neither is a trip of a minute.
     if (nTrip < 60U << 16)

@@ -16,9 +16,7 @@ namespace {
 
 constexpr uint64_t kReportInterval = 5000000;
 constexpr uint64_t kFirstReports = 1000000; ///< for those who just began: sound and picture align
-constexpr int64_t kSecondsFrom1900 = 2208988800;
 constexpr uint8_t kSdesCname = 1;
-constexpr uint8_t kRtcpBye = 203;
 constexpr uint32_t kCnameSize = 13; ///< "xxxxxxxx@kova"
 constexpr uint32_t kSdesSize = 8 + 2 + kCnameSize + 1;
 constexpr uint32_t kByeSize = 8;
@@ -76,7 +74,7 @@ bool WriteReport(uint8_t *pReport, const KovaLiveSession *pSession, const KovaLi
     const int64_t nSeconds = KovaDivideDown(nWall, 1000000, &nMicroseconds);
     const uint64_t nFraction = KovaDivide(uint64_t{nMicroseconds} << 32, 1000000);
     KovaRtcpSenderReportWrite(
-        pReport, {KovaTrackMediaSsrc(pMedia), static_cast<uint32_t>(nSeconds + kSecondsFrom1900),
+        pReport, {KovaTrackMediaSsrc(pMedia), static_cast<uint32_t>(nSeconds) + kNtpUnixOffset,
                   static_cast<uint32_t>(nFraction), KovaTrackMediaTimestamp(pMedia, nPts),
                   pSetup->nPackets, pSetup->nOctets});
     return true;

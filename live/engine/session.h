@@ -76,7 +76,6 @@ struct KovaLiveSession {
     KovaSessionState state;
     bool bInterleaved;
     bool bPlayed;       ///< the host was told that the player came
-    bool bBlocked;      ///< the last unit was not taken as a whole
     bool bDisconnect;   ///< the host lets it go
     bool bSlow;         ///< the host was told that units are dropped
     uint32_t nSerial;   ///< units up to this one are not for it, unless they were kept
