@@ -13,18 +13,22 @@ pipeline() {
     GST_DEBUG=2,GST_SCHEDULING:5 GST_DEBUG_NO_COLOR=1 GST_DEBUG_FILE=$work/$name.log \
         timeout 60 gst-launch-1.0 -v "$@" >"$work/$name.err" 2>&1 </dev/null
     sed '/^Got EOS from element/Q' "$work/$name.err" | grep -A 5 '^ERROR' && return 1
-    grep -q '^Got EOS from element' "$work/$name.err"
+    grep -q '^Got EOS from element' "$work/$name.err" && return
+    echo "$name did not come to its end:"
+    grep -v ' DEBUG ' "$work/$name.log" | tail -5
+    return 1
 }
 
 # rtspsrc <name> <transport> <address>: decodes picture and sound, by their RTP times alone; the
-# picture is kept as it came
+# picture is kept as it came. No caps are named: gst-launch mixes up their filters when two pads come
+# at once.
 rtspsrc() {
     pipeline "$1" rtspsrc name=source protocols="$2" location="$3" buffer-mode=none \
-        source. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! \
+        source. ! rtph264depay ! h264parse ! \
         video/x-h264,stream-format=byte-stream,alignment=au ! tee name=parsed \
         parsed. ! queue ! filesink location="$work/$1.h264" \
         parsed. ! queue ! avdec_h264 ! "${sink[@]}" name=picture num-buffers=$pictures \
-        source. ! application/x-rtp,media=audio ! rtpmp4gdepay ! aacparse ! avdec_aac ! \
+        source. ! rtpmp4gdepay ! aacparse ! avdec_aac ! \
         "${sink[@]}" name=sound num-buffers=$sounds
 }
 
