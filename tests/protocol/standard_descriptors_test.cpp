@@ -13,7 +13,7 @@
 namespace {
 
 /// A host without some of its standard streams, which writes to them all the time,
-/// what the library has printed included, until its order to end.
+/// what the library has printed included, from its first order until orders end.
 [[noreturn]] void RunHost(const std::vector<int> &closed, int nReport, int nOrders)
 {
     const int nNothing = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -29,8 +29,10 @@ namespace {
     const uint32_t nServed = bServes ? nPort : 0;
     if (write(nReport, &nServed, sizeof(nServed)) != sizeof(nServed))
         _exit(1);
-    fcntl(nOrders, F_SETFL, O_NONBLOCK);
     char nOrder;
+    if (read(nOrders, &nOrder, 1) != 1)
+        _exit(1);
+    fcntl(nOrders, F_SETFL, O_NONBLOCK);
     while (read(nOrders, &nOrder, 1) < 0) {
         printf("The host has something to say.\n");
         fflush(stdout);
@@ -75,6 +77,12 @@ public:
         return static_cast<uint16_t>(m_nPort);
     }
 
+    /// Lets it begin to write.
+    void Speak() const
+    {
+        EXPECT_EQ(write(m_nOrders, "", 1), 1);
+    }
+
     /// Ends the host. Returns how its process ended, as waitpid() tells.
     int End()
     {
@@ -102,6 +110,7 @@ TEST(StandardDescriptors, WhatAHostPrintsWithoutThemDoesNotGoToTheListener)
     for (const std::vector<int> &closed : {std::vector<int>{1}, {2}, {1, 2}, {0, 1, 2}}) {
         ClosedStreamsHost host(closed);
         ASSERT_NE(host.Port(), 0);
+        host.Speak();
         usleep(20000); // some lines
         const int nStatus = host.End();
         EXPECT_TRUE(WIFEXITED(nStatus)) << "signal " << WTERMSIG(nStatus);
@@ -120,6 +129,7 @@ TEST(StandardDescriptors, NorToAPlayer)
         ASSERT_TRUE(second.Connect(host.Port()));
         EXPECT_EQ(first.Exchange(kOptions).text, kOptionsAnswer);
         EXPECT_EQ(second.Exchange(kOptions).text, kOptionsAnswer);
+        host.Speak(); // not before both are accepted: a number is low until it is raised
         EXPECT_TRUE(first.IsSilent(50));
         EXPECT_TRUE(second.IsSilent(50));
         const int nStatus = host.End();

@@ -1,10 +1,12 @@
 #include "classic/rtsp/server_ports.h"
 
 #include "system_shims.h"
+#include "tests/support/c_calls.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <netinet/in.h>
 
 #include <cerrno>
 
@@ -12,6 +14,31 @@ namespace {
 
 constexpr int kPairs = (65533 - 6970) / 2 + 1;
 constexpr uint16_t kUnset = 4711;
+
+decltype(&__real_bind) g_pfnJudge; // whether a bind() fails
+
+int BindAnywhere(int nSocket, const sockaddr *, socklen_t)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    return g_pfnJudge(nSocket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+}
+
+/// No port is taken while it lives: other programs of this machine have the same ones.
+class EveryPortFree {
+public:
+    EveryPortFree()
+    {
+        g_pfnJudge = KovaStandIn<__real_bind>;
+        KovaReplaceCall<__real_bind>(BindAnywhere);
+    }
+    ~EveryPortFree()
+    {
+        KovaReplaceCall<__real_bind>(nullptr);
+    }
+    EveryPortFree(const EveryPortFree &) = delete;
+    EveryPortFree &operator=(const EveryPortFree &) = delete;
+};
 
 /// A search that finds nothing because calls fail.
 struct FruitlessSearch {
@@ -24,6 +51,7 @@ struct FruitlessSearch {
     FruitlessSearch(KovaShimmedCall call, int nError, int nGood = 0)
     {
         const KovaFailingCall failing(call, nError, nGood);
+        const EveryPortFree free;
         GetServerPort(5000, 5001, &nRtpPort, &nRtcpPort, &nRtpSocket, &nRtcpSocket);
         nFailed = failing.Failed();
         EXPECT_EQ(nRtpPort, kUnset) << nError;
