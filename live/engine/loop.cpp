@@ -21,6 +21,10 @@ constexpr size_t kStackSize = size_t{1024} * 1024; // frames are much larger the
 constexpr size_t kStackSize = size_t{64} * 1024;
 #endif
 
+/// Rounds in a row in which more happened than one wait can bring, and no timer is looked at:
+/// with the usual limit of connections all have had their turn then.
+constexpr uint32_t kMostFullRounds = 16;
+
 void HandleWake(KovaPollItem *pItem, uint32_t)
 {
     const auto *pLoop = reinterpret_cast<KovaLiveLoop *>(reinterpret_cast<char *>(pItem) -
@@ -182,10 +186,14 @@ void KovaLoopRound(KovaLiveLoop *pLoop, int nMilliseconds)
     KovaPollerWait(pLoop->pPoller, nMilliseconds);
     KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
     pLoop->nNow = KovaClockMonotonic();
-    KovaPollerHandle(pLoop->pPoller);
+    const bool bMore = KovaPollerHandle(pLoop->pPoller);
     HandleInbox(pLoop);
     EndMarked(pLoop);
-    KovaTimersHandle(&pLoop->timers, pLoop->nNow);
+    // A process that was stopped sees what came meanwhile before it counts as late.
+    if (!bMore || ++pLoop->nFullRounds > kMostFullRounds) {
+        pLoop->nFullRounds = 0;
+        KovaTimersHandle(&pLoop->timers, pLoop->nNow);
+    }
     KovaNotices *pNotices = pLoop->pNotices;
     pLoop->pNotices = nullptr;
     lock.Unlock();

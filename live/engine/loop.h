@@ -72,7 +72,8 @@ struct KovaLiveLoop {
     KovaMutex mutex;
     KovaPoller *pPoller;
     KovaTimers timers;
-    uint64_t nNow; ///< µs, monotonic, of this round
+    uint32_t nFullRounds; ///< in a row, since timers were looked at
+    uint64_t nNow;        ///< µs, monotonic, of this round
     KovaLiveConnection *pConnections;
     KovaLiveSession *pSessions KOVA_GUARDED_BY(mutex); ///< newest first
     KovaUdpPorts *pUdpPorts;

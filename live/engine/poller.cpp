@@ -172,12 +172,14 @@ void KovaPollerWait(KovaPoller *pPoller, int nMilliseconds)
         WaitByPoll(pPoller, nMilliseconds);
 }
 
-void KovaPollerHandle(KovaPoller *pPoller)
+bool KovaPollerHandle(KovaPoller *pPoller)
 {
+    const bool bFull = pPoller->nHappened == kEventsPerWait;
     for (uint32_t nEvent = 0; nEvent < pPoller->nHappened; nEvent++) {
         const Happened happened = pPoller->happened[nEvent];
         if (happened.pItem != nullptr)
             happened.pItem->pfnHandle(happened.pItem, happened.nEvents);
     }
     pPoller->nHappened = 0;
+    return bFull;
 }

@@ -43,5 +43,6 @@ void KovaPollerRemove(KovaPoller *pPoller, KovaPollItem *pItem);
 /// Waits at most nMilliseconds (-1: without end) and keeps what happened.
 void KovaPollerWait(KovaPoller *pPoller, int nMilliseconds);
 
-/// Calls the handlers of what the last wait brought.
-void KovaPollerHandle(KovaPoller *pPoller);
+/// Calls the handlers of what the last wait brought. Whether it was as much as one wait can
+/// bring: more may have happened.
+bool KovaPollerHandle(KovaPoller *pPoller);
