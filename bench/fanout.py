@@ -5,6 +5,7 @@ the same packets. docs/scaling.md tells how to read the table.
               [--seconds S] [--rate KBITS] [--json] [--plot [FILE]]
     fanout.py --idle N [--seconds S] [--json]
     fanout.py --joiners N [--transports udp,tcp] [--rate KBITS] [--json]
+    fanout.py --loops N [--transports udp,tcp] [--repeats N] [--seconds S] [--rate KBITS] [--json]
 
 The server is pinned to one core and the players, all in another process, to another. Each
 measurement has a server of its own, and all servers take their turns, so that what disturbs
@@ -19,10 +20,11 @@ import sys
 import tempfile
 import time
 
-from fanout_report import draw, print_idle, print_joiners, print_json, print_table
+from fanout_report import draw, print_idle, print_joiners, print_json, print_loops, print_table
 from host_and_load import Load, Watch
 from idle import measure_idle
 from joiners import measure_joiners
+from loops import measure_loops
 from machine import core_busy, pick_cores
 from servers import BARE, BASE, MOST_SECONDS, Servers
 
@@ -146,6 +148,7 @@ def read_options():
     parser.add_argument("--rate", type=int, help=f"kbit/s of the pictures ({RATE})")
     parser.add_argument("--idle", type=int, metavar="N", help="N connections that ask for nothing")
     parser.add_argument("--joiners", type=int, metavar="N", help="N players who come to others")
+    parser.add_argument("--loops", type=int, metavar="N", help="N network threads, and one")
     parser.add_argument("--json", action="store_true", help="instead of a table")
     parser.add_argument("--plot", nargs="?", const=PLOT, metavar="FILE", help=f"({PLOT})")
     options = parser.parse_args()
@@ -153,12 +156,12 @@ def read_options():
         options.seconds = 2 if options.idle is None else 5
     if options.rate is None:
         options.rate = RATE if options.joiners is None else JOINERS_RATE
-    if options.idle is not None and options.joiners is not None:
-        parser.error("one of --idle and --joiners at a time")
+    special = [options.idle, options.joiners, options.loops]
+    if sum(one is not None for one in special) > 1:
+        parser.error("one of --idle, --joiners and --loops at a time")
     if not set(options.transports) <= set(BARE) or min(options.players) < 1 or options.repeats < 1:
         parser.error("transports are udp and tcp; there is one player and one repeat at least")
-    special = options.idle is not None or options.joiners is not None
-    if options.plot and (special or not shutil.which("gnuplot")):
+    if options.plot and (special != [None] * 3 or not shutil.which("gnuplot")):
         parser.error("a plot needs gnuplot, and players")
     return options
 
@@ -174,6 +177,8 @@ def main():
             rows = measure_idle(servers, options.idle, options.seconds)
         elif options.joiners is not None:
             rows = measure_joiners(servers, options.joiners, options, cores)
+        elif options.loops is not None:
+            rows = measure_loops(options.loops, options, cores)
         else:
             rows = measure_all(servers, options)
     seconds = time.monotonic() - begin
@@ -183,6 +188,8 @@ def main():
         print_idle(rows)
     elif options.joiners is not None:
         print_joiners(rows)
+    elif options.loops is not None:
+        print_loops(rows)
     else:
         print_table(rows, seconds)
     if options.plot:

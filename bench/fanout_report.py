@@ -40,6 +40,16 @@ JOINERS_TABLE = (
     ("Longest join, ms", "most_join_ms", "{}"),
     ("Core", "core", "{:.1%}"),
 )
+LOOPS_TABLE = (
+    ("Players", "players", "{}"),
+    ("Transport", "transport", "{}"),
+    ("Network threads", "threads", "{}"),
+    ("CPU µs per packet", "microseconds_per_packet", "{:.2f}"),
+    ("Ratio", "ratio", "{:.2f}"),
+    ("Least share", "least_share", "{:.1%}"),
+    ("Most share", "most_share", "{:.1%}"),
+    ("Lost", "lost", "{}"),
+)
 
 
 def cell(value, form):
@@ -81,6 +91,11 @@ def print_idle(rows):
 
 def print_joiners(rows):
     print_rows(rows, JOINERS_TABLE)
+    print(f"\n{time.strftime('%Y-%m-%d')}, {description()}.")
+
+
+def print_loops(rows):
+    print_rows(rows, LOOPS_TABLE)
     print(f"\n{time.strftime('%Y-%m-%d')}, {description()}.")
 
 

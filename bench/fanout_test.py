@@ -1,5 +1,5 @@
-"""scripts/bench fanout with two players, with connections that ask for nothing, and with players who
-join others: each path that this machine has is measured, and whatever is sent arrives. Nothing here
+"""scripts/bench fanout with two players, with connections that ask for nothing, with players who join
+others, and with two network threads: each path that this machine has is measured, and whatever is sent arrives. Nothing here
 depends on the figures."""
 
 import json
@@ -61,6 +61,7 @@ with tempfile.TemporaryDirectory() as folder:
     joining = start("--joiners", str(JOINERS))
     played_rows, idle_rows = rows_of(playing), rows_of(idle)
     joining_rows = rows_of(joining)
+    loops_rows = rows_of(start("--loops", "2", "--repeats", "1", "--seconds", "1", "--rate", "300"))
     with open(plot, encoding="utf-8") as drawn:
         picture = drawn.read()
 
@@ -94,6 +95,15 @@ for row in joining_rows:
     expect("lost while they join", row["lost"], 0)
     for key in ("quiet_gap_ms", "joining_gap_ms", "together_gap_ms"):
         expect(f"{key} is measured", row[key] > 0, True)
+
+cases = [(transport, threads) for transport in ("udp", "tcp") for threads in (1, 2)]
+expect("loops", [(row["transport"], row["threads"]) for row in loops_rows], cases)
+for row in loops_rows:
+    print("loops", row)
+    expect("each thread works", row["least_share"] > 0, True)
+    expect("shares of all threads", round(sum(row["samples"][0]["shares"]), 6), 1)
+    if row["threads"] == 1:
+        expect("ratio to itself", row["ratio"], 1)
 
 for failure in failures:
     print("FAILED:", failure)
