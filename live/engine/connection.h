@@ -15,6 +15,7 @@ enum KovaConnectionHold : uint8_t {
     kHoldNone,
     kHoldReady, ///< a DESCRIBE waits until its stream can be described
     kHoldLogin, ///< an answer to a wrong login is kept back
+    kHoldMove,  ///< it goes to another loop, which reads the request again
 };
 
 /// Bytes that are no media and wait to be sent: answers, RTCP frames.
@@ -53,13 +54,28 @@ struct KovaLiveConnection {
     KovaLiveStream *pHeldStream; ///< kHoldReady: with a reference
     char *pHeldText;             ///< kHoldReady: the base of the URLs; kHoldLogin: the answer
     char szHeldCSeq[24];
+    KovaLiveLoop *pMovesTo; ///< kHoldMove
 };
 
-/// Takes an accepted socket in, which was counted and is the loop's from then on in any case.
-void KovaConnectionTake(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
+/// Makes a connection of a socket that was accepted; it is nobody's yet. Null without memory.
+KovaLiveConnection *KovaConnectionCreate(int nSocket, const sockaddr_in &peer);
 
-/// Closes a connection's socket and counts it out.
-void KovaConnectionForget(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
+/// Closes a socket that was counted, and counts it out.
+void KovaConnectionForget(KovaLive *pLive, int nSocket, const sockaddr_in &peer);
+
+/// The same with everything that a connection has, which is no loop's (any more).
+void KovaConnectionDestroy(KovaLive *pLive, KovaLiveConnection *pConnection);
+
+/// Gives a connection, which is nobody's, to a loop. bOwn: the caller is that loop's thread.
+void KovaConnectionHand(KovaLiveConnection *pConnection, KovaLiveLoop *pTo, bool bOwn);
+
+/// Takes it in, and serves what it has brought along. The loop's thread.
+void KovaConnectionTake(KovaLiveLoop *pLoop, KovaLiveConnection *pConnection);
+
+/// Lets a connection go to the loop whose session it asks for, with this request and all that
+/// follow. False when it stays: there is none, or it has sessions here.
+/// @param pOwner  null: nobody's session
+bool KovaConnectionFollow(KovaLiveConnection *pConnection, KovaLiveLoop *pOwner);
 
 /// Ends a connection: its interleaved players end, its UDP players go on by themselves.
 void KovaConnectionEnd(KovaLiveConnection *pConnection);

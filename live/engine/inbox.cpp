@@ -37,12 +37,12 @@ bool Post(KovaLiveLoop *pLoop, const KovaLoopMessage &message)
 bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStream,
                   KovaUnit *pUnit)
 {
-    return Post(pLoop, {nullptr, order, pStream, pUnit, -1, {}, 0, 0});
+    return Post(pLoop, {nullptr, order, pStream, pUnit, nullptr, 0, 0});
 }
 
-bool KovaLoopPostConnection(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
+bool KovaLoopPostConnection(KovaLiveLoop *pLoop, KovaLiveConnection *pConnection)
 {
-    return Post(pLoop, {nullptr, kOrderConnection, nullptr, nullptr, nSocket, peer, 0, 0});
+    return Post(pLoop, {nullptr, kOrderConnection, nullptr, nullptr, pConnection, 0, 0});
 }
 
 void KovaLoopLook(KovaLiveLoop *pLoop)

@@ -15,17 +15,18 @@
 
 namespace {
 
-/// Fills the part of a record that its owner knows. False when it is too small.
-bool RecordFill(void *pTheirs, const void *pOurs, uint32_t nOurs, uint32_t nLeast)
+/// Fills in a caller's record all that we know, unless it is an older and smaller one.
+/// KOVA_LIVE_OK or ERROR_ARGUMENT.
+int32_t RecordFill(void *pTheirs, const void *pOurs, uint32_t nOurs)
 {
     uint32_t nTheirs = 0;
     memcpy(&nTheirs, pTheirs, sizeof(nTheirs));
-    if (nTheirs < nLeast)
-        return false;
+    if (nTheirs < nOurs)
+        return KOVA_LIVE_ERROR_ARGUMENT;
     constexpr size_t kHead = sizeof(uint32_t);
     memcpy(static_cast<char *>(pTheirs) + kHead, static_cast<const char *>(pOurs) + kHead,
-           (nTheirs < nOurs ? nTheirs : nOurs) - kHead);
-    return true;
+           nOurs - kHead);
+    return KOVA_LIVE_OK;
 }
 
 void AddLoop(KovaLiveLoop *pLoop, KovaLiveServerNumbers *pNumbers)
@@ -35,8 +36,8 @@ void AddLoop(KovaLiveLoop *pLoop, KovaLiveServerNumbers *pNumbers)
          pSession = pSession->pNext)
         pNumbers->players += pSession->state == kSessionPlaying ? 1 : 0;
     pNumbers->refused += pLoop->figures.nRefused;
-    pNumbers->packets += pLoop->figures.nPackets;
-    pNumbers->bytes += pLoop->figures.nBytes;
+    pNumbers->packets += pLoop->figures.sent.nPackets;
+    pNumbers->bytes += pLoop->figures.sent.nBytes;
 }
 
 void AddSetups(const KovaLiveSession *pSession, KovaLivePlayer *pPlayer)
@@ -67,9 +68,9 @@ KovaLivePlayer Describe(const KovaLiveSession *pSession, uint64_t nNow)
     inet_ntop(AF_INET, &pSession->nPeer, player.address, sizeof(player.address));
     snprintf(player.user, sizeof(player.user), "%s", pSession->szUser);
     player.playing_us = nNow > pSession->nBegan ? nNow - pSession->nBegan : 0;
-    player.packets = pSession->nPackets;
-    player.bytes = pSession->nBytes;
-    player.late_packets = pSession->nLatePackets;
+    player.packets = pSession->sent.nPackets;
+    player.bytes = pSession->sent.nBytes;
+    player.late_packets = pSession->sent.nLatePackets;
     player.paused = pSession->state == kSessionPaused ? 1 : 0;
     AddSetups(pSession, &player);
     return player;
@@ -87,8 +88,7 @@ void ListLoop(KovaLiveLoop *pLoop, char *pRecords, uint32_t nStride, uint32_t nR
             continue;
         if (*pnCount < nRoom) {
             const KovaLivePlayer player = Describe(pSession, nNow);
-            RecordFill(pRecords + size_t{*pnCount} * nStride, &player, sizeof(player),
-                       sizeof(player));
+            (void)RecordFill(pRecords + size_t{*pnCount} * nStride, &player, sizeof(player));
         }
         ++*pnCount;
     }
@@ -108,9 +108,7 @@ int32_t KovaLiveServerFigures(KovaLive *pLive, KovaLiveServerNumbers *pNumbers)
     numbers.logins_failed = KovaLoginFailed(pLive->pLogin);
     for (uint32_t nLoop = 0; nLoop < pLive->nLoops; nLoop++)
         AddLoop(pLive->pLoops[nLoop], &numbers);
-    return RecordFill(pNumbers, &numbers, sizeof(numbers), sizeof(numbers))
-               ? KOVA_LIVE_OK
-               : KOVA_LIVE_ERROR_ARGUMENT;
+    return RecordFill(pNumbers, &numbers, sizeof(numbers));
 }
 
 int32_t KovaLiveStreamFigures(KovaLiveStream *pStream, KovaLiveStreamNumbers *pNumbers)
@@ -134,9 +132,7 @@ int32_t KovaLiveStreamFigures(KovaLiveStream *pStream, KovaLiveStreamNumbers *pN
         numbers.unit_bytes = pStream->counts.nUnitBytes;
         numbers.dropped_units = pStream->counts.nDroppedUnits;
     }
-    return RecordFill(pNumbers, &numbers, sizeof(numbers), sizeof(numbers))
-               ? KOVA_LIVE_OK
-               : KOVA_LIVE_ERROR_ARGUMENT;
+    return RecordFill(pNumbers, &numbers, sizeof(numbers));
 }
 
 int32_t KovaLivePlayers(KovaLive *pLive, KovaLivePlayer *pPlayers, uint32_t nRoom,

@@ -59,12 +59,11 @@ void Refuse(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 
 void Hand(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer)
 {
+    KovaLiveConnection *pConnection = KovaConnectionCreate(nSocket, peer);
+    if (pConnection == nullptr)
+        return KovaConnectionForget(pLoop->pLive, nSocket, peer);
     KovaLiveLoop *pTaker = LeastBusy(pLoop->pLive);
-    pTaker->nLoad++;
-    if (pTaker == pLoop)
-        KovaConnectionTake(pLoop, nSocket, peer);
-    else if (!KovaLoopPostConnection(pTaker, nSocket, peer))
-        KovaConnectionForget(pTaker, nSocket, peer);
+    KovaConnectionHand(pConnection, pTaker, pTaker == pLoop);
 }
 
 /// accept4(2) is younger than some kernels of boards.

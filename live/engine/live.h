@@ -36,6 +36,13 @@ struct KovaLiveSettings {
     void *pContext;
 };
 
+/// What players got, for the figures.
+struct KovaSentCounts {
+    uint64_t nPackets;
+    uint64_t nBytes;
+    uint64_t nLatePackets;
+};
+
 /// Connections of each address that has some; kept when there is a limit of them.
 struct KovaPeerCount {
     uint32_t nAddress; ///< network order

@@ -46,7 +46,7 @@ void HandleMessage(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage) KOVA_REQUIRES
         KovaDeliverUnit(pLoop, pMessage);
         return;
     case kOrderConnection:
-        KovaConnectionTake(pLoop, pMessage->nSocket, pMessage->peer);
+        KovaConnectionTake(pLoop, pMessage->pConnection);
         break;
     case kOrderReady:
         if (pLoop->nIndex == 0)
@@ -89,6 +89,15 @@ void HandleInbox(KovaLiveLoop *pLoop) KOVA_REQUIRES(pLoop->mutex)
     }
 }
 
+/// Tells the host what there is to tell, with no lock held.
+void Tell(KovaLiveLoop *pLoop)
+{
+    KovaNotices *pNotices = pLoop->pNotices;
+    pLoop->pNotices = nullptr;
+    if (pNotices != nullptr)
+        KovaNoticesTell(pLoop->pLive, pNotices);
+}
+
 void *Run(void *pArgument)
 {
     auto *pLoop = static_cast<KovaLiveLoop *>(pArgument);
@@ -102,12 +111,12 @@ void *Run(void *pArgument)
     return nullptr;
 }
 
-void DropMessages(KovaLoopMessage *pMessage)
+void DropMessages(KovaLive *pLive, KovaLoopMessage *pMessage)
 {
     while (pMessage != nullptr) {
         KovaLoopMessage *pNext = pMessage->pNext;
         if (pMessage->order == kOrderConnection)
-            close(pMessage->nSocket);
+            KovaConnectionDestroy(pLive, pMessage->pConnection);
         KovaUnitRelease(pMessage->pUnit);
         KovaStreamRelease(pMessage->pStream);
         free(pMessage);
@@ -118,7 +127,7 @@ void DropMessages(KovaLoopMessage *pMessage)
 void DropInbox(KovaLiveLoop *pLoop)
 {
     // A message may hold a stream's last reference, whose end takes the stream's mutex.
-    DropMessages(KovaLoopTakeInbox(pLoop));
+    DropMessages(pLoop->pLive, KovaLoopTakeInbox(pLoop));
     const KovaMutexLock lock(&pLoop->inboxMutex, kRankLiveInbox);
     while (pLoop->pSpare != nullptr) {
         KovaLoopMessage *pMessage = pLoop->pSpare;
@@ -194,11 +203,8 @@ void KovaLoopRound(KovaLiveLoop *pLoop, int nMilliseconds)
         pLoop->nFullRounds = 0;
         KovaTimersHandle(&pLoop->timers, pLoop->nNow);
     }
-    KovaNotices *pNotices = pLoop->pNotices;
-    pLoop->pNotices = nullptr;
     lock.Unlock();
-    if (pNotices != nullptr)
-        KovaNoticesTell(pLoop->pLive, pNotices);
+    Tell(pLoop);
 }
 
 void KovaLoopEndAll(KovaLiveLoop *pLoop)
@@ -209,11 +215,8 @@ void KovaLoopEndAll(KovaLiveLoop *pLoop)
         KovaSessionEnd(pLoop->pSessions, KOVA_LIVE_WENT_STREAM);
     while (pLoop->pConnections != nullptr)
         KovaConnectionEnd(pLoop->pConnections);
-    KovaNotices *pNotices = pLoop->pNotices;
-    pLoop->pNotices = nullptr;
     lock.Unlock();
-    if (pNotices != nullptr)
-        KovaNoticesTell(pLoop->pLive, pNotices);
+    Tell(pLoop);
 }
 
 int32_t KovaLoopStart(KovaLiveLoop *pLoop)

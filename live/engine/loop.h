@@ -7,7 +7,6 @@
 #include "live/engine/wake.h"
 #include "live/media/unit.h"
 
-#include <netinet/in.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -21,7 +20,7 @@ struct KovaNotices;
 /// What others ask of a loop.
 enum KovaLoopOrder : uint8_t {
     kOrderUnit,       ///< pUnit of pStream is to be sent; both references are the loop's
-    kOrderConnection, ///< a descriptor that was accepted
+    kOrderConnection, ///< pConnection is the loop's from now on
     kOrderReady,      ///< pStream can be described from now on
 };
 
@@ -30,17 +29,15 @@ struct KovaLoopMessage {
     KovaLoopOrder order;
     KovaLiveStream *pStream; ///< with a reference
     KovaUnit *pUnit;
-    int nSocket;
-    sockaddr_in peer; ///< of the socket
-    uint32_t nNext;   ///< of a unit that goes out in pieces: its next packet
-    uint64_t nDue;    ///< and when that goes out
+    KovaLiveConnection *pConnection;
+    uint32_t nNext; ///< of a unit that goes out in pieces: its next packet
+    uint64_t nDue;  ///< and when that goes out
 };
 
 /// What a loop has done, for the figures.
 struct KovaLoopFigures {
     uint64_t nRefused;
-    uint64_t nPackets;
-    uint64_t nBytes;
+    KovaSentCounts sent;
 };
 
 /// One network thread: connections, players, UDP ports and timers that nobody else
@@ -110,8 +107,8 @@ bool KovaLoopIsCaller(const KovaLive *pLive);
 /// work. pUnit only for kOrderUnit.
 bool KovaLoopPost(KovaLiveLoop *pLoop, KovaLoopOrder order, KovaLiveStream *pStream,
                   KovaUnit *pUnit);
-/// The same for a connection that was accepted.
-bool KovaLoopPostConnection(KovaLiveLoop *pLoop, int nSocket, const sockaddr_in &peer);
+/// The same for a connection that is nobody's.
+bool KovaLoopPostConnection(KovaLiveLoop *pLoop, KovaLiveConnection *pConnection);
 
 /// Lets the loop look for players whom the host lets go and for streams that were removed.
 void KovaLoopLook(KovaLiveLoop *pLoop);

@@ -26,8 +26,8 @@ std::string_view SessionId(std::string_view value)
     return {value.data(), KovaFind(value, "; \t")};
 }
 
-/// Notes the request's session. False when it is answered: there is none of that id for
-/// this peer.
+/// Notes the request's session. False when it is answered, as there is none of that id for
+/// this peer, or when another loop will see to it.
 bool FindSession(KovaExchange *pExchange)
 {
     const std::string_view value = KovaRequestHeaderOf(*pExchange->pRequest, "Session");
@@ -38,7 +38,9 @@ bool FindSession(KovaExchange *pExchange)
     pExchange->pSession = KovaSessionFind(pConnection->pLoop, id.data(), id.size(),
                                           pConnection->peer.sin_addr.s_addr);
     if (pExchange->pSession == nullptr) {
-        KovaExchangeStatus(pExchange, 454);
+        if (!KovaConnectionFollow(pConnection,
+                                  KovaSessionLoop(pConnection->pLoop->pLive, id.data(), id.size())))
+            KovaExchangeStatus(pExchange, 454);
         return false;
     }
     KovaSessionHeard(pExchange->pSession);

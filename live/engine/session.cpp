@@ -43,11 +43,13 @@ void HandleTime(KovaTimer *pTimer, uint64_t nNow)
         KovaSessionEnd(pSession, KOVA_LIVE_WENT_SILENCE);
 }
 
-bool DrawId(KovaLiveSession *pSession)
+bool DrawId(const KovaLiveLoop *pLoop, KovaLiveSession *pSession)
 {
     uint8_t random[8];
     if (!KovaRandomFill(random, sizeof(random)))
         return false;
+    if (pLoop->pLive->nLoops > 1)
+        random[7] = static_cast<uint8_t>((random[7] & 0xF0) | pLoop->nIndex);
     KovaHexWrite(pSession->szId, random, sizeof(random));
     return true;
 }
@@ -163,6 +165,12 @@ void TellWent(const KovaLiveSession *pSession, uint32_t nReason)
     Tell(pSession, ReasonText(nReason));
 }
 
+void AddSent(KovaSentCounts *pSent, uint32_t nPackets, uint32_t nBytes)
+{
+    pSent->nPackets += nPackets;
+    pSent->nBytes += nBytes;
+}
+
 } // namespace
 
 int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStream,
@@ -173,7 +181,7 @@ int32_t KovaSessionCreate(KovaLiveConnection *pConnection, KovaLiveStream *pStre
     if (!CountIn(pLoop->pLive))
         return KOVA_LIVE_ERROR_TOO_LARGE;
     KovaLiveSession *pSession = KovaHeapNew<KovaLiveSession>();
-    if (pSession == nullptr || !DrawId(pSession) || !KovaTimersJoin(&pLoop->timers)) {
+    if (pSession == nullptr || !DrawId(pLoop, pSession) || !KovaTimersJoin(&pLoop->timers)) {
         free(pSession);
         pLoop->pLive->nSessions--;
         return KOVA_LIVE_ERROR_MEMORY;
@@ -232,6 +240,15 @@ KovaLiveSession *KovaSessionFind(KovaLiveLoop *pLoop, const char *szId, size_t n
     return nullptr;
 }
 
+KovaLiveLoop *KovaSessionLoop(const KovaLive *pLive, const char *szId, size_t nLength)
+{
+    uint32_t nIndex = 0;
+    if (nLength != kLiveSessionIdSize - 1 || !KovaHexNumber({szId + nLength - 1, 1}, &nIndex) ||
+        nIndex >= pLive->nLoops)
+        return nullptr;
+    return pLive->pLoops[nIndex];
+}
+
 KovaLiveSetup *KovaSessionSetup(KovaLiveSession *pSession, uint32_t nTrack)
 {
     KovaLiveSetup *pSetup = pSession->pSetups;
@@ -272,17 +289,14 @@ void KovaSessionCountSent(KovaLiveSession *pSession, KovaLiveSetup *pSetup, uint
     KovaMutexAssertHeld(&pLoop->mutex);
     pSetup->nPackets += nPackets;
     pSetup->nOctets += nBytes - nPackets * kRtpHeaderSize;
-    pSession->nPackets += nPackets;
-    pSession->nBytes += nBytes;
-    pLoop->figures.nPackets += nPackets;
-    pLoop->figures.nBytes += nBytes;
-    pSession->pStream->sent[pLoop->nIndex].nPackets += nPackets;
-    pSession->pStream->sent[pLoop->nIndex].nBytes += nBytes;
+    AddSent(&pSession->sent, nPackets, nBytes);
+    AddSent(&pLoop->figures.sent, nPackets, nBytes);
+    AddSent(&pSession->pStream->sent[pLoop->nIndex], nPackets, nBytes);
 }
 
 void KovaSessionCountLate(KovaLiveSession *pSession, uint32_t nPackets)
 {
-    pSession->nLatePackets += nPackets;
+    pSession->sent.nLatePackets += nPackets;
     pSession->pStream->sent[pSession->pLoop->nIndex].nLatePackets += nPackets;
 }
 

@@ -12,7 +12,7 @@
 struct KovaLiveConnection;
 struct KovaUdpPorts;
 
-/// A session id: 64 random bits in hexadecimal.
+/// A session id: 64 random bits in hexadecimal. With several loops the last digit is its loop's.
 constexpr size_t kLiveSessionIdSize = 17;
 
 /// One track that a session has set up.
@@ -87,9 +87,7 @@ struct KovaLiveSession {
     uint64_t nHeard;  ///< µs: the last sign of life
     uint64_t nPlayer; ///< number for the host; 0 before it plays
     uint64_t nBegan;  ///< µs: first PLAY
-    uint64_t nPackets;
-    uint64_t nBytes;
-    uint64_t nLatePackets;
+    KovaSentCounts sent;
     char szUser[kLoginUserSize];
 };
 
@@ -105,6 +103,9 @@ void KovaSessionEnd(KovaLiveSession *pSession, uint32_t nReason);
 /// The loop's session of that id, if it belongs to that peer; null otherwise.
 KovaLiveSession *KovaSessionFind(KovaLiveLoop *pLoop, const char *szId, size_t nLength,
                                  uint32_t nPeer);
+
+/// The loop that a session of that id belongs to, if there is one; null when there is none.
+KovaLiveLoop *KovaSessionLoop(const KovaLive *pLive, const char *szId, size_t nLength);
 
 /// The session's track; null when it is not set up.
 KovaLiveSetup *KovaSessionSetup(KovaLiveSession *pSession, uint32_t nTrack);

@@ -41,13 +41,6 @@ struct KovaStreamCounts {
     uint64_t nDroppedUnits;
 };
 
-/// What one loop has sent of it. Guarded by the loop's mutex.
-struct KovaSentCounts {
-    uint64_t nPackets;
-    uint64_t nBytes;
-    uint64_t nLatePackets;
-};
-
 /// A published stream. References: the server's list, sessions, messages.
 struct KovaLiveStream {
     KovaLive *pLive;
@@ -82,7 +75,7 @@ struct KovaLiveStream {
 
     /// Of each loop: its players, newest first, and what they got.
     KovaLiveSession *pPlayers[kLiveMaxLoops];
-    KovaSentCounts sent[kLiveMaxLoops];
+    KovaSentCounts sent[kLiveMaxLoops]; ///< by each loop, guarded by its mutex
 };
 
 void KovaStreamAddReference(KovaLiveStream *pStream);

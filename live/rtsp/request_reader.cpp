@@ -221,6 +221,12 @@ void KovaRequestReaderNext(KovaRequestReader *pReader, KovaReadItem *pItem)
     }
 }
 
+void KovaRequestReaderReturn(KovaRequestReader *pReader, size_t nBegin)
+{
+    pReader->nBegin = nBegin;
+    pReader->nScanned = nBegin;
+}
+
 bool KovaRequestReaderBegun(const KovaRequestReader *pReader)
 {
     return WaitingBytes(pReader) != 0 && !pReader->bBroken;

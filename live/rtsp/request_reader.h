@@ -93,6 +93,10 @@ void KovaRequestReaderTook(KovaRequestReader *pReader, size_t nCount);
 /// The next item. Call until kReadMore.
 void KovaRequestReaderNext(KovaRequestReader *pReader, KovaReadItem *pItem);
 
+/// Gives the last item back, a request: the next one is the same again.
+/// @param nBegin  the reader's nBegin before that item was taken
+void KovaRequestReaderReturn(KovaRequestReader *pReader, size_t nBegin);
+
 /// Whether bytes of an unfinished request or frame wait.
 bool KovaRequestReaderBegun(const KovaRequestReader *pReader);
 

@@ -102,9 +102,9 @@ TEST_F(LiveQueue, PacketsLeaveInTheirOrderAndAreCounted)
                 Append(1);
     }
     EXPECT_EQ(session.queue.nCount, 3U);
-    EXPECT_EQ(session.nPackets, 30U);
-    EXPECT_EQ(session.nBytes, 3000U);
-    EXPECT_EQ(session.nLatePackets, 10U);
+    EXPECT_EQ(session.sent.nPackets, 30U);
+    EXPECT_EQ(session.sent.nBytes, 3000U);
+    EXPECT_EQ(session.sent.nLatePackets, 10U);
     EXPECT_EQ(setups[0].nPackets, 30U);
     EXPECT_EQ(setups[0].nOctets, 30U * 88) << "without RTP headers";
     EXPECT_EQ(stream.sent[0].nPackets, 30U);
@@ -147,13 +147,13 @@ TEST_F(LiveQueue, CutLeavesOnlyWhatIsBegun)
         Append(5, 1);
         setups[0].bTakes = true;
         setups[0].bWantsEntry = setups[1].bWantsEntry = false;
-        session.nLatePackets = 0;
+        session.sent.nLatePackets = 0;
         if (bBegun)
             KovaQueueSent(&session);
         KovaQueueCut(&session);
         EXPECT_EQ(session.queue.nCount, bBegun ? 1U : 0U);
         EXPECT_EQ(session.queue.nBytes, bBegun ? 200U : 0U);
-        EXPECT_EQ(session.nLatePackets, bBegun ? 9U : 12U);
+        EXPECT_EQ(session.sent.nLatePackets, bBegun ? 9U : 12U);
         EXPECT_TRUE(setups[0].bWantsEntry && setups[1].bWantsEntry);
         EXPECT_FALSE(setups[0].bTakes);
         KovaQueueClear(&session, nullptr);
