@@ -55,12 +55,9 @@ struct Setting {
     bool bHeldUp;
 };
 constexpr Setting kSettings[] = {
-    {1, -3 * kHour *kSecond, false},
-    {3, 3 * kHour *kSecond, false},
-    {5, 2 * kSecond, true},
-    {7, -2 * kSecond, false},
-    {9, 300000, false},
-    {11, -300000, false},
+    {1, -10800 * kSecond, false}, {3, 10800 * kSecond, false}, {5, 2 * kSecond, true},
+    {7, -2 * kSecond, false},     {8, -600000, false},         {9, 300000, false},
+    {10, 600000, true},           {11, -300000, false},
 };
 
 /// One track as the player sees it. Times are µs since the day's beginning.
