@@ -143,7 +143,9 @@ struct LiveLongDay : LiveLongTime {
                       KOVA_LIVE_OK);
             ASSERT_EQ(KovaLivePushText(pSound, KovaLiveSound(), nBegin + FrameTime(nFrame + n)),
                       KOVA_LIVE_OK);
-            ASSERT_NO_FATAL_FAILURE(picture.ExpectUnit(&client, nPicture * kPictureTicks));
+        }
+        for (int64_t n = 0; n < 2; n++) {
+            ASSERT_NO_FATAL_FAILURE(picture.ExpectUnit(&client, (nTime * 25 + n) * kPictureTicks));
             ASSERT_NO_FATAL_FAILURE(sound.ExpectUnit(&client, (nFrame + n) * kFrameTicks));
         }
     }
