@@ -65,6 +65,7 @@ int main(int argc, char **argv)
     KovaLive *live;
     KovaLiveStream *stream;
     KovaLiveTrack *video;
+    setvbuf(stdout, NULL, _IOLBF, 0); /* who comes and goes is told at once, also to a file */
     KovaLiveConfigInit(&config, sizeof(config));
     config.port = (uint16_t)(argc > 1 ? strtol(argv[1], NULL, 10) : 8554);
     config.on_event = on_event;

@@ -15,8 +15,6 @@
 
 extern "C" {
 void __real_srand(unsigned nSeed);
-long __real_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
-                    long nSixth);
 int __real_pthread_mutex_lock(pthread_mutex_t *pMutex);
 }
 
@@ -96,30 +94,9 @@ int CreateThread(pthread_t *pThread, const pthread_attr_t *pAttributes, void *(*
     return 0;
 }
 
-/// Stands in for the calls from the start of the program.
-const bool g_bReplaced = [] {
-    KovaReplaceCall<__real_time>(Time);
-    KovaReplaceCall<__real_gettimeofday>(GetTimeOfDay);
-    KovaReplaceCall<__real_usleep>(Sleep);
-    KovaReplaceCall<__real_rand>(Rand);
-    KovaReplaceCall<__real_poll>(Poll);
-    KovaReplaceCall<__real_pthread_create>(CreateThread);
-    return true;
-}();
-
-} // namespace
-
-extern "C" void __wrap_srand(unsigned nSeed)
-{
-    if (KovaWorldIsOn())
-        g_nRandom = nSeed;
-    else
-        __real_srand(nSeed);
-}
-
 /// The library's events are futexes.
-extern "C" long __wrap_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth,
-                               long nFifth, long nSixth)
+long SystemCall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
+                long nSixth)
 {
     if (!KovaWorldIsOn() || nNumber != SYS_futex)
         return __real_syscall(nNumber, nFirst, nSecond, nThird, nFourth, nFifth, nSixth);
@@ -132,6 +109,28 @@ extern "C" long __wrap_syscall(long nNumber, long nFirst, long nSecond, long nTh
     const long *pTimeout = reinterpret_cast<const long *>(nFourth);
     KovaWorldSleep(kIdleFactor * (pTimeout[0] * kMillion + pTimeout[1] / 1000), pWord);
     return 0;
+}
+
+/// Stands in for the calls from the start of the program.
+const bool g_bReplaced = [] {
+    KovaReplaceCall<__real_time>(Time);
+    KovaReplaceCall<__real_gettimeofday>(GetTimeOfDay);
+    KovaReplaceCall<__real_usleep>(Sleep);
+    KovaReplaceCall<__real_rand>(Rand);
+    KovaReplaceCall<__real_poll>(Poll);
+    KovaReplaceCall<__real_pthread_create>(CreateThread);
+    KovaReplaceCall<__real_syscall>(SystemCall);
+    return true;
+}();
+
+} // namespace
+
+extern "C" void __wrap_srand(unsigned nSeed)
+{
+    if (KovaWorldIsOn())
+        g_nRandom = nSeed;
+    else
+        __real_srand(nSeed);
 }
 
 /// A mutex that is locked here is locked by a thread that sleeps: it gets its turn. Two that wait

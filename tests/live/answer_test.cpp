@@ -209,9 +209,18 @@ TEST(Date, IsWrittenAsRfc1123HasIt)
     EXPECT_EQ(DateOf(-1), "Wed, 31 Dec 1969 23:59:59 GMT");
     EXPECT_EQ(DateOf(951782400), "Tue, 29 Feb 2000 00:00:00 GMT");
     EXPECT_EQ(DateOf(951868800), "Wed, 01 Mar 2000 00:00:00 GMT");
-    EXPECT_EQ(DateOf(2147483648), "Tue, 19 Jan 2038 03:14:08 GMT");
-    EXPECT_EQ(DateOf(4107542400), "Mon, 01 Mar 2100 00:00:00 GMT");
-    EXPECT_EQ(DateOf(253402300799), "Fri, 31 Dec 9999 23:59:59 GMT");
+}
+
+TEST(Date, GoesOnAfter2038AsFarAsTheSystemsOwnTimeDoes)
+{
+    // Where time_t has 32 bits, the system's clock begins anew in 1901 as well.
+    const auto later = [](int64_t nSeconds, const char *szDate) {
+        const bool bGoesOn = sizeof(time_t) > sizeof(int32_t);
+        EXPECT_EQ(DateOf(nSeconds), bGoesOn ? szDate : DateOf(static_cast<int32_t>(nSeconds)));
+    };
+    later(2147483648, "Tue, 19 Jan 2038 03:14:08 GMT");
+    later(4107542400, "Mon, 01 Mar 2100 00:00:00 GMT");
+    later(253402300799, "Fri, 31 Dec 9999 23:59:59 GMT");
 }
 
 TEST(Date, IsTheSystemsInEnglish)

@@ -11,7 +11,7 @@ constexpr unsigned kKeyEvery = 25;
 constexpr size_t kLastSize = 77; // of the slice that ends it: no other has that size
 constexpr int kOtherSlice = 1;
 constexpr auto kAliveEvery = std::chrono::milliseconds(400);
-constexpr auto kLongest = std::chrono::seconds(40);
+constexpr auto kLongest = std::chrono::seconds(100);
 
 /// Sequence numbers that go on; says what is wrong.
 std::string Gap(uint16_t nSequence, int *pLast)

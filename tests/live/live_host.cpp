@@ -255,6 +255,17 @@ uint32_t KovaNumberAt(const std::string &bytes, size_t nAt)
     return nValue;
 }
 
+int64_t KovaReportWall(const std::string &report, int64_t nNear)
+{
+    constexpr int64_t kSecond = 1000000;
+    constexpr int64_t kTo1900 = 2208988800;
+    const int64_t nNearSeconds = nNear / kSecond;
+    const uint32_t nFurther =
+        KovaNumberAt(report, 8) - static_cast<uint32_t>(nNearSeconds + kTo1900);
+    const int64_t nPart = KovaNumberAt(report, 12) * kSecond + (1U << 31);
+    return (nNearSeconds + static_cast<int32_t>(nFurther)) * kSecond + (nPart >> 32);
+}
+
 std::string KovaLiveReport(uint32_t nSsrc, uint8_t nLoss, bool bBlock, bool bBye)
 {
     constexpr uint32_t kOwn = 0x01020304;

@@ -102,6 +102,10 @@ struct KovaRtcpPart {
 std::vector<KovaRtcpPart> KovaRtcpParts(const std::string &compound);
 uint32_t KovaNumberAt(const std::string &bytes, size_t nAt);
 
+/// The wall clock of a sender report in microseconds since 1970; of all that its 32 bits of seconds
+/// may mean, what is nearest to nNear.
+int64_t KovaReportWall(const std::string &report, int64_t nNear);
+
 /// A receiver report, with one block about nSsrc if bBlock, and a BYE behind it if bBye.
 std::string KovaLiveReport(uint32_t nSsrc, uint8_t nLoss = 0, bool bBlock = true,
                            bool bBye = false);

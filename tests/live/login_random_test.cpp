@@ -1,16 +1,13 @@
 #include "live/rtsp/login.h"
+#include "tests/live/missing_call.h"
 
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 
 namespace {
 
@@ -27,15 +24,7 @@ bool AllowDescriptors(bool bAllowed)
 /// Leaves this process without getrandom(2) and, for now, without descriptors.
 bool TakeRandomnessAway()
 {
-    sock_filter steps[] = {
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, SYS_getrandom},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | ENOSYS},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
-    };
-    sock_fprog program = {4, steps};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0 &&
+    return KovaTakeCallAway({"getrandom", SYS_getrandom, kAnyLevel, ENOSYS}) &&
            AllowDescriptors(false);
 }
 

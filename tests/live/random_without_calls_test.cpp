@@ -1,16 +1,13 @@
 #include "foundation/random.h"
+#include "tests/live/missing_call.h"
 
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -18,19 +15,7 @@ namespace {
 
 constexpr size_t kSize = 32;
 
-/// Lets getrandom(2) fail in this process from now on, as on a kernel without it.
-bool TakeGetrandomAway()
-{
-    sock_filter steps[] = {
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, SYS_getrandom},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | ENOSYS},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
-    };
-    sock_fprog program = {4, steps};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
-}
+constexpr KovaMissingCall kGetrandom = {"getrandom", SYS_getrandom, kAnyLevel, ENOSYS};
 
 bool TakeDescriptorsAway()
 {
@@ -64,18 +49,13 @@ template <typename Body> int ResultOfChild(Body body)
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
 }
 
-/// What a child tells when its system cannot take a call away.
-constexpr int kNoFilter = 8;
-
 void ExpectWithoutGetrandom(bool bDescriptors, int nExpected)
 {
     const int nResult = ResultOfChild([bDescriptors] {
-        if (!TakeGetrandomAway())
-            return kNoFilter;
+        if (!KovaTakeCallAway(kGetrandom))
+            return 8;
         return bDescriptors || TakeDescriptorsAway() ? FillTwice() : 9;
     });
-    if (nResult == kNoFilter)
-        GTEST_SKIP() << "no seccomp filters here (an emulator has none)";
     EXPECT_EQ(nResult, nExpected);
 }
 

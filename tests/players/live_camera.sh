@@ -7,11 +7,12 @@ need ffmpeg ffprobe python3 stdbuf
 camera=${KOVA_BUILD_DIR:?}/kova_live_camera
 [[ -x $camera ]] || fail "$camera is not built"
 
-# The sample clip, looped, at the pace of a camera.
+# The sample clip again and again, at the pace of a camera. FFmpeg itself would not begin anew: it
+# cannot seek in a bare stream.
+clips() { while cat "$clip_h264"; do :; done 2>"$work/clips.err"; }
 encoder() {
     echo $BASHPID >"$work/encoder.pid"
-    exec ffmpeg -nostdin -v error -re -stream_loop -1 -f h264 -i "$clip_h264" -c copy -f h264 - \
-        2>"$work/encoder.err"
+    exec ffmpeg -nostdin -v error -re -f h264 -i <(clips) -c copy -f h264 - 2>"$work/encoder.err"
 }
 encoded_camera() { exec "${host_runner[@]}" "$camera" "$1" < <(encoder); }
 listens() { (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
@@ -40,7 +41,7 @@ for transport in udp tcp; do
 done
 await 10 told came 3 && await 10 told went 3 || fail "the host told of: $(cat "$work/host.log")"
 
-kill "$(cat "$work/encoder.pid")"
+kill "$(cat "$work/encoder.pid")" || fail "the encoder ended: $(cat "$work/encoder.err")"
 await 10 has_ended "$host_pid" || fail "it goes on without an input"
 wait "$host_pid" || fail "its status was $?"
 host_pid=

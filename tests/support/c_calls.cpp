@@ -187,6 +187,18 @@ int __wrap_clock_gettime(clockid_t nClock, timespec *pTime)
     return Lead<__real_clock_gettime>(nClock, pTime);
 }
 
+int __wrap_prctl(int nOption, unsigned long nFirst, unsigned long nSecond, unsigned long nThird,
+                 unsigned long nFourth)
+{
+    return Lead<__real_prctl>(nOption, nFirst, nSecond, nThird, nFourth);
+}
+
+long __wrap_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
+                    long nSixth)
+{
+    return Lead<__real_syscall>(nNumber, nFirst, nSecond, nThird, nFourth, nFifth, nSixth);
+}
+
 int __wrap_fcntl(int nDescriptor, int nCommand, ...)
 {
     va_list arguments;

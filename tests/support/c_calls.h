@@ -55,6 +55,11 @@ int __real_clock_gettime(clockid_t nClock, timespec *pTime);
 int __real_epoll_create1(int nFlags);
 int __real_epoll_ctl(int nEpoll, int nOperation, int nDescriptor, epoll_event *pEvent);
 int __real_eventfd(unsigned nValue, int nFlags);
+/// These two take any number of arguments: a place is read for each that there may be.
+int __real_prctl(int nOption, unsigned long nFirst, unsigned long nSecond, unsigned long nThird,
+                 unsigned long nFourth);
+long __real_syscall(long nNumber, long nFirst, long nSecond, long nThird, long nFourth, long nFifth,
+                    long nSixth);
 }
 
 /// fcntl() with one number behind the command.
