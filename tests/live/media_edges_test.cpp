@@ -26,6 +26,20 @@ TEST(MediaEdges, LowDelaySoundWithoutAChannelConfigurationIsNone)
         KovaAacConfigRead(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), &config));
 }
 
+TEST(MediaEdges, ParametricStereoMakesTwoChannelsOfOneOnly)
+{
+    // In front of AAC LC, 22.05 and 44.1 kHz; channel configurations 1, 2 and 6.
+    const std::pair<int, uint32_t> cases[] = {{0x8A, 2}, {0x92, 2}, {0xB2, 6}};
+    for (const auto &each : cases) {
+        const std::string bytes = KovaMediaBytes({0xEB, each.first, 0x08, 0x00});
+        KovaAacConfig config;
+        ASSERT_TRUE(KovaAacConfigRead(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(),
+                                      &config));
+        EXPECT_EQ(config.nRate, 44100U);
+        EXPECT_EQ(config.nChannels, each.second);
+    }
+}
+
 TEST(MediaEdges, EmulationPreventionFollowsTwoZerosInARowOnly)
 {
     // A message of four bytes, 0 7 0 3, of which the 3 is one, and then a recovery point.
@@ -44,6 +58,33 @@ TEST(MediaEdges, UnitWithoutASliceCountsAsAReference)
     }
     const std::string sei = KovaMediaNal(0x06, 9);
     EXPECT_FALSE(track.Push(KovaMediaAnnexB({sei, KovaMediaNal(0x01, 9)})).bReference);
+}
+
+TEST(MediaEdges, DataPartitionsAreSlices)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
+    for (const int nType : {2, 3, 4}) {
+        EXPECT_FALSE(track.Push(KovaMediaAnnexB({KovaMediaNal(nType, 9)})).bReference) << nType;
+        EXPECT_TRUE(track.Push(KovaMediaAnnexB({KovaMediaNal(0x20 | nType, 9)})).bReference);
+    }
+}
+
+TEST(MediaEdges, OneNalUnitOfSeveralMakesAnEntryOrAReference)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
+    const std::string recovery = KovaMediaBytes({6, 6, 1, 0xC4, 0x80});
+    const std::string other = KovaMediaBytes({6, 5, 2, 1, 1, 0x80});
+    const std::string sparable = KovaMediaNal(0x01, 9);
+    for (const Nals &nals : {Nals{recovery, other, sparable}, Nals{other, recovery, sparable}}) {
+        const KovaMediaUnit unit = track.Push(KovaMediaAnnexB(nals));
+        EXPECT_TRUE(unit.bEntry && !unit.bReference);
+    }
+    for (const Nals &nals : {Nals{kSlice, sparable}, Nals{sparable, kSlice}}) {
+        const KovaMediaUnit unit = track.Push(KovaMediaAnnexB(nals));
+        EXPECT_TRUE(!unit.bEntry && unit.bReference);
+    }
+    for (const Nals &nals : {Nals{kIdr, kSlice}, Nals{kSlice, kIdr}})
+        EXPECT_TRUE(track.Push(KovaMediaAnnexB(nals)).bKey);
 }
 
 TEST(MediaEdges, ParameterSetsOf1024BytesAreRemembered)
@@ -80,10 +121,11 @@ TEST(MediaEdges, SoundStepsAsLongAsItIsNoFurtherAwayThanHalfAFrameOr20Millisecon
 }
 
 std::atomic<int> g_nHeld{0};
+std::atomic<bool> g_bEmpty{false}; ///< the heap gives nothing
 
 void *HoldingCalloc(size_t nCount, size_t nSize)
 {
-    void *pBlock = __real_calloc(nCount, nSize);
+    void *pBlock = g_bEmpty ? nullptr : __real_calloc(nCount, nSize);
     g_nHeld += pBlock != nullptr ? 1 : 0;
     return pBlock;
 }
@@ -126,6 +168,22 @@ TEST(MediaEdges, TrackThatIsDestroyedLeavesNothingBehind)
         EXPECT_TRUE(KovaTrackMediaKnown(video.Media()));
         EXPECT_GT(g_nHeld, 0);
     }
+    EXPECT_EQ(g_nHeld, 0);
+}
+
+TEST(MediaEdges, PoolThatLackedMemoryForAUnitIsFreedAtItsEnd)
+{
+    const Held held;
+    KovaUnitPool *pPool = KovaUnitPoolCreate();
+    ASSERT_NE(pPool, nullptr);
+    g_bEmpty = true;
+    EXPECT_EQ(KovaUnitPoolTake(pPool, 1, 100), nullptr);
+    g_bEmpty = false;
+    KovaUnit *pUnit = KovaUnitPoolTake(pPool, 1, 100);
+    ASSERT_NE(pUnit, nullptr);
+    KovaUnitPoolDestroy(pPool);
+    EXPECT_EQ(g_nHeld, 2) << "the pool stays for its last unit";
+    KovaUnitRelease(pUnit);
     EXPECT_EQ(g_nHeld, 0);
 }
 
