@@ -33,4 +33,27 @@ TEST_F(LoginTest, NamesAndRealmsMayHaveBlanksAndLettersOfAnyAlphabet)
     EXPECT_STREQ(m_state.szUser, users[0].name);
 }
 
+TEST_F(LoginTest, WhoIsInByALongNameIsNotSlowedByOthersOfTheAddressEither)
+{
+    // Of such a name the connection keeps the beginning.
+    for (const size_t nLength : {kLoginUserSize - 1, kLoginUserSize, size_t{300}}) {
+        const std::string name(nLength, 'n');
+        const KovaLiveUser users[] = {{name.c_str(), "x"}};
+        KovaLoginUsersDestroy(m_pUsers);
+        ASSERT_EQ(KovaLoginUsersCreate(users, 1, "Kova", &m_pUsers), KOVA_LIVE_OK);
+        KovaPlayerAnswer right = Challenged();
+        right.user = name;
+        right.password = "x";
+        ASSERT_EQ(Check(right), kLoginPassed);
+        KovaLoginState other = {};
+        KovaPlayerAnswer wrong = Challenged(&other);
+        wrong.password = "guess";
+        CheckHeader(&other, KovaAuthorizationOf(wrong));
+        CheckHeader(&other, KovaAuthorizationOf(wrong));
+        ASSERT_EQ(CheckHeader(&other, KovaAuthorizationOf(wrong)), kLoginSlow);
+        right.count = "00000002";
+        EXPECT_EQ(Check(right), kLoginPassed) << nLength;
+    }
+}
+
 } // namespace

@@ -120,6 +120,47 @@ TEST(MediaEdges, SoundStepsAsLongAsItIsNoFurtherAwayThanHalfAFrameOr20Millisecon
     }
 }
 
+TEST(MediaEdges, PacketsMayBeAsLargeAsAnInterleavedFrame)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264), 65535);
+    ASSERT_EQ(track.Created(), KOVA_LIVE_OK);
+    const std::string nal = KovaMediaNal(0x41, 65535 - 12);
+    const KovaMediaUnit unit = track.Push(KovaMediaAnnexB({nal}));
+    ASSERT_EQ(unit.packets.size(), 1U);
+    EXPECT_EQ(unit.packets[0].payload, nal);
+    EXPECT_EQ(track.Push(KovaMediaAnnexB({nal + 'x'})).packets.size(), 2U);
+}
+
+TEST(MediaEdges, ConfigurationOfSoundMayHave64Bytes)
+{
+    const std::string bytes = KovaMediaBytes({0x12, 0x10}) + std::string(62, '\0');
+    KovaLiveTrackConfig config = KovaMediaConfig(KOVA_LIVE_AAC, KOVA_LIVE_FORM_RAW);
+    config.audio_config = reinterpret_cast<const uint8_t *>(bytes.data());
+    config.audio_config_size = 64;
+    KovaMediaTrack track(config);
+    ASSERT_EQ(track.Created(), KOVA_LIVE_OK);
+    EXPECT_NE(track.Description().find("config=1210" + std::string(124, '0') + "\r\n"),
+              std::string::npos);
+}
+
+TEST(MediaEdges, PushThatGivesNoUnitTellsSo)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
+    const std::string sps = KovaMediaAnnexB({KovaMediaBytes({0x67, 0x64, 0x10, 0x28, 0xC0, 1})});
+    const std::string large(16 * 1024 * 1024 + 1, 'x');
+    const std::pair<const std::string *, int32_t> pushes[] = {
+        {&sps, KOVA_LIVE_OK}, {&kSlice, KOVA_LIVE_ERROR_DATA}, {&large, KOVA_LIVE_ERROR_TOO_LARGE}};
+    for (const auto &push : pushes) {
+        KovaUnit earlier = {};
+        KovaUnit *pUnit = &earlier;
+        EXPECT_EQ(KovaTrackMediaCut(track.Media(),
+                                    reinterpret_cast<const uint8_t *>(push.first->data()),
+                                    push.first->size(), 0, &pUnit),
+                  push.second);
+        EXPECT_EQ(pUnit, nullptr);
+    }
+}
+
 std::atomic<int> g_nHeld{0};
 std::atomic<bool> g_bEmpty{false}; ///< the heap gives nothing
 
