@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -31,6 +32,18 @@ TEST_F(LoginTest, NamesAndRealmsMayHaveBlanksAndLettersOfAnyAlphabet)
     answer.password = "x";
     EXPECT_EQ(Check(answer), kLoginPassed);
     EXPECT_STREQ(m_state.szUser, users[0].name);
+}
+
+TEST_F(LoginTest, AsManyUsersAsAreAllowedAreTaken)
+{
+    std::vector<KovaLiveUser> users(kLoginMaxUsers, {"u", "x"});
+    users.back() = {"last", "pass"};
+    KovaLoginUsersDestroy(m_pUsers);
+    ASSERT_EQ(KovaLoginUsersCreate(users.data(), kLoginMaxUsers, "Kova", &m_pUsers), KOVA_LIVE_OK);
+    KovaPlayerAnswer answer = Challenged();
+    answer.user = "last";
+    answer.password = "pass";
+    EXPECT_EQ(Check(answer), kLoginPassed);
 }
 
 TEST_F(LoginTest, WhoIsInByALongNameIsNotSlowedByOthersOfTheAddressEither)
