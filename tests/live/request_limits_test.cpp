@@ -76,6 +76,15 @@ TEST(RequestLimits, AnotherVersionIsNotSupported)
     }
 }
 
+TEST(RequestLimits, OfSeveralFaultsTheFormOfTheLinesComesFirst)
+{
+    const std::string url(2049, 'u');
+    ExpectBad("PLAY * RTSP/2.0\r\nnothing\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY * RTSP/2.0\r\nX: \x01\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY " + url + " RTSP/1.0\r\nnothing\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY " + url + " RTSP/2.0\r\nCSeq: 5\r\n\r\n", 505);
+}
+
 TEST(RequestLimits, HttpIsRefusedForGood)
 {
     ExpectFatal("GET /cam HTTP/1.0\r\nCSeq: 5\r\nx-sessioncookie: 1\r\n\r\n", 400);
