@@ -9,8 +9,6 @@
 struct KovaUnitPool {
     KovaMutex mutex;
     KovaUnit *pFree KOVA_GUARDED_BY(mutex);
-    uint32_t nFree KOVA_GUARDED_BY(mutex);
-    size_t nFreeBytes KOVA_GUARDED_BY(mutex);
     uint32_t nOut KOVA_GUARDED_BY(mutex); ///< units that are in use
     bool bClosed KOVA_GUARDED_BY(mutex);  ///< the last unit that comes back frees the pool
 };
@@ -49,8 +47,6 @@ KovaUnit *TakeFree(KovaUnitPool *pPool, size_t nNeeded) KOVA_REQUIRES(pPool->mut
         return nullptr;
     KovaUnit *pUnit = *ppBest;
     *ppBest = pUnit->pNext;
-    pPool->nFree--;
-    pPool->nFreeBytes -= pUnit->nCapacity;
     return pUnit;
 }
 
@@ -68,8 +64,6 @@ KovaUnit *TakeSurplus(KovaUnitPool *pPool) KOVA_REQUIRES(pPool->mutex)
     }
     KovaUnit *pSurplus = *ppUnit;
     *ppUnit = nullptr;
-    pPool->nFree = nKept;
-    pPool->nFreeBytes = nKeptBytes;
     return pSurplus;
 }
 

@@ -76,6 +76,15 @@ TEST(RequestLimits, AnotherVersionIsNotSupported)
     }
 }
 
+TEST(RequestLimits, OfSeveralFaultsTheFormOfTheLinesComesFirst)
+{
+    const std::string url(2049, 'u');
+    ExpectBad("PLAY * RTSP/2.0\r\nnothing\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY * RTSP/2.0\r\nX: \x01\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY " + url + " RTSP/1.0\r\nnothing\r\nCSeq: 5\r\n\r\n", 400);
+    ExpectBad("PLAY " + url + " RTSP/2.0\r\nCSeq: 5\r\n\r\n", 505);
+}
+
 TEST(RequestLimits, HttpIsRefusedForGood)
 {
     ExpectFatal("GET /cam HTTP/1.0\r\nCSeq: 5\r\nx-sessioncookie: 1\r\n\r\n", 400);
@@ -85,7 +94,8 @@ TEST(RequestLimits, HttpIsRefusedForGood)
 
 TEST(RequestLimits, AHeaderLineThatIsNoneIsABadRequest)
 {
-    for (const char *szLine : {"nothing", ": value", "two words: value", "a\r\n b: c"})
+    for (const char *szLine :
+         {"nothing", ": value", "two words: value", "two\twords: value", "a\r\n b: c"})
         ExpectBad("PLAY * RTSP/1.0\r\nA: b\r\n"s + szLine + "\r\nCSeq: 5\r\n\r\n", 400);
 }
 
@@ -124,6 +134,9 @@ TEST(RequestLimits, MoreThan32HeadersAreABadRequestThatKeepsItsCSeq)
     ExpectBad(WithHeaders(500) + "CSeq: 5\r\n\r\n", 400);
     ExpectBad("PLAY * RTSP/1.0\r\nCSeq: 5\r\n" + WithHeaders(32).substr(17) + "CSeq: 6\r\n\r\n",
               400);
+    // The first one counts, be it the last header that has a place or one too many.
+    ExpectBad(WithHeaders(31) + "CSeq: 5\r\nCSeq: 6\r\n\r\n", 400);
+    ExpectBad(WithHeaders(32) + "CSeq: 5\r\nX: y\r\nCSeq: 6\r\n\r\n", 400);
     // The length of the body counts wherever it stands.
     ExpectBad(WithHeaders(40) + "CSeq: 5\r\nContent-Length: 8\r\n\r\nPLAY\r\n\r\n", 400);
 }

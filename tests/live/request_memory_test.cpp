@@ -31,6 +31,29 @@ public:
     NoMemory &operator=(const NoMemory &) = delete;
 };
 
+/// The block that was freed last.
+const void *g_pFreed = nullptr;
+
+void NotingFree(void *pBlock)
+{
+    if (pBlock != nullptr)
+        g_pFreed = pBlock;
+    __real_free(pBlock);
+}
+
+/// Calls a function of the reader that has to free its buffer.
+void ExpectFreed(KovaRequestReader *pReader, void (*pfnCall)(KovaRequestReader *))
+{
+    const void *pBuffer = pReader->pBuffer;
+    ASSERT_NE(pBuffer, nullptr);
+    g_pFreed = nullptr;
+    KovaReplaceCall<__real_free>(NotingFree);
+    pfnCall(pReader);
+    KovaReplaceCall<__real_free>(nullptr);
+    EXPECT_TRUE(g_pFreed == pBuffer);
+    EXPECT_EQ(pReader->pBuffer, nullptr);
+}
+
 } // namespace
 
 TEST(RequestMemory, AfterTheEndOfTheStreamTheRestCanStillBeReceived)
@@ -67,8 +90,7 @@ TEST(RequestMemory, AnIdleReaderHoldsNoMemory)
     EXPECT_EQ(reading.reader.pBuffer, nullptr);
     reading.Feed(kNext + "\r\n");
     EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
-    KovaRequestReaderRelax(&reading.reader);
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
+    ExpectFreed(&reading.reader, KovaRequestReaderRelax);
     reading.Feed(kNext);
     EXPECT_EQ(reading.items.size(), 2u);
 }
@@ -88,8 +110,7 @@ TEST(RequestMemory, ClearingFreesEverythingAndTheReaderBeginsAnew)
 {
     KovaReading reading;
     reading.Feed(kNext.substr(0, 9));
-    KovaRequestReaderClear(&reading.reader);
-    EXPECT_EQ(reading.reader.pBuffer, nullptr);
+    ExpectFreed(&reading.reader, KovaRequestReaderClear);
     EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
     reading.Feed(kNext);
     EXPECT_EQ(reading.items.size(), 1u);

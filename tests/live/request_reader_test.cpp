@@ -115,6 +115,18 @@ TEST(RequestReader, TheLfOfTheHeadsLastLineIsNoBody)
     }
 }
 
+TEST(RequestReader, ABodyMayBeginWithAnLf)
+{
+    // Behind an LF or a CRLF that ended the head; behind a bare CR it would be that line's.
+    for (const char *szEnd : {"\r\n", "\n"}) {
+        const std::string end = szEnd;
+        const KovaKeptItem item = KovaReadOne("SET_PARAMETER * RTSP/1.0" + end +
+                                              "Content-Length: 4" + end + end + "\n\nab");
+        EXPECT_EQ(item.kind, kReadRequest);
+        EXPECT_EQ(item.body, "\n\nab");
+    }
+}
+
 TEST(RequestReader, EmptyLinesBeforeARequestDoNotCount)
 {
     const KovaKeptItem expected = KovaReadOne(kOptions);
@@ -221,6 +233,19 @@ TEST(RequestReader, InterleavedFramesStandBeforeBetweenAndBehindRequests)
     EXPECT_EQ(items[3].frame, report);
     EXPECT_EQ(items[4], KovaReadOne(kOptions));
     EXPECT_EQ(items[5].frame, std::string(700, '\n'));
+}
+
+TEST(RequestReader, AFrameIsToldByItsLastByte)
+{
+    KovaReading reading;
+    reading.Feed(Frame(2, ""));
+    ASSERT_EQ(reading.items.size(), 1u);
+    EXPECT_EQ(reading.items[0].kind, kReadFrame);
+    EXPECT_EQ(reading.items[0].nChannel, 2);
+    EXPECT_FALSE(KovaRequestReaderBegun(&reading.reader));
+    reading.Feed(Frame(3, "xy"));
+    ASSERT_EQ(reading.items.size(), 2u);
+    EXPECT_EQ(reading.items[1].frame, "xy");
 }
 
 TEST(RequestReader, TheLongestFrameIsRead)
