@@ -2,9 +2,11 @@
 
 #include "foundation/heap.h"
 #include "live/engine/connection_steps.h"
+#include "live/engine/notices.h"
 #include "live/engine/peer_counts.h"
 #include "rtp/tcp_options.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -143,6 +145,12 @@ void KovaConnectionEnd(KovaLiveConnection *pConnection)
     }
     Unwatch(pConnection);
     KovaConnectionDestroy(pConnection->pLoop->pLive, pConnection);
+}
+
+void KovaConnectionTell(const KovaLiveConnection *pConnection, int32_t nLevel, const char *szSays)
+{
+    KovaNoticePeer(pConnection->pLoop, nLevel, pConnection->peer.sin_addr.s_addr,
+                   ntohs(pConnection->peer.sin_port), szSays);
 }
 
 void KovaConnectionFail(KovaLiveConnection *pConnection)

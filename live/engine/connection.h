@@ -80,6 +80,9 @@ bool KovaConnectionFollow(KovaLiveConnection *pConnection, KovaLiveLoop *pOwner)
 /// Ends a connection: its interleaved players end, its UDP players go on by themselves.
 void KovaConnectionEnd(KovaLiveConnection *pConnection);
 
+/// A log line "<its peer><szSays>": a player who is refused sees a status alone.
+void KovaConnectionTell(const KovaLiveConnection *pConnection, int32_t nLevel, const char *szSays);
+
 /// Ends it as soon as nobody stands on it: at once, or at the next event.
 void KovaConnectionFail(KovaLiveConnection *pConnection);
 

@@ -1,9 +1,7 @@
 #include "live/engine/connection.h"
 
 #include "live/engine/connection_steps.h"
-#include "live/engine/notices.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <cstddef>
@@ -63,12 +61,6 @@ void EndPlayersAsSlow(KovaLiveConnection *pConnection)
     }
 }
 
-void Tell(const KovaLiveConnection *pConnection, int32_t nLevel, const char *szSays)
-{
-    KovaNoticePeer(pConnection->pLoop, nLevel, pConnection->peer.sin_addr.s_addr,
-                   ntohs(pConnection->peer.sin_port), szSays);
-}
-
 } // namespace
 
 void KovaConnectionHandleTime(KovaTimer *pTimer, uint64_t nNow)
@@ -89,7 +81,7 @@ void KovaConnectionHandleTime(KovaTimer *pTimer, uint64_t nNow)
     } else if (KovaConnectionWaits(pConnection) &&
                nNow >= pConnection->nProgress + settings.nPlayerStallTime &&
                !KovaConnectionTook(pConnection)) {
-        Tell(pConnection, KOVA_LIVE_LOG_WARNING, " takes nothing any more");
+        KovaConnectionTell(pConnection, KOVA_LIVE_LOG_WARNING, " takes nothing any more");
         EndPlayersAsSlow(pConnection);
         KovaConnectionFail(pConnection);
     } else if (nNow >= RequestDue(pConnection)) {
@@ -97,7 +89,7 @@ void KovaConnectionHandleTime(KovaTimer *pTimer, uint64_t nNow)
         pConnection->bClosing = true;
     } else if (pConnection->pSessions == nullptr && pConnection->hold == kHoldNone &&
                nNow >= pConnection->nActive + settings.nIdleTime) {
-        Tell(pConnection, KOVA_LIVE_LOG_INFO, " asks for nothing");
+        KovaConnectionTell(pConnection, KOVA_LIVE_LOG_INFO, " asks for nothing");
         KovaConnectionFail(pConnection);
     }
     if (pConnection->bEnded)

@@ -103,10 +103,14 @@ bool KovaExchangeLogin(KovaExchange *pExchange, const KovaLoginUsers *pUsers, co
     }
     KovaExchangeBegin(pExchange, 401);
     KovaAnswerLines(&pExchange->answer, szChallenge);
-    if (nDelayMs != 0)
-        HoldAnswer(pExchange, nDelayMs);
-    else
+    if (nDelayMs == 0) {
         KovaExchangeSend(pExchange);
+        return false;
+    }
+    // Once may be a slip. Who it claims to be stays out of the log: it may be a password in the
+    // wrong field.
+    KovaConnectionTell(pConnection, KOVA_LIVE_LOG_WARNING, ": login refused");
+    HoldAnswer(pExchange, nDelayMs);
     return false;
 }
 

@@ -1,6 +1,5 @@
 #include "live/engine/requests.h"
 
-#include "live/engine/notices.h"
 #include "live/engine/udp_ports.h"
 #include "live/rtsp/transport_header.h"
 
@@ -22,16 +21,6 @@ uint32_t OwnSessions(const KovaLiveConnection *pConnection)
     return nCount;
 }
 
-/// Tells the operator why a player does not get in: it has a status alone.
-void LogRefused(KovaLiveConnection *pConnection, const char *szWhy)
-{
-    KovaMutexAssertHeld(&pConnection->pLoop->mutex);
-    char szPeer[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pConnection->peer.sin_addr, szPeer, sizeof(szPeer));
-    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_WARNING, "%s:%u: %s", szPeer,
-                  ntohs(pConnection->peer.sin_port), szWhy);
-}
-
 /// The session that gets the track: the request's, or a new one. Null when it is answered.
 KovaLiveSession *SessionFor(KovaExchange *pExchange, bool bInterleaved)
 {
@@ -47,7 +36,8 @@ KovaLiveSession *SessionFor(KovaExchange *pExchange, bool bInterleaved)
         }
         pExchange->pConnection->bClosing = nResult == KOVA_LIVE_ERROR_TOO_LARGE;
         if (nResult == KOVA_LIVE_ERROR_TOO_LARGE)
-            LogRefused(pExchange->pConnection, "too many sessions");
+            KovaConnectionTell(pExchange->pConnection, KOVA_LIVE_LOG_WARNING,
+                               ": too many sessions");
         KovaRequestRefuse(pExchange->pConnection, *pExchange->pRequest, 503);
         return nullptr;
     }
@@ -122,7 +112,7 @@ bool SetWay(KovaLiveConnection *pConnection, KovaLiveSession *pSession, KovaLive
     }
     pSession->pPorts = KovaUdpPortsOf(pConnection->pLoop, pConnection->local.sin_addr.s_addr);
     if (pSession->pPorts == nullptr) {
-        LogRefused(pConnection, "no pair of UDP ports can be had");
+        KovaConnectionTell(pConnection, KOVA_LIVE_LOG_WARNING, ": no pair of UDP ports can be had");
         return false;
     }
     pSetup->route = {};
