@@ -1,0 +1,157 @@
+#include "tests/live/stepped_server.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+#include <vector>
+
+// Two loops: who serves whom, and that both get what concerns them.
+
+namespace {
+
+struct SteppedLoops : testing::Test {
+    KovaSteppedServer server{2};
+    KovaLiveStream *pStream = server.AddStream("cam");
+    KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
+    KovaLiveClient clients[4];
+    unsigned nPicture = 0;
+
+    /// Connects, and lets the loop that takes it begin.
+    void Connect(KovaLiveClient *pClient)
+    {
+        ASSERT_TRUE(pClient->Connect(server.Port()));
+        server.Run();
+    }
+    uint32_t Connections(uint32_t nLoop) const
+    {
+        uint32_t nCount = 0;
+        for (const KovaLiveConnection *pConnection = server.Loop(nLoop)->pConnections;
+             pConnection != nullptr; pConnection = pConnection->pNext)
+            nCount++;
+        EXPECT_EQ(server.Loop(nLoop)->nLoad, nCount);
+        return nCount;
+    }
+    void ExpectNext(std::initializer_list<KovaLiveClient *> players)
+    {
+        nPicture++;
+        EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(500, nPicture), 40000 * nPicture),
+                  KOVA_LIVE_OK);
+        server.Run();
+        for (KovaLiveClient *pPlayer : players)
+            EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(pPlayer, 1)),
+                      KovaMediaNal(0x65, 500, nPicture));
+    }
+};
+
+} // namespace
+
+TEST_F(SteppedLoops, TheLeastBusyOneGetsAConnectionAlsoAfterSomeHaveGone)
+{
+    for (KovaLiveClient &client : clients)
+        Connect(&client);
+    EXPECT_EQ(Connections(0), 2U);
+    EXPECT_EQ(Connections(1), 2U);
+    // The second and the fourth one are the second loop's.
+    clients[1].Close();
+    clients[3].Close();
+    server.Run();
+    EXPECT_EQ(Connections(0), 2U);
+    EXPECT_EQ(Connections(1), 0U);
+    KovaLiveClient more[4];
+    for (KovaLiveClient &client : more)
+        Connect(&client);
+    EXPECT_EQ(Connections(0), 3U);
+    EXPECT_EQ(Connections(1), 3U);
+}
+
+TEST_F(SteppedLoops, EachGetsEachUnitForWhichItHasPlayers)
+{
+    ASSERT_TRUE(server.Play(&clients[0], false));
+    ASSERT_TRUE(server.Play(&clients[1], true));
+    EXPECT_NE(server.Loop(0)->pSessions, nullptr);
+    EXPECT_NE(server.Loop(1)->pSessions, nullptr);
+    ExpectNext({&clients[0], &clients[1]});
+    ExpectNext({&clients[0], &clients[1]});
+    // The first loop has none any more, then it alone has one.
+    server.Serve([this] { EXPECT_EQ(clients[0].Pause("cam").nStatus, 200); });
+    ExpectNext({&clients[1]});
+    server.Serve([this] {
+        EXPECT_EQ(clients[0].Play("cam").nStatus, 200);
+        EXPECT_EQ(clients[1].Pause("cam").nStatus, 200);
+    });
+    ExpectNext({&clients[0]});
+    KovaLiveRtp packet;
+    EXPECT_FALSE(clients[1].NextRtp(1, &packet, 0));
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).packets, 6U);
+    EXPECT_EQ(server.Figures().packets, 6U);
+}
+
+TEST_F(SteppedLoops, AStreamThatIsReadyIsToldOnce)
+{
+    KovaLiveTrack *pLater = KovaLiveHost::AddVideo(server.AddStream("later"), false);
+    EXPECT_EQ(KovaLivePushText(pLater, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    server.Run();
+    EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_STREAM_READY).size(), 1U);
+}
+
+TEST_F(SteppedLoops, WhoWaitsForAStreamIsAnsweredOnEachOfThem)
+{
+    KovaLiveStream *pLater = server.AddStream("later");
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(pLater, false);
+    for (KovaLiveClient *pClient : {&clients[0], &clients[1]}) {
+        Connect(pClient);
+        ASSERT_TRUE(pClient->Send(pClient->Text("DESCRIBE", "later")));
+    }
+    server.Run();
+    EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    server.Run();
+    for (KovaLiveClient *pClient : {&clients[0], &clients[1]})
+        EXPECT_EQ(pClient->Receive().nStatus, 200);
+}
+
+TEST_F(SteppedLoops, ARemovedStreamEndsItsPlayersOnEachOfThem)
+{
+    for (KovaLiveClient *pClient : {&clients[0], &clients[1]})
+        ASSERT_TRUE(server.Play(pClient, false));
+    EXPECT_EQ(KovaLiveRemoveStream(pStream), KOVA_LIVE_OK);
+    server.Run();
+    EXPECT_EQ(server.Figures().sessions, 0U);
+    const std::vector<KovaToldEvent> went = server.Events(KOVA_LIVE_EVENT_PLAYER_WENT);
+    ASSERT_EQ(went.size(), 2U);
+    for (const KovaToldEvent &event : went)
+        EXPECT_EQ(event.nReason, KOVA_LIVE_WENT_STREAM);
+}
+
+TEST_F(SteppedLoops, ThePlayersOfBothAreListedAndLetGo)
+{
+    for (KovaLiveClient *pClient : {&clients[0], &clients[1]})
+        ASSERT_TRUE(server.Play(pClient, false));
+    const std::vector<KovaLivePlayer> players = server.Players();
+    ASSERT_EQ(players.size(), 2U);
+    EXPECT_NE(players[0].player, players[1].player);
+    EXPECT_EQ(server.Figures().players, 2U);
+    for (const KovaLivePlayer &player : players)
+        EXPECT_EQ(KovaLiveDisconnect(server.Live(), player.player), KOVA_LIVE_OK);
+    server.Run();
+    EXPECT_EQ(server.Players().size(), 0U);
+    EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_PLAYER_WENT).size(), 2U);
+}
+
+TEST(LiveLoopsOfThreads, EachKnowsThatItIsTheCaller)
+{
+    KovaLiveHost host([](KovaLiveConfig *pConfig) { pConfig->threads = 2; });
+    KovaLiveStream *pStream = host.AddStream("cam");
+    KovaLiveHost::AddVideo(pStream);
+    std::atomic<int> nRight{0};
+    host.onEvent = [&](const KovaLiveEvent &event) {
+        if (event.type == KOVA_LIVE_EVENT_PLAYER_CAME)
+            nRight += KovaLiveRemoveStream(pStream) == KOVA_LIVE_ERROR_IN_CALLBACK ? 1 : 0;
+    };
+    KovaLiveClient clients[2];
+    for (KovaLiveClient &client : clients)
+        ASSERT_TRUE(KovaLivePlayTcp(&client, host));
+    host.WaitEvent(KOVA_LIVE_EVENT_PLAYER_CAME, 2);
+    EXPECT_EQ(nRight, 2);
+}
