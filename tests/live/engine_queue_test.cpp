@@ -139,6 +139,21 @@ TEST_F(LiveQueue, WhatWasKeptCountsFromItsPlayersBeginning)
     EXPECT_TRUE(KovaQueueOverfull(&session, 0));
 }
 
+TEST_F(LiveQueue, WhatCameLaterThanItsPlayerHasItsOwnTime)
+{
+    Append(10);
+    // Units have come and gone since.
+    session.nSerial = 1000;
+    session.nJoined = 999999;
+    stream.nKeepBytes = 7000;
+    EXPECT_FALSE(KovaQueueOverfull(&session, 2000));
+    EXPECT_TRUE(KovaQueueOverfull(&session, 2001)) << "nothing is kept for it any more";
+    loop.nNow = 1500000;
+    EXPECT_FALSE(KovaQueueOverfull(&session, 0));
+    loop.nNow = 1500001;
+    EXPECT_TRUE(KovaQueueOverfull(&session, 0));
+}
+
 TEST_F(LiveQueue, CutLeavesOnlyWhatIsBegun)
 {
     for (const bool bBegun : {false, true}) {
