@@ -113,6 +113,30 @@ TEST_F(SteppedConnections, TheTimeToTakeAnAnswerBeginsWithIt)
     EXPECT_EQ(Connections(), 0U);
 }
 
+TEST_F(SteppedConnections, WhoTakesPartsOfAFrameIsNotLetGo)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    server.Run();
+    const int nSocket = server.Loop()->pConnections->item.nDescriptor;
+    KovaSocketFaults faults;
+    faults.Script(nSocket, {{0, 100}, {EAGAIN, 0}});
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveOther(1000), 40000), KOVA_LIVE_OK);
+    server.Run(1);
+    for (int nPart = 0; nPart < 5; nPart++) {
+        faults.Script(nSocket, std::deque<KovaScriptedSend>(1000, KovaScriptedSend{EAGAIN, 0}));
+        Step(1500 * kMilli);
+        ASSERT_EQ(Connections(), 1U) << nPart;
+        ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
+        faults.Script(nSocket, {{0, 100}, {EAGAIN, 0}});
+        server.Run(1);
+    }
+    faults.Script(nSocket, {});
+    server.Run();
+    EXPECT_FALSE(KovaLiveNextUnit(&client, 1).empty());
+    EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x41, 1000));
+}
+
 TEST_F(SteppedConnections, NothingMoreIsReadOfWhoTakesNoAnswers)
 {
     constexpr int kRequests = 3000;

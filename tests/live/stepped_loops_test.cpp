@@ -1,6 +1,9 @@
 #include "tests/live/stepped_server.h"
+#include "tests/support/sockets.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -137,6 +140,19 @@ TEST_F(SteppedLoops, ThePlayersOfBothAreListedAndLetGo)
     server.Run();
     EXPECT_EQ(server.Players().size(), 0U);
     EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_PLAYER_WENT).size(), 2U);
+}
+
+TEST(SteppedLoopsEnd, AConnectionThatNoLoopTookIsClosed)
+{
+    const KovaConnection connection = KovaMakeConnection();
+    {
+        KovaSteppedServer server{2};
+        ASSERT_TRUE(KovaLoopPostConnection(server.Loop(1), connection.nServer, connection.peer));
+    }
+    char end = 0;
+    ASSERT_TRUE(KovaWaitReadable(connection.nPlayer, kLiveWaitMs));
+    EXPECT_EQ(recv(connection.nPlayer, &end, 1, MSG_DONTWAIT), 0);
+    close(connection.nPlayer);
 }
 
 TEST(LiveLoopsOfThreads, EachKnowsThatItIsTheCaller)

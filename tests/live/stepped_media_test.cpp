@@ -128,6 +128,24 @@ TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
     EXPECT_EQ(PacketsAfter(2000 * kMilli), 0);
 }
 
+TEST_F(SteppedMedia, ALoopHasADelayedUnitOnceWhoeverComes)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(
+        server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
+    KovaLiveClient others[2];
+    ASSERT_TRUE(server.Play(&client, false, "kept"));
+    Push(pTrack, 500, 1, 0);
+    for (KovaLiveClient &other : others)
+        ASSERT_TRUE(server.Play(&other, false, "kept"));
+    ASSERT_NE(server.Loop()->pDelayed, nullptr);
+    EXPECT_EQ(server.Loop()->pDelayed->pNext, nullptr);
+    KovaSteppedServer::Advance(1000 * kMilli);
+    server.Run();
+    for (KovaLiveClient *pClient : {&client, &others[0], &others[1]})
+        EXPECT_TRUE(Takes(pClient, 500, 1));
+}
+
 TEST_F(SteppedMedia, NoMediaFollowsTheLastAnswer)
 {
     ASSERT_TRUE(server.Play(&client, false));
