@@ -71,6 +71,7 @@ KovaSteppedServer::KovaSteppedServer(uint32_t nLoops,
     m_live.pLogin = KovaLoginCreate(m_live.szRealm);
     m_live.nListener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_in address = KovaLoopback();
+    address.sin_addr.s_addr = m_live.settings.nAddress;
     socklen_t nLength = sizeof(address);
     auto *pAddress = reinterpret_cast<sockaddr *>(&address);
     EXPECT_EQ(bind(m_live.nListener, pAddress, nLength), 0);
