@@ -1,5 +1,6 @@
 #include "kova_live.h"
 #include "tests/live/live_host.h"
+#include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>
 
@@ -55,6 +56,25 @@ TEST(LiveHostCalls, ARealmThatNoHeaderCanCarryIsAnArgument)
     }
 }
 
+TEST(LiveHostCalls, ChallengesNameTheHostsRealm)
+{
+    const KovaLiveUser user = {"anna", "pass word"};
+    for (const char *szRealm : {"Garden", "", static_cast<const char *>(nullptr)}) {
+        KovaLiveHost host([&](KovaLiveConfig *pConfig) {
+            pConfig->realm = szRealm;
+            pConfig->users = &user;
+            pConfig->user_count = 1;
+        });
+        KovaLiveClient client;
+        ASSERT_TRUE(client.Connect(host.Port()));
+        const KovaLiveAnswer answer = client.Describe("cam");
+        EXPECT_EQ(answer.nStatus, 401);
+        const bool bOwn = szRealm != nullptr && szRealm[0] != '\0';
+        EXPECT_NE(answer.text.find(bOwn ? "realm=\"Garden\"" : "realm=\"Kova\""), std::string::npos)
+            << answer.text;
+    }
+}
+
 TEST(LiveHostCalls, ARecordIsClearedInItsWholeLength)
 {
     // As a host has it that was built with a later version.
@@ -71,6 +91,26 @@ TEST(LiveHostCalls, ARecordIsClearedInItsWholeLength)
     EXPECT_EQ(KovaLiveConfigInit(&record.config, sizeof(KovaLiveConfig) - 1),
               KOVA_LIVE_ERROR_ARGUMENT);
     EXPECT_EQ(KovaLiveConfigInit(nullptr, sizeof(record)), KOVA_LIVE_ERROR_ARGUMENT);
+}
+
+TEST(LiveHostCalls, AUnitWithoutMemoryIsDroppedAndCounted)
+{
+    KovaLiveHost host;
+    KovaLiveStream *pStream = host.AddStream("cam");
+    KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
+    const std::string unit = KovaLiveKey(100000);
+    int32_t nResult = KOVA_LIVE_OK;
+    {
+        KovaFailingHeap failing;
+        nResult = KovaLivePushText(pVideo, unit, 0);
+    }
+    EXPECT_EQ(nResult, KOVA_LIVE_DROPPED);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).units, 0U);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).unit_bytes, 0U);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).dropped_units, 1U);
+    EXPECT_EQ(KovaLivePushText(pVideo, unit, 40000), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).units, 1U);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).dropped_units, 1U);
 }
 
 TEST(LiveHostCalls, AUnitOfSixteenMebibytesIsTakenAndNoLargerOne)

@@ -3,6 +3,7 @@
 #include "tests/support/socket_faults.h"
 
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <deque>
@@ -57,6 +58,10 @@ TEST_F(SteppedConnections, WhoSendsOnBehindItsLastAnswerHasASecond)
         ASSERT_TRUE(client.Send("more"));
         Step(100 * kMilli);
         ASSERT_EQ(Connections(), 1U) << nStep;
+        // A socket that is closed with unread bytes takes the answer away from the peer.
+        int nUnread = -1;
+        EXPECT_EQ(ioctl(server.Loop()->pConnections->item.nDescriptor, FIONREAD, &nUnread), 0);
+        EXPECT_EQ(nUnread, 0);
     }
     EXPECT_GE(client.Receive().nStatus, 400);
     client.Send("more");
@@ -135,6 +140,27 @@ TEST_F(SteppedConnections, WhoTakesPartsOfAFrameIsNotLetGo)
     server.Run();
     EXPECT_FALSE(KovaLiveNextUnit(&client, 1).empty());
     EXPECT_EQ(KovaLiveSlice(KovaLiveNextUnit(&client, 1)), KovaMediaNal(0x41, 1000));
+}
+
+TEST_F(SteppedConnections, WhoTakesPartsOfAnAnswerIsNotLetGo)
+{
+    ASSERT_TRUE(server.Play(&client, true));
+    const int nSocket = server.Loop()->pConnections->item.nDescriptor;
+    KovaSocketFaults faults;
+    faults.Script(nSocket, {{0, 10}, {EAGAIN, 0}});
+    ASSERT_TRUE(client.Send(client.Text("OPTIONS", "*")));
+    server.Run(1);
+    for (int nPart = 0; nPart < 5; nPart++) {
+        faults.Script(nSocket, std::deque<KovaScriptedSend>(1000, KovaScriptedSend{EAGAIN, 0}));
+        Step(1500 * kMilli);
+        ASSERT_EQ(Connections(), 1U) << nPart;
+        ASSERT_NE(server.Loop()->pConnections->pending.pBytes, nullptr);
+        faults.Script(nSocket, {{0, 10}, {EAGAIN, 0}});
+        server.Run(1);
+    }
+    faults.Script(nSocket, {});
+    server.Run();
+    EXPECT_EQ(client.Receive().nStatus, 200);
 }
 
 TEST_F(SteppedConnections, NothingMoreIsReadOfWhoTakesNoAnswers)

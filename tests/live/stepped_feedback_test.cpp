@@ -136,6 +136,22 @@ TEST_F(SteppedFeedback, ALossOfThreePercentAsksForAKeyFrameEveryTwoSeconds)
     EXPECT_EQ(Questions(), nBefore + 2);
 }
 
+TEST_F(SteppedFeedback, NewcomersAskForAKeyFrameEvery300Milliseconds)
+{
+    KovaLiveClient players[3];
+    KovaSteppedServer::Advance(10 * kSecond);
+    const size_t nBefore = Questions();
+    EXPECT_TRUE(server.Play(&players[0], false));
+    EXPECT_EQ(Questions(), nBefore + 1);
+    KovaSteppedServer::Advance(299999);
+    EXPECT_TRUE(server.Play(&players[1], false));
+    EXPECT_EQ(Questions(), nBefore + 1);
+    KovaSteppedServer::Advance(1);
+    EXPECT_TRUE(server.Play(&players[2], false));
+    EXPECT_EQ(Questions(), nBefore + 2);
+    EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_KEY_FRAME).back().pTrack, tracks[0]);
+}
+
 TEST_F(SteppedFeedback, APlayersQuestionForAKeyFrameIsPassedOnTwiceASecond)
 {
     // A lost picture (RFC 4585, 6.3.1), and a whole one that is wanted (RFC 5104, 4.3.1).

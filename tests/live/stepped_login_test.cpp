@@ -1,5 +1,6 @@
 #include "tests/live/login_fixture.h"
 #include "tests/live/stepped_server.h"
+#include "tests/support/rtsp_text.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +28,8 @@ struct SteppedLogin : testing::Test {
     {
         SendBy(&client, challenge, szPassword);
     }
-    void SendBy(KovaLiveClient *pClient, const KovaLiveAnswer &challenge, const char *szPassword)
+    void SendBy(KovaLiveClient *pClient, const KovaLiveAnswer &challenge, const char *szPassword,
+                const char *szMethod = "DESCRIBE", const std::string &lines = {})
     {
         const std::string text = challenge.text;
         const size_t nNonce = text.find("nonce=\"") + 7;
@@ -35,8 +37,9 @@ struct SteppedLogin : testing::Test {
         login.nonce = text.substr(nNonce, text.find('"', nNonce) - nNonce);
         login.uri = "rtsp://127.0.0.1:" + std::to_string(server.Port()) + "/cam";
         login.password = szPassword;
+        login.method = szMethod;
         ASSERT_TRUE(pClient->Send(pClient->Text(
-            "DESCRIBE", "cam", "Authorization: " + KovaAuthorizationOf(login) + "\r\n")));
+            szMethod, "cam", "Authorization: " + KovaAuthorizationOf(login) + "\r\n" + lines)));
         server.Run();
     }
     static bool IsStale(const KovaLiveAnswer &answer)
@@ -91,4 +94,17 @@ TEST_F(SteppedLogin, WhoWasNotLookedAtMayComeAgainWithTheSamePassword)
     EXPECT_TRUE(IsStale(answer)) << "players ask their users otherwise";
     Send(answer, "pass word");
     EXPECT_EQ(client.Receive().nStatus, 200);
+}
+
+TEST_F(SteppedLogin, PlayersAreListedWithTheirUser)
+{
+    KovaLiveAnswer answer;
+    server.Serve([&] { answer = client.Describe("cam"); });
+    SendBy(&client, answer, "pass word", "SETUP", KovaTransportLine(KovaTcpTransport(0)));
+    answer = client.Receive();
+    ASSERT_EQ(answer.nStatus, 200);
+    client.SetSession(answer.Header("Session").substr(0, 16));
+    server.Serve([&] { EXPECT_EQ(client.Play("cam").nStatus, 200); });
+    ASSERT_EQ(server.Players().size(), 1U);
+    EXPECT_STREQ(server.Players()[0].user, "anna");
 }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 // Two loops: who serves whom, and that both get what concerns them.
@@ -142,6 +143,16 @@ TEST_F(SteppedLoops, ThePlayersOfBothAreListedAndLetGo)
     EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_PLAYER_WENT).size(), 2U);
 }
 
+TEST_F(SteppedLoops, WhatBothHaveRefusedIsCounted)
+{
+    for (KovaLiveClient *pClient : {&clients[0], &clients[1]}) {
+        Connect(pClient);
+        ASSERT_TRUE(pClient->Send(std::string(20000, 'A')));
+    }
+    server.Run();
+    EXPECT_EQ(server.Figures().refused, 2U);
+}
+
 TEST(SteppedLoopsEnd, AConnectionThatNoLoopTookIsClosed)
 {
     const KovaConnection connection = KovaMakeConnection();
@@ -153,6 +164,41 @@ TEST(SteppedLoopsEnd, AConnectionThatNoLoopTookIsClosed)
     ASSERT_TRUE(KovaWaitReadable(connection.nPlayer, kLiveWaitMs));
     EXPECT_EQ(recv(connection.nPlayer, &end, 1, MSG_DONTWAIT), 0);
     close(connection.nPlayer);
+}
+
+TEST(SteppedLoopsEnd, AUnitThatNoLoopTookIsGivenBack)
+{
+    KovaUnit *pUnit = nullptr;
+    {
+        KovaSteppedServer server{2};
+        KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(server.AddStream("cam"));
+        KovaLiveClient client;
+        ASSERT_TRUE(server.Play(&client, false));
+        EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), 0), KOVA_LIVE_OK);
+        const KovaMutexLock lock(&server.Loop()->inboxMutex, kRankLiveInbox);
+        ASSERT_NE(server.Loop()->pInbox, nullptr);
+        pUnit = server.Loop()->pInbox->pUnit;
+        KovaUnitAddReference(pUnit);
+        EXPECT_EQ(pUnit->nReferences, 2U);
+    }
+    EXPECT_EQ(pUnit->nReferences, 1U);
+    KovaUnitRelease(pUnit);
+}
+
+TEST(SteppedLoopsEnd, EachTimerHasItsPlace)
+{
+    KovaSteppedServer server;
+    KovaLiveHost::AddVideo(server.AddStream("cam"));
+    constexpr uint32_t kOwn = 3;
+    EXPECT_EQ(server.Loop()->timers.nOwners, kOwn);
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        KovaLiveClient client;
+        ASSERT_TRUE(server.Play(&client, false));
+        EXPECT_EQ(server.Loop()->timers.nOwners, kOwn + 2) << "of the connection and its session";
+        client.Close();
+        server.Run();
+        EXPECT_EQ(server.Loop()->timers.nOwners, kOwn);
+    }
 }
 
 TEST(LiveLoopsOfThreads, EachKnowsThatItIsTheCaller)

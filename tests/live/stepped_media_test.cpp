@@ -49,10 +49,10 @@ struct SteppedMedia : testing::Test {
         return Packets();
     }
     /// The connection takes a part of a frame, then nothing for as long as the faults live.
-    void BeginAFrame(KovaSocketFaults *pFaults) const
+    void BeginAFrame(KovaSocketFaults *pFaults, size_t nBytes = 100) const
     {
         std::deque<KovaScriptedSend> sends(100000, KovaScriptedSend{EAGAIN, 0});
-        sends.push_front({0, 100});
+        sends.push_front({0, nBytes});
         pFaults->Script(server.Loop()->pConnections->item.nDescriptor, sends);
     }
 };
@@ -76,14 +76,17 @@ TEST_F(SteppedMedia, ALargeUnitIsSpreadOverHalfTheDistanceOfTwo)
     EXPECT_EQ(PacketsAfter(1000 * kMilli), 0);
 }
 
-TEST_F(SteppedMedia, TimesThatGoBackAreNoDistance)
+TEST_F(SteppedMedia, TimesThatJumpAreNoDistance)
 {
     ASSERT_TRUE(server.Play(&client, false));
+    // Back, and by a second or more.
     Push(pVideo, 500, 0, 400000);
     Push(pVideo, kLarge, 1, 0);
+    Push(pVideo, kLarge, 2, 1000000);
     server.Run();
     EXPECT_TRUE(Takes(&client, 500, 0));
     EXPECT_TRUE(Takes(&client, kLarge, 1)) << "at once, for no distance is known";
+    EXPECT_TRUE(Takes(&client, kLarge, 2));
 }
 
 TEST_F(SteppedMedia, EachStreamsOwnRestGoesBeforeItsNextUnit)
@@ -194,4 +197,30 @@ TEST_F(SteppedMedia, AFrameThatIsFinishedForATrackThatGoesIsSentOnce)
     server.Run();
     EXPECT_TRUE(Takes(&client, 500, 2, 2));
     EXPECT_EQ(server.Players().at(0).packets, KovaLiveFiguresOf(pStream).packets);
+}
+
+TEST_F(SteppedMedia, AFrameIsFinishedWhereverItStopped)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    Push(pVideo, 500, 0, 0);
+    server.Run();
+    ASSERT_TRUE(Takes(&client, 500, 0));
+    unsigned nPicture = 0;
+    for (const unsigned nOut : {1U, 3U, 4U, 5U, 503U}) {
+        SCOPED_TRACE(nOut);
+        {
+            KovaSocketFaults faults;
+            BeginAFrame(&faults, nOut);
+            nPicture++;
+            Push(pVideo, 500, nPicture, 40000 * nPicture);
+            server.Run();
+            ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
+            ASSERT_TRUE(client.Send(client.Text("PAUSE", "cam")));
+            server.Run();
+        }
+        server.Run();
+        EXPECT_EQ(client.Receive().nStatus, 200);
+        EXPECT_TRUE(Takes(&client, 500, nPicture));
+        server.Serve([this] { EXPECT_EQ(client.Play("cam").nStatus, 200); });
+    }
 }

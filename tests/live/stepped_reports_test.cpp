@@ -52,6 +52,39 @@ TEST_P(SteppedReports, SecondComesAfterASecondAndFurtherOnesAfterFive)
     }
 }
 
+TEST_P(SteppedReports, NoneComesBeforeMediaDoes)
+{
+    ASSERT_TRUE(server.Play(&client, GetParam()));
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveOther(), 0), KOVA_LIVE_OK);
+    server.Run();
+    std::string report;
+    EXPECT_FALSE(client.NextRtcp(1, &report, 20));
+    EXPECT_EQ(Reports(), 1);
+}
+
+TEST_P(SteppedReports, EachTellsAMomentThatBothClocksShowExactly)
+{
+    ASSERT_TRUE(server.Play(&client, GetParam()));
+    std::string reports[2];
+    nPts = 123457;
+    for (std::string &report : reports) {
+        EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), nPts), KOVA_LIVE_OK);
+        server.Run();
+        ASSERT_TRUE(client.NextRtcp(1, &report));
+        // The next picture is a little off its time, and off a whole step of its clock.
+        KovaSteppedServer::Advance(kSecond + 37);
+        nPts += 1000011;
+    }
+    const auto microseconds = [](const std::string &report) {
+        const uint64_t nFraction = KovaNumberAt(report, 12);
+        return int64_t{KovaNumberAt(report, 8)} * 1000000 +
+               static_cast<int64_t>((nFraction * 1000000 + (uint64_t{1} << 31)) >> 32);
+    };
+    const uint32_t nTicks = KovaNumberAt(reports[1], 16) - KovaNumberAt(reports[0], 16);
+    EXPECT_EQ(nTicks, 90000U);
+    EXPECT_EQ(microseconds(reports[1]) - microseconds(reports[0]), 1000000);
+}
+
 TEST_P(SteppedReports, OneThatPausedGoesOnWithTheReportsThatAreDue)
 {
     ASSERT_TRUE(server.Play(&client, GetParam()));

@@ -146,6 +146,22 @@ TEST_F(SteppedRequests, RtpInfoNamesNoPacketThatIsOut)
               "url=rtsp://127.0.0.1:" + std::to_string(server.Port()) + "/cam/track1");
 }
 
+TEST_F(SteppedRequests, ChannelsThatNobodyAskedForAreAnEvenOneAndTheNext)
+{
+    server.Serve([this] {
+        EXPECT_TRUE(client.Connect(server.Port()));
+        EXPECT_EQ(client.Setup("cam", 1, "RTP/AVP/TCP;interleaved=1-2").Transport("interleaved"),
+                  "1-2");
+        for (int nChannel = 4; nChannel < 256; nChannel += 2) {
+            client.SetSession("");
+            EXPECT_EQ(client.Setup("cam", 1, "RTP/AVP/TCP").Transport("interleaved"),
+                      std::to_string(nChannel) + "-" + std::to_string(nChannel + 1));
+        }
+        client.SetSession("");
+        EXPECT_EQ(client.Setup("cam", 1, "RTP/AVP/TCP").nStatus, 503);
+    });
+}
+
 TEST_F(SteppedRequests, AnInterleavedTrackIsSetUpOnItsOwnConnectionOnly)
 {
     KovaLiveHost::AddVideo(pStream);
@@ -206,6 +222,7 @@ TEST_F(SteppedRequests, WhoGotNoMediaGetsNoGoodbye)
         KovaLiveClient player;
         ASSERT_TRUE(server.Play(&player, bUdp));
         Push(pVideo, false, 1);
+        server.Run();
         server.Serve([&] { EXPECT_EQ(player.Teardown("cam").nStatus, 200); });
         std::string report;
         EXPECT_FALSE(player.NextRtcp(1, &report, 20)) << bUdp;

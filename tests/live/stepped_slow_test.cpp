@@ -2,6 +2,8 @@
 #include "tests/support/socket_faults.h"
 
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <deque>
@@ -85,4 +87,41 @@ TEST_F(SteppedSlow, LosesWhatWaitedTooLongAndEverythingUpToTheNextKeyFrame)
         EXPECT_EQ(Late(), nBefore + 4);
         EXPECT_EQ(server.Players().at(0).late_packets, Late());
     }
+}
+
+TEST_F(SteppedSlow, WhoTakesWhatTheSystemHoldsIsNotLetGoThoughItSpeaksMeanwhile)
+{
+    constexpr int kSmallBuffer = 4096;
+    bool bPlays = false;
+    server.Serve([&] {
+        bPlays = client.Connect(server.Port(), kSmallBuffer) &&
+                 client.SetupTcp("cam", 1).nStatus == 200 && client.Play("cam").nStatus == 200;
+    });
+    ASSERT_TRUE(bPlays);
+    // More than the player's end takes: the rest is with the system.
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(60000), 0), KOVA_LIVE_OK);
+    server.Run();
+    const int nSocket = server.Loop()->pConnections->item.nDescriptor;
+    const auto inSystem = [nSocket] {
+        int nBytes = 0;
+        EXPECT_EQ(ioctl(nSocket, SIOCOUTQ, &nBytes), 0);
+        return nBytes;
+    };
+    ASSERT_GT(inSystem(), 0);
+    KovaSocketFaults faults;
+    Fill(&faults);
+    Push(false);
+    KovaSteppedServer::Advance(59000 * kMilli);
+    server.Run();
+    EXPECT_FALSE(KovaLiveNextUnit(&client, 1).empty());
+    ASSERT_TRUE(KovaWaitUntil([&] { return inSystem() == 0; }));
+    EXPECT_TRUE(client.SendRtcp(1, KovaLiveReport(0)));
+    server.Run();
+    KovaSteppedServer::Advance(1000 * kMilli);
+    server.Run();
+    EXPECT_EQ(server.Players().size(), 1U);
+    // From then on it has taken nothing.
+    KovaSteppedServer::Advance(60000 * kMilli);
+    server.Run();
+    EXPECT_EQ(server.Players().size(), 0U);
 }

@@ -60,6 +60,7 @@ TEST(SteppedUdpPorts, MediaLeavesFromTheAddressThatThePlayerCameTo)
     const KovaUdpPorts *pPorts = server.Loop()->pSessions->pPorts;
     EXPECT_EQ(pPorts->nAddress, address.sin_addr.s_addr);
     EXPECT_NE(pPorts, server.Loop()->pSessions->pNext->pPorts);
+    ASSERT_NE(server.Loop()->pUdpPorts->pNext, nullptr);
     // A third one finds what is there.
     KovaLiveClient third;
     ASSERT_TRUE(server.Play(&third, true));
