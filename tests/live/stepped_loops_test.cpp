@@ -136,6 +136,14 @@ TEST_F(SteppedLoops, ThePlayersOfBothAreListedAndLetGo)
     ASSERT_EQ(players.size(), 2U);
     EXPECT_NE(players[0].player, players[1].player);
     EXPECT_EQ(server.Figures().players, 2U);
+    // As many records as there are players.
+    KovaLivePlayer records[2] = {};
+    records[0].size = sizeof(records[0]);
+    uint32_t nCount = 0;
+    EXPECT_EQ(KovaLivePlayers(server.Live(), records, 2, &nCount), KOVA_LIVE_OK);
+    EXPECT_EQ(nCount, 2U);
+    for (int nRecord = 0; nRecord < 2; nRecord++)
+        EXPECT_EQ(records[nRecord].player, players[nRecord].player);
     for (const KovaLivePlayer &player : players)
         EXPECT_EQ(KovaLiveDisconnect(server.Live(), player.player), KOVA_LIVE_OK);
     server.Run();

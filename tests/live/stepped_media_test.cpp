@@ -131,6 +131,23 @@ TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
     EXPECT_EQ(PacketsAfter(2000 * kMilli), 0);
 }
 
+TEST_F(SteppedMedia, EachDelayedUnitLeavesAtItsTime)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    ASSERT_TRUE(server.Play(&client, true));
+    for (unsigned nPicture = 0; nPicture < 3; nPicture++) {
+        Push(pVideo, 500, nPicture, 400000 * nPicture);
+        server.Run();
+        KovaSteppedServer::Advance(400 * kMilli);
+    }
+    server.Run();
+    EXPECT_EQ(Packets(), 1) << "of the first one, 200 ms ago";
+    EXPECT_EQ(PacketsAfter(200 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+    EXPECT_EQ(PacketsAfter(400 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+}
+
 TEST_F(SteppedMedia, ALoopHasADelayedUnitOnceWhoeverComes)
 {
     server.Live()->settings.nDelay = 1000 * kMilli;

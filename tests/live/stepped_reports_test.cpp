@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <deque>
 #include <string>
+#include <vector>
 
 // When sender reports are sent, and when one is left out.
 
@@ -83,6 +84,25 @@ TEST_P(SteppedReports, EachTellsAMomentThatBothClocksShowExactly)
     const uint32_t nTicks = KovaNumberAt(reports[1], 16) - KovaNumberAt(reports[0], 16);
     EXPECT_EQ(nTicks, 90000U);
     EXPECT_EQ(microseconds(reports[1]) - microseconds(reports[0]), 1000000);
+}
+
+TEST_P(SteppedReports, TheNameOfAStreamStaysWhenItGetsMoreTracks)
+{
+    ASSERT_TRUE(server.Play(&client, GetParam()));
+    std::string names[2];
+    for (std::string &name : names) {
+        nPts += 1000000;
+        EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(), nPts), KOVA_LIVE_OK);
+        server.Run();
+        std::string report;
+        ASSERT_TRUE(client.NextRtcp(1, &report));
+        const std::vector<KovaRtcpPart> parts = KovaRtcpParts(report);
+        ASSERT_EQ(parts.size(), 2U);
+        name = parts[1].bytes.substr(8);
+        KovaLiveHost::AddVideo(pStream);
+        KovaSteppedServer::Advance(kSecond);
+    }
+    EXPECT_EQ(names[0], names[1]) << "players pair tracks by it";
 }
 
 TEST_P(SteppedReports, OneThatPausedGoesOnWithTheReportsThatAreDue)

@@ -125,6 +125,20 @@ TEST_F(SteppedUdpLost, OneOfThoseThatWaitedIsLostAndNoOther)
     }
 }
 
+TEST_F(SteppedUdpLost, WhatIsCutBackIsCountedPacketByPacket)
+{
+    g_bFull = true;
+    Push(1); // waits in two pieces
+    EXPECT_GT(server.Loop()->pSessions->queue.nCount, 1U);
+    KovaSteppedServer::Advance(2000001);
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveOther(100, 2), 80000), KOVA_LIVE_OK);
+    server.Run(1);
+    EXPECT_EQ(server.Events(KOVA_LIVE_EVENT_OVERFLOW).size(), 1U);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).late_packets, nAll + 1);
+    EXPECT_EQ(server.Players().at(0).late_packets, nAll + 1);
+    EXPECT_EQ(server.Loop()->pSessions->queue.nCount, 0U);
+}
+
 TEST(SteppedUdpMany, EachPlayerGetsEachUnitOnce)
 {
     KovaSteppedServer server;
