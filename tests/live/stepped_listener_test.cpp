@@ -66,3 +66,18 @@ TEST_F(SteppedListener, ItRestsForATenthOfASecondWhenNobodyCanBeSentAway)
     server.Run();
     EXPECT_EQ(server.Figures().connections, 1U);
 }
+
+TEST_F(SteppedListener, OneThatIsGoneBeforeItWasTakenKeepsNobodyWaiting)
+{
+    for (KovaLiveClient &client : clients)
+        ASSERT_TRUE(client.Connect(server.Port()));
+    g_nAccepts = 0;
+    KovaReplaceCall<__real_accept4>(
+        [](int nSocket, sockaddr *pAddress, socklen_t *pSize, int nFlags) {
+            const int errors[] = {ECONNABORTED, EINTR, 0};
+            errno = errors[g_nAccepts++ % 3];
+            return errno != 0 ? -1 : __real_accept4(nSocket, pAddress, pSize, nFlags);
+        });
+    server.Run(1);
+    EXPECT_EQ(server.Figures().connections, 3U);
+}
