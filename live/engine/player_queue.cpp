@@ -56,10 +56,10 @@ void Drop(KovaLiveSession *pSession, const KovaQueueEntry &entry)
     KovaUnitRelease(entry.pUnit);
 }
 
-bool IsBegun(const KovaPlayerQueue &queue, uint32_t nPosition)
+/// Whether something of the oldest entry is out.
+bool IsBegun(const KovaPlayerQueue &queue)
 {
-    const KovaQueueEntry &entry = queue.pEntries[(queue.nFirst + nPosition) & (queue.nRoom - 1)];
-    return nPosition == 0 && (entry.nNext != 0 || queue.nBegunOut != 0);
+    return queue.pEntries[queue.nFirst].nNext != 0 || queue.nBegunOut != 0;
 }
 
 } // namespace
@@ -106,8 +106,8 @@ bool KovaQueueOverfull(const KovaLiveSession *pSession, uint32_t nBytes)
     uint64_t nSince = pOldest->nArrived + settings.nDelay;
     uint64_t nMost = settings.nPlayerMaxBytes;
     // What was kept for newcomers is as old and as large as it is: only what the player takes
-    // of it counts.
-    if (static_cast<int32_t>(pOldest->nSerial - pSession->nSerial) <= 0) {
+    // of it counts. It had left before the player came.
+    if (nSince <= pSession->nJoined) {
         nSince = pSession->nJoined;
         nMost += pSession->pStream->nKeepBytes;
     }
@@ -118,7 +118,7 @@ bool KovaQueueOverfull(const KovaLiveSession *pSession, uint32_t nBytes)
 void KovaQueueCut(KovaLiveSession *pSession)
 {
     KovaPlayerQueue *pQueue = &pSession->queue;
-    const uint32_t nKept = IsBegun(*pQueue, 0) ? 1 : 0;
+    const uint32_t nKept = IsBegun(*pQueue) ? 1 : 0;
     for (uint32_t nEntry = nKept; nEntry < pQueue->nCount; nEntry++)
         Drop(pSession, *KovaQueueAt(pSession, nEntry));
     pQueue->nCount = nKept;

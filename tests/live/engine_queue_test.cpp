@@ -111,6 +111,18 @@ TEST_F(LiveQueue, PacketsLeaveInTheirOrderAndAreCounted)
     EXPECT_EQ(stream.sent[0].nLatePackets, 10U);
 }
 
+TEST_F(LiveQueue, GrowsInItsOrderWhereverItsBeginningIs)
+{
+    for (int nUnit = 0; nUnit < 8; nUnit++)
+        Append(1);
+    for (int nUnit = 0; nUnit < 3; nUnit++)
+        KovaQueueSent(&session);
+    for (int nUnit = 0; nUnit < 20; nUnit++)
+        Append(1);
+    for (uint32_t nEntry = 0; nEntry < 25; nEntry++)
+        EXPECT_EQ(KovaQueueAt(&session, nEntry)->pUnit->nSerial, nEntry + 4);
+}
+
 TEST_F(LiveQueue, IsTooOldOrTooLarge)
 {
     EXPECT_FALSE(KovaQueueOverfull(&session, 1000000)) << "an empty one takes anything";
@@ -136,6 +148,21 @@ TEST_F(LiveQueue, WhatWasKeptCountsFromItsPlayersBeginning)
     EXPECT_FALSE(KovaQueueOverfull(&session, 9000));
     EXPECT_TRUE(KovaQueueOverfull(&session, 9001));
     loop.nNow = 5500001;
+    EXPECT_TRUE(KovaQueueOverfull(&session, 0));
+}
+
+TEST_F(LiveQueue, WhatCameLaterThanItsPlayerHasItsOwnTime)
+{
+    Append(10);
+    // Units have come and gone since.
+    session.nSerial = 1000;
+    session.nJoined = 999999;
+    stream.nKeepBytes = 7000;
+    EXPECT_FALSE(KovaQueueOverfull(&session, 2000));
+    EXPECT_TRUE(KovaQueueOverfull(&session, 2001)) << "nothing is kept for it any more";
+    loop.nNow = 1500000;
+    EXPECT_FALSE(KovaQueueOverfull(&session, 0));
+    loop.nNow = 1500001;
     EXPECT_TRUE(KovaQueueOverfull(&session, 0));
 }
 
@@ -251,6 +278,20 @@ TEST_F(LiveGroup, TooLargeAGroupIsNotKeptAtAll)
     EXPECT_EQ(Kept(), Serials{});
     Add(1, false, 1000);
     EXPECT_EQ(Kept(), Serials{});
+}
+
+TEST_F(LiveGroup, EachHasItsWholeRoom)
+{
+    for (int nGroup = 0; nGroup < 3; nGroup++) {
+        Add(5, true, 1000);
+        Add(5, false, 1000);
+        EXPECT_EQ(Kept().size(), 2U) << nGroup;
+    }
+    Add(1, false, 1000);
+    EXPECT_EQ(Kept(), Serials{});
+    Add(5, true, 1000);
+    Add(5, false, 1000);
+    EXPECT_EQ(Kept().size(), 2U) << "behind one that was too large";
 }
 
 TEST_F(LiveGroup, ManyUnitsAreKept)

@@ -1,0 +1,243 @@
+#include "tests/live/stepped_server.h"
+#include "tests/support/socket_faults.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <deque>
+#include <string>
+#include <vector>
+
+// Which packets leave at which time, and in which order.
+
+namespace {
+
+constexpr uint64_t kMilli = 1000;
+
+/// Slices above 64 KiB are spread; this one in three pieces.
+constexpr size_t kLarge = 150000;
+
+/// Whether a player's next unit is that picture.
+bool Takes(KovaLiveClient *pClient, size_t nSize, unsigned nSeed, int nTrack = 1)
+{
+    return KovaLiveSlice(KovaLiveNextUnit(pClient, nTrack)) == KovaMediaNal(0x65, nSize, nSeed);
+}
+
+struct SteppedMedia : testing::Test {
+    KovaSteppedServer server;
+    KovaLiveStream *pStream = server.AddStream("cam");
+    KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
+    KovaLiveClient client;
+
+    static void Push(KovaLiveTrack *pTrack, size_t nSize, unsigned nSeed, int64_t nPts)
+    {
+        EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(nSize, nSeed), nPts), KOVA_LIVE_OK);
+    }
+    /// How many packets of track 1 have come.
+    int Packets()
+    {
+        KovaLiveRtp packet;
+        int nPackets = 0;
+        while (client.NextRtp(1, &packet, 10))
+            nPackets++;
+        return nPackets;
+    }
+    int PacketsAfter(uint64_t nMicroseconds)
+    {
+        KovaSteppedServer::Advance(nMicroseconds);
+        server.Run(1);
+        return Packets();
+    }
+    /// The connection takes a part of a frame, then nothing for as long as the faults live.
+    void BeginAFrame(KovaSocketFaults *pFaults, size_t nBytes = 100) const
+    {
+        std::deque<KovaScriptedSend> sends(100000, KovaScriptedSend{EAGAIN, 0});
+        sends.push_front({0, nBytes});
+        pFaults->Script(server.Loop()->pConnections->item.nDescriptor, sends);
+    }
+};
+
+} // namespace
+
+TEST_F(SteppedMedia, ALargeUnitIsSpreadOverHalfTheDistanceOfTwo)
+{
+    ASSERT_TRUE(server.Play(&client, true));
+    Push(pVideo, 500, 0, 0);
+    Push(pVideo, kLarge, 1, 300000);
+    server.Run(1);
+    const int nAll = static_cast<int>(KovaLiveFiguresOf(pStream).packets);
+    EXPECT_GT(nAll, 30);
+    EXPECT_EQ(Packets(), nAll) << "the small one and a piece";
+    // 150 ms for three pieces.
+    EXPECT_EQ(PacketsAfter(50 * kMilli - 1), 0);
+    EXPECT_GT(PacketsAfter(1), 30);
+    EXPECT_EQ(PacketsAfter(50 * kMilli - 1), 0);
+    EXPECT_GT(PacketsAfter(1), 30);
+    EXPECT_EQ(PacketsAfter(1000 * kMilli), 0);
+}
+
+TEST_F(SteppedMedia, TimesThatJumpAreNoDistance)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    // Back, and by a second or more.
+    Push(pVideo, 500, 0, 400000);
+    Push(pVideo, kLarge, 1, 0);
+    Push(pVideo, kLarge, 2, 1000000);
+    server.Run();
+    EXPECT_TRUE(Takes(&client, 500, 0));
+    EXPECT_TRUE(Takes(&client, kLarge, 1)) << "at once, for no distance is known";
+    EXPECT_TRUE(Takes(&client, kLarge, 2));
+}
+
+TEST_F(SteppedMedia, EachStreamsOwnRestGoesBeforeItsNextUnit)
+{
+    KovaLiveTrack *pDoor = KovaLiveHost::AddVideo(server.AddStream("door"));
+    KovaLiveClient door;
+    ASSERT_TRUE(server.Play(&client, false));
+    ASSERT_TRUE(server.Play(&door, false, "door"));
+    for (KovaLiveTrack *pTrack : {pVideo, pDoor}) {
+        Push(pTrack, 500, 0, 0);
+        Push(pTrack, kLarge, 1, 300000);
+        server.Run(1);
+    }
+    Push(pVideo, 500, 2, 600000);
+    server.Run(1);
+    EXPECT_TRUE(Takes(&client, 500, 0));
+    EXPECT_TRUE(Takes(&client, kLarge, 1));
+    EXPECT_TRUE(Takes(&client, 500, 2));
+    EXPECT_TRUE(Takes(&door, 500, 0));
+    // The other stream's rest keeps its own time.
+    const uint64_t nAll = KovaLiveFiguresOf(pStream).packets - 1;
+    EXPECT_LT(KovaLiveFiguresOf(pDoor->pStream).packets, nAll);
+    for (int nPiece = 0; nPiece < 2; nPiece++) {
+        KovaSteppedServer::Advance(50 * kMilli);
+        server.Run(1);
+    }
+    EXPECT_EQ(KovaLiveFiguresOf(pDoor->pStream).packets, nAll);
+    EXPECT_TRUE(Takes(&door, kLarge, 1));
+}
+
+TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    KovaLiveStream *pKept =
+        server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; });
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(pKept);
+    Push(pTrack, 500, 1, 0);
+    KovaSteppedServer::Advance(600 * kMilli);
+    ASSERT_TRUE(server.Play(&client, false, "kept"));
+    EXPECT_EQ(PacketsAfter(400 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+    EXPECT_EQ(PacketsAfter(2000 * kMilli), 0);
+}
+
+TEST_F(SteppedMedia, EachDelayedUnitLeavesAtItsTime)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    ASSERT_TRUE(server.Play(&client, true));
+    for (unsigned nPicture = 0; nPicture < 3; nPicture++) {
+        Push(pVideo, 500, nPicture, 400000 * nPicture);
+        server.Run();
+        KovaSteppedServer::Advance(400 * kMilli);
+    }
+    server.Run();
+    EXPECT_EQ(Packets(), 1) << "of the first one, 200 ms ago";
+    EXPECT_EQ(PacketsAfter(200 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+    EXPECT_EQ(PacketsAfter(400 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+}
+
+TEST_F(SteppedMedia, ALoopHasADelayedUnitOnceWhoeverComes)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(
+        server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
+    KovaLiveClient others[2];
+    ASSERT_TRUE(server.Play(&client, false, "kept"));
+    Push(pTrack, 500, 1, 0);
+    for (KovaLiveClient &other : others)
+        ASSERT_TRUE(server.Play(&other, false, "kept"));
+    ASSERT_NE(server.Loop()->pDelayed, nullptr);
+    EXPECT_EQ(server.Loop()->pDelayed->pNext, nullptr);
+    KovaSteppedServer::Advance(1000 * kMilli);
+    server.Run();
+    for (KovaLiveClient *pClient : {&client, &others[0], &others[1]})
+        EXPECT_TRUE(Takes(pClient, 500, 1));
+}
+
+TEST_F(SteppedMedia, NoMediaFollowsTheLastAnswer)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    {
+        KovaSocketFaults faults;
+        std::deque<KovaScriptedSend> sends(100000, KovaScriptedSend{EAGAIN, 0});
+        faults.Script(server.Loop()->pConnections->item.nDescriptor, sends);
+        Push(pVideo, 500, 0, 0);
+        server.Run();
+        ASSERT_TRUE(client.Send(std::string(20000, 'A')));
+        server.Run();
+    }
+    server.Run();
+    EXPECT_GE(client.Receive().nStatus, 400);
+    EXPECT_EQ(Packets(), 0);
+    EXPECT_TRUE(client.WaitClosed());
+}
+
+TEST_F(SteppedMedia, AFrameThatIsFinishedForATrackThatGoesIsSentOnce)
+{
+    KovaLiveTrack *pOther = KovaLiveHost::AddVideo(pStream);
+    server.Serve([this] {
+        EXPECT_TRUE(client.Connect(server.Port()));
+        EXPECT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
+        EXPECT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
+        EXPECT_EQ(client.Play("cam").nStatus, 200);
+    });
+    for (KovaLiveTrack *pTrack : {pVideo, pOther})
+        Push(pTrack, 500, 0, 0);
+    server.Run();
+    EXPECT_TRUE(Takes(&client, 500, 0, 1));
+    EXPECT_TRUE(Takes(&client, 500, 0, 2));
+    {
+        KovaSocketFaults faults;
+        BeginAFrame(&faults);
+        Push(pOther, 3000, 1, 40000);
+        server.Run();
+        ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
+        ASSERT_TRUE(client.Send(client.Text("TEARDOWN", "cam/track1")));
+        server.Run();
+    }
+    server.Run();
+    EXPECT_EQ(client.Receive().nStatus, 200);
+    EXPECT_TRUE(Takes(&client, 3000, 1, 2));
+    Push(pOther, 500, 2, 80000);
+    server.Run();
+    EXPECT_TRUE(Takes(&client, 500, 2, 2));
+    EXPECT_EQ(server.Players().at(0).packets, KovaLiveFiguresOf(pStream).packets);
+}
+
+TEST_F(SteppedMedia, AFrameIsFinishedWhereverItStopped)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    Push(pVideo, 500, 0, 0);
+    server.Run();
+    ASSERT_TRUE(Takes(&client, 500, 0));
+    unsigned nPicture = 0;
+    for (const unsigned nOut : {1U, 3U, 4U, 5U, 503U}) {
+        SCOPED_TRACE(nOut);
+        {
+            KovaSocketFaults faults;
+            BeginAFrame(&faults, nOut);
+            nPicture++;
+            Push(pVideo, 500, nPicture, 40000 * nPicture);
+            server.Run();
+            ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
+            ASSERT_TRUE(client.Send(client.Text("PAUSE", "cam")));
+            server.Run();
+        }
+        server.Run();
+        EXPECT_EQ(client.Receive().nStatus, 200);
+        EXPECT_TRUE(Takes(&client, 500, nPicture));
+        server.Serve([this] { EXPECT_EQ(client.Play("cam").nStatus, 200); });
+    }
+}
