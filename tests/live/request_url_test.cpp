@@ -88,6 +88,8 @@ TEST(RequestUrl, WhatIsNoUrlOfRtspIsNotValid)
     ExpectInvalid("rtsp://[::1]554/cam");
     ExpectInvalid("rtsp://[::1]:x/cam");
     ExpectInvalid("/" + std::string(2048, 'x'));
+    ExpectInvalid("rtsp://h/cam\0?x"s);
+    ExpectInvalid("rtsp://h:5\0/cam"s);
 }
 
 TEST(RequestUrl, AnotherUrlInThePathOrTheQueryIsText)
@@ -167,6 +169,9 @@ TEST(RequestUrl, APathLongerThanAnyStreamsNamesNone)
     ExpectUrl("/" + longest + "/x", "?", -1);
     ExpectUrl("/" + longest.substr(2) + "/x", (longest.substr(2) + "/x").c_str(), -1);
     ExpectUrl("/" + longest.substr(1) + "/x", "?", -1);
+    // As long as a URL may be.
+    ExpectUrl("/" + std::string(2047, 'x'), "?", -1);
+    ExpectUrl("/cam?" + std::string(2043, 'x'), "cam", -1);
     // Escapes are counted as what they stand for.
     std::string escaped;
     for (size_t n = 0; n < longest.size(); n++)
