@@ -40,6 +40,27 @@ TEST(MediaEdges, ParametricStereoMakesTwoChannelsOfOneOnly)
     }
 }
 
+TEST(MediaEdges, BandReplicationDoublesTheRateOrLeavesItAndNothingElse)
+{
+    // AAC LC of 8 kHz behind 8, 16 and 48 kHz, and of 48 kHz behind 24 kHz.
+    const struct {
+        int nFirst;
+        int nSecond;
+        int nThird;
+        uint32_t nRate; ///< 0: none
+    } cases[] = {{0x2D, 0x95, 0x88, 8000},
+                 {0x2D, 0x94, 0x08, 16000},
+                 {0x2D, 0x91, 0x88, 0},
+                 {0x29, 0x93, 0x08, 0}};
+    for (const auto &each : cases) {
+        const std::string bytes = KovaMediaBytes({each.nFirst, each.nSecond, each.nThird, 0x00});
+        KovaAacConfig config;
+        const bool bRead = KovaAacConfigRead(reinterpret_cast<const uint8_t *>(bytes.data()),
+                                             bytes.size(), &config);
+        EXPECT_EQ(bRead ? config.nRate : 0, each.nRate);
+    }
+}
+
 TEST(MediaEdges, EmulationPreventionFollowsTwoZerosInARowOnly)
 {
     // A message of four bytes, 0 7 0 3, of which the 3 is one, and then a recovery point.
