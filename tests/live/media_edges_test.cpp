@@ -69,6 +69,16 @@ TEST(MediaEdges, EmulationPreventionFollowsTwoZerosInARowOnly)
     EXPECT_TRUE(track.Push(KovaMediaAnnexB({sei, kSlice})).bEntry);
 }
 
+TEST(MediaEdges, NothingButZerosStandsInFrontOfTheFirstStartCode)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
+    const std::string unit = KovaMediaAnnexB({kSlice});
+    EXPECT_EQ(KovaMediaNals(track.Push(std::string(9, '\0') + unit)), Nals{kSlice});
+    for (const std::string &front : {KovaMediaBytes({0, 5}), KovaMediaBytes({0, 5, 0}),
+                                     KovaMediaBytes({5, 0}), KovaMediaBytes({0, 1})})
+        EXPECT_EQ(track.Push(front + unit).nResult, KOVA_LIVE_ERROR_DATA);
+}
+
 TEST(MediaEdges, UnitWithoutASliceCountsAsAReference)
 {
     // Nobody can tell what it is for, so it must not be the first to be left out.

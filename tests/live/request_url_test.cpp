@@ -39,9 +39,11 @@ std::string Normalized(std::string_view path)
 std::string Escaped(const char *szPath, size_t nCapacity)
 {
     std::string text(nCapacity + 1, 'x');
-    if (!KovaLivePathEscape(szPath, text.data(), nCapacity))
+    text += "xxx";
+    const bool bFits = KovaLivePathEscape(szPath, text.data(), nCapacity);
+    EXPECT_EQ(text.substr(nCapacity), "xxxx") << "written behind the room";
+    if (!bFits)
         return "does not fit";
-    EXPECT_EQ(text[nCapacity], 'x');
     return text.c_str();
 }
 
@@ -214,7 +216,8 @@ TEST(LivePath, AnEscapedPathThatDoesNotFitIsNotCut)
     EXPECT_EQ(Escaped("ab", 3), "ab");
     EXPECT_EQ(Escaped("ab", 2), "does not fit");
     EXPECT_EQ(Escaped("a ", 5), "a%20");
-    EXPECT_EQ(Escaped("a ", 4), "does not fit");
+    for (const size_t nCapacity : {4, 3, 2, 1, 0})
+        EXPECT_EQ(Escaped("a ", nCapacity), "does not fit");
     EXPECT_EQ(Escaped("", 1), "");
     EXPECT_EQ(Escaped("", 0), "does not fit");
 }
