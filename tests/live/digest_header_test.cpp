@@ -105,6 +105,8 @@ TEST(DigestHeader, ValuesAreComparedWithAndWithoutTheirBackslashes)
     EXPECT_TRUE(KovaDigestValueIs("house\\\\camera", "house\\camera"));
     EXPECT_TRUE(KovaDigestValueIs("c\\amera", "camera"));
     EXPECT_TRUE(KovaDigestValueIs("camera\\", "camera\\"));
+    EXPECT_TRUE(KovaDigestValueIs("camer\\a", "camera"));
+    EXPECT_TRUE(KovaDigestValueIs("camera\\\\", "camera\\"));
     EXPECT_FALSE(KovaDigestValueIs("Camera", "camera"));
     EXPECT_FALSE(KovaDigestValueIs("camer", "camera"));
     EXPECT_FALSE(KovaDigestValueIs("cameras", "camera"));

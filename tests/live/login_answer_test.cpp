@@ -61,6 +61,7 @@ TEST_F(LoginTest, WhatIsNotOfferedIsNotTaken)
         EXPECT_EQ(Check(answer), kLoginChallenge) << szMore;
         EXPECT_EQ(m_nDelay, 0U);
     }
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 0U);
     answer.more = ", opaque=\"\", userhash=false, charset=UTF-8";
     EXPECT_EQ(Check(answer), kLoginPassed);
 }
@@ -76,6 +77,7 @@ TEST_F(LoginTest, AnAnswerNeedsAllItsParts)
         EXPECT_EQ(CheckHeader(&m_state, part), kLoginChallenge) << szName;
         EXPECT_EQ(m_nDelay, 0U);
     }
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 0U);
     EXPECT_EQ(CheckHeader(&m_state, whole), kLoginPassed);
 }
 
@@ -123,6 +125,7 @@ TEST_F(LoginTest, AWrongRealmIsAnsweredWithTheRightOne)
         EXPECT_EQ(Check(answer), kLoginChallenge);
         EXPECT_EQ(m_nDelay, 0U) << "it is no guess";
     }
+    EXPECT_EQ(KovaLoginFailed(m_pLogin), 0U);
 }
 
 TEST_F(LoginTest, NamesWithBackslashesPassInBothForms)

@@ -20,11 +20,11 @@ TEST_F(LoginTest, ACnonceWithoutQopIsNotInTheResponse)
 TEST_F(LoginTest, NamesAndRealmsMayHaveBlanksAndLettersOfAnyAlphabet)
 {
     const KovaLiveUser users[] = {{" carl\xC3\xB6 jones", "x"}};
-    KovaLoginUsersDestroy(m_pUsers);
-    KovaLoginDestroy(m_pLogin);
     const char *szRealm = "The \xC3\xA4lder House: ~";
+    KovaLoginDestroy(m_pLogin);
     m_pLogin = KovaLoginCreate(szRealm);
     ASSERT_NE(m_pLogin, nullptr);
+    KovaLoginUsersDestroy(m_pUsers);
     ASSERT_EQ(KovaLoginUsersCreate(users, 1, szRealm, &m_pUsers), KOVA_LIVE_OK);
     KovaPlayerAnswer answer = Challenged();
     answer.realm = szRealm;

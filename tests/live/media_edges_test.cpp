@@ -40,12 +40,43 @@ TEST(MediaEdges, ParametricStereoMakesTwoChannelsOfOneOnly)
     }
 }
 
+TEST(MediaEdges, BandReplicationDoublesTheRateOrLeavesItAndNothingElse)
+{
+    // AAC LC of 8 kHz behind 8, 16 and 48 kHz, and of 48 kHz behind 24 kHz.
+    const struct {
+        int nFirst;
+        int nSecond;
+        int nThird;
+        uint32_t nRate; ///< 0: none
+    } cases[] = {{0x2D, 0x95, 0x88, 8000},
+                 {0x2D, 0x94, 0x08, 16000},
+                 {0x2D, 0x91, 0x88, 0},
+                 {0x29, 0x93, 0x08, 0}};
+    for (const auto &each : cases) {
+        const std::string bytes = KovaMediaBytes({each.nFirst, each.nSecond, each.nThird, 0x00});
+        KovaAacConfig config;
+        const bool bRead = KovaAacConfigRead(reinterpret_cast<const uint8_t *>(bytes.data()),
+                                             bytes.size(), &config);
+        EXPECT_EQ(bRead ? config.nRate : 0, each.nRate);
+    }
+}
+
 TEST(MediaEdges, EmulationPreventionFollowsTwoZerosInARowOnly)
 {
     // A message of four bytes, 0 7 0 3, of which the 3 is one, and then a recovery point.
     const std::string sei = KovaMediaBytes({6, 1, 4, 0, 7, 0, 3, 6, 1, 0xC4, 0x80});
     KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
     EXPECT_TRUE(track.Push(KovaMediaAnnexB({sei, kSlice})).bEntry);
+}
+
+TEST(MediaEdges, NothingButZerosStandsInFrontOfTheFirstStartCode)
+{
+    KovaMediaTrack track(KovaMediaConfig(KOVA_LIVE_H264));
+    const std::string unit = KovaMediaAnnexB({kSlice});
+    EXPECT_EQ(KovaMediaNals(track.Push(std::string(9, '\0') + unit)), Nals{kSlice});
+    for (const std::string &front : {KovaMediaBytes({0, 5}), KovaMediaBytes({0, 5, 0}),
+                                     KovaMediaBytes({5, 0}), KovaMediaBytes({0, 1})})
+        EXPECT_EQ(track.Push(front + unit).nResult, KOVA_LIVE_ERROR_DATA);
 }
 
 TEST(MediaEdges, UnitWithoutASliceCountsAsAReference)

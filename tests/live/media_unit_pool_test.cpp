@@ -107,6 +107,15 @@ TEST_F(MediaUnitPool, SmallUnitDoesNotHoldALargeBlock)
     KovaUnitRelease(pSmall);
 }
 
+TEST_F(MediaUnitPool, SmallUnitTakesABlockThatIsAFewKibTooLarge)
+{
+    KovaUnit *pLarge = KovaUnitPoolTake(pPool, 1, 3500);
+    KovaUnitRelease(pLarge);
+    KovaUnit *pSmall = KovaUnitPoolTake(pPool, 1, 10);
+    EXPECT_EQ(pSmall, pLarge);
+    KovaUnitRelease(pSmall);
+}
+
 TEST_F(MediaUnitPool, SmallestBlockThatFitsIsTaken)
 {
     KovaUnit *pLarger = KovaUnitPoolTake(pPool, 1, 1800);

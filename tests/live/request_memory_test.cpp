@@ -137,6 +137,18 @@ TEST(RequestMemory, HalfARequestCostsAtMost4KibAndTheRoomGrowsWithWhatIsThere)
     EXPECT_LE(nGrowths, 6);
 }
 
+TEST(RequestMemory, TheLongestRequestHasRoomForItselfAndNoMore)
+{
+    KovaReading reading;
+    const std::string begin = "PLAY * RTSP/1.0\r\nContent-Length: 65536\r\nX: ";
+    reading.Feed(begin + std::string(16385 - begin.size() - 4, 'x') + "\r\n\r\n");
+    reading.Feed(std::string(65535, 'b'));
+    EXPECT_TRUE(reading.items.empty());
+    EXPECT_EQ(reading.reader.nCapacity, 16385u + 65536u);
+    reading.Feed("b");
+    EXPECT_EQ(reading.items.size(), 1u);
+}
+
 TEST(RequestMemory, WithoutMemoryThereIsNoRoomAndWhatIsThereStays)
 {
     KovaReading reading;

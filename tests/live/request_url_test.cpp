@@ -39,9 +39,11 @@ std::string Normalized(std::string_view path)
 std::string Escaped(const char *szPath, size_t nCapacity)
 {
     std::string text(nCapacity + 1, 'x');
-    if (!KovaLivePathEscape(szPath, text.data(), nCapacity))
+    text += "xxx";
+    const bool bFits = KovaLivePathEscape(szPath, text.data(), nCapacity);
+    EXPECT_EQ(text.substr(nCapacity), "xxxx") << "written behind the room";
+    if (!bFits)
         return "does not fit";
-    EXPECT_EQ(text[nCapacity], 'x');
     return text.c_str();
 }
 
@@ -88,6 +90,8 @@ TEST(RequestUrl, WhatIsNoUrlOfRtspIsNotValid)
     ExpectInvalid("rtsp://[::1]554/cam");
     ExpectInvalid("rtsp://[::1]:x/cam");
     ExpectInvalid("/" + std::string(2048, 'x'));
+    ExpectInvalid("rtsp://h/cam\0?x"s);
+    ExpectInvalid("rtsp://h:5\0/cam"s);
 }
 
 TEST(RequestUrl, AnotherUrlInThePathOrTheQueryIsText)
@@ -167,6 +171,9 @@ TEST(RequestUrl, APathLongerThanAnyStreamsNamesNone)
     ExpectUrl("/" + longest + "/x", "?", -1);
     ExpectUrl("/" + longest.substr(2) + "/x", (longest.substr(2) + "/x").c_str(), -1);
     ExpectUrl("/" + longest.substr(1) + "/x", "?", -1);
+    // As long as a URL may be.
+    ExpectUrl("/" + std::string(2047, 'x'), "?", -1);
+    ExpectUrl("/cam?" + std::string(2043, 'x'), "cam", -1);
     // Escapes are counted as what they stand for.
     std::string escaped;
     for (size_t n = 0; n < longest.size(); n++)
@@ -209,7 +216,8 @@ TEST(LivePath, AnEscapedPathThatDoesNotFitIsNotCut)
     EXPECT_EQ(Escaped("ab", 3), "ab");
     EXPECT_EQ(Escaped("ab", 2), "does not fit");
     EXPECT_EQ(Escaped("a ", 5), "a%20");
-    EXPECT_EQ(Escaped("a ", 4), "does not fit");
+    for (const size_t nCapacity : {4, 3, 2, 1, 0})
+        EXPECT_EQ(Escaped("a ", nCapacity), "does not fit");
     EXPECT_EQ(Escaped("", 1), "");
     EXPECT_EQ(Escaped("", 0), "does not fit");
 }
