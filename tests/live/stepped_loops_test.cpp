@@ -1,3 +1,4 @@
+#include "live/engine/connection.h"
 #include "tests/live/stepped_server.h"
 #include "tests/support/sockets.h"
 
@@ -166,7 +167,10 @@ TEST(SteppedLoopsEnd, AConnectionThatNoLoopTookIsClosed)
     const KovaConnection connection = KovaMakeConnection();
     {
         KovaSteppedServer server{2};
-        ASSERT_TRUE(KovaLoopPostConnection(server.Loop(1), connection.nServer, connection.peer));
+        server.Live()->nConnections++;
+        KovaLiveConnection *pAccepted = KovaConnectionCreate(connection.nServer, connection.peer);
+        ASSERT_NE(pAccepted, nullptr);
+        KovaConnectionHand(pAccepted, server.Loop(1), false);
     }
     char end = 0;
     ASSERT_TRUE(KovaWaitReadable(connection.nPlayer, kLiveWaitMs));
