@@ -242,6 +242,8 @@ TEST_F(MediaAac, HostsConfigurationStaysAsLongAsTheHeadersMeanTheSame)
     ASSERT_EQ(unit.packets.size(), 2U);
     EXPECT_EQ(unit.packets[1].nTimestamp, unit.nTimestamp + 2048);
     EXPECT_NE(told.Description().find("mpeg4-generic/48000/2\r\n"), std::string::npos);
+    EXPECT_EQ(KovaTrackMediaClockRate(told.Media()), 48000U);
+    EXPECT_EQ(told.Push(KovaMediaAdts("abc", kind), 1000000).nTimestamp, unit.nTimestamp + 48000);
     EXPECT_NE(told.Description().find("config=2B118800\r\n"), std::string::npos);
     told.Push(KovaMediaAdts("abc"));
     EXPECT_NE(told.Description().find("config=1210\r\n"), std::string::npos);

@@ -130,6 +130,25 @@ TEST(MediaEdges, ParameterSetsOf1024BytesAreRemembered)
     EXPECT_EQ(KovaMediaNals(track.Push(KovaMediaAnnexB({kIdr}))), (Nals{sps, pps, kIdr}));
 }
 
+TEST(MediaEdges, OneBadGivenSetRefusesTheTrack)
+{
+    const std::string sps = KovaMediaBytes({0x67, 0x64, 0x10, 0x28, 0xC0, 0x55});
+    const std::string pps = KovaMediaBytes({0x68, 0xE0, 0x55});
+    const auto created = [](const std::string &givenSps, const std::string &givenPps) {
+        KovaLiveTrackConfig config = KovaMediaConfig(KOVA_LIVE_H264);
+        config.sps = reinterpret_cast<const uint8_t *>(givenSps.data());
+        config.sps_size = static_cast<uint32_t>(givenSps.size());
+        config.pps = reinterpret_cast<const uint8_t *>(givenPps.data());
+        config.pps_size = static_cast<uint32_t>(givenPps.size());
+        return KovaMediaTrack(config).Created();
+    };
+    EXPECT_EQ(created(sps, pps), KOVA_LIVE_OK);
+    EXPECT_EQ(created(pps, pps), KOVA_LIVE_ERROR_DATA);
+    EXPECT_EQ(created(sps, sps), KOVA_LIVE_ERROR_DATA);
+    EXPECT_EQ(created(sps.substr(0, 4), pps), KOVA_LIVE_ERROR_DATA);
+    EXPECT_EQ(created(sps, pps.substr(0, 1)), KOVA_LIVE_ERROR_DATA);
+}
+
 TEST(MediaEdges, SoundStepsAsLongAsItIsNoFurtherAwayThanHalfAFrameOr20Milliseconds)
 {
     const struct {

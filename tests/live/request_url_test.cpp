@@ -118,6 +118,7 @@ TEST(RequestUrl, ATrackBehindTheQueryIsOneThatThePlayerAppended)
 {
     ExpectUrl("rtsp://h/cam?x=1/track2", "cam", 1);
     ExpectUrl("rtsp://h/cam?x=1/track2/", "cam", 1);
+    ExpectUrl("rtsp://h/cam?x=1/track2//", "cam", 1);
     ExpectUrl("rtsp://h/cam?/track3", "cam", 2);
     ExpectUrl("rtsp://h/cam/?x=a/b/track1", "cam", 0);
     ExpectUrl("rtsp://h/cam#t/track1", "cam", 0);
