@@ -93,6 +93,44 @@ TEST(LiveHostCalls, ARecordIsClearedInItsWholeLength)
     EXPECT_EQ(KovaLiveConfigInit(nullptr, sizeof(record)), KOVA_LIVE_ERROR_ARGUMENT);
 }
 
+TEST(LiveHostCalls, APortIsHadAgainAtOnce)
+{
+    uint16_t nPort = 0;
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        KovaLiveHost host([nPort](KovaLiveConfig *pConfig) { pConfig->port = nPort; });
+        ASSERT_NE(host.Live(), nullptr);
+        nPort = host.Port();
+        // The server ends it first, and keeps its address for a while.
+        KovaLiveClient client;
+        ASSERT_TRUE(client.Connect(nPort));
+        EXPECT_EQ(client.Options().nStatus, 200);
+        host.Close();
+        EXPECT_TRUE(client.WaitClosed());
+    }
+}
+
+TEST(LiveHostCalls, ARemovedStreamLeavesTheOthersInTheList)
+{
+    KovaLiveHost host;
+    KovaLiveClient client;
+    ASSERT_TRUE(client.Connect(host.Port()));
+    KovaLiveStream *streams[3];
+    const char *const paths[] = {"one", "two", "three"};
+    for (const int nRemoved : {2, 1, 0}) {
+        for (int nStream = 0; nStream < 3; nStream++) {
+            streams[nStream] = host.AddStream(paths[nStream]);
+            KovaLiveHost::AddVideo(streams[nStream]);
+        }
+        EXPECT_EQ(KovaLiveRemoveStream(streams[nRemoved]), KOVA_LIVE_OK);
+        for (int nStream = 0; nStream < 3; nStream++) {
+            EXPECT_EQ(client.Describe(paths[nStream]).nStatus, nStream == nRemoved ? 404 : 200);
+            if (nStream != nRemoved) {
+                EXPECT_EQ(KovaLiveRemoveStream(streams[nStream]), KOVA_LIVE_OK);
+            }
+        }
+    }
+}
+
 TEST(LiveHostCalls, AUnitWithoutMemoryIsDroppedAndCounted)
 {
     KovaLiveHost host;

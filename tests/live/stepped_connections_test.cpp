@@ -197,6 +197,20 @@ TEST_F(SteppedConnections, AnIdleOneEndsAtItsTime)
     EXPECT_EQ(Connections(), 0U);
 }
 
+TEST_F(SteppedConnections, TimeWithoutARequestCountsFromAnAnswerThatWaited)
+{
+    KovaLiveHost::AddVideo(server.AddStream("later"), false);
+    Connect(&client);
+    ASSERT_TRUE(client.Send(client.Text("DESCRIBE", "later")));
+    server.Run();
+    Step(5000 * kMilli);
+    EXPECT_EQ(client.Receive().nStatus, 503);
+    Step(3000 * kMilli - 1);
+    EXPECT_EQ(Connections(), 1U);
+    Step(1);
+    EXPECT_EQ(Connections(), 0U);
+}
+
 TEST_F(SteppedConnections, TimeWithoutAPlayerCountsFromItsEnd)
 {
     ASSERT_TRUE(server.Play(&client, false));

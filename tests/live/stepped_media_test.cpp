@@ -1,3 +1,4 @@
+#include "foundation/clock.h"
 #include "tests/live/stepped_server.h"
 #include "tests/support/socket_faults.h"
 
@@ -74,6 +75,19 @@ TEST_F(SteppedMedia, ALargeUnitIsSpreadOverHalfTheDistanceOfTwo)
     EXPECT_EQ(PacketsAfter(50 * kMilli - 1), 0);
     EXPECT_GT(PacketsAfter(1), 30);
     EXPECT_EQ(PacketsAfter(1000 * kMilli), 0);
+}
+
+TEST_F(SteppedMedia, TheClockOfATrackDoesNotStandBeforeItsLastUnit)
+{
+    Push(pVideo, 500, 0, 7000000);
+    int64_t nPts = 0;
+    int64_t nWall = 0;
+    const uint64_t nNow = KovaClockMonotonic();
+    // A loop may have taken its time before the push.
+    EXPECT_TRUE(KovaStreamClock(pStream, 0, nNow - 1000, &nPts, &nWall));
+    EXPECT_EQ(nPts, 7000000);
+    EXPECT_TRUE(KovaStreamClock(pStream, 0, nNow + 1000, &nPts, &nWall));
+    EXPECT_EQ(nPts, 7001000);
 }
 
 TEST_F(SteppedMedia, TimesThatJumpAreNoDistance)
