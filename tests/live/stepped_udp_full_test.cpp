@@ -109,6 +109,9 @@ TEST_F(SteppedUdpFull, NoConnectionEndsBecauseOfIt)
 {
     Push(pCam, 2);
     server.Run(1);
+    for (KovaLiveClient &cam : cams)
+        ASSERT_TRUE(cam.Send(cam.Text("GET_PARAMETER", "cam")));
+    server.Run();
     // Longer than a connection may take nothing.
     KovaSteppedServer::Advance(11000000);
     server.Run();
