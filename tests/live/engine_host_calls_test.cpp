@@ -93,6 +93,32 @@ TEST(LiveHostCalls, ARecordIsClearedInItsWholeLength)
     EXPECT_EQ(KovaLiveConfigInit(nullptr, sizeof(record)), KOVA_LIVE_ERROR_ARGUMENT);
 }
 
+TEST(LiveHostCalls, PayloadTypesThatNobodyChoseAreTheFirstFreeOnes)
+{
+    KovaLiveHost host;
+    KovaLiveStream *pStream = host.AddStream("cam");
+    const std::string sps = KovaLiveSps();
+    const std::string pps = KovaLivePps();
+    KovaLiveTrackConfig config = KovaMediaConfig(KOVA_LIVE_H264);
+    config.sps = reinterpret_cast<const uint8_t *>(sps.data());
+    config.sps_size = static_cast<uint32_t>(sps.size());
+    config.pps = reinterpret_cast<const uint8_t *>(pps.data());
+    config.pps_size = static_cast<uint32_t>(pps.size());
+    for (const uint32_t nType : {97U, 0U, 99U, 0U, 0U}) {
+        KovaLiveTrack *pTrack = nullptr;
+        config.payload_type = nType;
+        EXPECT_EQ(KovaLiveAddTrack(pStream, &config, &pTrack), KOVA_LIVE_OK);
+    }
+    KovaLiveClient client;
+    ASSERT_TRUE(client.Connect(host.Port()));
+    const std::string text = client.Describe("cam").body;
+    std::string types;
+    const std::string line = "m=video 0 RTP/AVP ";
+    for (size_t nAt = 0; (nAt = text.find(line, nAt)) != std::string::npos; nAt += line.size())
+        types += text.substr(nAt + line.size(), 3) + " ";
+    EXPECT_EQ(types, "97\r 96\r 99\r 98\r 100 ");
+}
+
 TEST(LiveHostCalls, APortIsHadAgainAtOnce)
 {
     uint16_t nPort = 0;

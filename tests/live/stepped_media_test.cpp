@@ -147,6 +147,36 @@ TEST_F(SteppedMedia, UnitsThatAreSpreadAtTheSameTimeAreAllFinished)
     }
 }
 
+TEST_F(SteppedMedia, EachUnitIsSpreadInItsOwnTime)
+{
+    KovaLiveTrack *pDoor = KovaLiveHost::AddVideo(server.AddStream("door"));
+    KovaLiveClient door;
+    ASSERT_TRUE(server.Play(&client, false));
+    ASSERT_TRUE(server.Play(&door, false, "door"));
+    // Steps of 50 ms and of 5 ms, whichever comes first.
+    for (const bool bDoorFirst : {false, true}) {
+        const unsigned nSeed = bDoorFirst ? 2 : 1;
+        for (const bool bDoor : {bDoorFirst, !bDoorFirst}) {
+            const int64_t nPts = nSeed * 10000000;
+            Push(bDoor ? pDoor : pVideo, 500, nSeed, nPts);
+            Push(bDoor ? pDoor : pVideo, kLarge, nSeed, nPts + (bDoor ? 30000 : 300000));
+            server.Run(1);
+        }
+        for (int nPiece = 0; nPiece < 2; nPiece++) {
+            KovaSteppedServer::Advance(5 * kMilli);
+            server.Run(1);
+        }
+        EXPECT_TRUE(Takes(&door, 500, nSeed));
+        EXPECT_TRUE(Takes(&door, kLarge, nSeed));
+        for (int nPiece = 0; nPiece < 2; nPiece++) {
+            KovaSteppedServer::Advance(50 * kMilli);
+            server.Run(1);
+        }
+        EXPECT_TRUE(Takes(&client, 500, nSeed));
+        EXPECT_TRUE(Takes(&client, kLarge, nSeed));
+    }
+}
+
 TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
 {
     server.Live()->settings.nDelay = 1000 * kMilli;
