@@ -1,4 +1,5 @@
 #include "kova_live.h"
+#include "live/engine/stream.h"
 #include "tests/live/live_host.h"
 #include "tests/support/failing_heap.h"
 
@@ -117,6 +118,23 @@ TEST(LiveHostCalls, PayloadTypesThatNobodyChoseAreTheFirstFreeOnes)
     for (size_t nAt = 0; (nAt = text.find(line, nAt)) != std::string::npos; nAt += line.size())
         types += text.substr(nAt + line.size(), 3) + " ";
     EXPECT_EQ(types, "97\r 96\r 99\r 98\r 100 ");
+}
+
+TEST(LiveHostCalls, WhatAStreamsHostLeavesOutHasItsDefault)
+{
+    KovaLiveHost host;
+    const KovaLiveStream *pStream = host.AddStream("cam");
+    EXPECT_EQ(pStream->nKeepBytes, 4U * 1024 * 1024);
+    EXPECT_EQ(pStream->nTrackWait, 2000000U);
+    EXPECT_FALSE(pStream->bKeepGroup);
+    pStream = host.AddStream("door", [](KovaLiveStreamConfig *pConfig) {
+        pConfig->keep_max_bytes = 1;
+        pConfig->track_wait_ms = 1;
+        pConfig->keep_group = 1;
+    });
+    EXPECT_EQ(pStream->nKeepBytes, 1U);
+    EXPECT_EQ(pStream->nTrackWait, 1000U);
+    EXPECT_TRUE(pStream->bKeepGroup);
 }
 
 TEST(LiveHostCalls, APortIsHadAgainAtOnce)
