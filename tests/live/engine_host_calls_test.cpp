@@ -1,4 +1,5 @@
 #include "kova_live.h"
+#include "live/engine/stream.h"
 #include "tests/live/live_host.h"
 #include "tests/support/failing_heap.h"
 
@@ -91,6 +92,87 @@ TEST(LiveHostCalls, ARecordIsClearedInItsWholeLength)
     EXPECT_EQ(KovaLiveConfigInit(&record.config, sizeof(KovaLiveConfig) - 1),
               KOVA_LIVE_ERROR_ARGUMENT);
     EXPECT_EQ(KovaLiveConfigInit(nullptr, sizeof(record)), KOVA_LIVE_ERROR_ARGUMENT);
+}
+
+TEST(LiveHostCalls, PayloadTypesThatNobodyChoseAreTheFirstFreeOnes)
+{
+    KovaLiveHost host;
+    KovaLiveStream *pStream = host.AddStream("cam");
+    const std::string sps = KovaLiveSps();
+    const std::string pps = KovaLivePps();
+    KovaLiveTrackConfig config = KovaMediaConfig(KOVA_LIVE_H264);
+    config.sps = reinterpret_cast<const uint8_t *>(sps.data());
+    config.sps_size = static_cast<uint32_t>(sps.size());
+    config.pps = reinterpret_cast<const uint8_t *>(pps.data());
+    config.pps_size = static_cast<uint32_t>(pps.size());
+    for (const uint32_t nType : {97U, 0U, 99U, 0U, 0U}) {
+        KovaLiveTrack *pTrack = nullptr;
+        config.payload_type = nType;
+        EXPECT_EQ(KovaLiveAddTrack(pStream, &config, &pTrack), KOVA_LIVE_OK);
+    }
+    KovaLiveClient client;
+    ASSERT_TRUE(client.Connect(host.Port()));
+    const std::string text = client.Describe("cam").body;
+    std::string types;
+    const std::string line = "m=video 0 RTP/AVP ";
+    for (size_t nAt = 0; (nAt = text.find(line, nAt)) != std::string::npos; nAt += line.size())
+        types += text.substr(nAt + line.size(), 3) + " ";
+    EXPECT_EQ(types, "97\r 96\r 99\r 98\r 100 ");
+}
+
+TEST(LiveHostCalls, WhatAStreamsHostLeavesOutHasItsDefault)
+{
+    KovaLiveHost host;
+    const KovaLiveStream *pStream = host.AddStream("cam");
+    EXPECT_EQ(pStream->nKeepBytes, 4U * 1024 * 1024);
+    EXPECT_EQ(pStream->nTrackWait, 2000000U);
+    EXPECT_FALSE(pStream->bKeepGroup);
+    pStream = host.AddStream("door", [](KovaLiveStreamConfig *pConfig) {
+        pConfig->keep_max_bytes = 1;
+        pConfig->track_wait_ms = 1;
+        pConfig->keep_group = 1;
+    });
+    EXPECT_EQ(pStream->nKeepBytes, 1U);
+    EXPECT_EQ(pStream->nTrackWait, 1000U);
+    EXPECT_TRUE(pStream->bKeepGroup);
+}
+
+TEST(LiveHostCalls, APortIsHadAgainAtOnce)
+{
+    uint16_t nPort = 0;
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        KovaLiveHost host([nPort](KovaLiveConfig *pConfig) { pConfig->port = nPort; });
+        ASSERT_NE(host.Live(), nullptr);
+        nPort = host.Port();
+        // The server ends it first, and keeps its address for a while.
+        KovaLiveClient client;
+        ASSERT_TRUE(client.Connect(nPort));
+        EXPECT_EQ(client.Options().nStatus, 200);
+        host.Close();
+        EXPECT_TRUE(client.WaitClosed());
+    }
+}
+
+TEST(LiveHostCalls, ARemovedStreamLeavesTheOthersInTheList)
+{
+    KovaLiveHost host;
+    KovaLiveClient client;
+    ASSERT_TRUE(client.Connect(host.Port()));
+    KovaLiveStream *streams[3];
+    const char *const paths[] = {"one", "two", "three"};
+    for (const int nRemoved : {2, 1, 0}) {
+        for (int nStream = 0; nStream < 3; nStream++) {
+            streams[nStream] = host.AddStream(paths[nStream]);
+            KovaLiveHost::AddVideo(streams[nStream]);
+        }
+        EXPECT_EQ(KovaLiveRemoveStream(streams[nRemoved]), KOVA_LIVE_OK);
+        for (int nStream = 0; nStream < 3; nStream++) {
+            EXPECT_EQ(client.Describe(paths[nStream]).nStatus, nStream == nRemoved ? 404 : 200);
+            if (nStream != nRemoved) {
+                EXPECT_EQ(KovaLiveRemoveStream(streams[nStream]), KOVA_LIVE_OK);
+            }
+        }
+    }
 }
 
 TEST(LiveHostCalls, AUnitWithoutMemoryIsDroppedAndCounted)

@@ -48,6 +48,18 @@ TEST_F(LivePeerCounts, OneThatLeavesTakesNobodyElsesCountWithIt)
     }
 }
 
+TEST_F(LivePeerCounts, AddressesWithoutConnectionsAreForgotten)
+{
+    for (int nTurn = 0; nTurn < 3; nTurn++) {
+        for (uint32_t nAddress = 1; nAddress <= 40; nAddress++)
+            EXPECT_TRUE(KovaPeerEnter(&live, nAddress));
+        for (uint32_t nAddress = 1; nAddress <= 40; nAddress++)
+            KovaPeerLeave(&live, nAddress);
+        const KovaMutexLock lock(&live.numberMutex, kRankLeaf);
+        EXPECT_EQ(live.peers.nPeers, 0U);
+    }
+}
+
 TEST_F(LivePeerCounts, WithoutALimitNothingIsKept)
 {
     live.settings.nMaxPerAddress = 0;

@@ -163,6 +163,18 @@ TEST_F(SteppedConnections, WhoTakesPartsOfAnAnswerIsNotLetGo)
     EXPECT_EQ(client.Receive().nStatus, 200);
 }
 
+TEST_F(SteppedConnections, SomeAnswersMayWaitWithoutHoldingUpRequests)
+{
+    Connect(&client);
+    KovaSocketFaults faults;
+    Fill(&faults);
+    for (int nRequest = 0; nRequest < 20; nRequest++)
+        ASSERT_TRUE(client.Send(client.Text("OPTIONS", "*")));
+    server.Run();
+    EXPECT_GT(server.Loop()->pConnections->pending.nSize, 2000U);
+    EXPECT_EQ(server.Loop()->pConnections->item.nWanted, kPollRead | kPollWrite);
+}
+
 TEST_F(SteppedConnections, NothingMoreIsReadOfWhoTakesNoAnswers)
 {
     constexpr int kRequests = 3000;
@@ -176,6 +188,7 @@ TEST_F(SteppedConnections, NothingMoreIsReadOfWhoTakesNoAnswers)
         ASSERT_TRUE(client.Send(requests));
         server.Run(200);
         ASSERT_EQ(Connections(), 1U);
+        EXPECT_GE(server.Loop()->pConnections->pending.nSize, 16U * 1024);
         EXPECT_LT(server.Loop()->pConnections->pending.nSize, 64U * 1024);
     }
     int nAnswers = 0;
@@ -191,6 +204,20 @@ TEST_F(SteppedConnections, AnIdleOneEndsAtItsTime)
     Connect(&client);
     Step(2000 * kMilli);
     server.Serve([this] { EXPECT_EQ(client.Options().nStatus, 200); });
+    Step(3000 * kMilli - 1);
+    EXPECT_EQ(Connections(), 1U);
+    Step(1);
+    EXPECT_EQ(Connections(), 0U);
+}
+
+TEST_F(SteppedConnections, TimeWithoutARequestCountsFromAnAnswerThatWaited)
+{
+    KovaLiveHost::AddVideo(server.AddStream("later"), false);
+    Connect(&client);
+    ASSERT_TRUE(client.Send(client.Text("DESCRIBE", "later")));
+    server.Run();
+    Step(5000 * kMilli);
+    EXPECT_EQ(client.Receive().nStatus, 503);
     Step(3000 * kMilli - 1);
     EXPECT_EQ(Connections(), 1U);
     Step(1);

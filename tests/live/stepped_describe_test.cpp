@@ -61,7 +61,9 @@ TEST_F(SteppedDescribe, ATrackThatStaysUnknownIsLeftOutAtThatTime)
     EXPECT_EQ(KovaLivePushText(pKnown, KovaLiveKey(), 0), KOVA_LIVE_OK);
     KovaSteppedServer::Advance(kSecond);
     Ask();
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).ready, 0U);
     const KovaLiveAnswer answer = AnswerAfter(2 * kSecond);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).ready, 1U);
     EXPECT_EQ(answer.nStatus, 200);
     EXPECT_EQ(Tracks(answer), 1);
 }

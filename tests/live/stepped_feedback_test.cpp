@@ -120,6 +120,18 @@ TEST_F(SteppedFeedback, OfTwoTracksTheWorstCounts)
     EXPECT_EQ(server.Players().at(0).jitter_us, 10000U);
 }
 
+/// A player that sends as well (RFC 3550, 6.4.1).
+TEST_F(SteppedFeedback, BlocksOfASendersReportCountAlike)
+{
+    std::string report = KovaMediaBytes({0x81, 200, 0, 12, 1, 2, 3, 4});
+    report.append(20, '\0');
+    report += ReportOf({ssrcs[0], 5, 900, 0, 0}).substr(8);
+    EXPECT_TRUE(client.SendRtcp(1, report));
+    server.Run();
+    EXPECT_EQ(server.Players().at(0).loss, 5U);
+    EXPECT_EQ(server.Players().at(0).jitter_us, 10000U);
+}
+
 TEST_F(SteppedFeedback, ALossOfThreePercentAsksForAKeyFrameEveryTwoSeconds)
 {
     KovaSteppedServer::Advance(10 * kSecond);

@@ -1,7 +1,9 @@
 #include "tests/live/stepped_server.h"
 #include "tests/support/c_calls.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -65,6 +67,24 @@ TEST_F(SteppedListener, ItRestsForATenthOfASecondWhenNobodyCanBeSentAway)
     KovaSteppedServer::Advance(1);
     server.Run();
     EXPECT_EQ(server.Figures().connections, 1U);
+}
+
+TEST_F(SteppedListener, OnesThatAreTooManyCostNoDescriptors)
+{
+    const auto firstFree = [] {
+        const int nDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(nDescriptor);
+        return nDescriptor;
+    };
+    server.Live()->settings.nMaxConnections = 0;
+    for (KovaLiveClient &client : clients)
+        ASSERT_TRUE(client.Connect(server.Port()));
+    const int nFree = firstFree();
+    server.Run(1);
+    EXPECT_EQ(firstFree(), nFree);
+    EXPECT_EQ(server.Figures().refused, 3U);
+    for (KovaLiveClient &client : clients)
+        EXPECT_EQ(client.Receive().nStatus, 503);
 }
 
 TEST_F(SteppedListener, OneThatIsGoneBeforeItWasTakenKeepsNobodyWaiting)

@@ -75,6 +75,7 @@ TEST_F(SteppedLogin, GuessesWaitForTheirAnswer)
         EXPECT_EQ(answer.nStatus, 401);
         EXPECT_FALSE(IsStale(answer));
     }
+    EXPECT_EQ(server.Figures().logins_failed, 3U);
 }
 
 TEST_F(SteppedLogin, WhoWasNotLookedAtMayComeAgainWithTheSamePassword)

@@ -86,6 +86,23 @@ TEST_P(SteppedReports, EachTellsAMomentThatBothClocksShowExactly)
     EXPECT_EQ(microseconds(reports[1]) - microseconds(reports[0]), 1000000);
 }
 
+TEST_P(SteppedReports, AKeptGroupThatIsGivenAgainBringsNoOther)
+{
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(
+        server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
+    EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(), 0), KOVA_LIVE_OK);
+    ASSERT_TRUE(server.Play(&client, GetParam(), "kept"));
+    std::string report;
+    EXPECT_TRUE(client.NextRtcp(1, &report));
+    EXPECT_FALSE(KovaLiveNextUnit(&client, 1).empty());
+    server.Serve([this] {
+        EXPECT_EQ(client.Pause("kept").nStatus, 200);
+        EXPECT_EQ(client.Play("kept").nStatus, 200);
+    });
+    EXPECT_FALSE(KovaLiveNextUnit(&client, 1).empty());
+    EXPECT_FALSE(client.NextRtcp(1, &report, 0));
+}
+
 TEST_P(SteppedReports, TheNameOfAStreamStaysWhenItGetsMoreTracks)
 {
     ASSERT_TRUE(server.Play(&client, GetParam()));

@@ -62,6 +62,8 @@ TEST_F(SteppedRequests, MediaGoesBehindAnAnswerThatIsOutInPart)
         faults.Script(nSocket, {{EAGAIN, 0}});
         Push(pVideo, true, 1);
         server.Run(1);
+        faults.Script(nSocket, {{EAGAIN, 0}});
+        server.Run(1);
     }
     server.Run();
     EXPECT_EQ(client.Receive().nStatus, 200);
@@ -113,6 +115,31 @@ TEST_F(SteppedRequests, AUnitThatIsOnItsWayIsNotGivenTwice)
     }
 }
 
+TEST_F(SteppedRequests, PlayMayComeOverAnotherConnectionThanTheMedia)
+{
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(AddKept("kept"));
+    Push(pTrack, true, 1);
+    KovaLiveClient other;
+    server.Serve([&] {
+        EXPECT_TRUE(other.Connect(server.Port()));
+        EXPECT_EQ(other.Options().nStatus, 200);
+        EXPECT_TRUE(client.Connect(server.Port()));
+        EXPECT_EQ(client.SetupTcp("kept", 1).nStatus, 200);
+        other.SetSession(client.Session());
+    });
+    // Again without a report in front.
+    for (int nTurn = 0; nTurn < 2; nTurn++) {
+        {
+            KovaSocketFaults faults;
+            TakeOnly(&faults, 0);
+            server.Serve([&] { EXPECT_EQ(other.Play("kept").nStatus, 200); });
+        }
+        server.Run();
+        EXPECT_TRUE(Takes(&client, true, 1)) << nTurn;
+        server.Serve([&] { EXPECT_EQ(other.Pause("kept").nStatus, 200); });
+    }
+}
+
 TEST_F(SteppedRequests, OnlyRangesThatBeginWithNormalPlayTimeAreServed)
 {
     server.Serve([this] {
@@ -132,9 +159,10 @@ TEST_F(SteppedRequests, RtpInfoNamesNoPacketThatIsOut)
     ASSERT_TRUE(Takes(&client, true, 0));
     {
         KovaSocketFaults faults;
-        TakeOnly(&faults, 2000); // a frame and a part
+        TakeOnly(&faults, 2000); // two frames and a part
         Push(pVideo, true, 1, 9000);
         server.Run(1);
+        EXPECT_EQ(KovaLiveFiguresOf(pStream).packets, 3U) << "those that are out whole";
         ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
         ASSERT_TRUE(client.Send(client.Text("PLAY", "cam")));
         server.Run(1);

@@ -125,3 +125,25 @@ TEST_F(SteppedSlow, WhoTakesWhatTheSystemHoldsIsNotLetGoThoughItSpeaksMeanwhile)
     server.Run();
     EXPECT_EQ(server.Players().size(), 0U);
 }
+
+TEST_F(SteppedSlow, AFallBackIsToldOnceThoughABegunFrameStays)
+{
+    ASSERT_TRUE(server.Play(&client, false));
+    Push(true);
+    EXPECT_TRUE(TakesPicture(true, 1));
+    {
+        KovaSocketFaults faults;
+        std::deque<KovaScriptedSend> sends(100000, KovaScriptedSend{EAGAIN, 0});
+        sends.push_front({0, 100});
+        faults.Script(server.Loop()->pConnections->item.nDescriptor, sends);
+        Push(false);
+        ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
+        KovaSteppedServer::Advance(501 * kMilli);
+        for (int nMore = 0; nMore < 3; nMore++)
+            Push(false);
+        EXPECT_EQ(Overflows(), 1U);
+        EXPECT_EQ(Late(), 3U) << "all but the begun one";
+    }
+    server.Run();
+    EXPECT_TRUE(TakesPicture(false, 2));
+}

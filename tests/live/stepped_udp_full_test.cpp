@@ -105,6 +105,22 @@ TEST_F(SteppedUdpFull, NobodyTriesBeforeItHasRoom)
     ExpectAll(3);
 }
 
+TEST_F(SteppedUdpFull, NoConnectionEndsBecauseOfIt)
+{
+    Push(pCam, 2);
+    server.Run(1);
+    for (KovaLiveClient &cam : cams)
+        ASSERT_TRUE(cam.Send(cam.Text("GET_PARAMETER", "cam")));
+    server.Run();
+    // Longer than a connection may take nothing.
+    KovaSteppedServer::Advance(11000000);
+    server.Run();
+    EXPECT_EQ(server.Figures().connections, 3U);
+    for (const KovaLiveConnection *pConnection = server.Loop()->pConnections;
+         pConnection != nullptr; pConnection = pConnection->pNext)
+        EXPECT_EQ(pConnection->item.nWanted, kPollRead);
+}
+
 TEST_F(SteppedUdpFull, WhatComesMeanwhileGoesBehindWhatWaits)
 {
     Push(pCam, 2);

@@ -2,6 +2,7 @@
 #include "rtp/udp_batch.h"
 #include "tests/live/stepped_server.h"
 #include "tests/support/c_calls.h"
+#include "tests/support/failing_heap.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,7 @@ namespace {
 
 std::atomic<int> g_nSocket{-1};
 std::atomic<bool> g_bFull{false};
+std::atomic<int> g_nUntilFull{0}; ///< datagrams; below 1: it does not become full by them
 std::atomic<int> g_nUntilLost{0}; ///< datagrams; below 1: none is lost
 
 int SendMany(int nSocket, mmsghdr *pMessages, unsigned nCount, int nFlags)
@@ -37,6 +39,8 @@ ssize_t SendTo(int nSocket, const void *pData, size_t nSize, int nFlags, const s
         errno = EPERM;
         return -1;
     }
+    if (nSocket == g_nSocket && g_nUntilFull > 0 && --g_nUntilFull == 0)
+        g_bFull = true;
     return __real_sendto(nSocket, pData, nSize, nFlags, pAddress, nAddressSize);
 }
 
@@ -68,6 +72,7 @@ struct SteppedUdpLost : testing::Test {
         g_nSocket = -1;
         g_bFull = false;
         g_nUntilLost = 0;
+        g_nUntilFull = 0;
         KovaUdpBatchForget();
     }
     void Push(unsigned nPicture)
@@ -123,6 +128,21 @@ TEST_F(SteppedUdpLost, OneOfThoseThatWaitedIsLostAndNoOther)
         EXPECT_EQ(KovaLiveFiguresOf(pStream).late_packets, nLate);
         EXPECT_EQ(server.Players().at(0).late_packets, nLate);
     }
+}
+
+TEST_F(SteppedUdpLost, WithoutMemoryForThemPacketsAreLate)
+{
+    const uint64_t nBefore = KovaLiveFiguresOf(pStream).packets;
+    constexpr int kOut = 10;
+    g_nUntilFull = kOut;
+    EXPECT_EQ(KovaLivePushText(pVideo, KovaLiveKey(kPicture, 1), 40000), KOVA_LIVE_OK);
+    {
+        KovaFailingHeap failing;
+        server.Run(1);
+    }
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).packets, nBefore + kOut);
+    EXPECT_EQ(KovaLiveFiguresOf(pStream).late_packets, nAll - kOut);
+    EXPECT_EQ(server.Loop()->pSessions->queue.nCount, 0U);
 }
 
 TEST_F(SteppedUdpLost, WhatIsCutBackIsCountedPacketByPacket)

@@ -111,6 +111,14 @@ TEST_F(StreamClock, UnitsBeforeTheirTimeMoveItAtOnce)
     EXPECT_EQ(Origin(), kNow - kSecond);
 }
 
+TEST_F(StreamClock, HalfASecondBeforeTheirTimeIsTooMuch)
+{
+    Push(499999);
+    EXPECT_EQ(Origin(), kNow);
+    Push(500000);
+    EXPECT_EQ(Origin(), kNow - 500000);
+}
+
 TEST_F(StreamClock, AJumpMovesItAtOnce)
 {
     m_clock.Advance(6 * kSecond);
