@@ -16,7 +16,7 @@ constexpr size_t kBaseSize = 1100;
 bool RangeIsServed(const KovaRequest &request)
 {
     const std::string_view range = KovaRequestHeaderOf(request, "Range");
-    return range.empty() || KovaFindText(range, "npt") == 0;
+    return range.empty() || KovaWordIs(KovaPart(range, 0, 3), "npt");
 }
 
 /// The oldest waiting unit of a track; null when none is there yet.

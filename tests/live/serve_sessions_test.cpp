@@ -177,7 +177,8 @@ TEST_F(LiveSessions, RangesInOtherClocksAreNotServed)
     ASSERT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
     EXPECT_EQ(client.Play("cam", "Range: clock=19961108T143720.25Z-\r\n").nStatus, 457);
     EXPECT_EQ(client.Play("cam", "Range: smpte=0:10:00-\r\n").nStatus, 457);
-    EXPECT_EQ(client.Play("cam", "Range: npt=now-\r\n").nStatus, 200);
+    EXPECT_EQ(client.Play("cam", "Range: np=now-\r\n").nStatus, 457);
+    EXPECT_EQ(client.Play("cam", "Range: NPT=now-\r\n").nStatus, 200);
     EXPECT_EQ(client.Play("cam", "Range: npt=10-20\r\n").nStatus, 200) << "again while it plays";
     EXPECT_EQ(host.Events(KOVA_LIVE_EVENT_PLAYER_CAME).size(), 1U);
 }

@@ -54,7 +54,7 @@ TEST_F(LiveSessionLoops, ASessionIsPlayedPausedAndEndedOverTheOtherThreadsConnec
         EXPECT_EQ(pMaker->Play("cam").nStatus, 200);
         EXPECT_TRUE(Arrives(pMaker));
         EXPECT_EQ(pOther->Teardown("cam").nStatus, 200);
-        EXPECT_EQ(host.Figures().sessions, 0U);
+        EXPECT_TRUE(KovaWaitUntil([&] { return host.Figures().sessions == 0; }));
         pMaker->SetSession("");
         pOther->SetSession("");
     }
@@ -74,7 +74,7 @@ TEST_F(LiveSessionLoops, AConnectionThatFollowedIsTheOtherThreads)
     EXPECT_EQ(Load(0), 1U);
     first.Close();
     EXPECT_TRUE(KovaWaitUntil([&] { return Load(1) == 1; }));
-    EXPECT_EQ(host.Figures().connections, 2U);
+    EXPECT_TRUE(KovaWaitUntil([&] { return host.Figures().connections == 2; }));
 }
 
 TEST_F(LiveSessionLoops, EveryRequestIsAnsweredOnceAndInOrder)
@@ -149,7 +149,7 @@ TEST_F(LiveSessionLoops, AConnectionThatFollowedMayEndTheSessionAndMakeItsOwn)
     EXPECT_TRUE(Arrives(&first));
     first.Close();
     EXPECT_TRUE(KovaWaitUntil([&] { return host.Figures().connections == 0; }));
-    EXPECT_EQ(host.Figures().sessions, 0U);
+    EXPECT_TRUE(KovaWaitUntil([&] { return host.Figures().sessions == 0; }));
 }
 
 TEST_F(LiveSessionLoops, AServerEndsWhileConnectionsAreOnTheirWay)
