@@ -167,8 +167,18 @@ void KovaDeliverUnit(KovaLiveLoop *pLoop, KovaLoopMessage *pMessage)
         return;
     }
     pMessage->nDue = pMessage->pUnit->nArrived + nDelay;
-    *pLoop->ppDelayedEnd = pMessage;
-    pLoop->ppDelayedEnd = &pMessage->pNext;
+    // Units that were kept for a newcomer come later than younger ones of other streams.
+    KovaLoopMessage **ppLink = &pLoop->pDelayed;
+    if (*ppLink != nullptr && pMessage->nDue >= pLoop->nDelayedLast)
+        ppLink = pLoop->ppDelayedEnd;
+    while (*ppLink != nullptr && (*ppLink)->nDue <= pMessage->nDue)
+        ppLink = &(*ppLink)->pNext;
+    pMessage->pNext = *ppLink;
+    *ppLink = pMessage;
+    if (pMessage->pNext == nullptr) {
+        pLoop->ppDelayedEnd = &pMessage->pNext;
+        pLoop->nDelayedLast = pMessage->nDue;
+    }
     if (pLoop->pDelayed == pMessage)
         KovaTimersSet(&pLoop->timers, &pLoop->delayTimer, pMessage->nDue);
 }

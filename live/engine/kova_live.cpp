@@ -28,8 +28,11 @@ void FreeLive(KovaLive *pLive)
 {
     for (uint32_t nLoop = 0; nLoop < pLive->nLoops; nLoop++)
         KovaLoopDestroy(pLive->pLoops[nLoop]);
-    if (pLive->nListener >= 0)
+    if (pLive->nListener >= 0) {
+        // A child that the host forked may have it, too, and would keep the port.
+        shutdown(pLive->nListener, SHUT_RDWR);
         close(pLive->nListener);
+    }
     KovaLoginUsersDestroy(pLive->pUsers);
     KovaLoginDestroy(pLive->pLogin);
     free(pLive->szRealm);

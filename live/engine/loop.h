@@ -74,8 +74,9 @@ struct KovaLiveLoop {
     KovaLiveConnection *pConnections;
     KovaLiveSession *pSessions KOVA_GUARDED_BY(mutex); ///< newest first
     KovaUdpPorts *pUdpPorts;
-    KovaLoopMessage *pDelayed; ///< units that are not due yet, oldest first
+    KovaLoopMessage *pDelayed; ///< units that are not due yet, by the times at which they are
     KovaLoopMessage **ppDelayedEnd;
+    uint64_t nDelayedLast; ///< µs: when the last of them is due
     KovaTimer delayTimer;
     KovaLoopMessage *pSpread; ///< large units that go out in pieces, at most one of a track
     KovaTimer spreadTimer;

@@ -110,7 +110,9 @@ bool SetWay(KovaLiveConnection *pConnection, KovaLiveSession *pSession, KovaLive
         pSetup->nRtcpChannel = pOffer->nRtcpChannel;
         return true;
     }
-    pSession->pPorts = KovaUdpPortsOf(pConnection->pLoop, pConnection->local.sin_addr.s_addr);
+    // Tracks of a session leave from one address, whichever its later connections came to.
+    if (pSession->pPorts == nullptr)
+        pSession->pPorts = KovaUdpPortsOf(pConnection->pLoop, pConnection->local.sin_addr.s_addr);
     if (pSession->pPorts == nullptr) {
         KovaConnectionTell(pConnection, KOVA_LIVE_LOG_WARNING, ": no pair of UDP ports can be had");
         return false;
@@ -183,7 +185,10 @@ void KovaRequestSetup(KovaExchange *pExchange)
     }
     answer.nSsrc = KovaTrackMediaSsrc(pExchange->pStream->pTracks[nTrack]->pMedia);
     char szSource[INET_ADDRSTRLEN];
-    inet_ntop(AF_INET, &pExchange->pConnection->local.sin_addr, szSource, sizeof(szSource));
+    inet_ntop(AF_INET,
+              pSession->pPorts != nullptr ? &pSession->pPorts->nAddress
+                                          : &pExchange->pConnection->local.sin_addr.s_addr,
+              szSource, sizeof(szSource));
     answer.szSource = szSource;
     AnswerSetup(pExchange, pSession, answer);
 }

@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -173,9 +174,9 @@ void KovaRequestServe(KovaLiveConnection *pConnection, const KovaRequest &reques
     KovaExchange exchange;
     KovaExchangeInit(&exchange, pConnection, request, text);
     exchange.url = KovaRequestUrlParse(request.url);
-    KovaNoticeLog(pConnection->pLoop, KOVA_LIVE_LOG_DEBUG, "%.*s %s",
-                  static_cast<int>(request.methodText.size()), request.methodText.data(),
-                  exchange.url.szPath);
+    snprintf(text, sizeof(text), " %.*s %s", static_cast<int>(request.methodText.size()),
+             request.methodText.data(), exchange.url.szPath);
+    KovaConnectionTell(pConnection, KOVA_LIVE_LOG_DEBUG, text);
     Dispatch(&exchange);
     ReleaseStream(exchange.pStream);
 }

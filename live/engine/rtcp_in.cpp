@@ -140,22 +140,34 @@ void Take(const Sender &sender, const uint8_t *pPacket, size_t nSize)
 }
 
 /// Who sent it: the track whose port it came from; else the first track of the only
-/// session of that address.
-Sender SenderOf(const KovaLiveLoop *pLoop, const KovaUdpPorts *pPorts, const sockaddr_in &from)
-    KOVA_REQUIRES(pLoop->mutex)
+/// session of that address. Of several with that port the one that this reporter has
+/// reported for: another player may name the port too, or a player may have begun again.
+Sender SenderOf(const KovaLiveLoop *pLoop, const KovaUdpPorts *pPorts, const sockaddr_in &from,
+                uint32_t nReporter) KOVA_REQUIRES(pLoop->mutex)
 {
     Sender other = {nullptr, nullptr, false};
+    Sender byPort = other;
     bool bSeveral = false;
     for (KovaLiveSession *pSession = pLoop->pSessions; pSession != nullptr;
          pSession = pSession->pNext) {
         if (pSession->pPorts != pPorts || pSession->nPeer != from.sin_addr.s_addr)
             continue;
         for (KovaLiveSetup *pSetup = pSession->pSetups; pSetup != nullptr; pSetup = pSetup->pNext) {
-            if (pSetup->rtcpAddress.sin_port == from.sin_port)
+            if (pSetup->rtcpAddress.sin_port != from.sin_port)
+                continue;
+            if (pSetup->nReporter == nReporter)
                 return {pSession, pSetup, true};
+            // The newest is first; it, if it has none yet.
+            if (byPort.pSetup == nullptr ||
+                (byPort.pSetup->nReporter != 0 && pSetup->nReporter == 0))
+                byPort = {pSession, pSetup, true};
         }
         bSeveral = bSeveral || other.pSession != nullptr;
         other = {pSession, pSession->pSetups, false};
+    }
+    if (byPort.pSetup != nullptr) {
+        byPort.pSetup->nReporter = nReporter;
+        return byPort;
     }
     return bSeveral ? Sender{nullptr, nullptr, false} : other;
 }
@@ -168,7 +180,7 @@ void KovaRtcpFromUdp(KovaLiveLoop *pLoop, KovaUdpPorts *pPorts, const sockaddr_i
     KovaMutexAssertHeld(&pLoop->mutex);
     if (!IsCompound(pPacket, nSize))
         return;
-    const Sender sender = SenderOf(pLoop, pPorts, from);
+    const Sender sender = SenderOf(pLoop, pPorts, from, Read32(pPacket + 4));
     if (sender.pSetup != nullptr)
         Take(sender, pPacket, nSize);
 }

@@ -31,6 +31,7 @@ struct KovaLiveSetup {
     uint32_t nPackets;    ///< RTP packets sent: the sender report's counts
     uint32_t nOctets;     ///< and payload bytes, headers not included
     uint64_t nNextReport; ///< µs: when the next sender report is due; 0: with the first packet
+    uint32_t nReporter;   ///< SSRC of whoever reports about it; 0: nobody has
     uint32_t nLoss;       ///< of the last receiver report, of 256
     uint32_t nJitter;     ///< in RTP clock units
     uint32_t nRoundTrip;  ///< µs; 0: not known

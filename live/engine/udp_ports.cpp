@@ -5,6 +5,7 @@
 #include "foundation/owner.h"
 #include "live/engine/media_out.h"
 #include "live/engine/rtcp_in.h"
+#include "live/engine/session.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -142,14 +143,42 @@ bool Open(KovaLiveLoop *pLoop, KovaUdpPorts *pPorts)
     return false;
 }
 
+bool IsUsed(const KovaLiveLoop *pLoop, const KovaUdpPorts *pPorts) KOVA_REQUIRES(pLoop->mutex)
+{
+    const KovaLiveSession *pSession = pLoop->pSessions;
+    while (pSession != nullptr && pSession->pPorts != pPorts)
+        pSession = pSession->pNext;
+    return pSession != nullptr;
+}
+
+/// Closes pairs: all, or those without a session. Addresses come and go, and a machine may have
+/// very many: what nobody uses is given back before another pair is opened.
+void CloseSome(KovaLiveLoop *pLoop, bool bAll) KOVA_REQUIRES(pLoop->mutex)
+{
+    for (KovaUdpPorts **ppLink = &pLoop->pUdpPorts; *ppLink != nullptr;) {
+        KovaUdpPorts *pPorts = *ppLink;
+        if (!bAll && IsUsed(pLoop, pPorts)) {
+            ppLink = &pPorts->pNext;
+            continue;
+        }
+        *ppLink = pPorts->pNext;
+        KovaPollerRemove(pLoop->pPoller, &pPorts->rtpItem);
+        KovaPollerRemove(pLoop->pPoller, &pPorts->rtcpItem);
+        CloseBoth(pPorts);
+        free(pPorts);
+    }
+}
+
 } // namespace
 
 KovaUdpPorts *KovaUdpPortsOf(KovaLiveLoop *pLoop, uint32_t nAddress)
 {
+    KovaMutexAssertHeld(&pLoop->mutex);
     for (KovaUdpPorts *pPorts = pLoop->pUdpPorts; pPorts != nullptr; pPorts = pPorts->pNext) {
         if (pPorts->nAddress == nAddress)
             return pPorts;
     }
+    CloseSome(pLoop, false);
     KovaOwner<KovaUdpPorts, FreePorts> ports(KovaHeapNew<KovaUdpPorts>());
     if (!ports)
         return nullptr;
@@ -164,12 +193,6 @@ KovaUdpPorts *KovaUdpPortsOf(KovaLiveLoop *pLoop, uint32_t nAddress)
 
 void KovaUdpPortsClose(KovaLiveLoop *pLoop)
 {
-    while (pLoop->pUdpPorts != nullptr) {
-        KovaUdpPorts *pPorts = pLoop->pUdpPorts;
-        pLoop->pUdpPorts = pPorts->pNext;
-        KovaPollerRemove(pLoop->pPoller, &pPorts->rtpItem);
-        KovaPollerRemove(pLoop->pPoller, &pPorts->rtcpItem);
-        CloseBoth(pPorts);
-        free(pPorts);
-    }
+    const KovaMutexLock lock(&pLoop->mutex, kRankLiveLoop);
+    CloseSome(pLoop, true);
 }

@@ -20,8 +20,8 @@ struct KovaUdpPorts {
     bool bFull; ///< RTP's socket took no more: its event is waited for
 };
 
-/// The loop's pair on that address, made if it is not there yet; it stays as long as the
-/// loop. Null when there are no ports or descriptors.
+/// The loop's pair on that address, made if it is not there yet; it stays at least until the
+/// last of its sessions has ended. Null when there are no ports or descriptors.
 KovaUdpPorts *KovaUdpPortsOf(KovaLiveLoop *pLoop, uint32_t nAddress);
 
 /// Closes all of a loop.

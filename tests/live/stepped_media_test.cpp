@@ -191,6 +191,28 @@ TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
     EXPECT_EQ(PacketsAfter(2000 * kMilli), 0);
 }
 
+TEST_F(SteppedMedia, WhatWasKeptLeavesAtItsTimeThoughYoungerUnitsOfOthersWait)
+{
+    server.Live()->settings.nDelay = 1000 * kMilli;
+    KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(
+        server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
+    KovaLiveClient other;
+    ASSERT_TRUE(server.Play(&other, false));
+    Push(pTrack, 500, 1, 0);
+    KovaSteppedServer::Advance(300 * kMilli);
+    Push(pVideo, 500, 3, 300000);
+    server.Run();
+    ASSERT_TRUE(server.Play(&client, false, "kept"));
+    Push(pVideo, 500, 4, 300000);
+    EXPECT_EQ(PacketsAfter(700 * kMilli - 1), 0);
+    EXPECT_EQ(PacketsAfter(1), 1);
+    KovaSteppedServer::Advance(300 * kMilli);
+    server.Run();
+    EXPECT_TRUE(Takes(&other, 500, 3));
+    EXPECT_TRUE(Takes(&other, 500, 4));
+    EXPECT_EQ(server.Loop()->pDelayed, nullptr);
+}
+
 TEST_F(SteppedMedia, EachDelayedUnitLeavesAtItsTime)
 {
     server.Live()->settings.nDelay = 1000 * kMilli;
