@@ -116,7 +116,7 @@ enum {
     KOVA_LIVE_LOG_ERROR = 1,   /* something the operator should look at */
     KOVA_LIVE_LOG_WARNING = 2, /* a player or a connection was refused or let go */
     KOVA_LIVE_LOG_INFO = 3,    /* players come and go */
-    KOVA_LIVE_LOG_DEBUG = 4    /* requests and answers; never passwords, nonces or digests */
+    KOVA_LIVE_LOG_DEBUG = 4    /* requests; never passwords, nonces or digests */
 };
 
 /* text is one line without a line break, valid during the call. */
