@@ -243,7 +243,7 @@ class LogFile(unittest.TestCase):
             self.assertEqual(program.wait(), 0)
             self.assertNotIn("DESCRIBE", program.out())
         with open(path("live.log")) as log:
-            self.assertRegex(log.read(), r"(?m)^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d DESCRIBE live$")
+            self.assertRegex(log.read(), r"(?m)^\d{4}/\d\d/\d\d \d\d:\d\d:\d\d 127.0.0.1:\d+ DESCRIBE live$")
 
     @classic_only
     def test_the_librarys_lines_and_level(self):
