@@ -108,14 +108,13 @@ public:
     /// Takes one end of a connection, from an address of its own.
     void Take(int nSocket, uint32_t nAddress)
     {
-        Loop()->nLoad++;
         m_live.nConnections++;
         KovaMutexLock lock(&Loop()->mutex, kRankLiveLoop);
         sockaddr_in peer = {};
         peer.sin_family = AF_INET;
         peer.sin_addr.s_addr = htonl(nAddress);
         peer.sin_port = htons(1234);
-        KovaConnectionTake(Loop(), nSocket, peer);
+        KovaConnectionHand(KovaConnectionCreate(nSocket, peer), Loop(), true);
         peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         Loop()->pConnections->local = peer;
     }
