@@ -51,16 +51,22 @@ int KovaLiveHost::Close()
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count());
 }
 
-KovaLiveStream *KovaLiveHost::AddStream(const char *szPath,
-                                        const std::function<void(KovaLiveStreamConfig *)> &change)
+KovaLiveStream *KovaLiveAddStreamTo(KovaLive *pLive, const char *szPath,
+                                    const std::function<void(KovaLiveStreamConfig *)> &change)
 {
     KovaLiveStreamConfig config;
     EXPECT_EQ(KovaLiveStreamConfigInit(&config, sizeof(config)), KOVA_LIVE_OK);
     if (change)
         change(&config);
     KovaLiveStream *pStream = nullptr;
-    EXPECT_EQ(KovaLiveAddStream(m_pLive, szPath, &config, &pStream), KOVA_LIVE_OK);
+    EXPECT_EQ(KovaLiveAddStream(pLive, szPath, &config, &pStream), KOVA_LIVE_OK);
     return pStream;
+}
+
+KovaLiveStream *KovaLiveHost::AddStream(const char *szPath,
+                                        const std::function<void(KovaLiveStreamConfig *)> &change)
+{
+    return KovaLiveAddStreamTo(m_pLive, szPath, change);
 }
 
 KovaLiveTrack *KovaLiveHost::AddVideo(KovaLiveStream *pStream, bool bKnown)
@@ -168,6 +174,16 @@ std::string KovaLiveOther(size_t nSize, unsigned nSeed)
 std::string KovaLiveSound(unsigned nSeed)
 {
     return KovaMediaAdts(KovaMediaNal(0x21, 200, nSeed));
+}
+
+bool KovaLiveTakesKey(KovaLiveClient *pClient, size_t nSize, unsigned nSeed, int nTrack)
+{
+    return KovaLiveSlice(KovaLiveNextUnit(pClient, nTrack)) == KovaMediaNal(0x65, nSize, nSeed);
+}
+
+void KovaLivePushKey(KovaLiveTrack *pTrack, size_t nSize, unsigned nSeed, int64_t nPts)
+{
+    EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(nSize, nSeed), nPts), KOVA_LIVE_OK);
 }
 
 int32_t KovaLivePushText(KovaLiveTrack *pTrack, const std::string &bytes, int64_t nPts)

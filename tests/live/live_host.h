@@ -67,6 +67,10 @@ private:
     std::vector<std::string> m_lines;
 };
 
+/// Adds a stream, whose configuration a test may change.
+KovaLiveStream *KovaLiveAddStreamTo(KovaLive *pLive, const char *szPath,
+                                    const std::function<void(KovaLiveStreamConfig *)> &change);
+
 KovaLiveStreamNumbers KovaLiveFiguresOf(KovaLiveStream *pStream);
 
 /// Parameter sets that the pictures below use.
@@ -79,6 +83,10 @@ std::string KovaLiveOther(size_t nSize = 200, unsigned nSeed = 0);
 
 /// One ADTS frame.
 std::string KovaLiveSound(unsigned nSeed = 0);
+
+/// Pushes such a key picture, and whether it is a player's next unit.
+void KovaLivePushKey(KovaLiveTrack *pTrack, size_t nSize, unsigned nSeed, int64_t nPts);
+bool KovaLiveTakesKey(KovaLiveClient *pClient, size_t nSize, unsigned nSeed, int nTrack = 1);
 
 int32_t KovaLivePushText(KovaLiveTrack *pTrack, const std::string &bytes, int64_t nPts);
 

@@ -24,16 +24,6 @@ struct SteppedDescribe : testing::Test {
         ASSERT_TRUE(client.Send(client.Text("DESCRIBE", "cam")));
         server.Run();
     }
-    /// The answer that comes after this time and not before.
-    KovaLiveAnswer AnswerAfter(uint64_t nMicroseconds)
-    {
-        KovaSteppedServer::Advance(nMicroseconds - 1);
-        server.Run();
-        EXPECT_TRUE(client.Rtsp().IsSilent(0));
-        KovaSteppedServer::Advance(1);
-        server.Run();
-        return client.Receive();
-    }
     static int Tracks(const KovaLiveAnswer &answer)
     {
         int nTracks = 0;
@@ -51,7 +41,7 @@ TEST_F(SteppedDescribe, TheHostsTimeForTracksBeginsWithTheFirstUnit)
     KovaSteppedServer::Advance(100 * kSecond);
     server.Run();
     Ask();
-    const KovaLiveAnswer answer = AnswerAfter(5 * kSecond);
+    const KovaLiveAnswer answer = server.AnswerAfter(&client, 5 * kSecond);
     EXPECT_EQ(answer.nStatus, 503);
     EXPECT_EQ(answer.Header("Retry-After"), "5");
 }
@@ -62,7 +52,7 @@ TEST_F(SteppedDescribe, ATrackThatStaysUnknownIsLeftOutAtThatTime)
     KovaSteppedServer::Advance(kSecond);
     Ask();
     EXPECT_EQ(KovaLiveFiguresOf(pStream).ready, 0U);
-    const KovaLiveAnswer answer = AnswerAfter(2 * kSecond);
+    const KovaLiveAnswer answer = server.AnswerAfter(&client, 2 * kSecond);
     EXPECT_EQ(KovaLiveFiguresOf(pStream).ready, 1U);
     EXPECT_EQ(answer.nStatus, 200);
     EXPECT_EQ(Tracks(answer), 1);

@@ -10,21 +10,28 @@
 
 namespace {
 
-/// Whether a player's next unit is that picture.
-bool Takes(KovaLiveClient *pClient, size_t nSize, unsigned nSeed, int nTrack = 1)
-{
-    return KovaLiveSlice(KovaLiveNextUnit(pClient, nTrack)) == KovaMediaNal(0x65, nSize, nSeed);
-}
-
 struct SteppedFrames : testing::Test {
     KovaSteppedServer server;
     KovaLiveStream *pStream = server.AddStream("cam");
     KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
     KovaLiveClient client;
 
-    static void Push(KovaLiveTrack *pTrack, size_t nSize, unsigned nSeed, int64_t nPts)
+    /// The player gets both tracks, a picture of each. Returns the second.
+    KovaLiveTrack *PlayTwoTracks()
     {
-        EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(nSize, nSeed), nPts), KOVA_LIVE_OK);
+        KovaLiveTrack *pOther = KovaLiveHost::AddVideo(pStream);
+        server.Serve([this] {
+            EXPECT_TRUE(client.Connect(server.Port()));
+            EXPECT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
+            EXPECT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
+            EXPECT_EQ(client.Play("cam").nStatus, 200);
+        });
+        for (KovaLiveTrack *pTrack : {pVideo, pOther})
+            KovaLivePushKey(pTrack, 500, 0, 0);
+        server.Run();
+        EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 0, 1));
+        EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 0, 2));
+        return pOther;
     }
     /// The connection takes a part of a frame, then nothing for as long as the faults live.
     void BeginAFrame(KovaSocketFaults *pFaults, size_t nBytes = 100) const
@@ -39,22 +46,11 @@ struct SteppedFrames : testing::Test {
 
 TEST_F(SteppedFrames, AFrameThatIsFinishedForATrackThatGoesIsSentOnce)
 {
-    KovaLiveTrack *pOther = KovaLiveHost::AddVideo(pStream);
-    server.Serve([this] {
-        EXPECT_TRUE(client.Connect(server.Port()));
-        EXPECT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
-        EXPECT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
-        EXPECT_EQ(client.Play("cam").nStatus, 200);
-    });
-    for (KovaLiveTrack *pTrack : {pVideo, pOther})
-        Push(pTrack, 500, 0, 0);
-    server.Run();
-    EXPECT_TRUE(Takes(&client, 500, 0, 1));
-    EXPECT_TRUE(Takes(&client, 500, 0, 2));
+    KovaLiveTrack *pOther = PlayTwoTracks();
     {
         KovaSocketFaults faults;
         BeginAFrame(&faults);
-        Push(pOther, 3000, 1, 40000);
+        KovaLivePushKey(pOther, 3000, 1, 40000);
         server.Run();
         ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
         ASSERT_TRUE(client.Send(client.Text("TEARDOWN", "cam/track1")));
@@ -62,19 +58,19 @@ TEST_F(SteppedFrames, AFrameThatIsFinishedForATrackThatGoesIsSentOnce)
     }
     server.Run();
     EXPECT_EQ(client.Receive().nStatus, 200);
-    EXPECT_TRUE(Takes(&client, 3000, 1, 2));
-    Push(pOther, 500, 2, 80000);
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 3000, 1, 2));
+    KovaLivePushKey(pOther, 500, 2, 80000);
     server.Run();
-    EXPECT_TRUE(Takes(&client, 500, 2, 2));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 2, 2));
     EXPECT_EQ(server.Players().at(0).packets, KovaLiveFiguresOf(pStream).packets);
 }
 
 TEST_F(SteppedFrames, AFrameIsFinishedWhereverItStopped)
 {
     ASSERT_TRUE(server.Play(&client, false));
-    Push(pVideo, 500, 0, 0);
+    KovaLivePushKey(pVideo, 500, 0, 0);
     server.Run();
-    ASSERT_TRUE(Takes(&client, 500, 0));
+    ASSERT_TRUE(KovaLiveTakesKey(&client, 500, 0));
     unsigned nPicture = 0;
     for (const unsigned nOut : {1U, 3U, 4U, 5U, 503U}) {
         SCOPED_TRACE(nOut);
@@ -82,7 +78,7 @@ TEST_F(SteppedFrames, AFrameIsFinishedWhereverItStopped)
             KovaSocketFaults faults;
             BeginAFrame(&faults, nOut);
             nPicture++;
-            Push(pVideo, 500, nPicture, 40000 * nPicture);
+            KovaLivePushKey(pVideo, 500, nPicture, 40000 * nPicture);
             server.Run();
             ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
             ASSERT_TRUE(client.Send(client.Text("PAUSE", "cam")));
@@ -90,38 +86,27 @@ TEST_F(SteppedFrames, AFrameIsFinishedWhereverItStopped)
         }
         server.Run();
         EXPECT_EQ(client.Receive().nStatus, 200);
-        EXPECT_TRUE(Takes(&client, 500, nPicture));
+        EXPECT_TRUE(KovaLiveTakesKey(&client, 500, nPicture));
         server.Serve([this] { EXPECT_EQ(client.Play("cam").nStatus, 200); });
     }
 }
 
 TEST_F(SteppedFrames, ABegunOneOfTheTrackThatGoesIsFinished)
 {
-    KovaLiveTrack *pOther = KovaLiveHost::AddVideo(pStream);
-    server.Serve([this] {
-        EXPECT_TRUE(client.Connect(server.Port()));
-        EXPECT_EQ(client.SetupTcp("cam", 1).nStatus, 200);
-        EXPECT_EQ(client.SetupTcp("cam", 2).nStatus, 200);
-        EXPECT_EQ(client.Play("cam").nStatus, 200);
-    });
-    for (KovaLiveTrack *pTrack : {pVideo, pOther})
-        Push(pTrack, 500, 0, 0);
-    server.Run();
-    EXPECT_TRUE(Takes(&client, 500, 0, 1));
-    EXPECT_TRUE(Takes(&client, 500, 0, 2));
+    KovaLiveTrack *pOther = PlayTwoTracks();
     {
         KovaSocketFaults faults;
         BeginAFrame(&faults);
-        Push(pVideo, 500, 1, 40000);
+        KovaLivePushKey(pVideo, 500, 1, 40000);
         server.Run();
         ASSERT_NE(server.Loop()->pConnections->pBegun, nullptr);
-        Push(pOther, 500, 1, 40000);
+        KovaLivePushKey(pOther, 500, 1, 40000);
         server.Run();
         ASSERT_TRUE(client.Send(client.Text("TEARDOWN", "cam/track1")));
         server.Run();
     }
     server.Run();
     EXPECT_EQ(client.Receive().nStatus, 200);
-    EXPECT_TRUE(Takes(&client, 500, 1, 1));
-    EXPECT_TRUE(Takes(&client, 500, 1, 2));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 1, 1));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 1, 2));
 }

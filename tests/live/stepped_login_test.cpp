@@ -46,16 +46,6 @@ struct SteppedLogin : testing::Test {
     {
         return answer.text.find("stale=true") != std::string::npos;
     }
-    /// The answer that comes after this time and not before.
-    KovaLiveAnswer AnswerAfter(uint64_t nMicroseconds)
-    {
-        KovaSteppedServer::Advance(nMicroseconds - 1);
-        server.Run();
-        EXPECT_TRUE(client.Rtsp().IsSilent(0));
-        KovaSteppedServer::Advance(1);
-        server.Run();
-        return client.Receive();
-    }
 };
 
 } // namespace
@@ -71,7 +61,7 @@ TEST_F(SteppedLogin, GuessesWaitForTheirAnswer)
     EXPECT_EQ(answer.nStatus, 401) << "the first one at once";
     for (const uint64_t nWait : {250000U, 500000U}) {
         Send(answer, "guess");
-        answer = AnswerAfter(nWait);
+        answer = server.AnswerAfter(&client, nWait);
         EXPECT_EQ(answer.nStatus, 401);
         EXPECT_FALSE(IsStale(answer));
     }
@@ -90,7 +80,7 @@ TEST_F(SteppedLogin, WhoWasNotLookedAtMayComeAgainWithTheSamePassword)
     for (int nGuess = 0; nGuess < 2; nGuess++)
         SendBy(&guesser, answers[1], "guess");
     Send(answers[0], "pass word");
-    const KovaLiveAnswer answer = AnswerAfter(250000);
+    const KovaLiveAnswer answer = server.AnswerAfter(&client, 250000);
     EXPECT_EQ(answer.nStatus, 401);
     EXPECT_TRUE(IsStale(answer)) << "players ask their users otherwise";
     Send(answer, "pass word");

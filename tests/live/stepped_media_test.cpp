@@ -20,22 +20,12 @@ constexpr uint64_t kMilli = 1000;
 /// Slices above 64 KiB are spread; this one in three pieces.
 constexpr size_t kLarge = 150000;
 
-/// Whether a player's next unit is that picture.
-bool Takes(KovaLiveClient *pClient, size_t nSize, unsigned nSeed, int nTrack = 1)
-{
-    return KovaLiveSlice(KovaLiveNextUnit(pClient, nTrack)) == KovaMediaNal(0x65, nSize, nSeed);
-}
-
 struct SteppedMedia : testing::Test {
     KovaSteppedServer server;
     KovaLiveStream *pStream = server.AddStream("cam");
     KovaLiveTrack *pVideo = KovaLiveHost::AddVideo(pStream);
     KovaLiveClient client;
 
-    static void Push(KovaLiveTrack *pTrack, size_t nSize, unsigned nSeed, int64_t nPts)
-    {
-        EXPECT_EQ(KovaLivePushText(pTrack, KovaLiveKey(nSize, nSeed), nPts), KOVA_LIVE_OK);
-    }
     /// How many packets of track 1 have come.
     int Packets()
     {
@@ -58,8 +48,8 @@ struct SteppedMedia : testing::Test {
 TEST_F(SteppedMedia, ALargeUnitIsSpreadOverHalfTheDistanceOfTwo)
 {
     ASSERT_TRUE(server.Play(&client, true));
-    Push(pVideo, 500, 0, 0);
-    Push(pVideo, kLarge, 1, 300000);
+    KovaLivePushKey(pVideo, 500, 0, 0);
+    KovaLivePushKey(pVideo, kLarge, 1, 300000);
     server.Run(1);
     const int nAll = static_cast<int>(KovaLiveFiguresOf(pStream).packets);
     EXPECT_GT(nAll, 30);
@@ -74,7 +64,7 @@ TEST_F(SteppedMedia, ALargeUnitIsSpreadOverHalfTheDistanceOfTwo)
 
 TEST_F(SteppedMedia, TheClockOfATrackDoesNotStandBeforeItsLastUnit)
 {
-    Push(pVideo, 500, 0, 7000000);
+    KovaLivePushKey(pVideo, 500, 0, 7000000);
     int64_t nPts = 0;
     int64_t nWall = 0;
     const uint64_t nNow = KovaClockMonotonic();
@@ -89,13 +79,13 @@ TEST_F(SteppedMedia, TimesThatJumpAreNoDistance)
 {
     ASSERT_TRUE(server.Play(&client, false));
     // Back, and by a second or more.
-    Push(pVideo, 500, 0, 400000);
-    Push(pVideo, kLarge, 1, 0);
-    Push(pVideo, kLarge, 2, 1000000);
+    KovaLivePushKey(pVideo, 500, 0, 400000);
+    KovaLivePushKey(pVideo, kLarge, 1, 0);
+    KovaLivePushKey(pVideo, kLarge, 2, 1000000);
     server.Run();
-    EXPECT_TRUE(Takes(&client, 500, 0));
-    EXPECT_TRUE(Takes(&client, kLarge, 1)) << "at once, for no distance is known";
-    EXPECT_TRUE(Takes(&client, kLarge, 2));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 0));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, kLarge, 1)) << "at once, for no distance is known";
+    EXPECT_TRUE(KovaLiveTakesKey(&client, kLarge, 2));
 }
 
 TEST_F(SteppedMedia, EachStreamsOwnRestGoesBeforeItsNextUnit)
@@ -105,16 +95,16 @@ TEST_F(SteppedMedia, EachStreamsOwnRestGoesBeforeItsNextUnit)
     ASSERT_TRUE(server.Play(&client, false));
     ASSERT_TRUE(server.Play(&door, false, "door"));
     for (KovaLiveTrack *pTrack : {pVideo, pDoor}) {
-        Push(pTrack, 500, 0, 0);
-        Push(pTrack, kLarge, 1, 300000);
+        KovaLivePushKey(pTrack, 500, 0, 0);
+        KovaLivePushKey(pTrack, kLarge, 1, 300000);
         server.Run(1);
     }
-    Push(pVideo, 500, 2, 600000);
+    KovaLivePushKey(pVideo, 500, 2, 600000);
     server.Run(1);
-    EXPECT_TRUE(Takes(&client, 500, 0));
-    EXPECT_TRUE(Takes(&client, kLarge, 1));
-    EXPECT_TRUE(Takes(&client, 500, 2));
-    EXPECT_TRUE(Takes(&door, 500, 0));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 0));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, kLarge, 1));
+    EXPECT_TRUE(KovaLiveTakesKey(&client, 500, 2));
+    EXPECT_TRUE(KovaLiveTakesKey(&door, 500, 0));
     // The other stream's rest keeps its own time.
     const uint64_t nAll = KovaLiveFiguresOf(pStream).packets - 1;
     EXPECT_LT(KovaLiveFiguresOf(pDoor->pStream).packets, nAll);
@@ -123,7 +113,7 @@ TEST_F(SteppedMedia, EachStreamsOwnRestGoesBeforeItsNextUnit)
         server.Run(1);
     }
     EXPECT_EQ(KovaLiveFiguresOf(pDoor->pStream).packets, nAll);
-    EXPECT_TRUE(Takes(&door, kLarge, 1));
+    EXPECT_TRUE(KovaLiveTakesKey(&door, kLarge, 1));
 }
 
 TEST_F(SteppedMedia, UnitsThatAreSpreadAtTheSameTimeAreAllFinished)
@@ -133,8 +123,8 @@ TEST_F(SteppedMedia, UnitsThatAreSpreadAtTheSameTimeAreAllFinished)
     ASSERT_TRUE(server.Play(&client, false));
     ASSERT_TRUE(server.Play(&door, false, "door"));
     for (KovaLiveTrack *pTrack : {pVideo, pDoor}) {
-        Push(pTrack, 500, 0, 0);
-        Push(pTrack, kLarge, 1, 300000);
+        KovaLivePushKey(pTrack, 500, 0, 0);
+        KovaLivePushKey(pTrack, kLarge, 1, 300000);
     }
     for (int nPiece = 0; nPiece < 3; nPiece++) {
         server.Run(1);
@@ -142,8 +132,8 @@ TEST_F(SteppedMedia, UnitsThatAreSpreadAtTheSameTimeAreAllFinished)
     }
     EXPECT_EQ(KovaLiveFiguresOf(pDoor->pStream).packets, KovaLiveFiguresOf(pStream).packets);
     for (KovaLiveClient *pClient : {&client, &door}) {
-        EXPECT_TRUE(Takes(pClient, 500, 0));
-        EXPECT_TRUE(Takes(pClient, kLarge, 1));
+        EXPECT_TRUE(KovaLiveTakesKey(pClient, 500, 0));
+        EXPECT_TRUE(KovaLiveTakesKey(pClient, kLarge, 1));
     }
 }
 
@@ -158,22 +148,22 @@ TEST_F(SteppedMedia, EachUnitIsSpreadInItsOwnTime)
         const unsigned nSeed = bDoorFirst ? 2 : 1;
         for (const bool bDoor : {bDoorFirst, !bDoorFirst}) {
             const int64_t nPts = nSeed * 10000000;
-            Push(bDoor ? pDoor : pVideo, 500, nSeed, nPts);
-            Push(bDoor ? pDoor : pVideo, kLarge, nSeed, nPts + (bDoor ? 30000 : 300000));
+            KovaLivePushKey(bDoor ? pDoor : pVideo, 500, nSeed, nPts);
+            KovaLivePushKey(bDoor ? pDoor : pVideo, kLarge, nSeed, nPts + (bDoor ? 30000 : 300000));
             server.Run(1);
         }
         for (int nPiece = 0; nPiece < 2; nPiece++) {
             KovaSteppedServer::Advance(5 * kMilli);
             server.Run(1);
         }
-        EXPECT_TRUE(Takes(&door, 500, nSeed));
-        EXPECT_TRUE(Takes(&door, kLarge, nSeed));
+        EXPECT_TRUE(KovaLiveTakesKey(&door, 500, nSeed));
+        EXPECT_TRUE(KovaLiveTakesKey(&door, kLarge, nSeed));
         for (int nPiece = 0; nPiece < 2; nPiece++) {
             KovaSteppedServer::Advance(50 * kMilli);
             server.Run(1);
         }
-        EXPECT_TRUE(Takes(&client, 500, nSeed));
-        EXPECT_TRUE(Takes(&client, kLarge, nSeed));
+        EXPECT_TRUE(KovaLiveTakesKey(&client, 500, nSeed));
+        EXPECT_TRUE(KovaLiveTakesKey(&client, kLarge, nSeed));
     }
 }
 
@@ -183,7 +173,7 @@ TEST_F(SteppedMedia, TheDelayCountsFromThePushAlsoForWhoCameLater)
     KovaLiveStream *pKept =
         server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; });
     KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(pKept);
-    Push(pTrack, 500, 1, 0);
+    KovaLivePushKey(pTrack, 500, 1, 0);
     KovaSteppedServer::Advance(600 * kMilli);
     ASSERT_TRUE(server.Play(&client, false, "kept"));
     EXPECT_EQ(PacketsAfter(400 * kMilli - 1), 0);
@@ -198,18 +188,18 @@ TEST_F(SteppedMedia, WhatWasKeptLeavesAtItsTimeThoughYoungerUnitsOfOthersWait)
         server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
     KovaLiveClient other;
     ASSERT_TRUE(server.Play(&other, false));
-    Push(pTrack, 500, 1, 0);
+    KovaLivePushKey(pTrack, 500, 1, 0);
     KovaSteppedServer::Advance(300 * kMilli);
-    Push(pVideo, 500, 3, 300000);
+    KovaLivePushKey(pVideo, 500, 3, 300000);
     server.Run();
     ASSERT_TRUE(server.Play(&client, false, "kept"));
-    Push(pVideo, 500, 4, 300000);
+    KovaLivePushKey(pVideo, 500, 4, 300000);
     EXPECT_EQ(PacketsAfter(700 * kMilli - 1), 0);
     EXPECT_EQ(PacketsAfter(1), 1);
     KovaSteppedServer::Advance(300 * kMilli);
     server.Run();
-    EXPECT_TRUE(Takes(&other, 500, 3));
-    EXPECT_TRUE(Takes(&other, 500, 4));
+    EXPECT_TRUE(KovaLiveTakesKey(&other, 500, 3));
+    EXPECT_TRUE(KovaLiveTakesKey(&other, 500, 4));
     EXPECT_EQ(server.Loop()->pDelayed, nullptr);
 }
 
@@ -218,7 +208,7 @@ TEST_F(SteppedMedia, EachDelayedUnitLeavesAtItsTime)
     server.Live()->settings.nDelay = 1000 * kMilli;
     ASSERT_TRUE(server.Play(&client, true));
     for (unsigned nPicture = 0; nPicture < 3; nPicture++) {
-        Push(pVideo, 500, nPicture, 400000 * nPicture);
+        KovaLivePushKey(pVideo, 500, nPicture, 400000 * nPicture);
         server.Run();
         KovaSteppedServer::Advance(400 * kMilli);
     }
@@ -237,7 +227,7 @@ TEST_F(SteppedMedia, ALoopHasADelayedUnitOnceWhoeverComes)
         server.AddStream("kept", [](KovaLiveStreamConfig *pConfig) { pConfig->keep_group = 1; }));
     KovaLiveClient others[2];
     ASSERT_TRUE(server.Play(&client, false, "kept"));
-    Push(pTrack, 500, 1, 0);
+    KovaLivePushKey(pTrack, 500, 1, 0);
     for (KovaLiveClient &other : others)
         ASSERT_TRUE(server.Play(&other, false, "kept"));
     ASSERT_NE(server.Loop()->pDelayed, nullptr);
@@ -245,7 +235,7 @@ TEST_F(SteppedMedia, ALoopHasADelayedUnitOnceWhoeverComes)
     KovaSteppedServer::Advance(1000 * kMilli);
     server.Run();
     for (KovaLiveClient *pClient : {&client, &others[0], &others[1]})
-        EXPECT_TRUE(Takes(pClient, 500, 1));
+        EXPECT_TRUE(KovaLiveTakesKey(pClient, 500, 1));
 }
 
 TEST_F(SteppedMedia, NothingHoldsAStreamWhoseUnitsFindNoMemory)
@@ -256,7 +246,7 @@ TEST_F(SteppedMedia, NothingHoldsAStreamWhoseUnitsFindNoMemory)
     KovaLiveTrack *pTrack = KovaLiveHost::AddVideo(pKept);
     for (int nGood = 0; nGood < 8; nGood++) {
         KovaLiveClient player;
-        Push(pTrack, 500, 1, 40000 * nGood);
+        KovaLivePushKey(pTrack, 500, 1, 40000 * nGood);
         server.Serve([&] {
             EXPECT_TRUE(player.Connect(server.Port()));
             EXPECT_EQ(player.SetupTcp("kept", 1).nStatus, 200);
@@ -287,7 +277,7 @@ TEST_F(SteppedMedia, NoMediaFollowsTheLastAnswer)
         KovaSocketFaults faults;
         std::deque<KovaScriptedSend> sends(100000, KovaScriptedSend{EAGAIN, 0});
         faults.Script(server.Loop()->pConnections->item.nDescriptor, sends);
-        Push(pVideo, 500, 0, 0);
+        KovaLivePushKey(pVideo, 500, 0, 0);
         server.Run();
         ASSERT_TRUE(client.Send(std::string(20000, 'A')));
         server.Run();

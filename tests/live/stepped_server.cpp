@@ -131,17 +131,21 @@ void KovaSteppedServer::Serve(const std::function<void()> &talk)
     loops.join();
 }
 
+KovaLiveAnswer KovaSteppedServer::AnswerAfter(KovaLiveClient *pClient, uint64_t nMicroseconds)
+{
+    Advance(nMicroseconds - 1);
+    Run();
+    EXPECT_TRUE(pClient->Rtsp().IsSilent(0));
+    Advance(1);
+    Run();
+    return pClient->Receive();
+}
+
 KovaLiveStream *
 KovaSteppedServer::AddStream(const char *szPath,
                              const std::function<void(KovaLiveStreamConfig *)> &change)
 {
-    KovaLiveStreamConfig config;
-    EXPECT_EQ(KovaLiveStreamConfigInit(&config, sizeof(config)), KOVA_LIVE_OK);
-    if (change)
-        change(&config);
-    KovaLiveStream *pStream = nullptr;
-    EXPECT_EQ(KovaLiveAddStream(&m_live, szPath, &config, &pStream), KOVA_LIVE_OK);
-    return pStream;
+    return KovaLiveAddStreamTo(&m_live, szPath, change);
 }
 
 bool KovaSteppedServer::Play(KovaLiveClient *pClient, bool bUdp, const char *szPath)

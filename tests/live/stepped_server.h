@@ -43,6 +43,9 @@ public:
     /// Lets the loops run while a player talks to them; they stand again afterwards.
     void Serve(const std::function<void()> &talk);
 
+    /// The answer that a player gets after this time and not before.
+    KovaLiveAnswer AnswerAfter(KovaLiveClient *pClient, uint64_t nMicroseconds);
+
     /// A stream, and video of it that is known from the beginning.
     KovaLiveStream *AddStream(const char *szPath,
                               const std::function<void(KovaLiveStreamConfig *)> &change = nullptr);
